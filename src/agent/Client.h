@@ -1,0 +1,49 @@
+#pragma once
+
+#include "common/Bytes.h"
+#include "common/Types.h"
+#include "common/xtl.h"
+
+#include <array>
+#include <atomic>
+#include <memory>
+#include <netinet/in.h>
+
+class CAgent;
+class CDataProcessor;
+class CUEManager;
+
+/// One connected client: its socket, the reassembly of its request frames and its data processor.
+/// Always held by a shared pointer: the agent's client list owns it, and a thread that sends to it without the
+/// agent's lock holds it for that long. Requests are read on the main thread only.
+class CClient : public std::enable_shared_from_this<CClient>
+{
+public:
+    static constexpr size_t REQ_BUF_LEN = 10240; // a frame never gets as long as this
+
+    /// Takes the socket. A type that is no channel leaves the client without a processor.
+    CClient(int nSocket, enChannelType enType, CAgent* pAgent, CUEManager* pUEManager);
+    ~CClient();
+    CClient(const CClient&) = delete;
+    CClient& operator=(const CClient&) = delete;
+
+    /// Bytes from the socket: frames go to the processor; on the AT channel a chunk of three bytes or more that
+    /// isn't part of a frame goes there as raw text too.
+    void OnClientData(ByteView data);
+    /// Takes bytes up to the end of one frame; gives the count taken. A complete frame, lead bytes cut off, is put
+    /// in pFrame and nFrameLen; otherwise they are null and 0.
+    int GetDiagReqPacket(ByteView data, OwnedBytes& pFrame, int& nFrameLen);
+    /// One packet from the UE, for the processor.
+    void OnSerialData(ByteSpan data);
+    /// Sends one whole packet. Takes the buffer. Packets of several threads never mix. Always true.
+    bool SendData2Client(OwnedBytes pucBuf, size_t szLen);
+    void SendAck(unsigned int ulCmdId, unsigned short usPktType, unsigned int ulRc, ByteView payload,
+                 unsigned long long ullTimeStamp);
+
+    int GetClientSocket() const { return m_nSocket; }
+    enChannelType GetClientType() const { return m_enType; }
+    sockaddr_in& GetAddress() { return m_stAddr; }
+    /// Dotted text of the peer's address.
+    std::string GetAddressText() const;
+    void SetBindUePort(unsigned int ulPort);
+};

@@ -1,0 +1,63 @@
+#include "support/LogCapture.h"
+
+#include "common/Config.h"
+#include "common/Debug.h"
+#include "support/WaitFor.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <unistd.h>
+
+namespace
+{
+void SetDebugLevel(int iLevel)
+{
+    std::string strLine = "debuglevel=" + std::to_string(iLevel);
+    CConfig::Instance()->ParseLine(strLine);
+}
+} // namespace
+
+CLogCapture::CLogCapture(int iLevel) : m_strPath("/tmp/vex-log-XXXXXX")
+{
+    const int nFd = mkstemp(m_strPath.data());
+    if (nFd < 0)
+        std::abort();
+    close(nFd);
+    SetDebugLevel(iLevel);
+    CDebug::Instance()->Start(m_strPath.c_str());
+}
+
+CLogCapture::~CLogCapture()
+{
+    CDebug::Destory();
+    SetDebugLevel(0);
+    unlink(m_strPath.c_str());
+}
+
+std::string CLogCapture::Text() const
+{
+    std::ostringstream text;
+    text << std::ifstream(m_strPath).rdbuf();
+    return text.str();
+}
+
+bool CLogCapture::Saw(const std::string& strText) const
+{
+    return WaitFor([&] { return Text().find(strText) != std::string::npos; }, std::chrono::seconds(5));
+}
+
+int CLogCapture::Count(const std::string& strText) const
+{
+    // Lines reach the file in the order of the calls, so behind a mark of its own everything before is there.
+    static int s_iMark = 0;
+    const std::string strMark = "mark " + std::to_string(++s_iMark) + "\n";
+    CDebug::Instance()->PrintError("%s", strMark.substr(0, strMark.size() - 1).c_str());
+    if (!Saw(strMark))
+        return -1;
+    std::istringstream text(Text());
+    int iCount = 0;
+    for (std::string strLine; std::getline(text, strLine);)
+        iCount += strLine.find(strText) != std::string::npos;
+    return iCount;
+}

@@ -1,0 +1,32 @@
+#pragma once
+
+#include "common/MsgBuf.h"
+#include "support/TestBytes.h"
+
+#include <vector>
+
+/// A queue record with its data taken out.
+struct QueuedMsg
+{
+    unsigned int ulMsgType;
+    unsigned int ulUeIdx;
+    enChannelType enChannel;
+    Bytes data;
+};
+
+/// Takes everything that the queue holds, without waiting.
+template <class Msg, class Queue> std::vector<QueuedMsg> Drain(Queue& queue)
+{
+    constexpr unsigned int END_MARK = 0xE0E0E0E0;
+    std::vector<QueuedMsg> taken;
+    queue.put(Msg{END_MARK, 0, CHANNEL_LTE_DIAG, 0, nullptr});
+    for (Msg stMsg{}; queue.get(stMsg) && stMsg.ulMsgType != END_MARK;) {
+        const OwnedBytes pData(stMsg.pucData);
+        const size_t szLen = pData ? stMsg.ulDataLen : 0;
+        taken.push_back({stMsg.ulMsgType, stMsg.ulUeIdx, stMsg.enChannel, Bytes(ByteView(pData.get(), szLen))});
+    }
+    return taken;
+}
+
+inline std::vector<QueuedMsg> DrainAgentQueue() { return Drain<MSG_AGENT>(CMsgBuf::Instance()->AgentQueue()); }
+inline std::vector<QueuedMsg> DrainUeQueue() { return Drain<MSG_UE>(CMsgBuf::Instance()->UeQueue()); }
