@@ -82,6 +82,8 @@ public:
     size_t Left() const { return m_bytes.size(); }
 
     template <std::unsigned_integral T> void Field(T& value) { value = LoadLe<T>(Take(sizeof(T)), 0); }
+    void Field(int32_t& lValue) { lValue = static_cast<int32_t>(LoadLe<uint32_t>(Take(sizeof(lValue)), 0)); }
+    void Field(float& fValue) { fValue = std::bit_cast<float>(LoadLe<uint32_t>(Take(sizeof(fValue)), 0)); }
 
     /// A text field of a fixed size; the text ends at its first NUL.
     void Text(std::string& strText, size_t szSize) { strText = FixedText(Take(szSize)); }
@@ -113,6 +115,8 @@ public:
     size_t Left() const { return m_bytes.size(); }
 
     template <std::unsigned_integral T> void Field(const T& value) { StoreLe<T>(Take(sizeof(T)), 0, value); }
+    void Field(const int32_t& lValue) { Field(static_cast<uint32_t>(lValue)); }
+    void Field(const float& fValue) { Field(std::bit_cast<uint32_t>(fValue)); }
 
     void Text(const std::string& strText, size_t szSize) { StoreText(Take(szSize), strText); }
 
