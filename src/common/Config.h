@@ -1,8 +1,12 @@
 #pragma once
 
+#include "common/IdFlags.h"
+
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <map>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -16,7 +20,7 @@ struct VALUE_STRU
 /// Layout of the UE's LTE packets, as the configuration describes it.
 struct FILTER_CFG_STRU
 {
-    uint8_t ucDataTagFirst = 3;     // tag bytes that mark a packet as data; no key changes them
+    uint8_t ucDataTagFirst = 3; // tag bytes that mark a packet as data; no key changes them
     uint8_t ucDataTagSecond = 0xFF;
     uint16_t usReqHeaderLen = 0;
     uint16_t usReqHeaderSysSize = 0; // kept; nothing reads it
@@ -60,25 +64,28 @@ constexpr uint32_t UNUSED_PORT_NUM = 0x7FFFFFFF; // port number of a port that h
 class CConfig
 {
 public:
-    /// Creates the object on first use; Init sets the defaults.
+    /// Creates the object on first use; Init sets the defaults. A call after Destory makes a new one.
     static CConfig* Instance();
+    /// Lets go of the object. A thread that still reads it finds it whole.
     static void Destory();
 
     CConfig();
 
+    /// Sets the defaults; what has none stays as it is, which is zero or empty in a new object.
     void Init();
     /// Reads the file; a missing one leaves the defaults. Always true. A null path does nothing.
     bool LoadConfigFile(const char* path);
-    /// Handles the lines of a text in order.
+    /// Handles the lines of a text in order. Always true.
     bool ParseConfig(std::string& text);
-    /// Handles one line: strips blanks, skips comments, unknown keys and empty values.
+    /// Handles one line: takes the blanks out of it, skips comments, unknown keys and empty values. Numbers that
+    /// can't be read are zero or the key's default, numbers that are too large lose their high bits. Always true.
     bool ParseLine(std::string& line);
     /// The pieces of text between occurrences of sep that aren't empty. Always true.
-    bool Split(std::string& text, std::vector<std::string>& out, const std::string& sep);
+    static bool Split(const std::string& text, std::vector<std::string>& out, const std::string& sep);
     /// Writes the command to DPI map to a file, for debugging; nothing calls it.
     void OutputConfig() const;
 
-    unsigned char GetDebugLevel() const { return m_ucDebugLevel; }
+    unsigned char GetDebugLevel() const { return m_ucDebugLevel.load(std::memory_order_relaxed); }
     int GetStatusInfoReportInterval() const { return m_iReportInterval; } // seconds
     unsigned int GetTimespaceForGuReq() const { return m_ulTimeSpace; }   // ms
     const char* GetDebugFileName() const { return m_strDebugFileName.c_str(); }
@@ -93,9 +100,10 @@ public:
     bool GetDphFilterEnable() const { return m_bDphFilterEnable; }
     void GetVersion(int& iMajor, int& iMinor, int& iPatch) const;
     const std::vector<std::string>* GetATDataMsgFilter() const { return &m_vecAtFilter; }
-    const std::map<unsigned int, bool>* GetL1ExcludeIndMap() const { return &m_mapL1Exclude; }
-    const std::map<unsigned int, bool>* GetL3ExcludeIndMap() const { return &m_mapL3Exclude; }
-    const std::map<unsigned int, bool>* GetTdsIncludeIndMap() const { return &m_mapTdsInclude; }
+    // Id sets; a flag is true for an id listed with "-".
+    const CIdFlags* GetL1ExcludeIndMap() const { return &m_mapL1Exclude; }
+    const CIdFlags* GetL3ExcludeIndMap() const { return &m_mapL3Exclude; }
+    const CIdFlags* GetTdsIncludeIndMap() const { return &m_mapTdsInclude; }
     const std::map<unsigned int, int>* GetTdsCombInd() const { return &m_mapTdsComb; }
     bool IsPrintMessage(unsigned int id) const { return m_mapPrint.contains(id); }
     const std::vector<unsigned int>* GetTdsCombMsg() const { return &m_vecTdsComb; }
@@ -108,7 +116,45 @@ public:
     const std::vector<PORT_INFO>* GetMonitorPortInfo() const { return &m_vecMonitorPort; }
 
 private:
-    unsigned char m_ucDebugLevel = 0;
+    using PARSER = void (CConfig::*)(const std::string& strValue);
+    struct KEY_ROW
+    {
+        const char* pszKey;
+        PARSER pfnParse;
+    };
+    static const KEY_ROW c_astKey[];
+
+    void ClearLists();
+
+    // Single values. A value that isn't a number gives ulPreset.
+    void ParseDebugLevel(const std::string& strValue);
+    template <auto pMember, uint32_t ulPreset = 0> void ParseNumber(const std::string& strValue);
+    template <auto pMember> void ParseFlag(const std::string& strValue);
+    template <auto pMember> void ParseText(const std::string& strValue);
+    void ParseAgentVersion(const std::string& strValue);
+    void ParseCellMeas(const std::string& strValue);
+    template <auto pMember> void ParseLayoutNumber(const std::string& strValue);
+    template <auto pMember> void ParseLayout(const std::string& strValue);
+
+    // Lists.
+    void ParseChannelName(const std::string& strValue);
+    void ParseChannelPort(const std::string& strValue);
+    void ParseMonitorPort(const std::string& strValue);
+    void ParseAtFilter(const std::string& strValue);
+    void ParseDphRange(const std::string& strValue);
+    void ParseDpiCmdPair(const std::string& strValue);
+    void ParseOsaReq(const std::string& strValue);
+    void ParseTdsComb(const std::string& strValue);
+    void ParsePrintList(const std::string& strValue);
+    void ParseLayerMsg(const std::string& strValue);
+    template <auto pMember> void ParseIdSet(const std::string& strValue);
+    static void ParseFILTERINDCFG(const std::string& strValue, CIdFlags& flags);
+    /// Pairs "{%d,%d}" joined by ";"; a pair that can't be read, and all behind it, are zero.
+    static void ParsePairs(const std::string& strValue, std::span<VALUE_STRU> pairs);
+    /// The pieces between occurrences of sep that aren't empty.
+    static std::vector<std::string> Items(const std::string& strText, const char* pszSep);
+
+    std::atomic<unsigned char> m_ucDebugLevel = 0; // tests change it while threads log
     int m_iReportInterval = 0;
     unsigned int m_ulTimeSpace = 0;
     std::string m_strDebugFileName;
@@ -122,9 +168,9 @@ private:
     bool m_bDphFilterEnable = false;
     std::array<int, 3> m_aiVersion{};
     std::vector<std::string> m_vecAtFilter;
-    std::map<unsigned int, bool> m_mapL1Exclude;
-    std::map<unsigned int, bool> m_mapL3Exclude;
-    std::map<unsigned int, bool> m_mapTdsInclude;
+    CIdFlags m_mapL1Exclude;
+    CIdFlags m_mapL3Exclude;
+    CIdFlags m_mapTdsInclude;
     std::map<unsigned int, int> m_mapTdsComb;
     std::map<unsigned int, int> m_mapPrint;
     std::vector<unsigned int> m_vecTdsComb;

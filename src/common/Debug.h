@@ -4,6 +4,7 @@
 #include "common/xtl.h"
 
 #include <atomic>
+#include <cstdarg>
 #include <string>
 
 // Log classes: bits of the configuration's debuglevel.
@@ -20,9 +21,11 @@ class CDebug
 public:
     /// Creates the object on first use. Safe against several first callers. A call after Destory makes a new one.
     static CDebug* Instance();
-    /// Stops the log and lets go of the object. Threads that still print meanwhile are safe: their lines are dropped.
+    /// Stops the log and lets go of the object. Threads that still print are safe: their lines are dropped, those
+    /// to a new object as well, until that one is started.
     static void Destory();
 
+    /// Lines collect in the queue until Start; the one that the queue has no room for blocks its caller.
     CDebug();
     ~CDebug();
     CDebug(const CDebug&) = delete;
@@ -31,7 +34,8 @@ public:
     /// Starts the writer on a file that is truncated. False without a name, with debuglevel 0 (no file then),
     /// or when the thread can't be created.
     bool Start(const char* pszFileName);
-    /// Stops the queue and waits until the lines queued before have reached the file. Always true.
+    /// Stops the queue and waits until the lines queued before have reached the file, a few seconds at most when
+    /// the file doesn't take them. Always true.
     bool Stop();
 
     // printf-style, one class of line each; nothing happens unless the configuration's mask has the class.
@@ -41,6 +45,24 @@ public:
     /// One line "<title> Buffer=0x<address>,Length=<n>,dump=0x..,0x..,": every byte, without a limit.
     void PrintRawData(const char* pszTitle, ByteView data);
 
-    /// Body of the writer thread.
+    /// Queues one line of a class (DEBUGLEVEL_...), whatever the mask; another value gives a line without a tag.
+    void Output(const std::string& strText, unsigned char ucLevel);
+
+    /// Body of the writer thread. A file that can't be opened is told on standard error, and lines are dropped.
     void DebugFun();
+
+private:
+    static constexpr int QUEUE_CAPACITY = 50; // lines
+
+    void PrintLevel(unsigned char ucLevel, const char* pszFormat, va_list args) __attribute__((format(printf, 3, 0)));
+    /// True when the writer has ended within the time.
+    bool StopWriter(int lTimeoutMs);
+
+    xtl::BufQueue<char*, xtl::BufQueue_allocate<char*>> m_queue; // finished lines, heap strings (array new)
+    std::atomic<int> m_hThread = -1;                             // writer, -1: none
+    std::atomic<bool> m_bRun = false;
+    std::string m_strFileName; // written while no writer runs
 };
+
+/// Entry of the writer thread; pDebug is its CDebug.
+void* Debug_Thread(void* pDebug);

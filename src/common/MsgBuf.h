@@ -48,7 +48,7 @@ struct UE_ATTACH_INFO_STRU
 /// Order in the block, for CByteReader and CByteWriter alike.
 template <class Io, class Info> void AttachInfo(Io& io, Info& stInfo)
 {
-    io.Field(stInfo.ulPortNum);                                //   0
+    io.Field(stInfo.ulPortNum);                                   //   0
     io.Text(stInfo.szSerialName, UE_ATTACH_INFO_STRU::TEXT_SIZE); //   4
     io.Text(stInfo.szGroupId, UE_ATTACH_INFO_STRU::TEXT_SIZE);    // 132
 }
@@ -77,6 +77,9 @@ public:
     CAgentMsgQueue& AgentQueue() { return m_AgentQueue; }
 
 private:
+    /// Stops the queues and frees what is left in them.
+    void Clear();
+
     CUeMsgQueue m_UeQueue;
     CAgentMsgQueue m_AgentQueue;
 };

@@ -3,10 +3,10 @@
 #include <array>
 #include <cstddef>
 
-constexpr unsigned int MAXUENUM = 16;      // UE slots
-constexpr unsigned int CHANNELNUM = 5;     // logical channels of a UE
-constexpr unsigned int SERIALNUM = 4;      // ports of a UE, and links of the network UE
-constexpr unsigned int TCP_UE_INDEX = 15;  // the slot of the one UE that is reached over the network
+constexpr unsigned int MAXUENUM = 16;     // UE slots
+constexpr unsigned int CHANNELNUM = 5;    // logical channels of a UE
+constexpr unsigned int SERIALNUM = 4;     // ports of a UE, and links of the network UE
+constexpr unsigned int TCP_UE_INDEX = 15; // the slot of the one UE that is reached over the network
 static_assert(TCP_UE_INDEX == MAXUENUM - 1, "every scan of the serial UEs stops before the network UE");
 
 /// Logical channels of a UE; also the index of LISTENPORT and strChannelType.
@@ -32,8 +32,8 @@ enum enSerialType : int
 inline constexpr std::array<unsigned short, CHANNELNUM> LISTENPORT = {20260, 20261, 20280, 20281, 20270};
 
 /// Labels of the channels in log lines.
-inline constexpr std::array<const char*, CHANNELNUM> strChannelType = {"Lte Diag", "Lte Data", "Guom Cmd",
-                                                                       "Guom Data", "AT"};
+inline constexpr std::array<const char*, CHANNELNUM> strChannelType = {"Lte Diag", "Lte Data", "Guom Cmd", "Guom Data",
+                                                                       "AT"};
 
 // The other fixed ports.
 constexpr unsigned short DEVICE_MONITOR_PORT = 20460; // TCP, device monitor records

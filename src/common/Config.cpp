@@ -1,0 +1,244 @@
+#include "common/Config.h"
+
+#include "common/Scan.h"
+#include "common/SingletonSlot.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+namespace
+{
+
+constexpr uint32_t DEFAULT_TIME_SPACE = 100;        // ms
+constexpr uint32_t DEFAULT_CELL_MEAS_TIMEOUT = 200; // ms
+constexpr size_t READ_CHUNK = 1023;                 // bytes of one read of the file
+
+struct FILE_CLOSER
+{
+    void operator()(FILE* pFile) const { (void)fclose(pFile); } // nothing is left to do about a failed close
+};
+using OwnedFile = std::unique_ptr<FILE, FILE_CLOSER>;
+
+uint32_t Number(const std::string& strValue, uint32_t ulPreset)
+{
+    uint32_t ulValue = ulPreset;
+    (void)ScanNumbers(strValue, "%d", {&ulValue});
+    return ulValue;
+}
+
+} // namespace
+
+template <auto pMember, uint32_t ulPreset> void CConfig::ParseNumber(const std::string& strValue)
+{
+    using Member = std::remove_reference_t<decltype(this->*pMember)>;
+    this->*pMember = static_cast<Member>(Number(strValue, ulPreset));
+}
+
+template <auto pMember> void CConfig::ParseFlag(const std::string& strValue)
+{
+    this->*pMember = Number(strValue, 0) != 0;
+}
+
+template <auto pMember> void CConfig::ParseText(const std::string& strValue)
+{
+    this->*pMember = strValue;
+}
+
+template <auto pMember> void CConfig::ParseLayoutNumber(const std::string& strValue)
+{
+    m_stFilterCfg.*pMember = static_cast<uint16_t>(Number(strValue, 0));
+}
+
+template <auto pMember> void CConfig::ParseLayout(const std::string& strValue)
+{
+    ParsePairs(strValue, m_stFilterCfg.*pMember);
+}
+
+template <auto pMember> void CConfig::ParseIdSet(const std::string& strValue)
+{
+    ParseFILTERINDCFG(strValue, this->*pMember);
+}
+
+// One row per key. Keys compare exactly; a key that isn't here is skipped without a word.
+// clang-format off
+const CConfig::KEY_ROW CConfig::c_astKey[] = {
+    {"debuglevel",                     &CConfig::ParseDebugLevel},
+    {"debugfilename",                  &CConfig::ParseText<&CConfig::m_strDebugFileName>},
+    {"ReportInterval",                 &CConfig::ParseNumber<&CConfig::m_iReportInterval>},
+    {"MonitorIP",                      &CConfig::ParseText<&CConfig::m_strMonitorIp>},
+    {"MonitorPort",                    &CConfig::ParseMonitorPort},  // appends
+    {"ChannelNameEnable",              &CConfig::ParseFlag<&CConfig::m_bChannelNameEnable>},
+    {"ChannelName",                    &CConfig::ParseChannelName},  // appends
+    {"ChannelPort",                    &CConfig::ParseChannelPort},  // appends
+    {"TIME_SPACE",                     &CConfig::ParseNumber<&CConfig::m_ulTimeSpace>}, // not its default
+    {"agentver",                       &CConfig::ParseAgentVersion},
+    {"CELL_MEAS_TIMEOUT",              &CConfig::ParseNumber<&CConfig::m_iCellMeasTimeOut, DEFAULT_CELL_MEAS_TIMEOUT>},
+    {"SPC_DPI_CELL_MEAS",              &CConfig::ParseCellMeas},
+    {"DPH_FILTER_ENABLE",              &CConfig::ParseFlag<&CConfig::m_bDphFilterEnable>},
+    {"DPH_FILTER_RANGE",               &CConfig::ParseDphRange},     // appends
+    {"DPH_FILTER_REQ_DPI_CMD_PAIR",    &CConfig::ParseDpiCmdPair},   // adds
+    {"DPH_FILTER_REQ_OSA_CFG",         &CConfig::ParseOsaReq},       // appends
+    {"DPH_FILTER_IND_LAYER_MSG_CFG",   &CConfig::ParseLayerMsg},     // replaces
+    {"DPI_L1_FILTER_IND_RANGE_CFG",    &CConfig::ParseIdSet<&CConfig::m_mapL1Exclude>},  // adds
+    {"DPI_L23_FILTER_IND_RANGE_CFG",   &CConfig::ParseIdSet<&CConfig::m_mapL3Exclude>},  // adds
+    {"TDS_MSG_MODULE_ID_RANGE",        &CConfig::ParseIdSet<&CConfig::m_mapTdsInclude>}, // adds
+    {"TDS_COMB_IND_MSG_FILTER",        &CConfig::ParseTdsComb},      // replaces
+    {"LTE_PRINT_ID_FILTER_LIST",       &CConfig::ParsePrintList},    // replaces
+    {"AT_IND_MSG_FILTER",              &CConfig::ParseAtFilter},     // replaces
+    {"REQ_CHL_PACKET_HEADER_LEN",      &CConfig::ParseLayoutNumber<&FILTER_CFG_STRU::usReqHeaderLen>},
+    {"REQ_CHL_PACKET_HEADER_SYS_SIZE", &CConfig::ParseLayoutNumber<&FILTER_CFG_STRU::usReqHeaderSysSize>},
+    {"REQ_CHL_PACKET_HEADER",          &CConfig::ParseLayout<&FILTER_CFG_STRU::astReqHeader>},
+    {"ACK_CHL_PACKET_PAYLOAD_OFFSET",  &CConfig::ParseLayoutNumber<&FILTER_CFG_STRU::usAckPayloadOffset>},
+    {"ACK_CHL_PACKET_HEADER",          &CConfig::ParseLayout<&FILTER_CFG_STRU::astAckHeader>},
+    {"DATA_CHL_PACKET_PAYLOAD_OFFSET", &CConfig::ParseLayoutNumber<&FILTER_CFG_STRU::usDataPayloadOffset>},
+    {"DATA_CHL_PACKET_HEADER",         &CConfig::ParseLayout<&FILTER_CFG_STRU::astDataHeader>},
+    {"DATA_ACK_CHL_PACKET_OFFSET",     &CConfig::ParseLayoutNumber<&FILTER_CFG_STRU::usDataAckOffset>},
+    {"DATA_ACK_CHL_PACKET_UID",        &CConfig::ParseLayout<&FILTER_CFG_STRU::astDataAckUid>},
+};
+// clang-format on
+
+CConfig::CConfig()
+{
+    Init();
+}
+
+CConfig* CConfig::Instance()
+{
+    return CSingletonSlot<CConfig>::Slot().Get([](bool) { return std::make_unique<CConfig>(); });
+}
+
+void CConfig::Destory()
+{
+    (void)CSingletonSlot<CConfig>::Slot().Retire();
+}
+
+void CConfig::Init()
+{
+    m_ucDebugLevel = 0;
+    m_strDebugFileName = "Vex";
+    m_iReportInterval = 0;
+    m_strMonitorIp = "127.0.0.1";
+    m_bChannelNameEnable = true;
+    m_ulTimeSpace = DEFAULT_TIME_SPACE;
+    m_strAgentVersion.clear();
+    m_aiVersion = {};
+    m_iCellMeasTimeOut = DEFAULT_CELL_MEAS_TIMEOUT;
+    m_bDphFilterEnable = false;
+    m_stFilterCfg.ucDataTagFirst = 3;
+    m_stFilterCfg.ucDataTagSecond = 0xFF;
+    ClearLists();
+}
+
+bool CConfig::LoadConfigFile(const char* path)
+{
+    if (path == nullptr)
+        return true;
+    std::string strText;
+    if (const OwnedFile pFile{fopen(path, "r")}) {
+        char szChunk[READ_CHUNK + 1] = {};
+        while (fread(szChunk, 1, READ_CHUNK, pFile.get()) > 0) {
+            strText += szChunk; // a zero byte ends its chunk
+            std::memset(szChunk, 0, sizeof(szChunk));
+        }
+    }
+    return ParseConfig(strText);
+}
+
+bool CConfig::ParseConfig(std::string& text)
+{
+    for (size_t szBegin = 0; szBegin <= text.size();) {
+        const size_t szEnd = std::min(text.find('\n', szBegin), text.size());
+        std::string strLine = text.substr(szBegin, szEnd - szBegin);
+        (void)ParseLine(strLine); // always true
+        szBegin = szEnd + 1;
+    }
+    return true;
+}
+
+bool CConfig::ParseLine(std::string& line)
+{
+    std::erase_if(line, [](char c) { return c == '\t' || c == ' ' || c == '\r' || c == '\n'; });
+    const size_t szEqual = line.find('=');
+    if (line.starts_with('#') || szEqual == std::string::npos || szEqual == 0)
+        return true;
+    const std::string strKey = line.substr(0, szEqual);
+    const std::string strValue = line.substr(szEqual + 1);
+    const auto pstRow = std::ranges::find_if(c_astKey, [&](const KEY_ROW& stRow) { return strKey == stRow.pszKey; });
+    if (pstRow != std::end(c_astKey) && !strValue.empty())
+        (this->*pstRow->pfnParse)(strValue);
+    return true;
+}
+
+bool CConfig::Split(const std::string& text, std::vector<std::string>& out, const std::string& sep)
+{
+    out.clear();
+    if (sep.empty())
+        return true;
+    const std::string strText = text + sep;
+    size_t szBegin = 0;
+    for (size_t szEnd = 0; (szEnd = strText.find(sep, szBegin)) != std::string::npos; szBegin = szEnd + sep.size())
+        if (szEnd > szBegin)
+            out.push_back(strText.substr(szBegin, szEnd - szBegin));
+    return true;
+}
+
+void CConfig::OutputConfig() const
+{
+    const OwnedFile pFile(fopen("/cygdrive/d/save.cfg", "w+"));
+    if (!pFile)
+        return;
+    for (const auto& [ulCmd, ulDpi] : m_mapCmdDpi)
+        (void)fprintf(pFile.get(), "0x%x, %x\n", ulCmd, ulDpi);
+}
+
+void CConfig::GetCellMeas(unsigned int* out) const
+{
+    std::ranges::copy(m_aulCellMeas, out);
+}
+
+void CConfig::GetVersion(int& iMajor, int& iMinor, int& iPatch) const
+{
+    iMajor = m_aiVersion[0];
+    iMinor = m_aiVersion[1];
+    iPatch = m_aiVersion[2];
+}
+
+void CConfig::ClearLists()
+{
+    m_mapDpiCmd.clear();
+    m_mapCmdDpi.clear();
+    m_vecOsaReq.clear();
+    m_vecAtFilter.clear();
+    m_mapL1Exclude = {};
+    m_mapL3Exclude = {};
+    m_mapTdsInclude = {};
+    m_mapTdsComb.clear();
+    m_mapPrint.clear();
+    m_vecTdsComb.clear();
+    m_mapLayerMsg.clear();
+    m_vecDphRange.clear();
+    m_vecChannelName.clear();
+    m_vecChannelPort.clear();
+    m_vecMonitorPort.clear();
+}
+
+void CConfig::ParseDebugLevel(const std::string& strValue)
+{
+    m_ucDebugLevel = static_cast<unsigned char>(Number(strValue, 0));
+}
+
+void CConfig::ParseAgentVersion(const std::string& strValue)
+{
+    std::array<uint32_t, 3> aulVersion{};
+    (void)ScanNumbers(strValue, "%d.%d.%d", {&aulVersion[0], &aulVersion[1], &aulVersion[2]});
+    std::ranges::transform(aulVersion, m_aiVersion.begin(), [](uint32_t ul) { return static_cast<int>(ul); });
+    m_strAgentVersion = strValue;
+}
+
+void CConfig::ParseCellMeas(const std::string& strValue)
+{
+    m_aulCellMeas = {};
+    (void)ScanNumbers(strValue, "0x%x;0x%x", {&m_aulCellMeas[0], &m_aulCellMeas[1]});
+}

@@ -1,0 +1,213 @@
+#include "common/Debug.h"
+
+#include "common/Config.h"
+#include "common/SingletonSlot.h"
+#include "common/Thread.h"
+
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <memory>
+#include <sys/time.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr size_t TEXT_BUF_SIZE = 1024;    // bytes of a formatted text, NUL included
+constexpr int STOP_TIMEOUT_MS = 5000;     // longest wait for the last lines
+constexpr int LONG_ENOUGH_MS = INT32_MAX; // 24 days
+
+struct FILE_CLOSER
+{
+    void operator()(FILE* pFile) const { (void)fclose(pFile); } // every line was flushed; nothing to do about a failure
+};
+using OwnedFile = std::unique_ptr<FILE, FILE_CLOSER>;
+
+bool IsEnabled(unsigned char ucLevel)
+{
+    return (CConfig::Instance()->GetDebugLevel() & ucLevel) != 0;
+}
+
+const char* Tag(unsigned char ucLevel)
+{
+    switch (ucLevel) {
+    case DEBUGLEVEL_INFO:
+        return " [INF] : ";
+    case DEBUGLEVEL_WARN:
+        return " [WAN] : ";
+    case DEBUGLEVEL_ERROR:
+        return " [ERR] : ";
+    case DEBUGLEVEL_DATA:
+        return " [DAT] : ";
+    default:
+        return "";
+    }
+}
+
+/// "YYYY-MM-DD hh:mm:ss.mmm", local time, milliseconds cut.
+std::string TimeStamp()
+{
+    timeval stNow{};
+    gettimeofday(&stNow, nullptr);
+    tm stLocal{};
+    localtime_r(&stNow.tv_sec, &stLocal);
+    char szStamp[80];
+    (void)snprintf(szStamp, sizeof(szStamp), "%04d-%02d-%02d %02d:%02d:%02d.%03d", stLocal.tm_year + 1900,
+                   stLocal.tm_mon + 1, stLocal.tm_mday, stLocal.tm_hour, stLocal.tm_min, stLocal.tm_sec,
+                   static_cast<int>(stNow.tv_usec / 1000));
+    return szStamp;
+}
+
+OwnedFile OpenLog(const std::string& strName)
+{
+    OwnedFile pFile(fopen(strName.c_str(), "w"));
+    if (!pFile)
+        (void)fprintf(stderr, "can't write the log file %s: %s; this run has no log\n", strName.c_str(),
+                      strerror(errno));
+    return pFile;
+}
+
+} // namespace
+
+CDebug::CDebug() : m_queue(QUEUE_CAPACITY) {}
+
+CDebug::~CDebug()
+{
+    (void)StopWriter(LONG_ENOUGH_MS); // the writer uses this object to its end
+    for (char* pszLine = nullptr; m_queue.get(pszLine);)
+        delete[] pszLine;
+}
+
+CDebug* CDebug::Instance()
+{
+    return CSingletonSlot<CDebug>::Slot().Get([](bool bFirst) {
+        auto pDebug = std::make_unique<CDebug>();
+        if (!bFirst)
+            pDebug->m_queue.stop(); // behind Destory nobody need ever read: a full queue would hold its caller for good
+        return pDebug;
+    });
+}
+
+void CDebug::Destory()
+{
+    if (CDebug* pDebug = CSingletonSlot<CDebug>::Slot().Retire())
+        pDebug->Stop();
+}
+
+bool CDebug::Start(const char* pszFileName)
+{
+    if (pszFileName == nullptr || CConfig::Instance()->GetDebugLevel() == 0)
+        return false;
+    m_strFileName = pszFileName;
+    m_queue.start();
+    m_bRun = true;
+    m_hThread = start_thread(0, Debug_Thread, this);
+    if (m_hThread == -1) {
+        m_bRun = false;
+        m_queue.stop();
+    }
+    return m_hThread != -1;
+}
+
+bool CDebug::Stop()
+{
+    (void)StopWriter(STOP_TIMEOUT_MS); // a file that takes nothing must not hold up the end of the run
+    return true;
+}
+
+bool CDebug::StopWriter(int lTimeoutMs)
+{
+    m_bRun = false;
+    m_queue.stop();
+    return wait_thread(m_hThread.exchange(-1), lTimeoutMs);
+}
+
+void CDebug::PrintInfo(const char* pszFormat, ...)
+{
+    va_list args;
+    va_start(args, pszFormat);
+    PrintLevel(DEBUGLEVEL_INFO, pszFormat, args);
+    va_end(args);
+}
+
+void CDebug::PrintWarn(const char* pszFormat, ...)
+{
+    va_list args;
+    va_start(args, pszFormat);
+    PrintLevel(DEBUGLEVEL_WARN, pszFormat, args);
+    va_end(args);
+}
+
+void CDebug::PrintError(const char* pszFormat, ...)
+{
+    va_list args;
+    va_start(args, pszFormat);
+    PrintLevel(DEBUGLEVEL_ERROR, pszFormat, args);
+    va_end(args);
+}
+
+void CDebug::PrintLevel(unsigned char ucLevel, const char* pszFormat, va_list args)
+{
+    if (!IsEnabled(ucLevel))
+        return;
+    char szText[TEXT_BUF_SIZE] = {};
+    (void)vsnprintf(szText, sizeof(szText), pszFormat, args);
+    Output(szText, ucLevel);
+}
+
+void CDebug::PrintRawData(const char* pszTitle, ByteView data)
+{
+    if (!IsEnabled(DEBUGLEVEL_DATA))
+        return;
+    char szHead[80];
+    (void)snprintf(szHead, sizeof(szHead),
+                   " Buffer=0x%08" PRIxPTR ",Length=%zu,dump=", reinterpret_cast<uintptr_t>(data.data()), data.size());
+    std::string strText = std::string(pszTitle) + szHead;
+    strText.reserve(strText.size() + 5 * data.size());
+    for (const unsigned char ucByte : data) {
+        char szByte[8];
+        (void)snprintf(szByte, sizeof(szByte), "0x%02x,", ucByte);
+        strText += szByte;
+    }
+    Output(strText, DEBUGLEVEL_DATA);
+}
+
+void CDebug::Output(const std::string& strText, unsigned char ucLevel)
+{
+    const std::string strLine = TimeStamp() + Tag(ucLevel) + strText + "\n";
+    std::unique_ptr<char[]> pszLine(new (std::nothrow) char[strLine.size() + 1]);
+    if (!pszLine)
+        return;
+    std::memcpy(pszLine.get(), strLine.c_str(), strLine.size() + 1);
+    if (m_queue.put(pszLine.get()))
+        (void)pszLine.release(); // the writer owns it from here
+}
+
+void CDebug::DebugFun()
+{
+    const OwnedFile pFile = OpenLog(m_strFileName);
+    for (;;) {
+        char* pszLine = nullptr;
+        if (m_queue.get(pszLine)) {
+            const std::unique_ptr<char[]> pszOwned(pszLine);
+            if (!pFile)
+                continue;
+            (void)fwrite(pszLine, 1, strlen(pszLine), pFile.get()); // a full disk costs lines, nothing else
+            (void)fflush(pFile.get());
+        } else if (m_bRun) {
+            sleep(1);
+        } else {
+            return;
+        }
+    }
+}
+
+void* Debug_Thread(void* pDebug)
+{
+    if (pDebug != nullptr)
+        static_cast<CDebug*>(pDebug)->DebugFun();
+    return nullptr;
+}

@@ -1,0 +1,273 @@
+#pragma once
+
+#include "common/ThreadAnnotations.h"
+
+#include <algorithm>
+#include <atomic>
+#include <climits>
+#include <cstddef>
+#include <new>
+#include <pthread.h>
+#include <type_traits>
+
+// Locks and the one kind of channel between threads: a bounded, blocking ring of plain records with a stop state.
+//
+// A queue is two counting semaphores (permits to read, permits to write) around one mutex. The pair condWait and
+// condSignal splits a critical section across two calls: condWait takes a permit and leaves the mutex locked,
+// condSignal gives a permit of the other kind and unlocks it. So a get or a put is one wait, one section and one
+// post. Everything that belongs to a queue, its records included, lies in one block of memory.
+
+namespace xtl
+{
+
+/// One POSIX mutex, not recursive.
+class CAPABILITY("mutex") Mutex
+{
+public:
+    /// bShared: usable by several processes, when it lies in memory that they share.
+    explicit Mutex(bool bShared = false)
+    {
+        pthread_mutexattr_t stAttr;
+        pthread_mutexattr_init(&stAttr);
+        pthread_mutexattr_setpshared(&stAttr, bShared ? PTHREAD_PROCESS_SHARED : PTHREAD_PROCESS_PRIVATE);
+        pthread_mutex_init(&m_stMutex, &stAttr);
+        pthread_mutexattr_destroy(&stAttr);
+    }
+    ~Mutex() { pthread_mutex_destroy(&m_stMutex); }
+    Mutex(const Mutex&) = delete;
+    Mutex& operator=(const Mutex&) = delete;
+
+    void Lock() ACQUIRE() { pthread_mutex_lock(&m_stMutex); }
+    void Unlock() RELEASE() { pthread_mutex_unlock(&m_stMutex); }
+
+private:
+    friend class Cond;
+    pthread_mutex_t m_stMutex;
+};
+
+/// Holds a mutex for a scope, or up to an early Unlock.
+class SCOPED_CAPABILITY MutexGuard
+{
+public:
+    explicit MutexGuard(Mutex& mutex) ACQUIRE(mutex) : m_pMutex(&mutex) { mutex.Lock(); }
+    ~MutexGuard() RELEASE() { Release(); }
+    MutexGuard(const MutexGuard&) = delete;
+    MutexGuard& operator=(const MutexGuard&) = delete;
+
+    void Unlock() RELEASE() { Release(); }
+
+private:
+    void Release() NO_THREAD_SAFETY_ANALYSIS
+    {
+        if (m_pMutex != nullptr)
+            m_pMutex->Unlock();
+        m_pMutex = nullptr;
+    }
+
+    Mutex* m_pMutex;
+};
+
+/// A counting semaphore built on a condition variable. The caller's mutex guards its count.
+class Cond
+{
+public:
+    Cond(int nInitial, bool bShared) : nCount(nInitial)
+    {
+        pthread_condattr_t stAttr;
+        pthread_condattr_init(&stAttr);
+        pthread_condattr_setpshared(&stAttr, bShared ? PTHREAD_PROCESS_SHARED : PTHREAD_PROCESS_PRIVATE);
+        pthread_cond_init(&m_stCond, &stAttr);
+        pthread_condattr_destroy(&stAttr);
+    }
+    ~Cond() { pthread_cond_destroy(&m_stCond); }
+    Cond(const Cond&) = delete;
+    Cond& operator=(const Cond&) = delete;
+
+    /// Locks the mutex, waits for a permit, takes it and returns with the mutex still locked.
+    void condWait(Mutex& mutex) ACQUIRE(mutex)
+    {
+        mutex.Lock();
+        while (nCount <= 0)
+            pthread_cond_wait(&m_stCond, &mutex.m_stMutex);
+        --nCount;
+    }
+
+    /// Gives one permit and unlocks the mutex, which the caller holds.
+    void condSignal(Mutex& mutex) RELEASE(mutex)
+    {
+        if (nCount < INT_MAX)
+            ++nCount;
+        pthread_cond_signal(&m_stCond);
+        mutex.Unlock();
+    }
+
+    /// From now on no condWait blocks. With the mutex held.
+    void stop()
+    {
+        nCount = STOPPED_COUNT;
+        pthread_cond_broadcast(&m_stCond);
+    }
+
+    /// Sets the permits and wakes nobody. With the mutex held.
+    void start(int nPermits) { nCount = nPermits; }
+
+private:
+    static constexpr int STOPPED_COUNT = 0x3fffffff; // permits for about a thousand million calls
+
+    int nCount; // permits
+    pthread_cond_t m_stCond;
+};
+
+/// The ring: this header, directly followed in memory by addsize(capacity) bytes of element slots, which the owner
+/// of the memory provides. Whoever pushes sees to it that there is room.
+template <class T> class alignas(std::max(alignof(T), alignof(int))) LoopQue_impl
+{
+    static_assert(std::is_trivially_copyable_v<T>, "records are plain values; slots are neither built nor destroyed");
+
+public:
+    explicit LoopQue_impl(int nSlots) : nCapacity(nSlots) {}
+    LoopQue_impl(const LoopQue_impl&) = delete;
+    LoopQue_impl& operator=(const LoopQue_impl&) = delete;
+
+    /// Bytes behind the header for nSlots elements.
+    static constexpr size_t addsize(int nSlots) { return static_cast<size_t>(nSlots) * sizeof(T); }
+
+    void push(const T& value)
+    {
+        Slots()[nTail] = value;
+        nTail = (nTail + 1) % nCapacity;
+        ++nSize;
+    }
+    void pop()
+    {
+        nHead = (nHead + 1) % nCapacity;
+        --nSize;
+    }
+    T& front() { return Slots()[nHead]; }
+    bool empty() const { return nSize == 0; }
+    int capacity() const { return nCapacity; }
+
+private:
+    T* Slots() { return std::launder(reinterpret_cast<T*>(reinterpret_cast<std::byte*>(this) + sizeof(*this))); }
+
+    int nHead = 0; // index of the oldest element
+    int nTail = 0; // index of the next free slot
+    int nSize = 0; // elements held
+    int nCapacity; // slots
+};
+
+/// The queue itself. Only for memory that has LoopQue_impl<T>::addsize(nCapacity) bytes behind the object.
+template <class T> class BufQueue_Impl
+{
+public:
+    BufQueue_Impl(int nCapacity, bool bShared)
+        : m_lock(bShared), m_condGet(0, bShared), m_condPut(nCapacity, bShared), m_ring(nCapacity)
+    {
+    }
+
+    /// Takes the oldest record; waits for one. False when the queue is stopped and empty.
+    bool get(T& out)
+    {
+        const CondGard guard(m_lock, m_condGet, m_condPut);
+        if (m_ring.empty())
+            return false;
+        out = m_ring.front();
+        m_ring.pop();
+        return true;
+    }
+
+    /// Appends a record; waits for room. False when the queue is stopped: the record stays with the caller.
+    bool put(const T& in)
+    {
+        const CondGard guard(m_lock, m_condPut, m_condGet);
+        if (!m_bRunning)
+            return false;
+        m_ring.push(in);
+        return true;
+    }
+
+    /// Wakes everyone who waits. From now on put fails at once, and get hands out what is left and then fails.
+    void stop()
+    {
+        // Outside the lock: a put that already has its permit may still push; its record is left for get.
+        m_bRunning = false;
+        const MutexGuard guard(m_lock);
+        m_condGet.stop();
+        m_condPut.stop();
+    }
+
+    /// Makes a stopped queue run again with all its permits to write; does nothing to a running one. Records that
+    /// were left in the ring stay there.
+    void start()
+    {
+        if (m_bRunning)
+            return;
+        const MutexGuard guard(m_lock);
+        if (m_bRunning)
+            return;
+        m_bRunning = true;
+        m_condGet.start(0);
+        m_condPut.start(m_ring.capacity());
+    }
+
+private:
+    /// Holds the lock from the permit that it takes to the one that it gives, however the section is left.
+    class SCOPED_CAPABILITY CondGard
+    {
+    public:
+        CondGard(Mutex& mutex, Cond& condTake, Cond& condGive) ACQUIRE(mutex) : m_mutex(mutex), m_condGive(condGive)
+        {
+            condTake.condWait(mutex);
+        }
+        ~CondGard() RELEASE() { m_condGive.condSignal(m_mutex); }
+        CondGard(const CondGard&) = delete;
+        CondGard& operator=(const CondGard&) = delete;
+
+    private:
+        Mutex& m_mutex;
+        Cond& m_condGive;
+    };
+
+    std::atomic<bool> m_bRunning = true;
+    Mutex m_lock;
+    Cond m_condGet;                            // permits to read; takes m_lock itself, as CondGard uses it
+    Cond m_condPut;                            // permits to write, likewise
+    LoopQue_impl<T> m_ring GUARDED_BY(m_lock); // last: its slots follow the object
+};
+
+/// Makes a queue with all its slots in one block.
+template <class T> struct BufQueue_allocate
+{
+    static BufQueue_Impl<T>* allocate(int nCapacity)
+    {
+        void* pBlock = ::operator new(sizeof(BufQueue_Impl<T>) + LoopQue_impl<T>::addsize(nCapacity),
+                                      std::align_val_t(alignof(BufQueue_Impl<T>)));
+        return new (pBlock) BufQueue_Impl<T>(nCapacity, false);
+    }
+    static void deallocate(BufQueue_Impl<T>* pQueue)
+    {
+        pQueue->~BufQueue_Impl<T>();
+        ::operator delete(pQueue, std::align_val_t(alignof(BufQueue_Impl<T>)));
+    }
+};
+
+/// The queue as its users hold it. Safe for any number of readers and writers, who must all have left it before
+/// it is destroyed. What records point to is the users' business: it passes with the record.
+template <class T, class A> class BufQueue
+{
+public:
+    explicit BufQueue(int nCapacity) : m_pImpl(A::allocate(nCapacity)) {}
+    ~BufQueue() { A::deallocate(m_pImpl); }
+    BufQueue(const BufQueue&) = delete;
+    BufQueue& operator=(const BufQueue&) = delete;
+
+    [[nodiscard]] bool get(T& out) { return m_pImpl->get(out); }
+    bool put(const T& in) { return m_pImpl->put(in); }
+    void start() { m_pImpl->start(); }
+    void stop() { m_pImpl->stop(); }
+
+private:
+    BufQueue_Impl<T>* m_pImpl; // owned, made by A
+};
+
+} // namespace xtl
