@@ -1,24 +1,209 @@
 #pragma once
 
 #include "common/Bytes.h"
+#include "common/ThreadAnnotations.h"
+#include "common/xtl.h"
+#include "data/DiagPacket.h"
+#include "data/gu/GUDataProcess.h"
+#include "data/gu/MsgProcess.h"
+#include "data/gu/PeriodMsgFromUe.h"
+#include "data/gu/TraceReqCounter.h"
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <ctime>
+#include <memory>
+#include <string>
 
 class CAgent;
 class CClient;
+class CGuRegister;
+class CRegisterManager;
 
-/// All GU state of one UE. Lives as long as the agent. Requests come on the main thread, UE packets on the agent
-/// message thread.
+// m_enModemNum: what the UE said about its cards.
+constexpr unsigned int MODEM_NUM_SINGLE = 0;
+constexpr unsigned int MODEM_NUM_DUAL = 1;
+constexpr unsigned int MODEM_NUM_UNKNOWN = 2;
+
+constexpr unsigned int UE_VERSION_UNKNOWN = 0xFFFFFFFF; // class of every version text that isn't in the table
+
+/// The version classes 0, 2, 3 and 4: they count their time stamps upwards and have PIDs of their own.
+constexpr bool IsKnownUeVersion(unsigned int ulVersion)
+{
+    return ulVersion == 0 || (ulVersion >= 2 && ulVersion <= 4);
+}
+
+/// All GU state of one UE. Lives as long as the agent. Requests come on the main thread, UE packets and the UE's
+/// disconnect on the agent message thread; what both touch is atomic or under one of the small locks below. No
+/// lock is held across a send.
 class COperationGUData
 {
 public:
     COperationGUData();
     ~COperationGUData();
+    COperationGUData(const COperationGUData&) = delete;
+    COperationGUData& operator=(const COperationGUData&) = delete;
 
-    /// One block from the UE's GU command channel.
+    // Entries.
+
+    /// One block from the UE's GU command channel. Rewritten in place.
     void ProcessSerialData(CAgent* pAgent, ByteSpan data, unsigned char ucUeIdx);
-    /// A client request (DIAG_PACKET_REQ_STRU, lead bytes stripped).
+    /// A client request (DIAG_PACKET_REQ_STRU, lead bytes stripped). 1 for one without parameters, 2 for an unknown
+    /// packet type, else 0.
     int TranslateProbePacket(ByteView req, CAgent* pAgent, CClient* pClient);
-    /// The UE went away.
+    /// A GU packet out of a frame. The result is for tests and logs: 0 done, 1 not yet or nothing to do, 2 unknown
+    /// category, 3 bad length, 4 unknown id, 14 taken by a trace processor.
+    int TranslateUEPacket(ByteView packet);
+    /// The UE went away. Frame mode, SN books and report periods stay.
     void ClearData();
     /// A client goes away: nothing points to it afterwards.
     void ForgetClient(CClient* pClient);
+
+    // For the processors, the register reader among them. Any thread.
+
+    /// To the client on the GU command channel. The stamp is the UE's own; it goes through GetRealTimeStamp.
+    void BuildMsgCnfPacket(unsigned short usType, unsigned int ulRc, unsigned int ulTimeStamp, unsigned short usId,
+                           ByteView data);
+    /// To the client on the GU data channel, with the next message SN.
+    void BuildMsgIndPacket(unsigned short usType, unsigned int ulTimeStamp, unsigned short usId, ByteView data);
+    /// The agent's answer in the place of the UE's confirm. usId is the confirm's id, or a request's for the four
+    /// requests whose confirm follows from it.
+    void BuildErrCnfPacketToClient(unsigned short usId, unsigned int ulType, unsigned int ulRc);
+    /// A transparent message to the UE.
+    void BuildTransReqMsg(unsigned short usId, ByteView params, unsigned int ulPid);
+    /// Tells the UE which PIDs to trace.
+    void BuildTraceReqMsg();
+    /// Sends a GU packet in segments, with the configured pause behind each, to the UE that the client of the last
+    /// request is bound to; without a client to this UE.
+    void SendReq2UE(ByteView packet);
+
+    /// The stamp as it stands for the known version classes; its complement for all others.
+    unsigned int GetRealTimeStamp(unsigned int ulStamp) const;
+    unsigned int GetUeVersion() const { return m_enUeVersion; }
+    unsigned int GetModemNum() const { return m_enModemNum; }
+    CMsgDisp* GetTransMsgDisp() const { return m_pTransDisp.get(); }
+    CMsgDisp* GetTraceMsgDisp() const { return m_pTraceDisp.get(); }
+    CTraceReqCounter& TraceCounter() { return m_TraceCounter; }
+    /// The present SN, which is then used up.
+    unsigned int GetMsgSnValue();
+
+    // Client to UE.
+    void ProcOtaMsgFromProbe(const DIAG_PACKET_REQ_VIEW& stReq);
+    void ProcTransMsgFromProbe(ByteView req);
+    void ProcTraceMsgFromProbe(ByteView req);
+    void ProcQueryMsgFromProbe(const DIAG_PACKET_REQ_VIEW& stReq);
+    /// Stores the period that a start request for one of the UE's own reports asks for, clears it for anything else.
+    /// False for a period out of range or an unknown switch.
+    bool CheckReportPeriodValid(ByteView params, unsigned short usId);
+    static bool CheckCellReportPeriodValid(ByteView params, CPeriodMsgFromUe& report);
+    void RLC_ThroughputReqPro(const DIAG_PACKET_REQ_VIEW& stReq, CPeriodMsgFromUe& report);
+    void MacHsConfigReqPro(const DIAG_PACKET_REQ_VIEW& stReq, CPeriodMsgFromUe& report);
+
+    // UE to client. The agent message thread only.
+    int ProcOtaMsgFromUe(ByteView packet, unsigned int ulModem);
+    int ProcQueryMsgFromUe(ByteView packet, unsigned int ulModem);
+    int DecomposeTransMsg(ByteView packet, unsigned int ulModem);
+    int ProcTransMsgFromUe(ByteView packet, unsigned int ulModem);
+    int ProcTraceMsgFromUe(ByteView packet);
+    int CheckWhetherMsgIsLost(unsigned int ulSn, unsigned char ucSsid);
+    static bool CheckIfMsgHasSn(unsigned char ucCategory);
+    void ProcessVersionMsg(ByteView packet);
+    static unsigned int ParseVersion(const std::string& strVersion);
+    void RefreshModem(ByteView packet);
+    void RefreshMode(ByteView packet);
+    unsigned int GetCurrentMode(ByteView packet) const;
+    static unsigned int SetUeModemId(unsigned int ulValue);
+
+    // Periodic reports. The agent message thread only.
+    void TimerProc();
+    void Timer_BuildIndPacket(CPeriodMsgFromUe& report);
+    void Timer_BuildWCellIndPacket();
+
+private:
+    static constexpr size_t W_CELL_PARTS = 3;
+    static constexpr size_t SSID_COUNT = 8;
+    static constexpr unsigned long long SN_UNSET = ~0ULL;
+
+    void ResetSn();
+    void SetEntry(CAgent* pAgent) { m_pAgent = pAgent; }
+    std::shared_ptr<CClient> LastClient();
+    std::shared_ptr<CRegisterManager> RegisterManager();
+
+    // Client to UE.
+    void SendOwnRequest(const DIAG_PACKET_REQ_VIEW& stReq);
+    void SendBlerRequest(const DIAG_PACKET_REQ_VIEW& stReq);
+    void SendQuery(unsigned char ucCategory, unsigned short usId);
+    int TargetUe();
+
+    // UE to client.
+    void FindFrameMode(ByteView data);
+    void TakeImei(ByteView packet);
+    int WalkChain(ByteView chain, unsigned int ulModem);
+    int ProcOwnMsgFromUe(ByteView packet, unsigned int ulModem);
+    int ProcRegMsgFromUe(ByteView packet, unsigned int ulModem);
+    void OnModeAnswer(ByteView packet);
+    void InitRegisterInfo(const std::string& strType, const std::string& strVersion);
+    void SetMode(unsigned int ulModem, unsigned int ulMode);
+    void SendGUAckToClient(const DIAG_PACKET_ACK_STRU& stAck, ByteView payload);
+    void SendGUDataPacket2Client(const DIAG_PACKET_ACK_STRU& stAck, ByteView payload);
+    void SendGUPacketToClient(const std::string& strText);
+    void SendTo(CClient* pClient, const DIAG_PACKET_ACK_STRU& stAck, ByteView payload, const char* pszNoMemory);
+
+    // Reports by arrival.
+    void BuildWBlerIndPacket(ByteView packet);
+    void BuildGSMNeighberIndPacket(ByteView packet);
+    void BuildLTENeighberIndPacket(ByteView packet);
+    void BuildRlcUlIndPacket(ByteView packet);
+    void BuildRbUlIndPacket(ByteView packet);
+    void BuildRlcDlIndPacket(ByteView packet);
+    void BuildRbDlIndPacket(ByteView packet);
+    void BuildMAC_dIndPacket(unsigned int ulTimeStamp);
+    void BuildReorderingQueueIndPacket(unsigned int ulTimeStamp);
+    void SendStored(CPeriodMsgFromUe& report, unsigned int ulTimeStamp, unsigned short usId);
+    bool IsRlcReportDue(CPeriodMsgFromUe& report, ByteView packet, int& iSeconds) const;
+    void SendRlcSwitch(bool bEnable);
+
+    std::atomic<unsigned int> m_enModemNum = MODEM_NUM_UNKNOWN;
+    std::atomic<unsigned int> m_enUeVersion = UE_VERSION_UNKNOWN;
+    CTraceReqCounter m_TraceCounter;
+    std::unique_ptr<CMsgDisp> m_pTransDisp;
+    std::unique_ptr<CMsgDisp> m_pTraceDisp;
+    std::atomic<int> m_iUeId = -1;
+    std::atomic<unsigned int> m_ulBlerPid;
+    std::atomic<CAgent*> m_pAgent = nullptr;
+
+    // Reports: each is safe by itself.
+    CPeriodMsgFromUe m_BlerReport;
+    std::array<CPeriodMsgFromUe, W_CELL_PARTS> m_aWCellReport;
+    CPeriodMsgFromUe m_GsmNeighbour;
+    CPeriodMsgFromUe m_LteNeighbour;
+    CPeriodMsgFromUe m_RlcUlReport;
+    CPeriodMsgFromUe m_RbUlReport;
+    CPeriodMsgFromUe m_RlcDlReport;
+    CPeriodMsgFromUe m_RbDlReport;
+    CPeriodMACMsgFromUe m_MacReport;
+    CPeriodReorderingMsgFromUe m_ReorderReport;
+
+    // The agent message thread only.
+    bool m_bImeiOk = false;
+    bool m_bVersionOk = false;
+    std::chrono::steady_clock::time_point m_LastTick{};
+    unsigned int m_ulTick = 0; // of 100 ms
+    time_t m_tRlcStart = 0;    // start of the UE's RLC counters
+    unsigned int m_ulFrameMode = FRAME_MODE_UNKNOWN;
+    unsigned int m_ulModeBase = 1;
+    CGUDataProcess m_stDataProcess;
+    std::unique_ptr<CGuRegister> m_pGuRegister;
+
+    xtl::Mutex m_hSnLock;
+    unsigned int m_ulMsgSn GUARDED_BY(m_hSnLock) = 1;
+    std::array<unsigned long long, SSID_COUNT> m_aullLastSn GUARDED_BY(m_hSnLock);
+
+    xtl::Mutex m_ClientLock;
+    std::weak_ptr<CClient> m_pClient GUARDED_BY(m_ClientLock); // the last one that sent a request
+
+    xtl::Mutex m_RegisterLock;
+    // Replaced by the version message and dropped by a disconnect while the main thread may be inside it.
+    std::shared_ptr<CRegisterManager> m_pRegisterManager GUARDED_BY(m_RegisterLock);
 };
