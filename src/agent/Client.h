@@ -2,12 +2,13 @@
 
 #include "common/Bytes.h"
 #include "common/Types.h"
+#include "common/UniqueFd.h"
 #include "common/xtl.h"
 
 #include <array>
-#include <atomic>
 #include <memory>
 #include <netinet/in.h>
+#include <string>
 
 class CAgent;
 class CDataProcessor;
@@ -27,8 +28,8 @@ public:
     CClient(const CClient&) = delete;
     CClient& operator=(const CClient&) = delete;
 
-    /// Bytes from the socket: frames go to the processor; on the AT channel a chunk of three bytes or more that
-    /// isn't part of a frame goes there as raw text too.
+    /// Bytes from the socket: frames go to the processor. On the AT channel, where a terminal may talk as it is,
+    /// what lies outside of frames goes there too, as raw text; not from a chunk of fewer than three bytes.
     void OnClientData(ByteView data);
     /// Takes bytes up to the end of one frame; gives the count taken. A complete frame, lead bytes cut off, is put
     /// in pFrame and nFrameLen; otherwise they are null and 0.
@@ -40,10 +41,26 @@ public:
     void SendAck(unsigned int ulCmdId, unsigned short usPktType, unsigned int ulRc, ByteView payload,
                  unsigned long long ullTimeStamp);
 
-    int GetClientSocket() const { return m_nSocket; }
+    int GetClientSocket() const { return m_Socket.Get(); }
     enChannelType GetClientType() const { return m_enType; }
     sockaddr_in& GetAddress() { return m_stAddr; }
     /// Dotted text of the peer's address.
     std::string GetAddressText() const;
     void SetBindUePort(unsigned int ulPort);
+
+private:
+    bool IsFrameComplete() const;
+    void TakeByte(unsigned char ucByte);
+    ByteView TextInFront(ByteView data) const;
+    void ProcessRawText(ByteView text);
+
+    std::unique_ptr<CDataProcessor> m_pProcessor;
+    CAgent* m_pAgent;
+    CUniqueFd m_Socket;
+    enChannelType m_enType;
+    std::array<unsigned char, REQ_BUF_LEN> m_aucReqBuf{}; // the frame being assembled, lead bytes included
+    size_t m_nReqLen = 0;                                 // bytes held of it
+    sockaddr_in m_stAddr{};
+    unsigned int m_ulBindPort = 0; // COM port of the bound UE, also after an unbind; 0 until bound
+    xtl::Mutex m_SendMutex;        // keeps a packet together; held while the socket is waited for
 };

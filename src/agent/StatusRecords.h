@@ -153,6 +153,10 @@ struct AgentVer
     }
 };
 
+/// Bytes on the wire of a record's datagram.
+template <class Record> constexpr size_t DATAGRAM_SIZE = STATUS_HEAD_STRU::SIZE + Record::SIZE;
+template <> inline constexpr size_t DATAGRAM_SIZE<SerialPortTransfer> = SERIAL_TRANSFER_DATAGRAM;
+
 /// First byte of a query datagram that asks for the whole picture. Other values are ignored.
 constexpr unsigned char AGENT_STATUS_QUERY_CURRENT = 0;
 constexpr size_t STATUS_QUERY_MAX = 64; // bytes of a query that are read

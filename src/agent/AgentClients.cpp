@@ -1,0 +1,314 @@
+#include "agent/Agent.h"
+
+#include "agent/Client.h"
+#include "agent/PollSet.h"
+#include "common/Debug.h"
+#include "data/gu/OperationGUData.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+
+// The client side: listen sockets, the loop of the main thread and the guarded send path.
+//
+// The main thread holds m_ClientListMutex while it waits for sockets, so a client that another thread removes is
+// gone from the wait before its socket is closed. That other thread must not wait for a whole second: it counts
+// itself in m_nListWaiters, ends the wait by m_WakeUp, and the main thread lets it go first.
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+namespace
+{
+constexpr int LISTEN_BACKLOG = 16;
+constexpr size_t CLIENT_READ_LEN = 1024;   // bytes read from a client in one pass
+constexpr int CLIENT_SEND_BUF = 32768;     // SO_SNDBUF
+constexpr int CLIENT_SEND_TIMEOUT_MS = 20; // longest wait for a client to take more
+constexpr auto CLIENT_WAIT = 1s;           // an idle wait lasts this long
+constexpr auto ACCEPT_PAUSE = 1s;          // before the next accept when the system is short of descriptors
+
+bool BindAndListen(int nSocket, unsigned short usPort)
+{
+    // No SO_REUSEADDR: a port that is still in use is a failure.
+    sockaddr_in stAddr{};
+    stAddr.sin_family = AF_INET;
+    stAddr.sin_port = htons(usPort);
+    stAddr.sin_addr.s_addr = htonl(INADDR_ANY);
+    return bind(nSocket, reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr)) == 0 &&
+           listen(nSocket, LISTEN_BACKLOG) == 0;
+}
+
+/// A listen socket on the port, or -1. A person at the console learns which port it was. Non-blocking, so that a
+/// client that has gone again before its accept can't hold the main thread.
+int OpenListenSocket(unsigned short usPort)
+{
+    CUniqueFd listenFd(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0));
+    if (listenFd.IsOpen() && BindAndListen(listenFd.Get(), usPort))
+        return listenFd.Release();
+    (void)std::fprintf(stderr, "vex-agent: can't listen on TCP port %d: %s\n", usPort, std::strerror(errno));
+    return -1;
+}
+
+void CloseSocket(int& nSocket)
+{
+    CUniqueFd(std::exchange(nSocket, -1)).Reset();
+}
+
+bool SetNonBlocking(int nFd)
+{
+    const int iFlags = fcntl(nFd, F_GETFL);
+    return iFlags != -1 && fcntl(nFd, F_SETFL, iFlags | O_NONBLOCK) != -1;
+}
+
+bool IsOutOfResources(int iError)
+{
+    return iError == EMFILE || iError == ENFILE || iError == ENOBUFS || iError == ENOMEM;
+}
+
+/// Waits until the socket takes bytes again. False, with a line in the log, when it didn't in time.
+bool WaitWritable(int nSocket, const char* pszChannel)
+{
+    pollfd stFd{nSocket, POLLOUT, 0};
+    int iReady = poll(&stFd, 1, CLIENT_SEND_TIMEOUT_MS);
+    if (iReady > 0 && (stFd.revents & POLLNVAL) != 0) {
+        errno = EBADF;
+        iReady = -1;
+    }
+    if (iReady < 0)
+        CDebug::Instance()->PrintError("Client SendDataToClient select Fail, channel:%s, errno :%d", pszChannel, errno);
+    else if (iReady == 0)
+        CDebug::Instance()->PrintWarn("Client SendDataToClient select TimeOut, channel:%s, errno :%d", pszChannel,
+                                      errno);
+    return iReady > 0;
+}
+
+int MsUntil(Clock::time_point end)
+{
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+    return static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
+}
+} // namespace
+
+int CAgent::CreateListenSocket(int* pnSockets, int nCount)
+{
+    std::fill_n(pnSockets, nCount, -1);
+    int nGreatest = -1;
+    for (int i = 0; i < nCount; ++i) {
+        pnSockets[i] = OpenListenSocket(LISTENPORT[static_cast<size_t>(i)]);
+        if (pnSockets[i] < 0) {
+            std::for_each_n(pnSockets, nCount, CloseSocket);
+            break;
+        }
+        nGreatest = std::max(nGreatest, pnSockets[i]);
+    }
+    return nGreatest;
+}
+
+int CAgent::ListenFun()
+{
+    CListenSockets anListen;
+    if (CreateListenSocket(anListen.data(), static_cast<int>(anListen.size())) < 0) {
+        CDebug::Instance()->PrintError("CreateListenSocket fail");
+        return 0;
+    }
+    ReleaseClients();
+    CPollSet fds;
+    while (m_bRun) {
+        const int iReady = WaitForClients(fds, anListen);
+        if (iReady < 0) {
+            // Also the way out when a port other than the first was taken: all sockets are closed then.
+            CDebug::Instance()->PrintError("socket select fail, errno:%d", errno);
+            return 0;
+        }
+        if (iReady == 0)
+            SendAgentVer(); // once in each idle second
+        else
+            OnClientDataArrive(fds, anListen);
+    }
+    std::ranges::for_each(anListen, CloseSocket);
+    ReleaseClients();
+    return 0;
+}
+
+/// Waits for one second at most, also when m_WakeUp ends the wait now and then: such an end is no idle second.
+int CAgent::WaitForClients(CPollSet& fds, const CListenSockets& anListen)
+{
+    const auto end = Clock::now() + CLIENT_WAIT;
+    for (;;) {
+        LetListWaitersIn();
+        const xtl::MutexGuard guard(m_ClientListMutex);
+        fds.Clear();
+        FillPollSet(fds, anListen);
+        const int iReady = fds.Wait(MsUntil(end));
+        if (iReady != 1 || !fds.IsReady(m_WakeUp.Get()) || !m_bRun)
+            return iReady;
+        eventfd_t ullCount = 0;
+        (void)eventfd_read(m_WakeUp.Get(), &ullCount); // the next wait is to last again
+    }
+}
+
+void CAgent::FillPollSet(CPollSet& fds, const CListenSockets& anListen) const
+{
+    if (Clock::now() >= m_AcceptAgain)
+        std::ranges::for_each(anListen, [&](int nSocket) { fds.Add(nSocket); });
+    if (m_WakeUp.IsOpen())
+        fds.Add(m_WakeUp.Get());
+    for (const auto& pClient : m_vecClients)
+        fds.Add(pClient->GetClientSocket());
+}
+
+void CAgent::WakeUp()
+{
+    if (m_WakeUp.IsOpen())
+        (void)eventfd_write(m_WakeUp.Get(), 1); // fails only when the wake-up is already far overdue
+}
+
+void CAgent::LetListWaitersIn()
+{
+    for (int nWaiters = m_nListWaiters; nWaiters != 0; nWaiters = m_nListWaiters)
+        m_nListWaiters.wait(nWaiters);
+}
+
+void CAgent::OnClientDataArrive(const CPollSet& fds, const CListenSockets& anListen)
+{
+    const xtl::MutexGuard guard(m_BindMutex);
+    ReadClients(fds);
+    for (size_t i = 0; i < anListen.size(); ++i)
+        if (fds.IsReady(anListen[i]))
+            AcceptClient(anListen[i], static_cast<enChannelType>(i));
+}
+
+void CAgent::ReadClients(const CPollSet& fds)
+{
+    std::vector<std::shared_ptr<CClient>> vecReady;
+    {
+        const xtl::MutexGuard guard(m_ClientListMutex);
+        std::ranges::copy_if(m_vecClients, std::back_inserter(vecReady),
+                             [&](const auto& pClient) { return fds.IsReady(pClient->GetClientSocket()); });
+    }
+    for (; !vecReady.empty(); vecReady.pop_back()) // from the last to the first
+        ReadClient(vecReady.back());
+}
+
+/// pClient is the caller's hold on the client; it's given up when the client goes.
+void CAgent::ReadClient(std::shared_ptr<CClient>& pClient)
+{
+    std::array<unsigned char, CLIENT_READ_LEN> aucBuf;
+    const int nSocket = pClient->GetClientSocket();
+    const ssize_t lRead = recv(nSocket, aucBuf.data(), aucBuf.size(), 0);
+    const int iError = errno;
+    if (lRead > 0) {
+        pClient->OnClientData({aucBuf.data(), static_cast<size_t>(lRead)});
+        return;
+    }
+    if (lRead < 0 && (iError == EINTR || iError == EAGAIN))
+        return;
+    UnBindUE(pClient.get());
+    if (lRead == 0)
+        CDebug::Instance()->PrintInfo("Client(handle %d) %s is disconnect", nSocket,
+                                      strChannelType[static_cast<size_t>(pClient->GetClientType())]);
+    {
+        const xtl::MutexGuard guard(m_ClientListMutex);
+        std::erase(m_vecClients, pClient);
+    }
+    ForgetClient(pClient.get());
+    pClient.reset();
+    if (lRead < 0)
+        CDebug::Instance()->PrintError("socket recv client(handle %d) data Error, ret:0x%x, errno:%d", nSocket,
+                                       static_cast<unsigned int>(lRead), iError);
+}
+
+/// No GU operation may keep a pointer to a client that goes.
+void CAgent::ForgetClient(CClient* pClient)
+{
+    for (const auto& pOperation : m_apOperationGU)
+        pOperation->ForgetClient(pClient);
+}
+
+/// A client whose channel has gone, removed by the thread that takes the UE events.
+void CAgent::RemoveLostClient(CClient* pClient)
+{
+    ForgetClient(pClient);
+    ++m_nListWaiters;
+    WakeUp();
+    const xtl::MutexGuard guard(m_ClientListMutex);
+    --m_nListWaiters;
+    m_nListWaiters.notify_all();
+    std::erase_if(m_vecClients, [&](const auto& pEntry) { return pEntry.get() == pClient; });
+}
+
+void CAgent::ReleaseClients()
+{
+    const xtl::MutexGuard guard(m_BindMutex);
+    for (unsigned int i = 0; i < MAXUENUM; ++i)
+        for (const enChannelType enChannel : ALL_CHANNELS)
+            SetRowClient(i, enChannel, nullptr);
+    const xtl::MutexGuard listGuard(m_ClientListMutex);
+    for (const auto& pClient : m_vecClients)
+        ForgetClient(pClient.get());
+    m_vecClients.clear();
+}
+
+void CAgent::AcceptClient(int nListen, enChannelType enType)
+{
+    sockaddr_in stAddr{};
+    socklen_t ulAddrLen = sizeof(stAddr);
+    CUniqueFd clientFd(accept(nListen, reinterpret_cast<sockaddr*>(&stAddr), &ulAddrLen));
+    if (!clientFd.IsOpen()) {
+        // The connection stays in the backlog; without a pause the wait would end at once, again and again.
+        if (IsOutOfResources(errno))
+            m_AcceptAgain = Clock::now() + ACCEPT_PAUSE;
+        CDebug::Instance()->PrintError("Accept socket fail!");
+        return;
+    }
+    (void)setsockopt(clientFd.Get(), SOL_SOCKET, SO_SNDBUF, &CLIENT_SEND_BUF, sizeof(CLIENT_SEND_BUF)); // a wish
+    if (!SetNonBlocking(clientFd.Get())) {
+        CDebug::Instance()->PrintError("set(fcntl) client socket O_NONBLOCK fail");
+        return;
+    }
+    AddClient(clientFd.Release(), enType, stAddr);
+}
+
+CClient* CAgent::AddClient(int nSocket, enChannelType enType, const sockaddr_in& stAddr)
+{
+    CUniqueFd socketFd(nSocket);
+    const std::shared_ptr<CClient> pClient(new (std::nothrow) CClient(nSocket, enType, this, &m_UEManager));
+    if (!pClient) {
+        CDebug::Instance()->PrintError("create CClient object fail");
+        return nullptr;
+    }
+    (void)socketFd.Release(); // the client's from here on
+    CDebug::Instance()->PrintInfo("new Client connect, type is %s", strChannelType[static_cast<size_t>(enType)]);
+    pClient->GetAddress() = stAddr;
+    DefaultBindClient(pClient.get()); // looks at the clients that were there before this one
+    const xtl::MutexGuard guard(m_ClientListMutex);
+    m_vecClients.push_back(pClient);
+    return pClient.get();
+}
+
+bool CAgent::SendData2Client(int nSocket, ByteView data, const char* pszChannel)
+{
+    if (nSocket == -1 || data.data() == nullptr || data.empty())
+        return false;
+    const size_t szTotal = data.size();
+    while (!data.empty()) {
+        const ssize_t lSent = send(nSocket, data.data(), data.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (lSent >= 0) {
+            data = data.subspan(static_cast<size_t>(lSent));
+            continue;
+        }
+        if (errno != EAGAIN) {
+            CDebug::Instance()->PrintError(
+                "Client SendDataToClient send Fail, channel:%s, lenth/total: %d/%d, errno :%d", pszChannel,
+                static_cast<int>(data.size()), static_cast<int>(szTotal), errno);
+            return false;
+        }
+        if (!WaitWritable(nSocket, pszChannel))
+            return false; // what the client didn't take is lost
+    }
+    return true;
+}

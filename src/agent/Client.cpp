@@ -1,0 +1,147 @@
+#include "agent/Client.h"
+
+#include "agent/Agent.h"
+#include "common/Debug.h"
+#include "data/DataProcessor.h"
+#include "data/DiagPacket.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+
+namespace
+{
+constexpr size_t FRAME_HEAD_LEN = LEAD_LEN + DIAG_PACKET_REQ_STRU::SIZE;
+constexpr size_t LEAD_PAIR_RESTARTS = 7; // a pair of lead bytes that ends this early starts the frame anew
+constexpr size_t AT_RAW_MIN = 3;         // fewer bytes are no text
+
+const char* ChannelLabel(enChannelType enType)
+{
+    const auto szType = static_cast<size_t>(enType);
+    return szType < strChannelType.size() ? strChannelType[szType] : "";
+}
+} // namespace
+
+CClient::CClient(int nSocket, enChannelType enType, CAgent* pAgent, CUEManager* pUEManager)
+    : m_pProcessor(CreateDataProcessor(enType, pAgent, this, pUEManager)),
+      m_pAgent(pAgent),
+      m_Socket(nSocket),
+      m_enType(enType)
+{
+}
+
+CClient::~CClient()
+{
+    m_Socket.Reset();
+    m_pProcessor.reset();
+    CDebug::Instance()->PrintInfo("Delete Client(com %d) %s", static_cast<int>(m_ulBindPort), ChannelLabel(m_enType));
+}
+
+void CClient::OnClientData(ByteView data)
+{
+    const bool bRawText = m_enType == CHANNEL_AT && data.size() >= AT_RAW_MIN;
+    while (!data.empty()) {
+        if (bRawText)
+            ProcessRawText(TextInFront(data));
+        OwnedBytes pFrame;
+        int nFrameLen = 0;
+        const int nTaken = GetDiagReqPacket(data, pFrame, nFrameLen);
+        if (pFrame && m_pProcessor)
+            m_pProcessor->ProcessClientData({pFrame.get(), static_cast<size_t>(nFrameLen)});
+        data = data.subspan(static_cast<size_t>(nTaken));
+    }
+}
+
+/// The bytes up to the next pair of lead bytes; none while a frame is being collected.
+ByteView CClient::TextInFront(ByteView data) const
+{
+    const bool bPairGoesOn = m_nReqLen == 1 && data.front() == LEAD_BYTE;
+    if (m_nReqLen >= LEAD_LEN || bPairGoesOn)
+        return {};
+    constexpr std::array<unsigned char, LEAD_LEN> LEAD = {LEAD_BYTE, LEAD_BYTE};
+    return {data.begin(), std::search(data.begin(), data.end(), LEAD.begin(), LEAD.end())};
+}
+
+void CClient::ProcessRawText(ByteView text)
+{
+    if (text.size() >= AT_RAW_MIN && m_pProcessor)
+        m_pProcessor->ProcessClientData(text);
+}
+
+int CClient::GetDiagReqPacket(ByteView data, OwnedBytes& pFrame, int& nFrameLen)
+{
+    pFrame.reset();
+    nFrameLen = 0;
+    for (size_t i = 0; i < data.size(); ++i) {
+        TakeByte(data[i]);
+        if (!IsFrameComplete())
+            continue;
+        const ByteView frame = Slice(ByteView(m_aucReqBuf), LEAD_LEN, m_nReqLen - LEAD_LEN);
+        pFrame = std::make_unique<unsigned char[]>(frame.size());
+        std::ranges::copy(frame, pFrame.get());
+        nFrameLen = static_cast<int>(frame.size());
+        m_nReqLen = 0;
+        return static_cast<int>(i + 1);
+    }
+    return static_cast<int>(data.size());
+}
+
+/// Looks for the pair of lead bytes, then collects. A frame ends by its length, two bytes before a pair behind it
+/// could end it, so such a pair is taken for the start of what follows; two pairs in a row count as one.
+void CClient::TakeByte(unsigned char ucByte)
+{
+    if (m_nReqLen < LEAD_LEN) {
+        m_aucReqBuf[m_nReqLen] = ucByte;
+        m_nReqLen = ucByte == LEAD_BYTE ? m_nReqLen + 1 : 0;
+        return;
+    }
+    m_aucReqBuf[m_nReqLen++] = ucByte;
+    const bool bLeadPair = ucByte == LEAD_BYTE && m_aucReqBuf[m_nReqLen - 2] == LEAD_BYTE;
+    if (bLeadPair && m_nReqLen <= LEAD_PAIR_RESTARTS)
+        m_nReqLen = LEAD_LEN;
+    if (m_nReqLen >= REQ_BUF_LEN) {
+        CDebug::Instance()->PrintWarn("Socket Request Data Too Big!");
+        m_nReqLen = 0;
+    }
+}
+
+bool CClient::IsFrameComplete() const
+{
+    if (m_nReqLen < FRAME_HEAD_LEN)
+        return false;
+    const auto usLen = LoadLe<uint16_t>(m_aucReqBuf, LEAD_LEN + DIAG_PACKET_REQ_STRU::LEN_OFFSET);
+    return m_nReqLen == FRAME_HEAD_LEN + usLen;
+}
+
+void CClient::OnSerialData(ByteSpan data)
+{
+    if (m_pProcessor)
+        m_pProcessor->ProcessSerialData(data);
+}
+
+bool CClient::SendData2Client(OwnedBytes pucBuf, size_t szLen)
+{
+    xtl::MutexGuard guard(m_SendMutex);
+    (void)m_pAgent->SendData2Client(m_Socket.Get(), {pucBuf.get(), szLen}, ChannelLabel(m_enType)); // best effort
+    return true;
+}
+
+void CClient::SendAck(unsigned int ulCmdId, unsigned short usPktType, unsigned int ulRc, ByteView payload,
+                      unsigned long long ullTimeStamp)
+{
+    if (m_pProcessor)
+        m_pProcessor->SendAckToClient(ulCmdId, usPktType, ulRc, payload, ullTimeStamp);
+}
+
+std::string CClient::GetAddressText() const
+{
+    std::array<char, INET_ADDRSTRLEN> acText{};
+    (void)inet_ntop(AF_INET, &m_stAddr.sin_addr, acText.data(), acText.size()); // the buffer fits every address
+    return acText.data();
+}
+
+void CClient::SetBindUePort(unsigned int ulPort)
+{
+    m_ulBindPort = ulPort;
+    if (m_pProcessor)
+        m_pProcessor->SetChannelBindPort(ulPort);
+}
