@@ -1,0 +1,164 @@
+#include "ue/TcpChannel.h"
+
+#include "common/Debug.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+namespace
+{
+constexpr size_t RECVCACHELENGTH = 0x20000;
+constexpr time_t LINK_TIME_LIMIT_S = 5; // a connect, and a send that makes no headway, end after it
+constexpr int RECV_FAULT_LINE = 192;    // the fixed "line" of the log text
+constexpr size_t MAX_PORT = 0xFFFF;
+
+struct LINK_ROW
+{
+    uint8_t ucCount; // channels in use
+    std::array<enChannelType, 2> aenChannel;
+    bool bRawAt; // text instead of frames
+};
+// By the index of the link.
+// clang-format off
+constexpr std::array<LINK_ROW, SERIALNUM> g_astLink = {{
+    {1, {CHANNEL_LTE_DIAG},               false},
+    {1, {CHANNEL_LTE_DATA},               false},
+    {2, {CHANNEL_GU_CMD, CHANNEL_GU_DATA}, false},
+    {1, {CHANNEL_AT},                     true},
+}};
+// clang-format on
+
+sockaddr_in Address(in_addr_t ulAddress, unsigned int uiPort)
+{
+    sockaddr_in stAddr{};
+    stAddr.sin_family = AF_INET;
+    stAddr.sin_port = htons(static_cast<uint16_t>(uiPort));
+    stAddr.sin_addr.s_addr = ulAddress;
+    return stAddr;
+}
+
+/// What a call's result adds to a counter: -1 counts as 4294967295. Deliberate; the status records show it.
+uint64_t CountOf(ssize_t nResult)
+{
+    return static_cast<uint32_t>(nResult);
+}
+} // namespace
+
+TCPChannel::TCPChannel(std::string ip, unsigned int port, bool tcp, enChannelType index)
+    : m_bTcp(tcp), m_uiPort(port), m_pRecvBuf(new unsigned char[RECVCACHELENGTH])
+{
+    ConfigureChannels(static_cast<size_t>(index));
+    (void)CreateConnectSocket(ip); // a link that failed stays without a socket
+}
+
+TCPChannel::~TCPChannel() = default;
+
+void TCPChannel::ConfigureChannels(size_t szIndex)
+{
+    if (szIndex >= g_astLink.size())
+        return;
+    const LINK_ROW& stRow = g_astLink[szIndex];
+    m_iChannelCount = stRow.ucCount;
+    m_bRawAt = stRow.bRawAt;
+    for (size_t i = 0; i < m_iChannelCount; ++i) {
+        m_aChannel[i].SetType(stRow.aenChannel[i]);
+        m_aChannel[i].SetUEType(false);
+    }
+}
+
+bool TCPChannel::CreateConnectSocket(const std::string& ip)
+{
+    m_iSocket.Reset(m_bTcp ? socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP)
+                           : socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!m_iSocket.IsOpen()) {
+        CDebug::Instance()->PrintInfo("socket error");
+        return false;
+    }
+    if (m_bTcp ? Connect(ip) : BindLocal())
+        return true;
+    m_iSocket.Reset();
+    return false;
+}
+
+bool TCPChannel::Connect(const std::string& ip)
+{
+    // The send time-out bounds the connect as well, and later a peer that stops reading: it must not hold the
+    // write thread, on which all UEs wait. Requests are small and answered, so none waits for another's ack.
+    const timeval stLimit{LINK_TIME_LIMIT_S, 0};
+    const int nOn = 1;
+    (void)setsockopt(GetSocket(), SOL_SOCKET, SO_SNDTIMEO, &stLimit, sizeof(stLimit));
+    (void)setsockopt(GetSocket(), IPPROTO_TCP, TCP_NODELAY, &nOn, sizeof(nOn));
+    const sockaddr_in stAddr = Address(inet_addr(ip.c_str()), m_uiPort);
+    if (m_uiPort > MAX_PORT || connect(GetSocket(), reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr)) != 0) {
+        CDebug::Instance()->PrintInfo("TCP connect failed, port: %d", m_uiPort);
+        return false;
+    }
+    CDebug::Instance()->PrintInfo("tcp connect success, port : %d", m_uiPort);
+    return true;
+}
+
+bool TCPChannel::BindLocal()
+{
+    const sockaddr_in stAddr = Address(htonl(INADDR_ANY), m_uiPort);
+    if (m_uiPort > MAX_PORT || bind(GetSocket(), reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr)) != 0)
+        return false;
+    CDebug::Instance()->PrintInfo("udp bind success, port : %d", m_uiPort);
+    return true;
+}
+
+bool TCPChannel::SendData(ByteView packet)
+{
+    if (m_bRawAt) {
+        (void)DoSendData(packet); // lost data is lost
+        return true;
+    }
+    OwnedBytes pFrame;
+    unsigned int ulFrameLen = 0;
+    if (m_Hdlc.HdlcEncode(packet, pFrame, ulFrameLen) == 0)
+        (void)DoSendData({pFrame.get(), ulFrameLen});
+    return true;
+}
+
+/// Sends until all is gone. The result of a send isn't tested, on purpose: a failed one counts as a huge number
+/// of bytes, which ends the loop.
+bool TCPChannel::DoSendData(ByteView data)
+{
+    for (uint64_t ullTotal = 0; ullTotal < data.size();) {
+        const ByteView rest = data.subspan(static_cast<size_t>(ullTotal));
+        const uint64_t ullSent = CountOf(send(GetSocket(), rest.data(), rest.size(), MSG_NOSIGNAL));
+        m_ullTotalWrite += ullSent;
+        ullTotal += ullSent;
+    }
+    return true;
+}
+
+void TCPChannel::RecvData()
+{
+    const ssize_t nReceived =
+        m_bTcp ? recv(GetSocket(), m_pRecvBuf.get(), RECVCACHELENGTH, MSG_DONTWAIT)
+               : recvfrom(GetSocket(), m_pRecvBuf.get(), RECVCACHELENGTH, MSG_DONTWAIT, nullptr, nullptr);
+    if (IsNothingReceived(nReceived))
+        return;
+    m_ullTotalRead += CountOf(nReceived);
+    if (nReceived < 0)
+        return;
+    for (size_t i = 0; i < m_iChannelCount; ++i)
+        m_aChannel[i].OnSerialData({m_pRecvBuf.get(), static_cast<size_t>(nReceived)});
+}
+
+/// True when there is nothing to count. Notes a peer that has closed or failed, so that the read loop leaves the
+/// link alone.
+bool TCPChannel::IsNothingReceived(ssize_t nReceived)
+{
+    if (nReceived < 0 && (errno == EAGAIN || errno == EINTR))
+        return true;
+    if (m_bTcp && nReceived <= 0)
+        m_bPeerClosed = true;
+    if (!m_bTcp && nReceived == 0)
+        CDebug::Instance()->PrintError("Recv channel data fail, com:%d, errno:%d, line:%d", m_uiPort, errno,
+                                       RECV_FAULT_LINE);
+    return nReceived == 0;
+}
