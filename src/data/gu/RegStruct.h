@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <vector>
 
 // One indication's register values and the lookups in them, shared by the register manager and the statistics.
 
@@ -48,7 +47,3 @@ inline unsigned int RegValueAt(const RegStruct& stReg, size_t szPos)
 
 /// Sets ulValue to the register's value, or to 0 when the address isn't in the list. False then.
 bool GetRegValue(const RegStruct& stReg, unsigned int ulAddr, unsigned int& ulValue);
-
-/// Appends the value of each address in order. Stops at the first that isn't found: false, and what was appended
-/// stays.
-bool GetRegValues(const RegStruct& stReg, std::span<const unsigned int> addrs, std::vector<unsigned int>& values);
