@@ -47,7 +47,11 @@ public:
     void SetChannelBindPort(unsigned int ulPort) { m_ulBindPort = ulPort; }
 
 protected:
-    CClient* m_pClient;      // the owner
+    /// Carries out the two binding commands; false for any other id.
+    bool ProcessBindCmd(const DIAG_PACKET_REQ_VIEW& stReq);
+    unsigned int BindPort() const { return m_ulBindPort.load(std::memory_order_relaxed); }
+
+    CClient* m_pClient; // the owner
     CUEManager* m_pUEManager;
     CAgent* m_pAgent;
     enChannelType m_enChannelType = CHANNEL_LTE_DIAG;

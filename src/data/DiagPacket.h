@@ -21,18 +21,18 @@ constexpr unsigned char PKT_TYPE_AGENT = 240;   // command for the agent itself
 
 // Result codes: ulRc towards clients and the processors' own results.
 constexpr unsigned int DIAG_RC_OK = 0;
-constexpr unsigned int DIAG_RC_FAIL = 2;              // bad parameter, bind failed, short packet
-constexpr unsigned int DIAG_RC_BAD_LENGTH = 12;       // UE packet shorter than the configured header
-constexpr unsigned int DIAG_RC_NOT_BOUND = 41;        // client not bound, or the channel not up
-constexpr unsigned int DIAG_RC_UE_FAIL = 43;          // the UE reported a failure in a switch
-constexpr unsigned int DIAG_RC_BAD_HEADER = 44;       // UE header out of bounds or id invalid
-constexpr unsigned int DIAG_RC_NO_LAYER_CFG = 45;     // layer message without entry; the packet still goes out
-constexpr unsigned int DIAG_RC_NOT_DUAL_CARD = 47;    // second modem asked of a UE that isn't dual card
-constexpr unsigned int DIAG_RC_BAD_FIELD = 49;        // a configured field could not be read
-constexpr unsigned int DIAG_RC_FILTERED = 50;         // dropped on purpose
-constexpr unsigned int DIAG_RC_NO_PID = 53;           // no PID pair for this id and UE version
-constexpr unsigned int DIAG_RC_NO_MEMORY = 201;       // allocation failed
-constexpr unsigned int DIAG_RC_NULL_PARAM = 100003;   // an ack without usable payload
+constexpr unsigned int DIAG_RC_FAIL = 2;            // bad parameter, bind failed, short packet
+constexpr unsigned int DIAG_RC_BAD_LENGTH = 12;     // UE packet shorter than the configured header
+constexpr unsigned int DIAG_RC_NOT_BOUND = 41;      // client not bound, or the channel not up
+constexpr unsigned int DIAG_RC_UE_FAIL = 43;        // the UE reported a failure in a switch
+constexpr unsigned int DIAG_RC_BAD_HEADER = 44;     // UE header out of bounds or id invalid
+constexpr unsigned int DIAG_RC_NO_LAYER_CFG = 45;   // layer message without entry; the packet still goes out
+constexpr unsigned int DIAG_RC_NOT_DUAL_CARD = 47;  // second modem asked of a UE that isn't dual card
+constexpr unsigned int DIAG_RC_BAD_FIELD = 49;      // a configured field could not be read
+constexpr unsigned int DIAG_RC_FILTERED = 50;       // dropped on purpose
+constexpr unsigned int DIAG_RC_NO_PID = 53;         // no PID pair for this id and UE version
+constexpr unsigned int DIAG_RC_NO_MEMORY = 201;     // allocation failed
+constexpr unsigned int DIAG_RC_NULL_PARAM = 100003; // an ack without usable payload
 
 // Commands for the agent itself (PKT_TYPE_AGENT), and what it sends without request.
 constexpr unsigned int AGENT_CMD_UE_STATUS = 0x50000010; // agent to client: UE status record
@@ -89,7 +89,17 @@ enum PACKET_CATEGORY_ENUM
 };
 
 /// Class of an id: its top four bits.
-constexpr unsigned int IdClass(unsigned int ulId) { return ulId >> 28; }
+constexpr unsigned int IdClass(unsigned int ulId)
+{
+    return ulId >> 28;
+}
+constexpr unsigned int ID_CLASS_MSP_CMD = 1;  // plain UE command
+constexpr unsigned int ID_CLASS_LTE_IND = 2;  // LTE protocol indication
+constexpr unsigned int ID_CLASS_DSP = 3;      // DSP message
+constexpr unsigned int ID_CLASS_UNWANTED = 4; // never reaches a client, and neither does the next
+constexpr unsigned int ID_CLASS_AGENT = 5;    // agent command
+constexpr unsigned int ID_CLASS_UNWANTED_2 = 6;
+constexpr unsigned int ID_CLASS_DSP_TDS = 7; // DSP message of TDS
 
 /// Head of a request from a client, behind the lead bytes. The parameters follow.
 struct DIAG_PACKET_REQ_STRU
@@ -144,6 +154,48 @@ inline DIAG_PACKET_REQ_VIEW ViewReq(ByteView packet)
     ReqHead(reader, stView.stHead);
     stView.data = Slice(packet, DIAG_PACKET_REQ_STRU::SIZE, stView.stHead.usLen);
     return stView;
+}
+
+/// An ack borrowed from a buffer, by the same rules.
+struct DIAG_PACKET_ACK_VIEW
+{
+    DIAG_PACKET_ACK_STRU stHead;
+    ByteView data;
+};
+inline DIAG_PACKET_ACK_VIEW ViewAck(ByteView packet)
+{
+    DIAG_PACKET_ACK_VIEW stView;
+    CByteReader reader(packet);
+    AckHead(reader, stView.stHead);
+    stView.data = Slice(packet, DIAG_PACKET_ACK_STRU::SIZE, stView.stHead.usLen);
+    return stView;
+}
+
+/// Header that a DPI message has between the UE's own header and its parameters.
+struct DIAG_OSA_HEADER
+{
+    static constexpr size_t SIZE = 40;
+    static constexpr size_t DPI_OFFSET = 20;    // of ulDpiId
+    static constexpr size_t LEN_SURPLUS = 20;   // ulOsaLen counts this on top of the parameters
+    static constexpr size_t RESULT_OFFSET = 40; // u32 result that follows it in an ack
+    static constexpr size_t ACK_SIZE = 44;      // header and result of an ack
+
+    uint32_t ulSenderPid = 0;
+    uint32_t ulReceiverPid = 0;
+    uint32_t ulOsaLen = 0; // parameter length + LEN_SURPLUS
+    uint32_t ulDpiId = 0;  // the client's DPI id
+    uint32_t ulCmdLow = 0; // low 16 bits of the UE command id
+};
+template <class Io, class Osa> void OsaHead(Io& io, Osa& stOsa)
+{
+    io.Gap(4);                   //  0
+    io.Field(stOsa.ulSenderPid); //  4
+    io.Gap(4);
+    io.Field(stOsa.ulReceiverPid); // 12
+    io.Field(stOsa.ulOsaLen);      // 16
+    io.Field(stOsa.ulDpiId);       // 20
+    io.Gap(12);
+    io.Field(stOsa.ulCmdLow); // 36
 }
 
 /// A whole packet for a client's socket: lead bytes, head, payload. stAck.usLen is taken from the payload.

@@ -1,0 +1,127 @@
+#include "data/DataProcessor.h"
+
+#include "agent/Agent.h"
+#include "agent/Client.h"
+#include "common/Debug.h"
+#include "data/DpAt.h"
+#include "data/DpGuCmd.h"
+#include "data/DpGuData.h"
+#include "data/DpLteData.h"
+#include "data/DpLteDiag.h"
+
+namespace
+{
+constexpr size_t FIELD_SIZE_MAX = 8; // bytes of a configured field
+
+bool IsFieldUsable(const VALUE_STRU& value, size_t szLimit, size_t szLocal)
+{
+    return value.usSize != 0 && value.usSize <= FIELD_SIZE_MAX && value.usOffset <= szLimit && value.usSize <= szLocal;
+}
+
+/// The agent's version as its payload: the text with its NUL.
+ByteView VersionPayload(const char* pszVersion)
+{
+    const std::string_view version(pszVersion);
+    return {reinterpret_cast<const unsigned char*>(pszVersion), version.size() + 1};
+}
+} // namespace
+
+bool GetMemValue(ByteSpan dst, const VALUE_STRU& value, ByteView src, size_t szLimit)
+{
+    if (!IsFieldUsable(value, szLimit, dst.size()))
+        return false;
+    CopyPadded(dst.first(value.usSize), src, value.usOffset);
+    return true;
+}
+
+bool SetMemValue(ByteSpan dst, const VALUE_STRU& value, ByteView src)
+{
+    if (!IsFieldUsable(value, dst.size(), src.size()))
+        return false;
+    const ByteSpan field = Slice(dst, value.usOffset, value.usSize);
+    std::copy_n(src.begin(), field.size(), field.begin());
+    return true;
+}
+
+CDataProcessor::CDataProcessor(CAgent* pAgent, CClient* pClient, CUEManager* pUEManager)
+    : m_pClient(pClient), m_pUEManager(pUEManager), m_pAgent(pAgent)
+{
+}
+
+bool CDataProcessor::ProcessBind(const DIAG_PACKET_REQ_VIEW* pstReq)
+{
+    if (pstReq == nullptr)
+        return false;
+    const bool bBound = m_pAgent != nullptr && m_pAgent->BindCOM(m_pClient, LoadLe<uint32_t>(pstReq->data, 0));
+    ByteView payload;
+    if (m_pClient != nullptr && m_pClient->GetClientType() == CHANNEL_LTE_DIAG) {
+        const char* pszVersion = CConfig::Instance()->GetAgentVersion();
+        CDebug::Instance()->PrintInfo("Agent version: %s", pszVersion);
+        payload = VersionPayload(pszVersion);
+    }
+    const auto& stHead = pstReq->stHead;
+    if (bBound)
+        SendAckToClient(stHead.ulCmdId, stHead.usPktType, DIAG_RC_OK, payload, 0);
+    else
+        SendAckToClient(stHead.ulCmdId, stHead.usPktType, DIAG_RC_FAIL, {}, 0);
+    return bBound;
+}
+
+bool CDataProcessor::ProcessUnBind(const DIAG_PACKET_REQ_VIEW* pstReq)
+{
+    if (m_pAgent == nullptr)
+        return false;
+    m_pAgent->UnBindUE(m_pClient);
+    if (pstReq != nullptr)
+        SendAckToClient(pstReq->stHead.ulCmdId, pstReq->stHead.usPktType, DIAG_RC_OK, {}, 0);
+    return true;
+}
+
+bool CDataProcessor::ProcessBindCmd(const DIAG_PACKET_REQ_VIEW& stReq)
+{
+    switch (stReq.stHead.ulCmdId) {
+    case AGENT_CMD_BIND:
+        ProcessBind(&stReq);
+        return true;
+    case AGENT_CMD_UNBIND:
+        ProcessUnBind(&stReq);
+        return true;
+    default:
+        return false;
+    }
+}
+
+void CDataProcessor::SendAckToClient(unsigned int ulCmdId, unsigned short usPktType, unsigned int ulRc,
+                                     ByteView payload, unsigned long long ullTimeStamp)
+{
+    if (payload.size() > DIAG_PACKET_ACK_STRU::MAX_PAYLOAD || m_pClient == nullptr) {
+        CDebug::Instance()->PrintWarn("Send Ack to Client has too large packet");
+        return;
+    }
+    const DIAG_PACKET_ACK_STRU stAck{ulCmdId, ulRc, ullTimeStamp, usPktType, 0};
+    size_t szTotal = 0;
+    OwnedBytes pPacket = BuildClientPacket(stAck, payload, szTotal);
+    if (!pPacket) {
+        CDebug::Instance()->PrintInfo("DataProcess Get Memory faild");
+        return;
+    }
+    m_pClient->SendData2Client(std::move(pPacket), szTotal);
+}
+
+std::unique_ptr<CDataProcessor> CreateDataProcessor(enChannelType enType, CAgent* pAgent, CClient* pClient,
+                                                    CUEManager* pUEManager)
+{
+    switch (enType) {
+    case CHANNEL_LTE_DIAG:
+        return std::make_unique<CDataProcessorLteDiag>(pAgent, pClient, pUEManager);
+    case CHANNEL_LTE_DATA:
+        return std::make_unique<CDataProcessorLteData>(pAgent, pClient, pUEManager);
+    case CHANNEL_GU_CMD:
+        return std::make_unique<CDataProcessorGuCmd>(pAgent, pClient, pUEManager);
+    case CHANNEL_GU_DATA:
+        return std::make_unique<CDataProcessorGuData>(pAgent, pClient, pUEManager);
+    case CHANNEL_AT:
+        return std::make_unique<CDataProcessorAt>(pAgent, pClient, pUEManager);
+    }
+    return nullptr;
+}

@@ -1,0 +1,87 @@
+#include "data/DpAt.h"
+
+#include "agent/Agent.h"
+#include "agent/Client.h"
+#include "common/Debug.h"
+#include "data/ManagerConfigInfo.h"
+
+#include <new>
+
+namespace
+{
+constexpr unsigned char CARRIAGE_RETURN = 13;
+
+bool StartsWithLead(ByteView block)
+{
+    return block.size() >= LEAD_LEN && block[0] == LEAD_BYTE && block[1] == LEAD_BYTE;
+}
+} // namespace
+
+CDataProcessorAt::CDataProcessorAt(CAgent* pAgent, CClient* pClient, CUEManager* pUEManager)
+    : CDataProcessor(pAgent, pClient, pUEManager)
+{
+    m_enChannelType = CHANNEL_AT;
+}
+
+int CDataProcessorAt::ProcessClientData(ByteView packet)
+{
+    if (packet.data() == nullptr) {
+        CDebug::Instance()->PrintError("Lte Diag Reques is NULL");
+        return 0;
+    }
+    const DIAG_PACKET_REQ_VIEW stReq = ViewReq(packet);
+    if (stReq.stHead.ulCmdId == AGENT_CMD_AT)
+        ProcessAtCmd(stReq.data);
+    else if (!ProcessBindCmd(stReq) && !StartsWithLead(packet))
+        TakeRawText(packet);
+    return 1;
+}
+
+void CDataProcessorAt::TakeRawText(ByteView text)
+{
+    for (const unsigned char ucByte : text) {
+        if (ucByte == 0)
+            return;
+        if (ucByte == CARRIAGE_RETURN) {
+            m_acLine[m_usLineLen] = ucByte;
+            ProcessAtCmd(Slice(ByteView(m_acLine), 0, m_usLineLen + size_t{1}));
+            m_usLineLen = 0;
+        } else if (m_usLineLen < LINE_LEN) {
+            m_acLine[m_usLineLen++] = ucByte;
+        }
+    }
+}
+
+void CDataProcessorAt::ProcessAtCmd(ByteView text)
+{
+    if (m_pAgent == nullptr || text.empty())
+        return;
+    const int nUeIdx = m_pAgent->GetBindedUE(m_pClient);
+    if (nUeIdx == -1) {
+        CDebug::Instance()->PrintInfo("AT Client has not bind to UE");
+        return;
+    }
+    OwnedBytes pText(new (std::nothrow) unsigned char[text.size()]);
+    if (!pText)
+        return;
+    std::copy(text.begin(), text.end(), pText.get());
+    m_pAgent->SendData2UE(std::move(pText), static_cast<unsigned int>(text.size()), nUeIdx, m_enChannelType);
+}
+
+int CDataProcessorAt::ProcessSerialData(ByteSpan data)
+{
+    if (m_pClient == nullptr)
+        return 0;
+    const bool bInd = ManagerConfigInfo::IsIncludeAtIndMsg(FixedText(data));
+    DIAG_PACKET_ACK_STRU stAck;
+    stAck.ulCmdId = bInd ? AGENT_CMD_AT_IND : AGENT_CMD_AT;
+    stAck.usPktType = PKT_TYPE_AGENT;
+    size_t szTotal = 0;
+    OwnedBytes pPacket = BuildClientPacket(stAck, data, szTotal);
+    if (!pPacket) {
+        CDebug::Instance()->PrintInfo("DpAt:function ProcessSerialData Get memory faild");
+        return 0;
+    }
+    m_pClient->SendData2Client(std::move(pPacket), szTotal);
+    return 1;
+}

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "data/DataProcessor.h"
+
+/// A GU data client only binds: COperationGUData sends indications to it directly.
+class CDataProcessorGuData : public CDataProcessor
+{
+public:
+    CDataProcessorGuData(CAgent* pAgent, CClient* pClient, CUEManager* pUEManager);
+
+    int ProcessClientData(ByteView packet) override;
+    int ProcessSerialData(ByteSpan data) override;
+};
