@@ -8,7 +8,7 @@ class COperationGUData;
 
 constexpr unsigned int OM_FRAME_START = 0xAAAA5555;
 constexpr unsigned int OM_FRAME_END = 0x5555AAAA;
-constexpr size_t OM_MAX_SEGMENT = 2048;      // payload bytes of a frame towards the UE
+constexpr size_t OM_MAX_SEGMENT = 2048;        // payload bytes of a frame towards the UE
 constexpr unsigned short OM_MAX_LENGTH = 4100; // largest length field of a frame from the UE
 
 /// Form of the head ahead of the UE's frames, m_ulFrameMode of COperationGUData.

@@ -38,10 +38,10 @@ struct CMsgPeriods
     const unsigned short usReqPacket;
     const unsigned short usCnfPacket;
     const unsigned short usIndPacket;
-    unsigned int ulLastReport = 0;           // ms
-    std::atomic<unsigned int> ulPeriod = 0;  // ms, 0 = off; in a one-shot query the number of answers awaited
-    const unsigned int ulMinPeriod;          // ms
-    const unsigned int ulMaxPeriod;          // ms
+    unsigned int ulLastReport = 0;          // ms
+    std::atomic<unsigned int> ulPeriod = 0; // ms, 0 = off; in a one-shot query the number of answers awaited
+    const unsigned int ulMinPeriod;         // ms
+    const unsigned int ulMaxPeriod;         // ms
     std::atomic<bool> bWaitCnf = false;
     std::atomic<bool> bTraceOn = false;
 };
@@ -52,6 +52,27 @@ constexpr unsigned int ElapsedMs(unsigned int ulNowMs, unsigned int ulLastMs)
     constexpr unsigned int COUNTER_WRAP_MS = 131071999;
     return ulNowMs - ulLastMs + (ulLastMs > ulNowMs ? COUNTER_WRAP_MS : 0);
 }
+
+// Parameters of most requests: {u8 switch, u8 spare, u16 period, ...}.
+constexpr unsigned char SWITCH_OFF = 0;
+constexpr unsigned char SWITCH_ON = 1;
+inline unsigned char ReqSwitch(ByteView params)
+{
+    return LoadLe<uint8_t>(params, 0);
+}
+constexpr size_t REQ_PERIOD = 2;
+inline unsigned short ReqPeriod(ByteView params)
+{
+    return LoadLe<uint16_t>(params, REQ_PERIOD);
+}
+
+/// The packet id that a client asks for on the GU command channel.
+inline unsigned short ReqPacketId(const DIAG_PACKET_REQ_VIEW& stReq)
+{
+    return static_cast<unsigned short>(stReq.stHead.ulCmdId);
+}
+/// A copy of a request's parameters, usLen bytes.
+std::vector<unsigned char> ReqParams(const DIAG_PACKET_REQ_VIEW& stReq);
 
 constexpr unsigned int REPORT_ADVANCE_MS = 250; // tolerance of every processor's reports
 constexpr unsigned int STAMP_NONE = 0xFFFFFFFF; // time stamp of a confirm that the agent makes
@@ -138,9 +159,10 @@ protected:
                     unsigned short usType = PKT_TYPE_GU_TRANS);
     /// The agent's confirm: the result in ulRc and as four bytes.
     void SendSelfCnf(const CMsgPeriods& stPeriods, unsigned short usType, unsigned int ulRc);
-    /// One more or one fewer packet of the processor runs; the number that then do.
-    unsigned short IncreaseActive() { return ++m_usActive; }
-    unsigned short DecreaseActive();
+    /// Notes that a packet runs at a period from now on, or that it stops. StopPacket: true when no packet of the
+    /// processor runs any more. Both note a confirm of the UE to come where the UE is to be told.
+    void StartPacket(CMsgPeriods& stPeriods, unsigned int ulPeriodMs);
+    bool StopPacket(CMsgPeriods& stPeriods);
 
     CMsgDisp* m_pMsgDisp;
     std::map<unsigned short, CMsgPeriods> m_mapPackets; // by request id; fixed after construction
@@ -150,10 +172,6 @@ protected:
     unsigned short m_usDefaultPeriod;
     bool m_bSelfCnf = true; // never cleared
     unsigned int m_ulModem;
-
-private:
-    void StartTrans(CMsgPeriods& stPeriods, const DIAG_PACKET_REQ_VIEW& stReq);
-    void StopTrans(CMsgPeriods& stPeriods, const DIAG_PACKET_REQ_VIEW& stReq);
 };
 
 constexpr unsigned int MSG_DISP_TRACE = 1; // kinds of CMsgDisp

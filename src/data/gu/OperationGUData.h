@@ -137,20 +137,35 @@ private:
     int TargetUe();
 
     // UE to client.
+    struct TRANS_MSG_ROW;
+    static const TRANS_MSG_ROW c_astTransMsg[];
+
     void FindFrameMode(ByteView data);
     void TakeImei(ByteView packet);
     int WalkChain(ByteView chain, unsigned int ulModem);
-    int ProcOwnMsgFromUe(ByteView packet, unsigned int ulModem);
-    int ProcRegMsgFromUe(ByteView packet, unsigned int ulModem);
-    void OnModeAnswer(ByteView packet);
+    void PassConfirm(ByteView packet);
+    template <size_t LEN> void PassIndication(ByteView packet);
+    template <size_t PART> void StoreWCell(ByteView packet);
+    void StartRlcTime(ByteView packet);
+    void BuildRlcReports(ByteView packet);
+    void PassRegInd(ByteView packet);
+    void PassRegCnf(ByteView packet);
+    void TakeDspShareAddr(ByteView packet);
+    int OnModeAnswer(ByteView packet);
+    void ReplaceRegisterManager();
     void InitRegisterInfo(const std::string& strType, const std::string& strVersion);
     void SetMode(unsigned int ulModem, unsigned int ulMode);
+    static DIAG_PACKET_ACK_STRU GuAckHead(unsigned short usType, unsigned short usId);
+    /// Head of an indication, which takes the next SN.
+    DIAG_PACKET_ACK_STRU GuIndHead(unsigned short usType, unsigned int ulTimeStamp, unsigned short usId);
     void SendGUAckToClient(const DIAG_PACKET_ACK_STRU& stAck, ByteView payload);
     void SendGUDataPacket2Client(const DIAG_PACKET_ACK_STRU& stAck, ByteView payload);
     void SendGUPacketToClient(const std::string& strText);
-    void SendTo(CClient* pClient, const DIAG_PACKET_ACK_STRU& stAck, ByteView payload, const char* pszNoMemory);
+    static void SendTo(CClient* pClient, const DIAG_PACKET_ACK_STRU& stAck, ByteView payload);
 
-    // Reports by arrival.
+    // Reports.
+    bool JoinWCellParts(std::vector<unsigned char>& payload, unsigned int& ulTimeStamp);
+    void SendByArrival(CPeriodMsgFromUe& report, ByteView packet, unsigned short usId, size_t szLen);
     void BuildWBlerIndPacket(ByteView packet);
     void BuildGSMNeighberIndPacket(ByteView packet);
     void BuildLTENeighberIndPacket(ByteView packet);
@@ -162,6 +177,7 @@ private:
     void BuildReorderingQueueIndPacket(unsigned int ulTimeStamp);
     void SendStored(CPeriodMsgFromUe& report, unsigned int ulTimeStamp, unsigned short usId);
     bool IsRlcReportDue(CPeriodMsgFromUe& report, ByteView packet, int& iSeconds) const;
+    bool IsRlcReporting() const;
     void SendRlcSwitch(bool bEnable);
 
     std::atomic<unsigned int> m_enModemNum = MODEM_NUM_UNKNOWN;

@@ -1,0 +1,646 @@
+#include "data/gu/OperationGUData.h"
+
+#include "agent/Agent.h"
+#include "agent/Client.h"
+#include "common/Debug.h"
+#include "data/gu/GuRegister.h"
+#include "data/gu/RegisterManager.h"
+
+#include <utility>
+
+// The way from the UE to the clients: frames, categories, version and card mode, confirms and indications.
+
+namespace
+{
+constexpr std::chrono::milliseconds TICK_INTERVAL(100);
+
+constexpr int RESULT_OK = 0;
+constexpr int RESULT_NOTHING = 1;
+constexpr int RESULT_UNKNOWN_CATEGORY = 2;
+constexpr int RESULT_BAD_LENGTH = 3;
+constexpr int RESULT_UNKNOWN_ID = 4;
+constexpr int RESULT_TRACE_TAKEN = 14;
+
+constexpr size_t CNF_PAYLOAD_LEN = 4; // bytes of every confirm that is passed on
+} // namespace
+
+void COperationGUData::ProcessSerialData(CAgent* pAgent, ByteSpan data, unsigned char ucUeIdx)
+{
+    SetEntry(pAgent);
+    m_iUeId = ucUeIdx;
+    const auto now = std::chrono::steady_clock::now();
+    if (now - m_LastTick >= TICK_INTERVAL) {
+        TimerProc();
+        m_LastTick = now;
+    }
+    if (m_ulFrameMode == FRAME_MODE_UNKNOWN)
+        FindFrameMode(data);
+    if (m_ulFrameMode == FRAME_MODE_TIME_SSID)
+        (void)m_stDataProcess.OM_UsbFrameDecap(data, FRAME_LEAD_TIME_SSID, m_ulFrameMode); // a fault loses the block
+    else if (m_ulFrameMode == FRAME_MODE_RTC_CPUID)
+        (void)m_stDataProcess.OM_UsbFrameDecap(data, FRAME_LEAD_RTC_CPUID, m_ulFrameMode);
+}
+
+void COperationGUData::FindFrameMode(ByteView data)
+{
+    if (LoadLe<uint32_t>(data, FRAME_LEAD_TIME_SSID) == OM_FRAME_START)
+        m_ulFrameMode = FRAME_MODE_TIME_SSID;
+    else if (LoadLe<uint32_t>(data, FRAME_LEAD_RTC_CPUID) == OM_FRAME_START)
+        m_ulFrameMode = FRAME_MODE_RTC_CPUID;
+}
+
+int COperationGUData::TranslateUEPacket(ByteView packet)
+{
+    if (CheckIfMsgHasSn(GuCategory(packet)))
+        (void)CheckWhetherMsgIsLost(LoadLe<uint32_t>(packet, GU_SN), LoadLe<uint8_t>(packet, GU_SSID));
+    RefreshModem(packet);
+    switch (GuCategory(packet)) {
+    case GU_CATEGORY_TRACE:
+        return ProcTraceMsgFromUe(packet);
+    case GU_CATEGORY_OTA:
+        return ProcOtaMsgFromUe(packet, 0);
+    case GU_CATEGORY_TRANS:
+        return DecomposeTransMsg(packet, 0);
+    case GU_CATEGORY_QUERY:
+        return ProcQueryMsgFromUe(packet, 0);
+    case GU_CATEGORY_OTA + GU_CATEGORY_MODEM_1:
+        return ProcOtaMsgFromUe(packet, 1);
+    case GU_CATEGORY_TRANS + GU_CATEGORY_MODEM_1:
+        return DecomposeTransMsg(packet, 1);
+    case GU_CATEGORY_QUERY + GU_CATEGORY_MODEM_1:
+        return ProcQueryMsgFromUe(packet, 1);
+    default:
+        return RESULT_UNKNOWN_CATEGORY;
+    }
+}
+
+/// The second modem's query answers count as messages with an SN, unlike the first's; required.
+bool COperationGUData::CheckIfMsgHasSn(unsigned char ucCategory)
+{
+    return ucCategory != 3 && ucCategory != GU_CATEGORY_QUERY && ucCategory != 46;
+}
+
+/// Only keeps the books: nobody acts on a lost message. 1 for a gap, and for an SN of 0, which isn't entered.
+int COperationGUData::CheckWhetherMsgIsLost(unsigned int ulSn, unsigned char ucSsid)
+{
+    if (ulSn == 0)
+        return 1;
+    if (ucSsid >= SSID_COUNT) {
+        CDebug::Instance()->PrintError("error fail file:%s, line:%d", "./src/data/gu/OperationGUData", __LINE__);
+        return 0;
+    }
+    const xtl::MutexGuard guard(m_hSnLock);
+    const unsigned long long ullLast = std::exchange(m_aullLastSn[ucSsid], ulSn);
+    return ullLast != SN_UNSET && ulSn != ullLast + 1 ? 1 : 0;
+}
+
+namespace
+{
+struct OTA_MSG_ROW
+{
+    unsigned short usMsgId;
+    bool bConfirm;                             // a confirm, or else an indication that tells its length
+    std::array<unsigned short, 2> ausClientId; // of modem 0 and 1
+};
+constexpr OTA_MSG_ROW g_astOtaMsg[] = {
+    {0xA015, true, {0xA015, 0xA045}},  //
+    {0xA025, false, {0xA025, 0xA055}}, //
+    {0xB021, true, {0xB021, 0xB021}},  //
+    {0xB022, false, {0xB022, 0xB022}}, //
+    {0xC102, true, {0xC102, 0xC105}},  //
+    {0xC103, false, {0xC103, 0xC106}}, //
+};
+constexpr size_t OTA_IND_LEN = 20;      // u32, bytes of the message
+constexpr size_t OTA_IND_LEN_EXTRA = 8; // head of the message, not counted there
+
+/// szLen bytes of the payload as the UE sent it, completed with zeros. A length has 16 bits towards clients.
+std::vector<unsigned char> PayloadOf(ByteView packet, size_t szLen)
+{
+    std::vector<unsigned char> payload(static_cast<uint16_t>(szLen));
+    CopyPadded(payload, GuPayload(packet));
+    return payload;
+}
+} // namespace
+
+int COperationGUData::ProcOtaMsgFromUe(ByteView packet, unsigned int ulModem)
+{
+    if (!m_bVersionOk || packet.size() < GU_MIN_PACKET)
+        return RESULT_NOTHING;
+    for (const OTA_MSG_ROW& stRow : g_astOtaMsg) {
+        if (stRow.usMsgId != GuMsgId(packet))
+            continue;
+        const unsigned short usId = stRow.ausClientId[ulModem];
+        const size_t szIndLen = size_t{LoadLe<uint32_t>(packet, OTA_IND_LEN)} + OTA_IND_LEN_EXTRA;
+        if (stRow.bConfirm)
+            BuildMsgCnfPacket(PKT_TYPE_GU_OTA, 0, GuTimeStamp(packet), usId, PayloadOf(packet, CNF_PAYLOAD_LEN));
+        else
+            BuildMsgIndPacket(PKT_TYPE_GU_OTA, GuTimeStamp(packet), usId, PayloadOf(packet, szIndLen));
+        return RESULT_OK;
+    }
+    return RESULT_UNKNOWN_ID;
+}
+
+namespace
+{
+constexpr unsigned short ID_UE_INFO = 0xC002; // holds the IMEI
+constexpr size_t UE_INFO_IMEI = 53;           // text
+constexpr size_t IMEI_BUFFER = 256;
+
+/// Messages of these ids come in chains of several in one packet.
+constexpr bool IsChained(unsigned short usMsgId)
+{
+    return usMsgId >> 8 == 0xF0 || usMsgId >> 8 == 0xE0;
+}
+} // namespace
+
+int COperationGUData::DecomposeTransMsg(ByteView packet, unsigned int ulModem)
+{
+    if (packet.size() < GU_MIN_PACKET)
+        return RESULT_NOTHING;
+    if (!m_bImeiOk && GuMsgId(packet) == ID_UE_INFO)
+        TakeImei(packet);
+    if (!m_bVersionOk)
+        return RESULT_NOTHING;
+    if (!IsChained(GuMsgId(packet)))
+        return ProcTransMsgFromUe(packet, ulModem);
+    return WalkChain(packet, ulModem);
+}
+
+/// An IMEI that comes before the version isn't kept: the status text is empty then.
+void COperationGUData::TakeImei(ByteView packet)
+{
+    m_bImeiOk = true;
+    if (m_bVersionOk)
+        SendGUPacketToClient(FixedText(Slice(packet, UE_INFO_IMEI, IMEI_BUFFER - 1)));
+}
+
+int COperationGUData::WalkChain(ByteView chain, unsigned int ulModem)
+{
+    const unsigned int ulSn = LoadLe<uint32_t>(chain, GU_SN);
+    while (chain.size() >= GU_MIN_PACKET) {
+        const size_t szMsg = GuPacketSize(chain);
+        if (szMsg > chain.size())
+            return RESULT_OK;
+        if (!IsChained(GuMsgId(chain)))
+            return RESULT_NOTHING;
+        std::vector<unsigned char> message(chain.begin(), chain.begin() + static_cast<ptrdiff_t>(szMsg));
+        StoreLe<uint32_t>(message, GU_SN, ulSn);
+        (void)ProcTransMsgFromUe(message, ulModem); // a message that isn't known doesn't stop the others
+        chain = chain.subspan(szMsg);
+    }
+    return RESULT_OK;
+}
+
+// What the UE's own transparent messages become, whatever the dispatcher did with them.
+struct COperationGUData::TRANS_MSG_ROW
+{
+    unsigned short usMsgId;
+    void (COperationGUData::*pfnProcess)(ByteView packet);
+    bool bModem0Only = false;
+};
+const COperationGUData::TRANS_MSG_ROW COperationGUData::c_astTransMsg[] = {
+    {0xB011, &COperationGUData::PassConfirm},
+    {0xB017, &COperationGUData::PassConfirm},
+    {0xB01A, &COperationGUData::PassConfirm},
+    {0xB01D, &COperationGUData::PassConfirm},
+    {0xB061, &COperationGUData::PassConfirm},
+    {0xC011, &COperationGUData::PassConfirm},
+    {0xF021, &COperationGUData::PassConfirm},
+    {0xB012, &COperationGUData::StoreWCell<0>},
+    {0xB015, &COperationGUData::StoreWCell<1>},
+    {0xB065, &COperationGUData::StoreWCell<2>},
+    {0xB018, &COperationGUData::BuildGSMNeighberIndPacket},
+    {0xB062, &COperationGUData::BuildLTENeighberIndPacket},
+    {0xB01B, &COperationGUData::PassIndication<24>},
+    {0xB01E, &COperationGUData::PassIndication<4>},
+    {0xC002, &COperationGUData::PassIndication<288>},
+    {0xD002, &COperationGUData::StartRlcTime},
+    {0xD003, &COperationGUData::BuildRlcReports},
+    {0xF022, &COperationGUData::BuildWBlerIndPacket},
+    {0xE501, &COperationGUData::PassRegInd, true},
+    {0xF501, &COperationGUData::PassRegInd, true},
+    {0xF504, &COperationGUData::PassRegCnf},
+    {0xF505, &COperationGUData::PassRegCnf},
+    {0xFE02, &COperationGUData::TakeDspShareAddr},
+};
+
+int COperationGUData::ProcTransMsgFromUe(ByteView packet, unsigned int ulModem)
+{
+    if (packet.size() < GU_MIN_PACKET || GuPacketSize(packet) != packet.size())
+        return RESULT_BAD_LENGTH;
+    (void)m_pTransDisp->Process(packet, (ulModem << 16) | GuMsgId(packet)); // the agent's own table comes in any case
+    for (const TRANS_MSG_ROW& stRow : c_astTransMsg) {
+        if (stRow.usMsgId != GuMsgId(packet))
+            continue;
+        if (ulModem == 0 || !stRow.bModem0Only)
+            (this->*stRow.pfnProcess)(packet);
+        return RESULT_OK;
+    }
+    return RESULT_UNKNOWN_ID;
+}
+
+void COperationGUData::PassConfirm(ByteView packet)
+{
+    BuildMsgCnfPacket(PKT_TYPE_GU_TRANS, 0, GuTimeStamp(packet), GuMsgId(packet), PayloadOf(packet, CNF_PAYLOAD_LEN));
+}
+
+template <size_t LEN> void COperationGUData::PassIndication(ByteView packet)
+{
+    BuildMsgIndPacket(PKT_TYPE_GU_TRANS, GuTimeStamp(packet), GuMsgId(packet), PayloadOf(packet, LEN));
+}
+
+template <size_t PART> void COperationGUData::StoreWCell(ByteView packet)
+{
+    m_aWCellReport[PART].InsertData(packet);
+}
+
+void COperationGUData::StartRlcTime(ByteView)
+{
+    m_tRlcStart = std::time(nullptr);
+}
+
+void COperationGUData::BuildRlcReports(ByteView packet)
+{
+    BuildRlcUlIndPacket(packet);
+    BuildRbUlIndPacket(packet);
+    BuildRlcDlIndPacket(packet);
+    BuildRbDlIndPacket(packet);
+}
+
+void COperationGUData::PassRegInd(ByteView packet)
+{
+    if (const auto pManager = RegisterManager())
+        pManager->ProcessRegIndMsg(packet);
+}
+
+void COperationGUData::PassRegCnf(ByteView packet)
+{
+    if (const auto pManager = RegisterManager())
+        pManager->ProcessRegCnfMsg(packet);
+}
+
+namespace
+{
+/// A pointer as the log shows it.
+unsigned int LogPointer(const void* p)
+{
+    return static_cast<unsigned int>(reinterpret_cast<uintptr_t>(p));
+}
+} // namespace
+
+void COperationGUData::TakeDspShareAddr(ByteView packet)
+{
+    const auto pManager = RegisterManager();
+    CDebug::Instance()->PrintInfo("Already query dsp addr msg m_pRegisterManager = 0x%x", LogPointer(pManager.get()));
+    if (!pManager)
+        return;
+    pManager->RefreshWdspQueryAddr(packet);
+    if (CAgent* const pAgent = m_pAgent)
+        pAgent->ModeQuery(MODEM_ID_0, static_cast<unsigned char>(m_iUeId));
+}
+
+namespace
+{
+constexpr unsigned short ID_TRACE = 0x8003;
+constexpr unsigned short TRACE_MIN_LEN = 38; // smallest usPacketLen
+constexpr unsigned int TRACE_PID_MODEM_1_FIRST = 2;
+constexpr unsigned int TRACE_PID_MODEM_1_LAST = 98;
+constexpr unsigned short TRACE_MAC_CONFIRM = 0; // message names
+constexpr unsigned short TRACE_MAC_CONFIG = 8;
+
+unsigned int TraceKey(ByteView packet)
+{
+    const unsigned int ulSender = LoadLe<uint32_t>(packet, GU_TRACE_SENDER_PID);
+    const bool bModem1 = ulSender >= TRACE_PID_MODEM_1_FIRST && ulSender <= TRACE_PID_MODEM_1_LAST;
+    return LoadLe<uint16_t>(packet, GU_TRACE_MSG_NAME) | (bModem1 ? 0x10000U : 0U);
+}
+} // namespace
+
+int COperationGUData::ProcTraceMsgFromUe(ByteView packet)
+{
+    if (!m_bVersionOk)
+        return RESULT_NOTHING;
+    if (packet.size() < GU_MIN_PACKET)
+        return RESULT_BAD_LENGTH;
+    if (GuMsgId(packet) != ID_TRACE || GuPacketLen(packet) < TRACE_MIN_LEN)
+        return RESULT_UNKNOWN_ID;
+    const bool bTaken = m_pTraceDisp->Process(packet, TraceKey(packet));
+    const unsigned int ulTimeStamp = GuTimeStamp(packet);
+    switch (LoadLe<uint16_t>(packet, GU_TRACE_MSG_NAME)) {
+    case TRACE_MAC_CONFIRM:
+        if (m_MacReport.ConfirmMsg(packet))
+            BuildMAC_dIndPacket(ulTimeStamp);
+        if (m_ReorderReport.ConfirmMsg(packet))
+            BuildReorderingQueueIndPacket(ulTimeStamp);
+        return RESULT_OK;
+    case TRACE_MAC_CONFIG:
+        if (m_MacReport.MsgProcess(packet))
+            BuildMAC_dIndPacket(ulTimeStamp);
+        if (m_ReorderReport.MsgProcess(packet))
+            BuildReorderingQueueIndPacket(ulTimeStamp);
+        return RESULT_OK;
+    default:
+        return bTaken ? RESULT_TRACE_TAKEN : RESULT_UNKNOWN_ID;
+    }
+}
+
+namespace
+{
+constexpr unsigned short ID_MODE_ANSWER = 0x80A6;
+constexpr unsigned short ID_MODE_ANSWER_MODEM_1 = 0x80A8; // towards clients; the UE sends ID_MODE_ANSWER
+constexpr unsigned short ID_VERSION_ANSWER = 0x8082;
+constexpr unsigned short ID_CARD_ANSWER = 0x8212;
+
+unsigned short QueryId(ByteView packet)
+{
+    return LoadLe<uint16_t>(packet, GU_QUERY_MSG_ID);
+}
+unsigned int QueryValue(ByteView packet)
+{
+    return LoadLe<uint32_t>(packet, GU_QUERY_VALUE);
+}
+bool IsModem1(ByteView packet)
+{
+    return GuCategory(packet) == GU_CATEGORY_QUERY + GU_CATEGORY_MODEM_1;
+}
+} // namespace
+
+int COperationGUData::ProcQueryMsgFromUe(ByteView packet, unsigned int ulModem)
+{
+    if (ulModem > 1 || (GuCategory(packet) != GU_CATEGORY_QUERY && !IsModem1(packet)))
+        return RESULT_UNKNOWN_ID;
+    switch (QueryId(packet)) {
+    case ID_MODE_ANSWER:
+        return OnModeAnswer(packet);
+    case ID_VERSION_ANSWER:
+        ProcessVersionMsg(packet);
+        return RESULT_OK;
+    default:
+        return RESULT_UNKNOWN_ID;
+    }
+}
+
+/// The confirm has the type 10, the UE's category, not the 90 of the request; required.
+int COperationGUData::OnModeAnswer(ByteView packet)
+{
+    const auto pManager = RegisterManager();
+    const unsigned int ulMode0 = pManager ? pManager->GetRegMode(0) : MODE_NONE;
+    const unsigned int ulMode1 = pManager ? pManager->GetRegMode(1) : MODE_NONE;
+    CDebug::Instance()->PrintRawData("Rcv Mode Info", packet);
+    CDebug::Instance()->PrintInfo("Rcv Mode Info  m_bVersionOk = %d, m_pRegisterManager = 0x%x, m_enRegMode=[%d,%d]",
+                                  m_bVersionOk ? 1 : 0, LogPointer(pManager.get()), static_cast<int>(ulMode0),
+                                  static_cast<int>(ulMode1));
+    if (!m_bVersionOk)
+        return RESULT_NOTHING;
+    unsigned char aucValue[4];
+    StoreLe<uint32_t>(aucValue, 0, QueryValue(packet));
+    BuildMsgCnfPacket(GU_CATEGORY_QUERY, 0, STAMP_NONE, IsModem1(packet) ? ID_MODE_ANSWER_MODEM_1 : ID_MODE_ANSWER,
+                      aucValue);
+    RefreshMode(packet);
+    return RESULT_OK;
+}
+
+void COperationGUData::RefreshMode(ByteView packet)
+{
+    const unsigned int enMode = GetCurrentMode(packet);
+    if (IsModem1(packet)) {
+        SetMode(1, enMode);
+        return;
+    }
+    const auto pManager = RegisterManager();
+    if (!pManager)
+        return;
+    if (pManager->ChangeRegListByMode(static_cast<int>(enMode)) || !pManager->BaseAddrValid())
+        pManager->SendCmd_QueryWDSPReg(true, static_cast<MODE_ENUM>(enMode));
+}
+
+void COperationGUData::SetMode(unsigned int ulModem, unsigned int ulMode)
+{
+    if (const auto pManager = RegisterManager())
+        pManager->SetRegMode(ulModem, static_cast<MODE_ENUM>(ulMode));
+}
+
+/// MODE_ENUM of a mode answer.
+unsigned int COperationGUData::GetCurrentMode(ByteView packet) const
+{
+    const unsigned int ulValue = QueryValue(packet);
+    if (ulValue == m_ulModeBase + 1)
+        return 0;
+    return ulValue == m_ulModeBase ? 1 : 2;
+}
+
+void COperationGUData::RefreshModem(ByteView packet)
+{
+    if (GuCategory(packet) != GU_CATEGORY_QUERY || QueryId(packet) != ID_CARD_ANSWER)
+        return;
+    CDebug::Instance()->PrintInfo("Rcv single and double card info");
+    if (m_enModemNum != MODEM_NUM_UNKNOWN)
+        return;
+    m_ulModeBase = 0;
+    const unsigned int enModemNum = SetUeModemId(QueryValue(packet));
+    m_enModemNum = enModemNum;
+    if (CAgent* const pAgent = m_pAgent)
+        pAgent->ModeQuery(MODEM_ID_1, static_cast<unsigned char>(m_iUeId));
+    CDebug::Instance()->PrintInfo("single and double card model= %d", static_cast<int>(enModemNum));
+}
+
+unsigned int COperationGUData::SetUeModemId(unsigned int ulValue)
+{
+    if (ulValue == 2)
+        return MODEM_NUM_DUAL;
+    return ulValue == 1 ? MODEM_NUM_SINGLE : MODEM_NUM_UNKNOWN;
+}
+
+namespace
+{
+constexpr size_t VERSION_NAME_LEN = 8; // characters of the version text that name the platform
+struct VERSION_ROW
+{
+    const char* pszName;
+    unsigned int ulClass;
+};
+constexpr VERSION_ROW g_astVersion[] = {
+    {"CEDAR-03", 0}, {"CEDAR-30", 0},                                                                     //
+    {"MAPLE-20", 2}, {"MAPLE-02", 2}, {"ROWAN-03", 2}, {"ROWAN-30", 2}, {"OLIVE-01", 3}, {"OLIVE-10", 3}, //
+    {"PLANE-01", 4}, {"PLANE-10", 4},
+};
+
+constexpr size_t VERSION_TEXT = 109;
+constexpr size_t VERSION_TYPE = 8;
+constexpr size_t VERSION_ASIC_MIN = 515; // an ASIC's answer is longer than this
+constexpr unsigned int PID_BLER_KNOWN = 203;
+constexpr unsigned int PID_BLER_OTHER = 515;
+
+const char* TypeText(ByteView packet)
+{
+    switch (LoadLe<uint32_t>(packet, VERSION_TYPE)) {
+    case 1:
+        return GuPacketSize(packet) > VERSION_ASIC_MIN ? "ASIC" : "FPGA";
+    case 2:
+        return "PC";
+    default:
+        return "FPGA";
+    }
+}
+} // namespace
+
+unsigned int COperationGUData::ParseVersion(const std::string& strVersion)
+{
+    const std::string strName = strVersion.substr(0, VERSION_NAME_LEN);
+    for (const VERSION_ROW& stRow : g_astVersion)
+        if (strName == stRow.pszName)
+            return stRow.ulClass;
+    return UE_VERSION_UNKNOWN;
+}
+
+void COperationGUData::ProcessVersionMsg(ByteView packet)
+{
+    if (m_bVersionOk || QueryId(packet) != ID_VERSION_ANSWER)
+        return;
+    const std::string strType = TypeText(packet);
+    std::string strVersion = FixedText(Slice(packet, VERSION_TEXT));
+    if (ParseVersion(strVersion) != UE_VERSION_UNKNOWN) {
+        m_ulFrameMode = FRAME_MODE_RTC_CPUID;
+        m_ulModeBase = 0;
+    }
+    strVersion = strVersion.substr(0, strVersion.find('B'));
+    m_bVersionOk = true;
+    if (m_bImeiOk)
+        SendGUPacketToClient("");
+    m_enUeVersion = ParseVersion(strVersion);
+    m_ulBlerPid = IsKnownUeVersion(m_enUeVersion) ? PID_BLER_KNOWN : PID_BLER_OTHER;
+    ReplaceRegisterManager();
+    InitRegisterInfo(strType, strVersion);
+    CAgent* const pAgent = m_pAgent;
+    if (!pAgent)
+        return;
+    const int nUeIdx = m_iUeId;
+    CDebug::Instance()->PrintInfo("mode query: ue id = %d", nUeIdx);
+    CDebug::Instance()->PrintInfo("Rcv version = %s, type=%s", strVersion.c_str(), strType.c_str());
+    pAgent->ModeQuery(MODEM_ID_0, static_cast<unsigned char>(nUeIdx));
+    pAgent->QueryUeModemNum(static_cast<unsigned char>(nUeIdx));
+}
+
+void COperationGUData::ReplaceRegisterManager()
+{
+    auto pManager = std::make_shared<CRegisterManager>(this);
+    const xtl::MutexGuard guard(m_RegisterLock);
+    m_pRegisterManager.swap(pManager);
+}
+
+void COperationGUData::InitRegisterInfo(const std::string& strType, const std::string& strVersion)
+{
+    const auto pManager = RegisterManager();
+    if (!pManager)
+        return;
+    pManager->ClearRegInfo();
+    const unsigned int ulIndex = m_pGuRegister->GetIndexValueByVersion(strVersion, strType);
+    if (ulIndex == REG_INDEX_NONE)
+        return;
+    const auto Addr = [&](unsigned int ulField) { return m_pGuRegister->GetAddrValueByIndex(ulIndex, ulField); };
+    pManager->SetBaseAddr(Addr(REG_FIELD_WBBP), Addr(REG_FIELD_GBBP), Addr(REG_FIELD_WDSP_QUERY),
+                          Addr(REG_FIELD_WDSP_INFO), Addr(REG_FIELD_TIME_SLOT));
+    pManager->SendCmdOfSdtStatus();
+    pManager->DspShareAddrQuery();
+    CDebug::Instance()->PrintInfo("Set DSP query addr ulWDSPQUERY= 0x%x", Addr(REG_FIELD_WDSP_QUERY));
+}
+
+DIAG_PACKET_ACK_STRU COperationGUData::GuAckHead(unsigned short usType, unsigned short usId)
+{
+    constexpr unsigned short MODE_GU = 0x0100; // system mode 1
+    DIAG_PACKET_ACK_STRU stAck;
+    stAck.usPktType = MODE_GU | usType;
+    stAck.ulCmdId = (static_cast<unsigned int>(stAck.usPktType & 0xFFF) << 16) | usId;
+    return stAck;
+}
+
+void COperationGUData::BuildMsgCnfPacket(unsigned short usType, unsigned int ulRc, unsigned int ulTimeStamp,
+                                         unsigned short usId, ByteView data)
+{
+    DIAG_PACKET_ACK_STRU stAck = GuAckHead(usType, usId);
+    stAck.ulRc = ulRc;
+    stAck.ullTimeStamp = GetRealTimeStamp(ulTimeStamp);
+    SendGUAckToClient(stAck, data);
+}
+
+DIAG_PACKET_ACK_STRU COperationGUData::GuIndHead(unsigned short usType, unsigned int ulTimeStamp, unsigned short usId)
+{
+    DIAG_PACKET_ACK_STRU stAck = GuAckHead(usType, usId);
+    stAck.ulRc = GetMsgSnValue();
+    stAck.ullTimeStamp = GetRealTimeStamp(ulTimeStamp);
+    return stAck;
+}
+
+void COperationGUData::BuildMsgIndPacket(unsigned short usType, unsigned int ulTimeStamp, unsigned short usId,
+                                         ByteView data)
+{
+    SendGUDataPacket2Client(GuIndHead(usType, ulTimeStamp, usId), data);
+}
+
+void COperationGUData::SendGUAckToClient(const DIAG_PACKET_ACK_STRU& stAck, ByteView payload)
+{
+    CAgent* const pAgent = m_pAgent;
+    const int nUeIdx = m_iUeId;
+    if (nUeIdx == -1)
+        SendTo(LastClient().get(), stAck, payload);
+    else if (pAgent)
+        SendTo(pAgent->GetGUDataClient(static_cast<unsigned char>(nUeIdx), CHANNEL_GU_CMD).get(), stAck, payload);
+}
+
+void COperationGUData::SendGUDataPacket2Client(const DIAG_PACKET_ACK_STRU& stAck, ByteView payload)
+{
+    CAgent* const pAgent = m_pAgent;
+    if (pAgent)
+        SendTo(pAgent->GetGUDataClient(static_cast<unsigned char>(m_iUeId), CHANNEL_GU_DATA).get(), stAck, payload);
+}
+
+void COperationGUData::SendTo(CClient* pClient, const DIAG_PACKET_ACK_STRU& stAck, ByteView payload)
+{
+    if (!pClient)
+        return;
+    size_t szTotal = 0;
+    OwnedBytes pPacket = BuildClientPacket(stAck, payload, szTotal);
+    if (!pPacket) {
+        CDebug::Instance()->PrintError("DpGuCmd: function SendGUAckToClient Get memory faild");
+        return;
+    }
+    (void)pClient->SendData2Client(std::move(pPacket), szTotal); // always true
+}
+
+namespace
+{
+/// GU_PROBE_ACK_STRU as this side sends it: the UE's name in the place of its version, a text behind it.
+struct GU_PROBE_ACK
+{
+    static constexpr size_t SIZE = 92;
+    static constexpr size_t NAME_SIZE = 32;
+    static constexpr size_t TEXT_SIZE = 56;
+
+    uint8_t ucState = 1;
+    uint8_t ucUe = 0;
+    uint16_t usPort = LISTENPORT[CHANNEL_GU_CMD];
+    std::string strName = "UE0";
+    std::string strText;
+};
+template <class Io, class Ack> void ProbeAck(Io& io, Ack& stAck)
+{
+    io.Field(stAck.ucState);                         //  0
+    io.Field(stAck.ucUe);                            //  1
+    io.Field(stAck.usPort);                          //  2
+    io.Text(stAck.strName, GU_PROBE_ACK::NAME_SIZE); //  4
+    io.Text(stAck.strText, GU_PROBE_ACK::TEXT_SIZE); // 36
+}
+} // namespace
+
+void COperationGUData::SendGUPacketToClient(const std::string& strText)
+{
+    GU_PROBE_ACK stProbe;
+    stProbe.strText = strText;
+    std::array<unsigned char, GU_PROBE_ACK::SIZE> aucPayload{};
+    CByteWriter writer(aucPayload);
+    ProbeAck(writer, stProbe);
+    DIAG_PACKET_ACK_STRU stAck;
+    stAck.ulCmdId = AGENT_CMD_GU_STATUS;
+    stAck.usPktType = AGENT_CMD_GU_STATUS >> 16;
+    SendGUAckToClient(stAck, aucPayload);
+}

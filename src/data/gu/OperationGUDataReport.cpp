@@ -1,0 +1,257 @@
+#include "data/gu/OperationGUData.h"
+
+#include "common/Debug.h"
+#include "data/gu/RlcThroughput.h"
+
+// Reports that the agent times: the tick, the W cell report, the reports by arrival, and the requests that start
+// and stop those of RLC, MAC and reordering.
+
+namespace
+{
+constexpr unsigned int OWN_ADVANCE_MS = 5; // tolerance of the UE's own reports
+constexpr unsigned int TICK_MS = 100;
+
+// Parts of the W cell report: a fixed head, and the cells that it counts.
+constexpr size_t W_CELL_ENTRY = 24;
+constexpr size_t W_CELL_COUNT = 6; // in a part: u16, in the third one two u8
+constexpr size_t W_CELL_HEAD[] = {8, 8, 12};
+constexpr unsigned short ID_W_CELL_IND = 0xB012;
+
+/// Bytes of a part; of a part that isn't there, its empty head.
+size_t WCellPartLen(size_t szPart, ByteView message)
+{
+    const ByteView part = GuPayload(message);
+    const size_t szCells = szPart < 2
+                               ? LoadLe<uint16_t>(part, W_CELL_COUNT)
+                               : size_t{LoadLe<uint8_t>(part, W_CELL_COUNT)} + LoadLe<uint8_t>(part, W_CELL_COUNT + 1);
+    return W_CELL_HEAD[szPart] + szCells * W_CELL_ENTRY;
+}
+} // namespace
+
+void COperationGUData::TimerProc()
+{
+    ++m_ulTick;
+    Timer_BuildIndPacket(m_aWCellReport[0]);
+}
+
+void COperationGUData::Timer_BuildIndPacket(CPeriodMsgFromUe& report)
+{
+    const unsigned int ulPeriod = report.GetPeriod();
+    if (ulPeriod == 0)
+        return;
+    if (m_ulTick % std::max(1U, ulPeriod / TICK_MS) == 0)
+        Timer_BuildWCellIndPacket();
+}
+
+namespace
+{
+/// One line with the packet as a client gets it, lead bytes left out.
+void LogPacket(const char* pszTitle, const DIAG_PACKET_ACK_STRU& stAck, ByteView payload)
+{
+    size_t szTotal = 0;
+    const OwnedBytes pPacket = BuildClientPacket(stAck, payload, szTotal);
+    if (pPacket)
+        CDebug::Instance()->PrintRawData(pszTitle, Slice(ByteView(pPacket.get(), szTotal), LEAD_LEN));
+}
+} // namespace
+
+bool COperationGUData::JoinWCellParts(std::vector<unsigned char>& payload, unsigned int& ulTimeStamp)
+{
+    const xtl::MutexGuard guard0(m_aWCellReport[0].Mutex());
+    const xtl::MutexGuard guard1(m_aWCellReport[1].Mutex());
+    const xtl::MutexGuard guard2(m_aWCellReport[2].Mutex());
+    const ByteView aMessage[] = {m_aWCellReport[0].GetData(), m_aWCellReport[1].GetData(), m_aWCellReport[2].GetData()};
+    if (aMessage[0].empty())
+        return false;
+    ulTimeStamp = GuTimeStamp(aMessage[0]);
+    size_t szTotal = 0;
+    for (size_t i = 0; i < W_CELL_PARTS; ++i)
+        szTotal += WCellPartLen(i, aMessage[i]);
+    payload.assign(static_cast<uint16_t>(szTotal), 0); // a length has 16 bits towards clients
+    CByteWriter writer(payload);
+    for (size_t i = 0; i < W_CELL_PARTS; ++i)
+        CopyPadded(writer.Take(WCellPartLen(i, aMessage[i])), GuPayload(aMessage[i]));
+    m_aWCellReport[0].DeleteDataUnlocked();
+    m_aWCellReport[1].DeleteDataUnlocked();
+    m_aWCellReport[2].DeleteDataUnlocked();
+    return true;
+}
+
+void COperationGUData::Timer_BuildWCellIndPacket()
+{
+    std::vector<unsigned char> payload;
+    unsigned int ulTimeStamp = 0;
+    if (!JoinWCellParts(payload, ulTimeStamp))
+        return;
+    const DIAG_PACKET_ACK_STRU stAck = GuIndHead(PKT_TYPE_GU_TRANS, ulTimeStamp, ID_W_CELL_IND);
+    SendGUDataPacket2Client(stAck, payload);
+    LogPacket("Timer_BuildWCellIndPacket", stAck, payload);
+}
+
+void COperationGUData::SendByArrival(CPeriodMsgFromUe& report, ByteView packet, unsigned short usId, size_t szLen)
+{
+    if (!report.IsReport(GetRealTimeStamp(GuTimeStamp(packet)), OWN_ADVANCE_MS))
+        return;
+    std::vector<unsigned char> payload(static_cast<uint16_t>(szLen)); // a length has 16 bits towards clients
+    CopyPadded(payload, GuPayload(packet));
+    BuildMsgIndPacket(PKT_TYPE_GU_TRANS, GuTimeStamp(packet), usId, payload);
+}
+
+void COperationGUData::BuildWBlerIndPacket(ByteView packet)
+{
+    constexpr size_t HEAD_COUNTED = GU_PAYLOAD - GU_LEN_OFFSET_BASE; // of the head, in usPacketLen
+    SendByArrival(m_BlerReport, packet, 0xF022, size_t{GuPacketLen(packet)} - HEAD_COUNTED);
+}
+
+namespace
+{
+constexpr size_t NEIGHBOUR_COUNT = 18; // u16
+constexpr size_t NEIGHBOUR_HEAD = 4;
+constexpr size_t GSM_NEIGHBOUR_SIZE = 20;
+constexpr size_t GSM_NEIGHBOUR_MAX = 50;
+constexpr size_t LTE_NEIGHBOUR_SIZE = 12;
+} // namespace
+
+void COperationGUData::BuildGSMNeighberIndPacket(ByteView packet)
+{
+    const size_t szCount = LoadLe<uint16_t>(packet, NEIGHBOUR_COUNT);
+    if (szCount <= GSM_NEIGHBOUR_MAX)
+        SendByArrival(m_GsmNeighbour, packet, 0xB018, szCount * GSM_NEIGHBOUR_SIZE + NEIGHBOUR_HEAD);
+}
+
+void COperationGUData::BuildLTENeighberIndPacket(ByteView packet)
+{
+    const size_t szCount = LoadLe<uint16_t>(packet, NEIGHBOUR_COUNT);
+    SendByArrival(m_LteNeighbour, packet, 0xB062, szCount * LTE_NEIGHBOUR_SIZE + NEIGHBOUR_HEAD);
+}
+
+/// The gate of the throughput reports. A report without a second of counting behind it is dropped, but counts as
+/// sent: the gate comes first.
+bool COperationGUData::IsRlcReportDue(CPeriodMsgFromUe& report, ByteView packet, int& iSeconds) const
+{
+    if (!report.IsReport(GetRealTimeStamp(GuTimeStamp(packet)), REPORT_ADVANCE_MS))
+        return false;
+    iSeconds = static_cast<int>(std::time(nullptr) - m_tRlcStart);
+    return iSeconds > 0;
+}
+
+void COperationGUData::BuildRlcUlIndPacket(ByteView packet)
+{
+    int iSeconds = 0;
+    if (IsRlcReportDue(m_RlcUlReport, packet, iSeconds))
+        BuildMsgIndPacket(PKT_TYPE_GU_TRANS, GuTimeStamp(packet), 0xF53B, RlcUlReport(GuPayload(packet), iSeconds));
+}
+
+void COperationGUData::BuildRbUlIndPacket(ByteView packet)
+{
+    int iSeconds = 0;
+    if (IsRlcReportDue(m_RbUlReport, packet, iSeconds))
+        BuildMsgIndPacket(PKT_TYPE_GU_TRANS, GuTimeStamp(packet), 0xF53E, RbUlReport(GuPayload(packet), iSeconds));
+}
+
+void COperationGUData::BuildRlcDlIndPacket(ByteView packet)
+{
+    int iSeconds = 0;
+    if (IsRlcReportDue(m_RlcDlReport, packet, iSeconds))
+        BuildMsgIndPacket(PKT_TYPE_GU_TRANS, GuTimeStamp(packet), 0xF541, RlcDlReport(GuPayload(packet), iSeconds));
+}
+
+void COperationGUData::BuildRbDlIndPacket(ByteView packet)
+{
+    int iSeconds = 0;
+    if (IsRlcReportDue(m_RbDlReport, packet, iSeconds))
+        BuildMsgIndPacket(PKT_TYPE_GU_TRANS, GuTimeStamp(packet), 0xF544, RbDlReport(GuPayload(packet), iSeconds));
+}
+
+void COperationGUData::SendStored(CPeriodMsgFromUe& report, unsigned int ulTimeStamp, unsigned short usId)
+{
+    const std::vector<unsigned char> data = report.TakeData();
+    if (!data.empty())
+        BuildMsgIndPacket(PKT_TYPE_GU_TRANS, ulTimeStamp, usId, data);
+}
+
+void COperationGUData::BuildMAC_dIndPacket(unsigned int ulTimeStamp)
+{
+    SendStored(m_MacReport, ulTimeStamp, 0xF51A);
+}
+
+void COperationGUData::BuildReorderingQueueIndPacket(unsigned int ulTimeStamp)
+{
+    SendStored(m_ReorderReport, ulTimeStamp, 0xF51D);
+}
+
+namespace
+{
+constexpr unsigned short RLC_PERIOD_MIN = 1000; // ms
+constexpr unsigned short RLC_PERIOD_MAX = 5000;
+constexpr unsigned short ID_RLC_SWITCH = 0xD001;
+constexpr unsigned int PID_RLC = 138;
+constexpr unsigned int MAC_PIDS[] = {133, 139};
+
+std::array<unsigned char, 4> AsBytes32(unsigned int ulValue)
+{
+    std::array<unsigned char, 4> aucValue{};
+    StoreLe<uint32_t>(aucValue, 0, ulValue);
+    return aucValue;
+}
+
+/// The confirm of a request that the agent itself answers has the id behind the request's.
+unsigned short OwnCnfId(const DIAG_PACKET_REQ_VIEW& stReq)
+{
+    return static_cast<unsigned short>(ReqPacketId(stReq) + 1);
+}
+} // namespace
+
+void COperationGUData::RLC_ThroughputReqPro(const DIAG_PACKET_REQ_VIEW& stReq, CPeriodMsgFromUe& report)
+{
+    unsigned int ulRc = DIAG_RC_OK;
+    const unsigned short usPeriod = ReqPeriod(stReq.data);
+    if (ReqSwitch(stReq.data) == SWITCH_OFF) {
+        report.DeleteData();
+        report.SetPeriod(0);
+        if (!IsRlcReporting())
+            SendRlcSwitch(false);
+    } else if (ReqSwitch(stReq.data) == SWITCH_ON && usPeriod >= RLC_PERIOD_MIN && usPeriod <= RLC_PERIOD_MAX) {
+        report.SetPeriod(usPeriod);
+        SendRlcSwitch(true);
+    } else {
+        ulRc = DIAG_RC_FAIL;
+    }
+    BuildMsgCnfPacket(PKT_TYPE_GU_TRANS, ulRc, STAMP_NONE, OwnCnfId(stReq), AsBytes32(ulRc));
+}
+
+bool COperationGUData::IsRlcReporting() const
+{
+    return m_RlcUlReport.GetPeriod() != 0 || m_RlcDlReport.GetPeriod() != 0 || m_RbUlReport.GetPeriod() != 0 ||
+           m_RbDlReport.GetPeriod() != 0;
+}
+
+/// Starts or stops the UE's RLC counters.
+void COperationGUData::SendRlcSwitch(bool bEnable)
+{
+    std::array<unsigned char, 8> aucParams{};
+    CByteWriter writer(aucParams);
+    writer.Field(static_cast<uint8_t>(bEnable ? 1 : 0));
+    writer.Field(uint8_t{7});
+    writer.Field(uint16_t{0});
+    writer.Field(uint32_t{1});
+    BuildTransReqMsg(ID_RLC_SWITCH, aucParams, PID_RLC);
+}
+
+void COperationGUData::MacHsConfigReqPro(const DIAG_PACKET_REQ_VIEW& stReq, CPeriodMsgFromUe& report)
+{
+    unsigned int ulResult = DIAG_RC_OK;
+    constexpr int PID_COUNT = static_cast<int>(std::size(MAC_PIDS));
+    if (ReqSwitch(stReq.data) == SWITCH_OFF) {
+        report.DeleteData();
+        report.SetPeriod(0);
+        m_TraceCounter.DecreaseCounter(MAC_PIDS, PID_COUNT);
+    } else if (ReqSwitch(stReq.data) == SWITCH_ON) {
+        report.SetPeriod(1);
+        m_TraceCounter.IncreaseCounter(MAC_PIDS, PID_COUNT);
+    } else {
+        ulResult = DIAG_RC_FAIL;
+    }
+    BuildTraceReqMsg();
+    BuildMsgCnfPacket(PKT_TYPE_GU_TRANS, 0, STAMP_NONE, OwnCnfId(stReq), AsBytes32(ulResult));
+}
