@@ -19,8 +19,8 @@ enum enChannelType : int
     CHANNEL_AT = 4,
 };
 
-inline constexpr std::array<enChannelType, CHANNELNUM> ALL_CHANNELS = {
-    CHANNEL_LTE_DIAG, CHANNEL_LTE_DATA, CHANNEL_GU_CMD, CHANNEL_GU_DATA, CHANNEL_AT};
+inline constexpr std::array<enChannelType, CHANNELNUM> ALL_CHANNELS = {CHANNEL_LTE_DIAG, CHANNEL_LTE_DATA,
+                                                                       CHANNEL_GU_CMD, CHANNEL_GU_DATA, CHANNEL_AT};
 
 /// Role of a port in its UE. A port of type SERIAL_TYPE_GU carries two channels, all others one.
 enum enSerialType : int

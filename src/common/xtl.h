@@ -145,6 +145,7 @@ public:
     }
     T& front() { return Slots()[nHead]; }
     bool empty() const { return nSize == 0; }
+    int size() const { return nSize; }
     int capacity() const { return nCapacity; }
 
 private:
@@ -196,8 +197,8 @@ public:
         m_condPut.stop();
     }
 
-    /// Makes a stopped queue run again with all its permits to write; does nothing to a running one. Records that
-    /// were left in the ring stay there.
+    /// Makes a stopped queue run again; does nothing to a running one. Records that were left in the ring stay
+    /// there, without permits to read of their own: each comes out in the place of a record put later.
     void start()
     {
         if (m_bRunning)
@@ -207,7 +208,7 @@ public:
             return;
         m_bRunning = true;
         m_condGet.start(0);
-        m_condPut.start(m_ring.capacity());
+        m_condPut.start(m_ring.capacity() - m_ring.size()); // what is left takes room
     }
 
 private:

@@ -51,9 +51,9 @@ int CLogCapture::Count(const std::string& strText) const
 {
     // Lines reach the file in the order of the calls, so behind a mark of its own everything before is there.
     static int s_iMark = 0;
-    const std::string strMark = "mark " + std::to_string(++s_iMark) + "\n";
-    CDebug::Instance()->PrintError("%s", strMark.substr(0, strMark.size() - 1).c_str());
-    if (!Saw(strMark))
+    const std::string strMark = "mark " + std::to_string(++s_iMark);
+    CDebug::Instance()->Output(strMark, 0); // whatever classes are on
+    if (!Saw(strMark + "\n"))
         return -1;
     std::istringstream text(Text());
     int iCount = 0;

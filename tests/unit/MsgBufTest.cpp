@@ -1,0 +1,169 @@
+#include "common/MsgBuf.h"
+
+#include "support/Blocks.h"
+#include "support/Queues.h"
+
+#include <gtest/gtest.h>
+
+namespace
+{
+
+OwnedBytes Heap(const Bytes& bytes)
+{
+    OwnedBytes pData(new unsigned char[bytes.size()]);
+    std::copy(bytes.begin(), bytes.end(), pData.get());
+    return pData;
+}
+
+class MsgBuf : public testing::Test
+{
+protected:
+    ~MsgBuf() override { CMsgBuf::Destory(); }
+
+    CMsgBuf& m_buf = *CMsgBuf::Instance();
+};
+
+/// Fills a queue of 10000 and sees the next put block until one record is taken.
+template <class Msg, class Queue> void ExpectHolds10000(Queue& queue)
+{
+    const Msg stMsg{1, 0, CHANNEL_AT, 0, nullptr};
+    {
+        CBackgroundCall fill([&] {
+            for (int i = 0; i < 10000; ++i)
+                queue.put(stMsg);
+        });
+        ASSERT_TRUE(fill.Returns());
+    }
+    CBackgroundCall next([&] { queue.put(stMsg); });
+    EXPECT_TRUE(next.Blocks());
+    Msg stOut{};
+    EXPECT_TRUE(queue.get(stOut));
+    EXPECT_TRUE(next.Returns());
+}
+
+} // namespace
+
+TEST_F(MsgBuf, EachQueueHolds10000Records)
+{
+    ExpectHolds10000<MSG_UE>(m_buf.UeQueue());
+    ExpectHolds10000<MSG_AGENT>(m_buf.AgentQueue());
+}
+
+TEST_F(MsgBuf, PutWorksBeforeStart)
+{
+    EXPECT_TRUE(PostUeMsg(UE_MSG_SERIAL, 3, CHANNEL_GU_CMD, nullptr, 0));
+    m_buf.Start();
+    EXPECT_EQ(DrainUeQueue().size(), 1u);
+}
+
+TEST_F(MsgBuf, APostedRecordArrivesWithItsData)
+{
+    EXPECT_TRUE(PostAgentMsg(AGENT_MSG_DATA, 2, CHANNEL_LTE_DATA, Heap({0xDE, 0xAD}), 2));
+    EXPECT_TRUE(PostUeMsg(UE_MSG_TCP, 15, CHANNEL_GU_CMD, Heap({0x01, 0x02, 0x03}), 3));
+
+    const auto vecAgent = DrainAgentQueue();
+    ASSERT_EQ(vecAgent.size(), 1u);
+    EXPECT_EQ(vecAgent[0].ulMsgType, 1u);
+    EXPECT_EQ(vecAgent[0].ulUeIdx, 2u);
+    EXPECT_EQ(vecAgent[0].enChannel, CHANNEL_LTE_DATA);
+    EXPECT_EQ(vecAgent[0].data, (Bytes{0xDE, 0xAD}));
+
+    const auto vecUe = DrainUeQueue();
+    ASSERT_EQ(vecUe.size(), 1u);
+    EXPECT_EQ(vecUe[0].ulMsgType, 2u);
+    EXPECT_EQ(vecUe[0].ulUeIdx, 15u);
+    EXPECT_EQ(vecUe[0].enChannel, CHANNEL_GU_CMD);
+    EXPECT_EQ(vecUe[0].data, (Bytes{0x01, 0x02, 0x03}));
+}
+
+TEST_F(MsgBuf, AStoppedQueueRefusesAndTheDataIsFreed)
+{
+    m_buf.Stop();
+    EXPECT_FALSE(PostAgentMsg(AGENT_MSG_DATA, 0, CHANNEL_AT, Heap({0x01}), 1)); // a leak fails the sanitized run
+    EXPECT_FALSE(PostUeMsg(UE_MSG_SERIAL, 0, CHANNEL_AT, Heap({0x01}), 1));
+    m_buf.Start();
+    EXPECT_TRUE(PostAgentMsg(AGENT_MSG_DATA, 0, CHANNEL_AT, Heap({0x01}), 1));
+}
+
+TEST_F(MsgBuf, StopReleasesBothReaders)
+{
+    CBackgroundCall agent([&] {
+        MSG_AGENT stMsg{};
+        EXPECT_FALSE(m_buf.AgentQueue().get(stMsg));
+    });
+    CBackgroundCall ue([&] {
+        MSG_UE stMsg{};
+        EXPECT_FALSE(m_buf.UeQueue().get(stMsg));
+    });
+    EXPECT_TRUE(agent.Blocks());
+    EXPECT_TRUE(ue.Blocks());
+    m_buf.Stop();
+    EXPECT_TRUE(agent.Returns());
+    EXPECT_TRUE(ue.Returns());
+}
+
+TEST_F(MsgBuf, DestoryFreesWhatIsLeftAndLetsThreadsLeave)
+{
+    PostUeMsg(UE_MSG_SERIAL, 0, CHANNEL_AT, Heap({0x01}), 1);
+    PostAgentMsg(AGENT_MSG_DATA, 0, CHANNEL_AT, Heap({0x01}), 1);
+    MSG_AGENT stFirst{};
+    ASSERT_TRUE(m_buf.AgentQueue().get(stFirst));
+    delete[] stFirst.pucData;
+    CBackgroundCall reader([&] {
+        MSG_AGENT stMsg{};
+        EXPECT_FALSE(m_buf.AgentQueue().get(stMsg));
+    });
+    EXPECT_TRUE(reader.Blocks());
+    CMsgBuf::Destory();
+    EXPECT_TRUE(reader.Returns());
+    EXPECT_FALSE(m_buf.UeQueue().put(MSG_UE{})); // the old object is stopped and still there
+    EXPECT_NE(CMsgBuf::Instance(), &m_buf);
+    EXPECT_TRUE(PostUeMsg(UE_MSG_SERIAL, 0, CHANNEL_AT, nullptr, 0));
+}
+
+TEST_F(MsgBuf, SeveralFirstCallersGetOneObject)
+{
+    CMsgBuf::Destory();
+    std::array<std::atomic<CMsgBuf*>, 4> apSeen{};
+    {
+        std::vector<std::thread> vecThreads;
+        for (auto& pSeen : apSeen)
+            vecThreads.emplace_back([&pSeen] { pSeen = CMsgBuf::Instance(); });
+        for (std::thread& thread : vecThreads)
+            thread.join();
+    }
+    for (const auto& pSeen : apSeen)
+        EXPECT_EQ(pSeen, CMsgBuf::Instance());
+}
+
+TEST(AttachInfo, BlockHas260Bytes)
+{
+    UE_ATTACH_INFO_STRU stInfo;
+    stInfo.ulPortNum = 0x01020304;
+    stInfo.szSerialName = "/dev/ttyUSB0";
+    stInfo.szGroupId = "7";
+    Bytes block(UE_ATTACH_INFO_STRU::SIZE, 0xEE);
+    CByteWriter writer(block);
+    AttachInfo(writer, stInfo);
+    EXPECT_TRUE(writer.Ok());
+    EXPECT_EQ(block, Join(Hex("04 03 02 01"), AsBytes("/dev/ttyUSB0"), Fill(116), AsBytes("7"), Fill(127)));
+
+    UE_ATTACH_INFO_STRU stBack;
+    CByteReader reader(block);
+    AttachInfo(reader, stBack);
+    EXPECT_TRUE(reader.Ok());
+    EXPECT_EQ(stBack.ulPortNum, 0x01020304u);
+    EXPECT_EQ(stBack.szSerialName, "/dev/ttyUSB0");
+    EXPECT_EQ(stBack.szGroupId, "7");
+}
+
+TEST(AttachInfo, TextsAreCutToTheirFields)
+{
+    UE_ATTACH_INFO_STRU stInfo;
+    stInfo.szSerialName.assign(128, 'a');
+    stInfo.szGroupId.assign(300, 'b');
+    Bytes block(UE_ATTACH_INFO_STRU::SIZE);
+    CByteWriter writer(block);
+    AttachInfo(writer, stInfo);
+    EXPECT_EQ(block, Join(Fill(4), Fill(127, 'a'), Fill(1), Fill(127, 'b'), Fill(1)));
+}
