@@ -1,6 +1,6 @@
 #include "data/gu/GUDataProcess.h"
 
-#include "data/gu/OperationGUData.h"
+#include "data/gu/GuPacket.h"
 
 #include <algorithm>
 
@@ -224,6 +224,6 @@ void CGUDataProcess::ClearRemain()
 void CGUDataProcess::Deliver(ByteView frame, unsigned short usLength)
 {
     const size_t szPayload = std::max<size_t>(usLength, LENGTH_EXTRA) - LENGTH_EXTRA;
-    if (m_pOperation)
-        (void)m_pOperation->TranslateUEPacket(Slice(frame, FRAME_PAYLOAD, szPayload)); // the result is for logs only
+    if (m_fnTakePacket)
+        m_fnTakePacket(Slice(frame, FRAME_PAYLOAD, szPayload));
 }

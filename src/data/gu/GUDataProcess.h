@@ -2,9 +2,9 @@
 
 #include "common/Bytes.h"
 
+#include <functional>
+#include <utility>
 #include <vector>
-
-class COperationGUData;
 
 constexpr unsigned int OM_FRAME_START = 0xAAAA5555;
 constexpr unsigned int OM_FRAME_END = 0x5555AAAA;
@@ -21,15 +21,17 @@ constexpr size_t FRAME_LEAD_TIME_SSID = 17;
 constexpr size_t FRAME_LEAD_RTC_CPUID = 9;
 
 /// OM USB frames of the GU channel. Encapsulation touches no state. Decapsulation keeps a frame that straddles two
-/// blocks and belongs to one thread, the agent message thread; each complete frame goes to the operation's
-/// TranslateUEPacket. Segments aren't joined.
+/// blocks and belongs to one thread, the agent message thread. Segments aren't joined.
 class CGUDataProcess
 {
 public:
+    /// Takes the payload of a complete frame, a GU packet; the bytes are valid during the call.
+    using TakePacket = std::function<void(ByteView)>;
+
     CGUDataProcess();
 
     /// The receiver of decoded packets; without one they are dropped.
-    void SetguDataProcess(COperationGUData* pOperation) { m_pOperation = pOperation; }
+    void SetguDataProcess(TakePacket fnTakePacket) { m_fnTakePacket = std::move(fnTakePacket); }
     /// Forgets a held frame and makes room for the largest one.
     void OM_InitDecap();
 
@@ -51,7 +53,7 @@ private:
     void ClearRemain();
     void Deliver(ByteView frame, unsigned short usLength);
 
-    COperationGUData* m_pOperation = nullptr;
+    TakePacket m_fnTakePacket;
     unsigned short m_usRemainFrameLen = 0; // length field of the frame held, 0 when only its start is held
     unsigned short m_usRemainLen = 0;      // bytes held
     std::vector<unsigned char> m_pucRemain;

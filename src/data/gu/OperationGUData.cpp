@@ -42,7 +42,7 @@ COperationGUData::COperationGUData()
       m_ulBlerPid(PID_BLER),
       m_pGuRegister(std::make_unique<CGuRegister>())
 {
-    m_stDataProcess.SetguDataProcess(this);
+    m_stDataProcess.SetguDataProcess([this](ByteView packet) { (void)TranslateUEPacket(packet); });
     ResetSn();
 }
 

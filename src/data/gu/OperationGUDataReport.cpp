@@ -57,10 +57,13 @@ void LogPacket(const char* pszTitle, const DIAG_PACKET_ACK_STRU& stAck, ByteView
 
 bool COperationGUData::JoinWCellParts(std::vector<unsigned char>& payload, unsigned int& ulTimeStamp)
 {
-    const xtl::MutexGuard guard0(m_aWCellReport[0].Mutex());
-    const xtl::MutexGuard guard1(m_aWCellReport[1].Mutex());
-    const xtl::MutexGuard guard2(m_aWCellReport[2].Mutex());
-    const ByteView aMessage[] = {m_aWCellReport[0].GetData(), m_aWCellReport[1].GetData(), m_aWCellReport[2].GetData()};
+    CPeriodMsgFromUe& first = m_aWCellReport[0];
+    CPeriodMsgFromUe& second = m_aWCellReport[1];
+    CPeriodMsgFromUe& third = m_aWCellReport[2];
+    const xtl::MutexGuard firstGuard(first.Mutex());
+    const xtl::MutexGuard secondGuard(second.Mutex());
+    const xtl::MutexGuard thirdGuard(third.Mutex());
+    const ByteView aMessage[W_CELL_PARTS] = {first.GetData(), second.GetData(), third.GetData()};
     if (aMessage[0].empty())
         return false;
     ulTimeStamp = GuTimeStamp(aMessage[0]);
@@ -71,9 +74,9 @@ bool COperationGUData::JoinWCellParts(std::vector<unsigned char>& payload, unsig
     CByteWriter writer(payload);
     for (size_t i = 0; i < W_CELL_PARTS; ++i)
         CopyPadded(writer.Take(WCellPartLen(i, aMessage[i])), GuPayload(aMessage[i]));
-    m_aWCellReport[0].DeleteDataUnlocked();
-    m_aWCellReport[1].DeleteDataUnlocked();
-    m_aWCellReport[2].DeleteDataUnlocked();
+    first.DeleteDataUnlocked();
+    second.DeleteDataUnlocked();
+    third.DeleteDataUnlocked();
     return true;
 }
 
