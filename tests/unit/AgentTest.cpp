@@ -1,0 +1,407 @@
+#include "agent/Agent.h"
+
+#include "agent/Client.h"
+#include "agent/PollSet.h"
+#include "common/Config.h"
+#include "support/AgentFixture.h"
+#include "support/LogCapture.h"
+#include "support/WaitFor.h"
+
+#include <arpa/inet.h>
+#include <cstdlib>
+#include <ctime>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <thread>
+
+using namespace std::chrono_literals;
+using testing::HasSubstr;
+using Clock = std::chrono::steady_clock;
+
+namespace
+{
+sockaddr_in Local(unsigned short usPort)
+{
+    sockaddr_in stAddr{};
+    stAddr.sin_family = AF_INET;
+    stAddr.sin_port = htons(usPort);
+    stAddr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return stAddr;
+}
+
+/// A socket that holds the port.
+CUniqueFd Hold(unsigned short usPort, int iType)
+{
+    CUniqueFd fd(socket(AF_INET, iType, 0));
+    const sockaddr_in stAddr = Local(usPort);
+    EXPECT_EQ(bind(fd.Get(), reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr)), 0) << usPort;
+    return fd;
+}
+
+CUniqueFd TryConnect(unsigned short usPort)
+{
+    CUniqueFd fd(socket(AF_INET, SOCK_STREAM, 0));
+    const sockaddr_in stAddr = Local(usPort);
+    if (connect(fd.Get(), reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr)) != 0)
+        fd.Reset();
+    return fd;
+}
+
+/// Exactly szCount bytes, fewer when they don't come in time or the connection ends.
+Bytes Receive(const CUniqueFd& fd, size_t szCount)
+{
+    Bytes received;
+    for (pollfd stFd{fd.Get(), POLLIN, 0}; received.size() < szCount && poll(&stFd, 1, 5000) > 0;) {
+        unsigned char aucBuf[4096];
+        const ssize_t lRead = recv(fd.Get(), aucBuf, std::min(sizeof(aucBuf), szCount - received.size()), 0);
+        if (lRead <= 0)
+            break;
+        received.insert(received.end(), aucBuf, aucBuf + lRead);
+    }
+    return received;
+}
+
+bool IsClosedByAgent(const CUniqueFd& fd)
+{
+    char cByte;
+    pollfd stFd{fd.Get(), POLLIN, 0};
+    return poll(&stFd, 1, 5000) > 0 && recv(fd.Get(), &cByte, 1, 0) <= 0;
+}
+
+// An unbind, and its ack.
+const Bytes UNBIND = Hex("9F 9F 50 00 00 50 F0 00 00 00");
+const Bytes UNBIND_ACK = Hex("9F 9F 50 00 00 50 00 00 00 00 00 00 00 00 00 00 00 00 F0 00 00 00");
+
+/// An agent whose client loop runs on a thread of its own.
+class ClientLoopTest : public testing::Test
+{
+protected:
+    void Start()
+    {
+        m_loop = std::thread([&] { m_fix.Agent().ListenFun(); });
+        // The last port listens last.
+        EXPECT_TRUE(WaitFor([&] { return TryConnect(20270).IsOpen(); }));
+    }
+    ~ClientLoopTest() override
+    {
+        if (!m_loop.joinable())
+            return;
+        m_fix.Agent().Stop();
+        m_loop.join();
+    }
+    CUniqueFd Connect(enChannelType enType) { return TryConnect(LISTENPORT[static_cast<size_t>(enType)]); }
+    CAgent& Agent() { return m_fix.Agent(); }
+
+    CAgentFixture m_fix;
+    std::thread m_loop;
+};
+} // namespace
+
+TEST(Agent, TimesAreNamedInLocalTime)
+{
+    setenv("TZ", "UTC-3", 1);
+    tzset();
+    EXPECT_EQ(CAgent::Timeval2String({1394015745, 999999}), "_20140305_133545");
+}
+
+TEST(Agent, AMissingConfigurationIsNoError)
+{
+    CAgent agent;
+    EXPECT_TRUE(agent.Init("/nonexistent/vex.cfg"));
+    EXPECT_TRUE(agent.Init(nullptr));
+}
+
+TEST(Agent, StopIsSafeBeforeAnyRunAndTwice)
+{
+    CAgent agent;
+    EXPECT_TRUE(agent.Init(nullptr));
+    EXPECT_TRUE(agent.Stop());
+    EXPECT_TRUE(agent.Stop());
+}
+
+TEST(Agent, ARunEndsWithoutUesWhenItsFirstPortIsTaken)
+{
+    static CAgentFixture s_fix; // its threads aren't joined
+    CLogCapture log;
+    CAgentFixture::Configure("debugfilename=/tmp/vex-agent-test\nReportInterval=0\nChannelNameEnable=0");
+    const CUniqueFd taken = Hold(20260, SOCK_STREAM);
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(s_fix.Agent().Run()) << "the end of the client loop isn't a failure of the run";
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("can't listen on TCP port 20260: Address already"));
+    s_fix.Agent().Stop();
+}
+
+// Waiting.
+
+TEST(PollSet, ADescriptorThatIsNotOpenFailsTheWholeWait)
+{
+    const CUniqueFd open = Hold(5000, SOCK_DGRAM);
+    CUniqueFd closed(dup(open.Get()));
+    const int nClosed = closed.Get();
+    closed.Reset();
+    for (const int nFd : {nClosed, -1}) {
+        CPollSet fds;
+        fds.Add(open.Get());
+        fds.Add(nFd);
+        errno = 0;
+        EXPECT_EQ(fds.Wait(0), -1);
+        EXPECT_EQ(errno, EBADF);
+        fds.Clear();
+        fds.Add(open.Get());
+        EXPECT_EQ(fds.Wait(0), 0) << "it is forgotten with the set";
+    }
+}
+
+TEST(PollSet, TellsWhichOnesAreReady)
+{
+    int anPair[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, anPair), 0);
+    const CUniqueFd first(anPair[0]), second(anPair[1]);
+    CPollSet fds;
+    fds.Add(first.Get());
+    fds.Add(second.Get());
+    EXPECT_EQ(fds.Wait(0), 0);
+    ASSERT_EQ(write(first.Get(), "x", 1), 1);
+    EXPECT_EQ(fds.Wait(0), 1);
+    EXPECT_FALSE(fds.IsReady(first.Get()));
+    EXPECT_TRUE(fds.IsReady(second.Get()));
+    EXPECT_FALSE(fds.IsReady(-1));
+    EXPECT_FALSE(fds.IsReady(100000));
+    fds.Clear();
+    EXPECT_FALSE(fds.IsReady(second.Get()));
+}
+
+// The loop.
+
+TEST_F(ClientLoopTest, WithItsFirstPortTakenItDoesNotStart)
+{
+    CLogCapture log;
+    const CUniqueFd taken = Hold(20260, SOCK_STREAM);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(Agent().ListenFun(), 0);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("TCP port 20260"));
+    EXPECT_TRUE(log.Saw("[ERR] : CreateListenSocket fail\n"));
+    EXPECT_EQ(log.Count("socket select fail"), 0);
+}
+
+TEST_F(ClientLoopTest, WithALaterPortTakenItEndsInItsFirstWait)
+{
+    for (const unsigned short usPort : {LISTENPORT[1], LISTENPORT[2], LISTENPORT[3], LISTENPORT[4]}) {
+        CLogCapture log;
+        const CUniqueFd taken = Hold(usPort, SOCK_STREAM);
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(Agent().ListenFun(), 0);
+        EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("TCP port " + std::to_string(usPort) + ":"));
+        EXPECT_TRUE(log.Saw("[ERR] : socket select fail, errno:" + std::to_string(EBADF) + "\n")) << usPort;
+        EXPECT_EQ(log.Count("CreateListenSocket fail"), 0) << usPort;
+        EXPECT_FALSE(TryConnect(20260).IsOpen()) << "all sockets are closed";
+    }
+}
+
+TEST_F(ClientLoopTest, TheGreatestDescriptorIsGivenAlsoAfterALaterFailure)
+{
+    CAgent::CListenSockets anListen;
+    const CUniqueFd taken = Hold(20280, SOCK_STREAM);
+    testing::internal::CaptureStderr();
+    EXPECT_GE(Agent().CreateListenSocket(anListen.data(), 5), 0);
+    (void)testing::internal::GetCapturedStderr();
+    EXPECT_THAT(anListen, testing::Each(-1));
+}
+
+TEST_F(ClientLoopTest, EachPortHasItsChannel)
+{
+    CLogCapture log;
+    Start();
+    for (const enChannelType enType : ALL_CHANNELS) {
+        const CUniqueFd client = Connect(enType);
+        EXPECT_TRUE(client.IsOpen());
+        EXPECT_TRUE(log.Saw(std::string("[INF] : new Client connect, type is ") +
+                            strChannelType[static_cast<size_t>(enType)] + "\n"));
+    }
+}
+
+TEST_F(ClientLoopTest, ARequestIsAnsweredAndTheEndOfTheClientIsNoticed)
+{
+    CLogCapture log;
+    Start();
+    m_fix.AttachUe(0, 12);
+    m_fix.Confirm(0);
+    CUniqueFd client = Connect(CHANNEL_LTE_DATA);
+    EXPECT_TRUE(log.Saw("Client Connected, com port is 12, ip is 127.0.0.1")) << "bound by itself";
+    ASSERT_EQ(send(client.Get(), UNBIND.data(), UNBIND.size(), 0), 10);
+    EXPECT_EQ(Receive(client, UNBIND_ACK.size()), UNBIND_ACK);
+    EXPECT_TRUE(log.Saw("Client Disonnected, com port is 12"));
+    client.Reset();
+    EXPECT_TRUE(log.Saw("Lte Data is disconnect\n"));
+    EXPECT_TRUE(log.Saw("[INF] : Delete Client(com 12) Lte Data\n"));
+}
+
+TEST_F(ClientLoopTest, AClosedClientFreesItsRow)
+{
+    CLogCapture log;
+    Start();
+    m_fix.AttachUe(0, 12);
+    m_fix.Confirm(0);
+    CUniqueFd first = Connect(CHANNEL_GU_DATA);
+    EXPECT_TRUE(log.Saw("Guom Data binded to 12"));
+    first.Reset();
+    EXPECT_TRUE(log.Saw("Guom Data is disconnect"));
+    const CUniqueFd second = Connect(CHANNEL_GU_DATA);
+    EXPECT_TRUE(WaitFor([&] { return log.Count("Guom Data binded to 12") == 2; }));
+}
+
+TEST_F(ClientLoopTest, AResetConnectionIsAnError)
+{
+    CLogCapture log;
+    Start();
+    CUniqueFd client = Connect(CHANNEL_LTE_DATA);
+    EXPECT_TRUE(log.Saw("new Client connect, type is Lte Data"));
+    const linger stLinger{1, 0};
+    setsockopt(client.Get(), SOL_SOCKET, SO_LINGER, &stLinger, sizeof(stLinger));
+    client.Reset();
+    EXPECT_TRUE(log.Saw("data Error, ret:0xffffffff, errno:" + std::to_string(ECONNRESET)));
+    EXPECT_EQ(log.Count("Lte Data is disconnect"), 0);
+}
+
+TEST_F(ClientLoopTest, HundredsOfClientsAreServedAtOnce)
+{
+    constexpr size_t COUNT = 300;
+    Start();
+    std::vector<CUniqueFd> clients;
+    for (size_t i = 0; i < COUNT; ++i) {
+        clients.push_back(Connect(static_cast<enChannelType>(i % 4)));
+        ASSERT_TRUE(clients.back().IsOpen()) << i;
+    }
+    for (const CUniqueFd& client : clients)
+        ASSERT_EQ(send(client.Get(), UNBIND.data(), UNBIND.size(), 0), 10);
+    for (size_t i = 0; i < COUNT; ++i) {
+        const bool bLte = i % 4 == CHANNEL_LTE_DIAG || i % 4 == CHANNEL_LTE_DATA; // the others don't ack this one
+        EXPECT_TRUE(!bLte || Receive(clients[i], UNBIND_ACK.size()) == UNBIND_ACK) << i;
+    }
+}
+
+TEST_F(ClientLoopTest, DeviceLossDoesNotWaitForTheIdleSecond)
+{
+    Start();
+    CAgentFixture::Configure("ReportInterval=1\nMonitorIP=127.0.0.1");
+    for (int i = 0; i < 5; ++i) {
+        m_fix.Attach(0, CHANNEL_LTE_DIAG, 12);
+        m_fix.Attach(0, CHANNEL_AT, 12);
+        m_fix.Confirm(0);
+        const CUniqueFd client = Connect(CHANNEL_AT);
+        ASSERT_TRUE(WaitFor([&] { return Agent().GetGUDataClient(0, CHANNEL_AT) != nullptr; }));
+        std::this_thread::sleep_for(5ms); // the loop is in its wait again
+        const auto start = Clock::now();
+        m_fix.Detach(0, CHANNEL_AT);
+        EXPECT_LT(Clock::now() - start, 500ms);
+        EXPECT_TRUE(IsClosedByAgent(client));
+    }
+}
+
+TEST_F(ClientLoopTest, EachIdleSecondTellsTheVersion)
+{
+    const CUniqueFd monitor = Hold(20560, SOCK_DGRAM);
+    CAgentFixture::Configure("ReportInterval=1\nMonitorIP=127.0.0.1\nagentver=4.5.6");
+    EXPECT_TRUE(Agent().Init(nullptr));
+    Start();
+    const auto version = [&] {
+        for (Bytes datagram(2048, 0);;) { // status of ports and clients comes as well
+            pollfd stFd{monitor.Get(), POLLIN, 0};
+            if (poll(&stFd, 1, 3000) <= 0)
+                return Bytes{};
+            const ssize_t lRead = recv(monitor.Get(), datagram.data(), datagram.size(), 0);
+            if (datagram[0] == 7)
+                return Bytes(Slice(ByteView(datagram), 0, static_cast<size_t>(lRead)));
+        }
+    };
+    const Bytes expected = Hex("07 00 00 00 0C 00 00 00 04 00 00 00 05 00 00 00 06 00 00 00");
+    EXPECT_EQ(version(), expected);
+    const auto last = Clock::now();
+    // A device loss ends the wait early. That is no idle second, nor does it put the second off.
+    CTestClient lost = m_fix.AddClient(CHANNEL_AT);
+    m_fix.AttachUe(0, 1);
+    m_fix.Confirm(0);
+    std::this_thread::sleep_for(400ms);
+    EXPECT_TRUE(m_fix.Bind(lost, 1));
+    m_fix.Detach(0, CHANNEL_AT);
+    EXPECT_EQ(version(), expected);
+    EXPECT_GE(Clock::now() - last, 900ms);
+    EXPECT_LT(Clock::now() - last, 1350ms);
+}
+
+TEST_F(ClientLoopTest, WithoutDescriptorsItPausesInsteadOfSpinning)
+{
+    CLogCapture log;
+    Start();
+    EXPECT_TRUE(log.Saw("AT is disconnect")); // the connection that Start made
+    CUniqueFd client(socket(AF_INET, SOCK_STREAM, 0));
+    rlimit stLimit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &stLimit), 0);
+    const rlimit stShort{static_cast<rlim_t>(client.Get()) + 1, stLimit.rlim_max};
+    std::vector<CUniqueFd> fillers; // the numbers below are all in use then
+    for (CUniqueFd filler(dup(client.Get())); filler.Get() >= 0 && filler.Get() < client.Get();
+         filler = CUniqueFd(dup(client.Get())))
+        fillers.push_back(std::move(filler));
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &stShort), 0);
+
+    const sockaddr_in stAddr = Local(20261);
+    ASSERT_EQ(connect(client.Get(), reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr)), 0);
+    std::this_thread::sleep_for(500ms);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &stLimit), 0);
+    EXPECT_TRUE(log.Saw("[ERR] : Accept socket fail!\n"));
+    EXPECT_LE(log.Count("Accept socket fail!"), 3);
+
+    ASSERT_EQ(send(client.Get(), UNBIND.data(), UNBIND.size(), 0), 10);
+    EXPECT_EQ(Receive(client, UNBIND_ACK.size()), UNBIND_ACK) << "served once there are descriptors again";
+}
+
+TEST_F(ClientLoopTest, TheEndOfTheLoopClosesClientsAndPorts)
+{
+    CLogCapture log;
+    Start();
+    m_fix.AttachUe(0, 12);
+    m_fix.Confirm(0);
+    const CUniqueFd client = Connect(CHANNEL_LTE_DATA);
+    EXPECT_TRUE(log.Saw("Lte Data binded to 12"));
+    Agent().Stop();
+    m_loop.join();
+    EXPECT_TRUE(IsClosedByAgent(client) || !Receive(client, 1).empty());
+    EXPECT_EQ(Agent().GetGUDataClient(0, CHANNEL_LTE_DATA), nullptr);
+    EXPECT_FALSE(TryConnect(20260).IsOpen());
+}
+
+TEST_F(ClientLoopTest, RequestsUeDataAndDeviceLossMayMeet)
+{
+    // For the sanitizers: the main loop, the thread of the UE events, and one that sends without the binding lock.
+    Start();
+    std::atomic<bool> bEnd = false;
+    std::thread events([&] {
+        while (!bEnd) {
+            m_fix.AttachUe(0, 12);
+            m_fix.Confirm(0);
+            for (int i = 0; i < 20; ++i)
+                m_fix.FromUe(0, CHANNEL_AT, Hex("4F 4B 0D 0A"));
+            m_fix.Detach(0, CHANNEL_AT);
+            m_fix.Detach(0, CHANNEL_LTE_DIAG);
+        }
+    });
+    std::thread gu([&] {
+        while (!bEnd)
+            if (const auto pClient = Agent().GetGUDataClient(0, CHANNEL_AT))
+                pClient->SendAck(1, 2, 3, Hex("01 02 03"), 4);
+    });
+    for (int i = 0; i < 60; ++i) {
+        const CUniqueFd client = Connect(CHANNEL_AT);
+        const Bytes bind = Hex("9F 9F 40 00 00 50 F0 00 04 00 0C 00 00 00");
+        (void)send(client.Get(), bind.data(), bind.size(), MSG_NOSIGNAL);
+        (void)Receive(client, 22);
+    }
+    bEnd = true;
+    events.join();
+    gu.join();
+}

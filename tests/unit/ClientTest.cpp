@@ -1,0 +1,324 @@
+#include "agent/Client.h"
+
+#include "support/AgentFixture.h"
+#include "support/LogCapture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <thread>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+using Frames = std::vector<Bytes>;
+
+// A request without parameters, and one with three bytes of them.
+const Bytes QUERY = Hex("9F 9F 60 00 00 50 F0 00 00 00");
+const Bytes QUERY_FRAME = Hex("60 00 00 50 F0 00 00 00");
+const Bytes REQ = Hex("9F 9F 17 53 01 10 10 00 03 00 AA BB CC");
+const Bytes REQ_FRAME = Hex("17 53 01 10 10 00 03 00 AA BB CC");
+
+class ClientTest : public testing::Test
+{
+protected:
+    /// The frames that come out when the chunks are given one after the other.
+    Frames Take(std::initializer_list<Bytes> chunks)
+    {
+        Frames frames;
+        for (const Bytes& chunk : chunks)
+            for (ByteView rest = chunk; !rest.empty();) {
+                OwnedBytes pFrame;
+                int nFrameLen = -1;
+                const int nTaken = m_pClient->GetDiagReqPacket(rest, pFrame, nFrameLen);
+                EXPECT_EQ(pFrame != nullptr, nFrameLen != 0);
+                if (pFrame)
+                    frames.push_back(Bytes(ByteView(pFrame.get(), static_cast<size_t>(nFrameLen))));
+                rest = rest.subspan(static_cast<size_t>(nTaken));
+            }
+        return frames;
+    }
+
+    CAgentFixture m_fix;
+    std::shared_ptr<CClient> m_pClient =
+        std::make_shared<CClient>(-1, CHANNEL_LTE_DIAG, &m_fix.Agent(), &m_fix.Agent().UEManager());
+};
+
+Bytes RequestOf(size_t szPayload)
+{
+    return Join(Hex("9F 9F 01 00 00 10 10 00"), Le(static_cast<uint16_t>(szPayload)), Fill(szPayload, 0x5A));
+}
+} // namespace
+
+TEST_F(ClientTest, FramesAreFoundInTheStream)
+{
+    const struct
+    {
+        const char* pszName;
+        Bytes stream;
+        Frames frames;
+    } astCase[] = {
+        {"no payload: complete at the tenth byte", Hex("9F 9F 60 00 00 50 F0 00 00 00"), {QUERY_FRAME}},
+        {"a payload", REQ, {REQ_FRAME}},
+        {"bytes before the first pair are ignored", Join(Hex("41 00 FF"), QUERY), {QUERY_FRAME}},
+        {"a lead byte and another one start nothing", Join(Hex("9F 41 9F 00"), QUERY), {QUERY_FRAME}},
+        {"two in a row", Join(QUERY, REQ), {QUERY_FRAME, REQ_FRAME}},
+        {"junk between two", Join(QUERY, Hex("00 9F 13"), REQ), {QUERY_FRAME, REQ_FRAME}},
+        {"a pair of flags behind each, as some clients send it",
+         Join(QUERY, Hex("9F 9F"), REQ, Hex("9F 9F"), QUERY),
+         {QUERY_FRAME, REQ_FRAME, QUERY_FRAME}},
+        {"the trailing pair alone serves as the next start", Join(QUERY, REQ_FRAME), {QUERY_FRAME}},
+        {"a request that begins with a lead byte: it and the second one are the pair",
+         Hex("9F 9F 9F 60 00 00 50 F0 00 00 00"),
+         {QUERY_FRAME}},
+        {"a pair that ends at the seventh byte starts anew", Join(Hex("9F 9F 01 02 03"), QUERY), {QUERY_FRAME}},
+        {"a pair that ends at the eighth byte is data",
+         Hex("9F 9F 01 02 03 04 9F 9F 00 00"),
+         {Hex("01 02 03 04 9F 9F 00 00")}},
+        {"a pair inside the payload is data",
+         Hex("9F 9F 01 00 00 10 10 00 04 00 9F 9F 9F 9F"),
+         {Hex("01 00 00 10 10 00 04 00 9F 9F 9F 9F")}},
+        {"nothing but lead bytes", Fill(100, 0x9F), {}},
+    };
+    for (const auto& stCase : astCase) {
+        m_pClient = std::make_shared<CClient>(-1, CHANNEL_LTE_DIAG, &m_fix.Agent(), &m_fix.Agent().UEManager());
+        EXPECT_EQ(Take({stCase.stream}), stCase.frames) << stCase.pszName;
+    }
+}
+
+TEST_F(ClientTest, ARequestThatBeginsWithALeadByteIsLost)
+{
+    // Its first byte completes a new pair, so one byte is missing at its end.
+    EXPECT_THAT(Take({Hex("9F 9F 9F 01 00 50 F0 00 00 00")}), IsEmpty());
+}
+
+TEST_F(ClientTest, FramesAreTheSameHoweverTheStreamIsCut)
+{
+    const Bytes stream = Join(REQ, QUERY, Hex("9F 9F"), REQ);
+    for (size_t szCut = 0; szCut <= stream.size(); ++szCut)
+        EXPECT_EQ(Take({Bytes(Slice(ByteView(stream), 0, szCut)), Bytes(Slice(ByteView(stream), szCut))}),
+                  (Frames{REQ_FRAME, QUERY_FRAME, REQ_FRAME}))
+            << "cut at " << szCut;
+}
+
+TEST_F(ClientTest, TheResultCountsTheBytesUpToTheEndOfTheFrame)
+{
+    OwnedBytes pFrame;
+    int nFrameLen = 0;
+    EXPECT_EQ(m_pClient->GetDiagReqPacket(Join(Hex("00"), QUERY, REQ), pFrame, nFrameLen), 11);
+    EXPECT_EQ(nFrameLen, 8);
+    EXPECT_EQ(m_pClient->GetDiagReqPacket(Hex("9F 9F 60"), pFrame, nFrameLen), 3);
+    EXPECT_EQ(nFrameLen, 0);
+    EXPECT_EQ(pFrame, nullptr);
+}
+
+TEST_F(ClientTest, TheLongestFrameHas10229BytesOfPayload)
+{
+    CLogCapture log;
+    const Bytes longest = RequestOf(10229);
+    EXPECT_THAT(Take({longest}), ElementsAre(Bytes(Slice(ByteView(longest), 2))));
+    EXPECT_EQ(log.Count("[WAN] : Socket Request Data Too Big!"), 0);
+}
+
+TEST_F(ClientTest, AFrameOf10230BytesOfPayloadIsDroppedAndTheSearchGoesOn)
+{
+    CLogCapture log;
+    EXPECT_THAT(Take({RequestOf(10230), QUERY}), ElementsAre(QUERY_FRAME));
+    EXPECT_EQ(log.Count("[WAN] : Socket Request Data Too Big!"), 1);
+}
+
+TEST_F(ClientTest, ATypeThatIsNoChannelHasNoProcessor)
+{
+    CClient client(-1, static_cast<enChannelType>(7), &m_fix.Agent(), &m_fix.Agent().UEManager());
+    client.OnClientData(QUERY);
+    Bytes packet = Hex("01 02 03");
+    client.OnSerialData(packet);
+    client.SendAck(1, 2, 3, {}, 0);
+    client.SetBindUePort(5);
+    EXPECT_EQ(client.GetClientType(), 7);
+}
+
+TEST_F(ClientTest, TheEndOfAClientClosesItsSocketAndIsLogged)
+{
+    CLogCapture log;
+    int anPair[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, anPair), 0);
+    const CUniqueFd far(anPair[1]);
+    {
+        CClient client(anPair[0], CHANNEL_AT, &m_fix.Agent(), &m_fix.Agent().UEManager());
+        client.SetBindUePort(17);
+        EXPECT_EQ(client.GetClientSocket(), anPair[0]);
+    }
+    char cByte = 0;
+    EXPECT_EQ(recv(far.Get(), &cByte, 1, MSG_DONTWAIT), 0) << "closed";
+    EXPECT_TRUE(log.Saw("[INF] : Delete Client(com 17) AT\n"));
+}
+
+// The AT channel: framed commands and plain text side by side.
+
+class AtClientTest : public testing::Test
+{
+protected:
+    AtClientTest()
+    {
+        m_fix.AttachUe(3, 42);
+        m_fix.Confirm(3);
+        m_pClient = std::make_unique<CTestClient>(m_fix.Agent(), CHANNEL_AT);
+    }
+    std::vector<Bytes> Lines()
+    {
+        std::vector<Bytes> lines;
+        for (const QueuedMsg& stMsg : m_fix.ToUe()) {
+            EXPECT_EQ(stMsg.ulUeIdx, 3u);
+            EXPECT_EQ(stMsg.enChannel, CHANNEL_AT);
+            lines.push_back(stMsg.data);
+        }
+        return lines;
+    }
+
+    CAgentFixture m_fix;
+    std::unique_ptr<CTestClient> m_pClient;
+};
+
+namespace
+{
+const Bytes TEXT = Hex("41 54 0D");                                             // AT
+const Bytes FRAMED = Hex("9F 9F 21 00 00 00 F0 00 07 00 41 54 2B 43 53 51 0D"); // id 33, AT+CSQ
+const Bytes FRAMED_TEXT = Hex("41 54 2B 43 53 51 0D");
+} // namespace
+
+TEST_F(AtClientTest, RawTextReachesTheUe)
+{
+    m_pClient->Send(TEXT);
+    EXPECT_THAT(Lines(), ElementsAre(TEXT));
+}
+
+TEST_F(AtClientTest, AChunkOfTwoBytesIsNoText)
+{
+    m_pClient->Send(Hex("41 0D"));
+    EXPECT_THAT(Lines(), IsEmpty());
+    m_pClient->Send(TEXT);
+    EXPECT_THAT(Lines(), ElementsAre(TEXT)) << "nothing was kept of the two bytes";
+}
+
+TEST_F(AtClientTest, AFramedCommandIsSentOnceAndNotReadAsText)
+{
+    m_pClient->Send(FRAMED);
+    EXPECT_THAT(Lines(), ElementsAre(FRAMED_TEXT));
+    m_pClient->Send(TEXT);
+    EXPECT_THAT(Lines(), ElementsAre(TEXT)) << "the frame left nothing in the line buffer";
+}
+
+TEST_F(AtClientTest, AFramedCommandMayBeCutAnywhereBetweenTexts)
+{
+    for (size_t szCut = 1; szCut < FRAMED.size(); ++szCut) {
+        m_pClient->Send(TEXT);
+        m_pClient->Send(Slice(ByteView(FRAMED), 0, szCut));
+        m_pClient->Send(Slice(ByteView(FRAMED), szCut));
+        m_pClient->Send(TEXT);
+        EXPECT_THAT(Lines(), ElementsAre(TEXT, FRAMED_TEXT, TEXT)) << "cut at " << szCut;
+    }
+}
+
+TEST_F(AtClientTest, TextAndFramesMayShareAChunk)
+{
+    m_pClient->Send(Join(TEXT, FRAMED, TEXT, TEXT, FRAMED));
+    EXPECT_THAT(Lines(), ElementsAre(TEXT, FRAMED_TEXT, TEXT, TEXT, FRAMED_TEXT));
+}
+
+TEST_F(AtClientTest, OtherChannelsTakeNoText)
+{
+    CTestClient diag = m_fix.AddClient(CHANNEL_LTE_DIAG);
+    diag.Send(TEXT);
+    EXPECT_THAT(Lines(), IsEmpty());
+}
+
+// Sending.
+
+class SendTest : public testing::Test
+{
+protected:
+    bool Send(size_t szLen, unsigned char ucByte = 0x11)
+    {
+        OwnedBytes pBuf(new unsigned char[szLen]);
+        std::fill_n(pBuf.get(), szLen, ucByte);
+        return m_client.Get()->SendData2Client(std::move(pBuf), szLen);
+    }
+
+    CAgentFixture m_fix;
+    CTestClient m_client = m_fix.AddClient(CHANNEL_LTE_DATA);
+};
+
+TEST_F(SendTest, NothingToSendFails)
+{
+    const Bytes data = Hex("01");
+    EXPECT_FALSE(m_fix.Agent().SendData2Client(-1, data, "AT"));
+    EXPECT_FALSE(m_fix.Agent().SendData2Client(m_client.Get()->GetClientSocket(), {}, "AT"));
+    EXPECT_FALSE(m_fix.Agent().SendData2Client(m_client.Get()->GetClientSocket(), ByteView(data).first(0), "AT"));
+    EXPECT_THAT(m_client.Pending(), IsEmpty());
+}
+
+TEST_F(SendTest, ALargePacketArrivesWhole)
+{
+    Bytes received;
+    std::thread reader([&] {
+        while (received.size() < 1'000'000)
+            received = Join(received, m_client.Pending());
+    });
+    EXPECT_TRUE(Send(1'000'000));
+    reader.join();
+    EXPECT_EQ(received, Fill(1'000'000, 0x11));
+}
+
+TEST_F(SendTest, AClientThatStopsReadingLosesPacketsAndKeepsItsConnection)
+{
+    CLogCapture log;
+    const std::string strWarning =
+        "[WAN] : Client SendDataToClient select TimeOut, channel:Lte Data, errno :" + std::to_string(EAGAIN);
+    while (log.Count(strWarning) == 0)
+        EXPECT_TRUE(Send(4096)); // true whatever happens
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(Send(4096));
+    EXPECT_TRUE(Send(4096));
+    const auto spent = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(spent, std::chrono::milliseconds(40)) << "20 ms for each packet";
+    EXPECT_LT(spent, std::chrono::milliseconds(1000));
+    EXPECT_EQ(log.Count(strWarning), 3) << "one for each packet";
+
+    (void)m_client.Pending();
+    EXPECT_FALSE(m_client.IsClosed());
+    EXPECT_TRUE(Send(3, 0x22));
+    EXPECT_EQ(m_client.Pending(), Hex("22 22 22"));
+}
+
+TEST_F(SendTest, ASendToAPeerThatHasGoneFailsAndIsSurvived)
+{
+    CLogCapture log;
+    shutdown(m_client.Socket(), SHUT_RDWR);
+    EXPECT_FALSE(m_fix.Agent().SendData2Client(m_client.Get()->GetClientSocket(), Hex("01 02 03 04 05"), "Guom Cmd"));
+    EXPECT_TRUE(log.Saw("[ERR] : Client SendDataToClient send Fail, channel:Guom Cmd, lenth/total: 5/5, errno :" +
+                        std::to_string(EPIPE)));
+    EXPECT_NE(m_client.Get(), nullptr) << "the read side alone ends a client";
+}
+
+TEST_F(SendTest, PacketsOfTwoThreadsNeverMix)
+{
+    constexpr size_t PACKET = 3000, COUNT = 200;
+    std::atomic<int> nRunning = 2;
+    const auto sender = [&](unsigned char ucByte) {
+        for (size_t i = 0; i < COUNT; ++i)
+            Send(PACKET, ucByte);
+        --nRunning;
+    };
+    std::thread first(sender, 0xAA), second(sender, 0xBB);
+    Bytes received;
+    while (nRunning > 0 || received.size() < 2 * COUNT * PACKET)
+        received = Join(received, m_client.Pending());
+    first.join();
+    second.join();
+    ASSERT_EQ(received.size(), 2 * COUNT * PACKET);
+    for (size_t i = 0; i < received.size(); i += PACKET)
+        EXPECT_EQ(Bytes(Slice(ByteView(received), i, PACKET)), Fill(PACKET, received[i])) << "packet at " << i;
+}

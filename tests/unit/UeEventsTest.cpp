@@ -1,0 +1,412 @@
+#include "agent/Agent.h"
+#include "agent/Client.h"
+#include "support/AgentFixture.h"
+#include "support/LogCapture.h"
+#include "support/WaitFor.h"
+#include "ue/UE.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <thread>
+
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace
+{
+class UeEventsTest : public testing::Test
+{
+protected:
+    CAgent& Agent() { return m_fix.Agent(); }
+    /// The handshake that the attach of a channel starts.
+    void Connect(unsigned int ulUeIdx, enChannelType enChannel)
+    {
+        Agent().ConnectUE({AGENT_MSG_CONNECT, ulUeIdx, enChannel, 0, nullptr});
+    }
+    /// One frame on the GU command channel of the UE.
+    static void ExpectGuFrame(const QueuedMsg& stMsg, unsigned int ulUeIdx, const Bytes& frame)
+    {
+        EXPECT_EQ(stMsg.ulMsgType, UE_MSG_SERIAL);
+        EXPECT_EQ(stMsg.ulUeIdx, ulUeIdx);
+        EXPECT_EQ(stMsg.enChannel, CHANNEL_GU_CMD);
+        EXPECT_EQ(stMsg.data, frame);
+    }
+
+    CAgentFixture m_fix;
+};
+
+const Bytes LINK_ANSWER = Hex("55 55 AA AA 00 00 00 00 00 00 00 00 B2 80");
+
+/// A host connect confirmation's payload of szSize bytes.
+Bytes ConnectPayload(size_t szSize)
+{
+    Bytes payload = Join(Hex("01 02 03 04"), Hex("38 36 31 32 33 34 35 36 37 38 39 30 31 32 33 00"), // IMEI
+                         Hex("11 12 13 14 21 22 23 24 31 32 33 34"),                                 // identity
+                         Hex("07 00 0B 00 06 00 14 00 03 00 09 00"),                                 // versions
+                         Hex("44 45 46 47"), Fill(12, 0x5C), Fill(szSize - 60, 0xEE));
+    return payload;
+}
+} // namespace
+
+TEST_F(UeEventsTest, AnUnknownKindIsWarnedOf)
+{
+    CLogCapture log;
+    Agent().ProcessAgentMsg({9, 0, CHANNEL_LTE_DIAG, 0, nullptr});
+    EXPECT_TRUE(log.Saw("[WAN] : Invalid data from Agent Msg Deque\n"));
+}
+
+TEST_F(UeEventsTest, IndicesBeyondTheTableAreIgnored)
+{
+    const Bytes packet = LteAck(0x10065000, ConnectPayload(320));
+    for (const unsigned int ulUeIdx : {16u, 17u, 0xFFFFFFFFu}) {
+        m_fix.Attach(ulUeIdx, CHANNEL_GU_CMD, 1);
+        Connect(ulUeIdx, CHANNEL_GU_CMD);
+        m_fix.FromUe(ulUeIdx, CHANNEL_LTE_DIAG, packet);
+        m_fix.Detach(ulUeIdx, CHANNEL_GU_CMD);
+        Agent().SetConfirmed(ulUeIdx, true);
+    }
+    m_fix.FromUe(0, static_cast<enChannelType>(5), packet);
+    m_fix.Attach(0, static_cast<enChannelType>(-1), 1);
+    EXPECT_THAT(m_fix.ToUe(), IsEmpty());
+}
+
+TEST_F(UeEventsTest, AnAttachFillsTheRowOfItsChannel)
+{
+    CLogCapture log;
+    m_fix.Attach(2, CHANNEL_GU_DATA, 5, "/dev/ttyUSB7");
+    EXPECT_TRUE(log.Saw("[INF] : UE 2 Guom Data attached, Serial port name is /dev/ttyUSB7\n"));
+    EXPECT_TRUE(log.Saw("[INF] : Serial Port 5 is connected, groupid is group-1\n"));
+    m_fix.Confirm(2);
+    EXPECT_TRUE(Agent().IsChannelOK(2, CHANNEL_GU_DATA));
+    EXPECT_FALSE(Agent().IsChannelOK(2, CHANNEL_GU_CMD));
+    m_fix.Detach(2, CHANNEL_GU_DATA);
+    EXPECT_TRUE(log.Saw("[INF] : UE 2 Guom Data detached\n"));
+    m_fix.Attach(2, CHANNEL_GU_DATA, 5);
+    EXPECT_FALSE(Agent().IsChannelOK(2, CHANNEL_GU_DATA)) << "the confirmation went with the row";
+}
+
+TEST_F(UeEventsTest, AnAttachWithoutBlockHasNoPort)
+{
+    Agent().UpdateSerialInfo({AGENT_MSG_CONNECT, 0, CHANNEL_LTE_DIAG, 0, nullptr});
+    m_fix.Confirm(0);
+    EXPECT_EQ(Bytes(Slice(ByteView(Agent().GetChannelsInfo()), 0, 44)),
+              Join(Fill(32), Hex("FF FF FF FF 01 00 00 00 00 00 00 00")));
+}
+
+TEST_F(UeEventsTest, APortThatComesAfterTheConfirmationIsBindableAtOnce)
+{
+    m_fix.Attach(0, CHANNEL_LTE_DIAG, 1);
+    m_fix.Confirm(0);
+    CTestClient client = m_fix.AddClient(CHANNEL_AT);
+    EXPECT_FALSE(m_fix.Bind(client, 1));
+    m_fix.Attach(0, CHANNEL_AT, 4);
+    EXPECT_TRUE(m_fix.Bind(client, 1));
+}
+
+TEST_F(UeEventsTest, TheNetworkUeComesAndGoesWithOneMessage)
+{
+    m_fix.Attach(15, CHANNEL_LTE_DIAG, 0, "", "192.0.2.9");
+    m_fix.Confirm(15);
+    for (const enChannelType enChannel : ALL_CHANNELS)
+        EXPECT_TRUE(Agent().IsChannelOK(15, enChannel)) << strChannelType[static_cast<size_t>(enChannel)];
+    m_fix.Detach(15, CHANNEL_LTE_DIAG);
+    for (const enChannelType enChannel : ALL_CHANNELS)
+        EXPECT_FALSE(Agent().IsChannelOK(15, enChannel)) << strChannelType[static_cast<size_t>(enChannel)];
+}
+
+TEST_F(UeEventsTest, ADetachEndsTheClientOfItsChannelAlone)
+{
+    CLogCapture log;
+    m_fix.AttachUe(0, 1);
+    m_fix.Confirm(0);
+    CTestClient at = m_fix.AddClient(CHANNEL_AT);
+    CTestClient data = m_fix.AddClient(CHANNEL_LTE_DATA);
+    m_fix.Detach(0, CHANNEL_AT);
+    EXPECT_TRUE(at.IsClosed());
+    EXPECT_EQ(at.Get(), nullptr);
+    EXPECT_TRUE(log.Saw("[INF] : disconnect client because device loss\n"));
+    EXPECT_FALSE(data.IsClosed());
+    EXPECT_EQ(Agent().GetBindedUE(data.Get()), 0);
+    m_fix.Detach(0, CHANNEL_GU_DATA);
+    EXPECT_EQ(log.Count("because device loss"), 1) << "nobody was bound there";
+}
+
+TEST_F(UeEventsTest, ANewLteDiagChannelStartsTheHostConnect)
+{
+    CLogCapture log;
+    const auto start = std::chrono::steady_clock::now();
+    Connect(3, CHANNEL_LTE_DIAG);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    const auto sent = m_fix.ToUe();
+    ASSERT_THAT(sent, SizeIs(2));
+    EXPECT_EQ(sent[0].ulMsgType, UE_MSG_SERIAL);
+    EXPECT_EQ(sent[0].ulUeIdx, 3u);
+    EXPECT_EQ(sent[0].enChannel, CHANNEL_LTE_DIAG);
+    EXPECT_EQ(sent[0].data, Hex("00 02 20 01 01 00 00 00  00 50 06 10  08 00 00 00  00 00 00 00 00 00 00 00"));
+    EXPECT_EQ(sent[1].data, Hex("00 02 20 01 01 00 00 00  00 70 06 10  08 00 00 00  00 00 00 00 00 00 00 00"));
+    EXPECT_TRUE(log.Saw("[INF] : Send HOST_CONNECT cmd to UE\n"));
+    EXPECT_TRUE(log.Saw("[INF] : Send DT_CMD_PACKET_SERIAL_TIMESTAMPID to UE\n"));
+}
+
+TEST_F(UeEventsTest, ANewGuCommandChannelStartsTheLinkSetUp)
+{
+    Connect(1, CHANNEL_GU_CMD);
+    const auto sent = m_fix.ToUe();
+    ASSERT_THAT(sent, SizeIs(1));
+    ExpectGuFrame(sent[0], 1, Hex("10 00 01 01 0A 00 08 00 B1 80 00 00 01 00 00 00"));
+}
+
+TEST_F(UeEventsTest, OtherChannelsStartNothing)
+{
+    for (const enChannelType enChannel : {CHANNEL_LTE_DATA, CHANNEL_GU_DATA, CHANNEL_AT})
+        Connect(0, enChannel);
+    EXPECT_THAT(m_fix.ToUe(), IsEmpty());
+}
+
+TEST_F(UeEventsTest, TheLinkAnswerIsTheMarkAndTheIdTwelveBytesOn)
+{
+    const struct
+    {
+        const char* pszName;
+        Bytes packet;
+        bool bAnswer;
+    } astCase[] = {
+        {"the shortest", LINK_ANSWER, true},
+        {"13 bytes", Bytes(Slice(ByteView(LINK_ANSWER), 0, 13)), false},
+        {"behind a head", Join(Fill(17, 0x55), LINK_ANSWER, Hex("00 00")), true},
+        {"another id", Hex("55 55 AA AA 00 00 00 00 00 00 00 00 B3 80"), false},
+        {"the first mark counts", Join(Hex("55 55 AA AA 00 00 00 00 00 00 00 00 00 00"), LINK_ANSWER), false},
+        {"no mark", Fill(40, 0xAA), false},
+        {"nothing", {}, false},
+    };
+    unsigned char ucUeIdx = 0;
+    for (const auto& stCase : astCase)
+        EXPECT_EQ(Agent().JudgeJIANLIANCMD(stCase.packet, ucUeIdx++), stCase.bAnswer) << stCase.pszName;
+    EXPECT_FALSE(Agent().JudgeJIANLIANCMD(LINK_ANSWER, 16));
+}
+
+TEST_F(UeEventsTest, TheLinkAnswerIsFollowedByThreeRequests)
+{
+    CLogCapture log;
+    m_fix.FromUe(6, CHANNEL_GU_CMD, LINK_ANSWER);
+    const auto sent = m_fix.ToUe();
+    ASSERT_THAT(sent, SizeIs(3));
+    ExpectGuFrame(sent[0], 6,
+                  Hex("01 55 55 AA AA 10 00 01 01"
+                      "04 00 08 00 00 50 00 00 00 00 00 00"
+                      "AA AA 55 55"));
+    ExpectGuFrame(sent[1], 6,
+                  Hex("01 55 55 AA AA 24 00 01 01"
+                      "04 00 1C 00 00 00 00 00 69 00 00 00 00 00 00 00"
+                      "8D 00 00 00 08 00 00 00 01 C0 00 00 00 00 00 00"
+                      "AA AA 55 55"));
+    ExpectGuFrame(sent[2], 6,
+                  Hex("01 55 55 AA AA 10 00 01 01"
+                      "0A 00 08 00 81 80 00 00 00 00 00 00"
+                      "AA AA 55 55"));
+    EXPECT_TRUE(log.Saw("[INF] : JIAN LIAN SUCCESS\n"));
+    EXPECT_TRUE(log.Saw("[INF] : gu:send imei query to ue: 0xc001\n"));
+    EXPECT_TRUE(log.Saw("[INF] : gu:send version query to ue: 0x8081\n"));
+}
+
+TEST_F(UeEventsTest, ASecondLinkAnswerIsAnOrdinaryPacketUntilAnyChannelDetaches)
+{
+    m_fix.FromUe(6, CHANNEL_GU_CMD, LINK_ANSWER);
+    EXPECT_THAT(m_fix.ToUe(), SizeIs(3));
+    m_fix.FromUe(6, CHANNEL_GU_CMD, LINK_ANSWER);
+    EXPECT_THAT(m_fix.ToUe(), IsEmpty());
+    m_fix.Detach(6, CHANNEL_AT);
+    m_fix.FromUe(6, CHANNEL_GU_CMD, LINK_ANSWER);
+    EXPECT_THAT(m_fix.ToUe(), SizeIs(3)) << "the link flag fell with the AT channel";
+}
+
+TEST_F(UeEventsTest, TheQueriesForCardAndMode)
+{
+    CLogCapture log;
+    Agent().QueryUeModemNum(4);
+    Agent().ModeQuery(MODEM_ID_0, 4);
+    Agent().ModeQuery(MODEM_ID_1, 4);
+    const auto sent = m_fix.ToUe();
+    ASSERT_THAT(sent, SizeIs(3));
+    ExpectGuFrame(sent[0], 4, Hex("01 55 55 AA AA 0C 00 01 01  0A 00 04 00 11 82 00 00  AA AA 55 55"));
+    ExpectGuFrame(sent[1], 4, Hex("01 55 55 AA AA 10 00 01 01  0A 00 08 00 A5 80 00 00 00 00 00 00  AA AA 55 55"));
+    ExpectGuFrame(sent[2], 4, Hex("01 55 55 AA AA 10 00 01 01  4A 00 08 00 A5 80 00 00 00 00 00 00  AA AA 55 55"));
+    EXPECT_TRUE(log.Saw("[INF] : Query is or not insist single double card ueid = 4\n"));
+    EXPECT_TRUE(log.Saw("[INF] : ModeQuery\n"));
+    EXPECT_TRUE(log.Saw("[INF] : Send Query Mode request enModemId = 1\n"));
+}
+
+TEST_F(UeEventsTest, PacketsForTheNetworkUeHaveTheirOwnKind)
+{
+    OwnedBytes pData(new unsigned char[2]{7, 8});
+    Agent().SendData2UE(std::move(pData), 2, 15, CHANNEL_AT);
+    Agent().SendData2UE(nullptr, 2, 0, CHANNEL_AT);
+    const auto sent = m_fix.ToUe();
+    ASSERT_THAT(sent, SizeIs(1));
+    EXPECT_EQ(sent[0].ulMsgType, UE_MSG_TCP);
+    EXPECT_EQ(sent[0].ulUeIdx, 15u);
+    EXPECT_EQ(sent[0].enChannel, CHANNEL_AT);
+    EXPECT_EQ(sent[0].data, Hex("07 08"));
+}
+
+TEST_F(UeEventsTest, ARequestThatCannotBeBuiltIsLogged)
+{
+    CLogCapture log;
+    OwnedBytes pReq;
+    size_t szLen = 0;
+    EXPECT_TRUE(Agent().BuildLteDiagReq(0x10010001, Fill(4076), pReq, szLen));
+    EXPECT_EQ(szLen, 24u + 4076u);
+    EXPECT_FALSE(Agent().BuildLteDiagReq(0x10010001, Fill(4077), pReq, szLen));
+    EXPECT_TRUE(log.Saw("[ERR] : Agent BuildLteDiagReq Error!\n"));
+}
+
+TEST_F(UeEventsTest, PacketsReachTheClientOfTheirChannel)
+{
+    m_fix.AttachUe(0, 1);
+    m_fix.Confirm(0);
+    CTestClient at = m_fix.AddClient(CHANNEL_AT);
+    CTestClient diag = m_fix.AddClient(CHANNEL_LTE_DIAG);
+    ASSERT_TRUE(diag.Read()) << "the UE status";
+    m_fix.FromUe(0, CHANNEL_AT, Hex("4F 4B 0D 0A"));
+    const auto text = at.Read();
+    ASSERT_TRUE(text);
+    EXPECT_EQ(text->payload, Hex("4F 4B 0D 0A"));
+    m_fix.FromUe(0, CHANNEL_LTE_DIAG, LteAck(0x10010001, Hex("00 00 00 00 AA")));
+    const auto ack = diag.Read();
+    ASSERT_TRUE(ack);
+    EXPECT_EQ(ack->stHead.ulCmdId, 0x10010001u);
+    EXPECT_THAT(at.Pending(), IsEmpty());
+}
+
+TEST_F(UeEventsTest, APacketWithoutClientIsDropped)
+{
+    m_fix.AttachUe(0, 1);
+    m_fix.Confirm(0);
+    m_fix.FromUe(0, CHANNEL_LTE_DATA, Fill(100));
+    m_fix.FromUe(0, CHANNEL_GU_DATA, Fill(100));
+    m_fix.FromUe(0, CHANNEL_AT, {});
+    EXPECT_THAT(m_fix.ToUe(), IsEmpty());
+}
+
+TEST_F(UeEventsTest, AManagerAckNeverReachesAClient)
+{
+    CLogCapture log;
+    m_fix.AttachUe(0, 1);
+    m_fix.Confirm(0);
+    CTestClient diag = m_fix.AddClient(CHANNEL_LTE_DIAG);
+    ASSERT_TRUE(diag.Read()) << "the UE status";
+    m_fix.FromUe(0, CHANNEL_LTE_DIAG, LteAck(0x10061234, Hex("00 00 00 00 AA")));
+    EXPECT_TRUE(log.Saw("[INF] : Received Manager Packet(10061234) from lte diag channel\n"));
+    EXPECT_THAT(diag.Pending(), IsEmpty());
+}
+
+TEST_F(UeEventsTest, AnAckThatCannotBeReadIsDroppedInSilence)
+{
+    CLogCapture log;
+    Bytes packet = LteAck(0x10061234, {});
+    packet.resize(20); // long enough to be sorted, too short for an ack
+    m_fix.FromUe(0, CHANNEL_LTE_DIAG, packet);
+    EXPECT_EQ(log.Count(""), 1) << "nothing but the mark itself";
+}
+
+TEST_F(UeEventsTest, TheHostConnectConfirmationOpensTheUe)
+{
+    CLogCapture log;
+    m_fix.AttachUe(2, 9, "/dev/ttyUSB2", "usb-1-2");
+    m_fix.FromUe(2, CHANNEL_LTE_DIAG, LteAck(0x10066000, ConnectPayload(320)));
+    for (const enChannelType enChannel : ALL_CHANNELS)
+        EXPECT_TRUE(Agent().IsChannelOK(2, enChannel));
+    EXPECT_TRUE(log.Saw("[INF] : Received host connect cnf msg(10066000) from lte diag channel\n"));
+    EXPECT_TRUE(log.Saw("[INF] : UE Connected, nMsgID is 2, payLoadSize is 301, groupid is usb-1-2, "
+                        "IMEI is 861234567890123, ver is V007R011C06B020SP03\n"));
+
+    const ADE_UE_CONNECTION_ACK_STRU stAck = Agent().UEManager().GetUE(2)->GetUEConnectionAck();
+    EXPECT_EQ(Bytes(stAck.aucData), Join(Slice(ByteView(ConnectPayload(320)), 0, 60), Fill(152), Hex("01 00 00 00")));
+
+    // The 24 switches.
+    const unsigned char aucIdLow[24] = {0x99, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08, 0x09, 0x0A, 0x0B,
+                                        0x0C, 0x0D, 0x0E, 0x0F, 0x10, 0x11, 0x12, 0x13, 0x14, 0x15, 0x16, 0x17};
+    const auto sent = m_fix.ToUe();
+    ASSERT_THAT(sent, SizeIs(24));
+    for (size_t i = 0; i < 24; ++i) {
+        const Bytes rest = i == 0 ? Hex("00 90 30  0C 00 00 00  00 00 00 00 00 00 00 00  01 00 00 00")
+                                  : Hex("00 90 30  16 00 00 00  00 00 00 00 00 00 00 00"
+                                        "01 00 01 00 00 00 00 00 00 00 00 00 00 00");
+        EXPECT_EQ(sent[i].data, Join(Hex("00 02 30 01 01 00 00 00"), Bytes{aucIdLow[i]}, rest)) << "row " << i;
+        EXPECT_EQ(sent[i].ulUeIdx, 2u);
+        EXPECT_EQ(sent[i].enChannel, CHANNEL_LTE_DIAG);
+    }
+}
+
+TEST_F(UeEventsTest, TheSwitchesGoOut50MsApart)
+{
+    const auto start = std::chrono::steady_clock::now();
+    Agent().SendDspModuleSwitch(0);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1200));
+    EXPECT_THAT(m_fix.ToUe(), SizeIs(24));
+}
+
+TEST_F(UeEventsTest, ALongerConfirmationIsOfTheSecondVersion)
+{
+    m_fix.FromUe(0, CHANNEL_LTE_DIAG, LteAck(0x10065000, ConnectPayload(321)));
+    EXPECT_EQ(Agent().UEManager().GetUE(0)->GetUEConnectionAck().UeVer(), 2u);
+    m_fix.Detach(0, CHANNEL_AT);
+    EXPECT_EQ(Agent().UEManager().GetUE(0)->GetUEConnectionAck().UeVer(), 2u) << "not the LTE diag channel";
+    m_fix.Detach(0, CHANNEL_LTE_DIAG);
+    EXPECT_EQ(Bytes(Agent().UEManager().GetUE(0)->GetUEConnectionAck().aucData), Fill(216));
+}
+
+TEST_F(UeEventsTest, AShortConfirmationLeavesTheUeUnconfirmed)
+{
+    CLogCapture log;
+    m_fix.AttachUe(0, 1);
+    m_fix.Confirm(0);
+    m_fix.FromUe(0, CHANNEL_LTE_DIAG, LteAck(0x10065000, ConnectPayload(319)));
+    for (const enChannelType enChannel : ALL_CHANNELS)
+        EXPECT_FALSE(Agent().IsChannelOK(0, enChannel));
+    EXPECT_THAT(m_fix.ToUe(), IsEmpty());
+    EXPECT_EQ(log.Count("UE Connected"), 0);
+    EXPECT_EQ(Agent().UEManager().GetUE(0)->GetUEConnectionAck().UeVer(), 0u);
+}
+
+TEST_F(UeEventsTest, TheTimeStampIsKeptAsClientsWillAskForIt)
+{
+    CLogCapture log;
+    EXPECT_THAT(Agent().GetTimeStampPacket(1), IsEmpty());
+    m_fix.FromUe(1, CHANNEL_LTE_DIAG, LteAck(0x10067000, Hex("AA BB CC"), 0x1122334455667788));
+    EXPECT_EQ(Bytes(ByteView(Agent().GetTimeStampPacket(1))),
+              Hex("70 00 00 50  00 00 00 00  88 77 66 55 44 33 22 11  10 02  03 00  AA BB CC"));
+    EXPECT_TRUE(log.Saw("[DAT] : TimeStamp Ack DIAG_PACKET_ACK_STRU* pdiagack Buffer=0x"));
+    EXPECT_TRUE(log.Saw(",Length=23,dump=0x70,0x00,0x00,0x50,"));
+    EXPECT_THAT(Agent().GetTimeStampPacket(0), IsEmpty());
+    EXPECT_THAT(Agent().GetTimeStampPacket(16), IsEmpty());
+    EXPECT_THAT(Agent().GetTimeStampPacket(-1), IsEmpty());
+
+    m_fix.FromUe(1, CHANNEL_LTE_DIAG, LteAck(0x10067000, Hex("DD")));
+    EXPECT_EQ(Bytes(ByteView(Agent().GetTimeStampPacket(1))),
+              Hex("70 00 00 50  00 00 00 00  00 00 00 00 00 00 00 00  10 02  01 00  DD"));
+}
+
+TEST_F(UeEventsTest, ATimeStampThatDoesNotFitIsNotKept)
+{
+    CLogCapture log;
+    m_fix.FromUe(0, CHANNEL_LTE_DIAG, LteAck(0x10067000, Fill(5100, 1)));
+    EXPECT_EQ(Agent().GetTimeStampPacket(0).size(), 5120u);
+    EXPECT_EQ(log.Count("[WAN]"), 0);
+    m_fix.FromUe(0, CHANNEL_LTE_DIAG, LteAck(0x10067000, Fill(5101, 2)));
+    EXPECT_EQ(log.Count("[WAN]"), 1);
+    EXPECT_EQ(Agent().GetTimeStampPacket(0).size(), 5120u);
+    EXPECT_EQ(Agent().GetTimeStampPacket(0)[20], 1) << "the last good one stays";
+}
+
+TEST_F(UeEventsTest, TheThreadTakesRecordsUntilTheRunEnds)
+{
+    CLogCapture log;
+    std::thread reader([&] { Agent().ReadAgentMsgFun(); });
+    PostAgentMsg(77, 0, CHANNEL_AT, OwnedBytes(new unsigned char[4]), 4);
+    EXPECT_TRUE(log.Saw("Invalid data from Agent Msg Deque"));
+    PostAgentMsg(AGENT_MSG_DISCONNECT, 1, CHANNEL_AT, nullptr, 0);
+    EXPECT_TRUE(log.Saw("UE 1 AT detached"));
+    Agent().Stop();
+    reader.join();
+}
