@@ -1,5 +1,6 @@
 #include "common/Config.h"
 
+#include "common/OwnedFile.h"
 #include "common/Scan.h"
 #include "common/SingletonSlot.h"
 
@@ -7,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <type_traits>
 
 namespace
 {
@@ -14,12 +16,6 @@ namespace
 constexpr uint32_t DEFAULT_TIME_SPACE = 100;        // ms
 constexpr uint32_t DEFAULT_CELL_MEAS_TIMEOUT = 200; // ms
 constexpr size_t READ_CHUNK = 1023;                 // bytes of one read of the file
-
-struct FILE_CLOSER
-{
-    void operator()(FILE* pFile) const { (void)fclose(pFile); } // nothing is left to do about a failed close
-};
-using OwnedFile = std::unique_ptr<FILE, FILE_CLOSER>;
 
 uint32_t Number(const std::string& strValue, uint32_t ulPreset)
 {

@@ -31,6 +31,13 @@ uint32_t HexId(const std::string& strText)
     return ulId;
 }
 
+/// "(a,b)": every id from a - 1 to b - 1, nothing when a is 0. The shift by one is required.
+void SetShiftedRange(uint32_t ulLow, uint32_t ulHigh, bool bFlag, CIdFlags& flags)
+{
+    if (ulLow > 0 && ulHigh > 0)
+        flags.SetRange(ulLow - 1, ulHigh - 1, bFlag);
+}
+
 } // namespace
 
 std::vector<std::string> CConfig::Items(const std::string& strText, const char* pszSep)
@@ -43,10 +50,9 @@ std::vector<std::string> CConfig::Items(const std::string& strText, const char* 
 void CConfig::ParsePairs(const std::string& strValue, std::span<VALUE_STRU> pairs)
 {
     std::vector<uint32_t> vecNumbers(2 * pairs.size());
-    std::vector<uint32_t*> vecFields;
+    std::vector<uint32_t*> vecFields(vecNumbers.size());
+    std::ranges::transform(vecNumbers, vecFields.begin(), [](uint32_t& ulNumber) { return &ulNumber; });
     std::string strFormat;
-    for (uint32_t& ulNumber : vecNumbers)
-        vecFields.push_back(&ulNumber);
     for (size_t i = 0; i < pairs.size(); ++i)
         strFormat += i == 0 ? "{%d,%d}" : ";{%d,%d}";
     (void)ScanNumbers(strValue, strFormat, vecFields);
@@ -151,24 +157,6 @@ void CConfig::ParseLayerMsg(const std::string& strValue)
     }
 }
 
-namespace
-{
-
-/// "[a,b]": every id from a to b.
-void AddClosedRange(uint32_t ulLow, uint32_t ulHigh, bool bFlag, CIdFlags& flags)
-{
-    flags.SetRange(ulLow, ulHigh, bFlag);
-}
-
-/// "(a,b)": every id from a - 1 to b - 1, nothing when a is 0. The shift by one is required.
-void AddShiftedRange(uint32_t ulLow, uint32_t ulHigh, bool bFlag, CIdFlags& flags)
-{
-    if (ulLow > 0 && ulHigh > 0)
-        flags.SetRange(ulLow - 1, ulHigh - 1, bFlag);
-}
-
-} // namespace
-
 void CConfig::ParseFILTERINDCFG(const std::string& strValue, CIdFlags& flags)
 {
     for (const std::string& strItem : Items(strValue, ";")) {
@@ -183,9 +171,9 @@ void CConfig::ParseFILTERINDCFG(const std::string& strValue, CIdFlags& flags)
         } else if (vecIds.size() < 2) {
             continue;
         } else if (strSet.starts_with('[')) {
-            AddClosedRange(HexId(vecIds[0]), HexId(vecIds[1]), bFlag, flags);
+            flags.SetRange(HexId(vecIds[0]), HexId(vecIds[1]), bFlag);
         } else if (strSet.starts_with('(')) {
-            AddShiftedRange(HexId(vecIds[0]), HexId(vecIds[1]), bFlag, flags);
+            SetShiftedRange(HexId(vecIds[0]), HexId(vecIds[1]), bFlag, flags);
         }
     }
 }

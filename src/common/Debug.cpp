@@ -1,6 +1,7 @@
 #include "common/Debug.h"
 
 #include "common/Config.h"
+#include "common/OwnedFile.h"
 #include "common/SingletonSlot.h"
 #include "common/Thread.h"
 
@@ -19,32 +20,30 @@ namespace
 constexpr size_t TEXT_BUF_SIZE = 1024;    // bytes of a formatted text, NUL included
 constexpr int STOP_TIMEOUT_MS = 5000;     // longest wait for the last lines
 constexpr int LONG_ENOUGH_MS = INT32_MAX; // 24 days
-
-struct FILE_CLOSER
-{
-    void operator()(FILE* pFile) const { (void)fclose(pFile); } // every line was flushed; nothing to do about a failure
-};
-using OwnedFile = std::unique_ptr<FILE, FILE_CLOSER>;
+constexpr char HEX_DIGITS[] = "0123456789abcdef";
 
 bool IsEnabled(unsigned char ucLevel)
 {
     return (CConfig::Instance()->GetDebugLevel() & ucLevel) != 0;
 }
 
+constexpr struct
+{
+    unsigned char ucLevel;
+    const char* pszTag;
+} LEVEL_TAGS[] = {
+    {DEBUGLEVEL_INFO, " [INF] : "},
+    {DEBUGLEVEL_WARN, " [WAN] : "},
+    {DEBUGLEVEL_ERROR, " [ERR] : "},
+    {DEBUGLEVEL_DATA, " [DAT] : "},
+};
+
 const char* Tag(unsigned char ucLevel)
 {
-    switch (ucLevel) {
-    case DEBUGLEVEL_INFO:
-        return " [INF] : ";
-    case DEBUGLEVEL_WARN:
-        return " [WAN] : ";
-    case DEBUGLEVEL_ERROR:
-        return " [ERR] : ";
-    case DEBUGLEVEL_DATA:
-        return " [DAT] : ";
-    default:
-        return "";
-    }
+    for (const auto& stRow : LEVEL_TAGS)
+        if (stRow.ucLevel == ucLevel)
+            return stRow.pszTag;
+    return "";
 }
 
 /// "YYYY-MM-DD hh:mm:ss.mmm", local time, milliseconds cut.
@@ -99,7 +98,7 @@ void CDebug::Destory()
 
 bool CDebug::Start(const char* pszFileName)
 {
-    if (pszFileName == nullptr || CConfig::Instance()->GetDebugLevel() == 0)
+    if (pszFileName == nullptr || CConfig::Instance()->GetDebugLevel() == 0 || m_hThread != -1)
         return false;
     m_strFileName = pszFileName;
     m_queue.start();
@@ -168,9 +167,10 @@ void CDebug::PrintRawData(const char* pszTitle, ByteView data)
     std::string strText = std::string(pszTitle) + szHead;
     strText.reserve(strText.size() + 5 * data.size());
     for (const unsigned char ucByte : data) {
-        char szByte[8];
-        (void)snprintf(szByte, sizeof(szByte), "0x%02x,", ucByte);
-        strText += szByte;
+        strText += "0x";
+        strText += HEX_DIGITS[ucByte >> 4];
+        strText += HEX_DIGITS[ucByte & 0x0F];
+        strText += ',';
     }
     Output(strText, DEBUGLEVEL_DATA);
 }

@@ -32,7 +32,7 @@ public:
     CDebug& operator=(const CDebug&) = delete;
 
     /// Starts the writer on a file that is truncated. False without a name, with debuglevel 0 (no file then),
-    /// or when the thread can't be created.
+    /// when it runs already or when the thread can't be created.
     bool Start(const char* pszFileName);
     /// Stops the queue and waits until the lines queued before have reached the file, a few seconds at most when
     /// the file doesn't take them. Always true.

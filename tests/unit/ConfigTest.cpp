@@ -1,9 +1,13 @@
 #include "common/Config.h"
 
-#include <cstdio>
+#include <array>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sstream>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace
@@ -227,6 +231,28 @@ TEST(Config, InitBringsTheDefaultsBack)
     EXPECT_EQ(cfg.GetTimespaceForGuReq(), 100u);
     EXPECT_TRUE(cfg.GetChannelNameEnable());
     EXPECT_FALSE(cfg.IsPrintMessage(1));
+}
+
+TEST(Config, OutputConfigWritesTheCommandToDpiMap)
+{
+    std::string strRoot = "/tmp/vex-cfg-XXXXXX";
+    ASSERT_NE(mkdtemp(strRoot.data()), nullptr);
+    std::filesystem::create_directories(strRoot + "/cygdrive/d"); // the path is fixed: give it a root of its own
+    const Parsed cfg("DPH_FILTER_REQ_DPI_CMD_PAIR={0x2a,0x200};{0x1,0x100}");
+    const pid_t nChild = fork();
+    if (nChild == 0) {
+        if (chroot(strRoot.c_str()) != 0)
+            _exit(1);
+        cfg.OutputConfig();
+        _exit(0);
+    }
+    int nStatus = -1;
+    EXPECT_EQ(waitpid(nChild, &nStatus, 0), nChild);
+    EXPECT_EQ(nStatus, 0);
+    std::ostringstream text;
+    text << std::ifstream(strRoot + "/cygdrive/d/save.cfg").rdbuf();
+    EXPECT_EQ(text.str(), "0x100, 1\n0x200, 2a\n");
+    std::filesystem::remove_all(strRoot);
 }
 
 TEST_F(ConfigFile, AMissingFileLeavesTheDefaults)

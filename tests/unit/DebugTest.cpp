@@ -225,6 +225,16 @@ TEST_F(Debug, LinesQueuedBeforeStopReachTheFile)
     }
 }
 
+TEST_F(Debug, ARunningLogKeepsItsFile)
+{
+    ASSERT_TRUE(m_pDebug->Start(m_strPath.c_str()));
+    EXPECT_FALSE(m_pDebug->Start((m_strPath + "2").c_str()));
+    m_pDebug->PrintInfo("line");
+    m_pDebug->Stop();
+    EXPECT_EQ(Texts(), (Strings{" [INF] : line"}));
+    EXPECT_FALSE(std::filesystem::exists(m_strPath + "2"));
+}
+
 TEST_F(Debug, LinesAfterStopAreDropped)
 {
     ASSERT_TRUE(m_pDebug->Start(m_strPath.c_str()));
