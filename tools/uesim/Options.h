@@ -18,10 +18,12 @@ enum LTE_CLASS
     LTE_CLASS_MEAS,
     LTE_CLASS_TDS,
     LTE_CLASS_DROPPED,
+    LTE_CLASS_DPI,
+    LTE_CLASS_OTHER,
     LTE_CLASS_COUNT,
 };
-inline constexpr std::array<const char*, LTE_CLASS_COUNT> LTE_CLASS_NAMES = {"dsp",  "air",  "ims", "layer",  "event",
-                                                                             "user", "meas", "tds", "dropped"};
+inline constexpr std::array<const char*, LTE_CLASS_COUNT> LTE_CLASS_NAMES = {
+    "dsp", "air", "ims", "layer", "event", "user", "meas", "tds", "dropped", "dpi", "other"};
 using LTE_MIX = std::array<unsigned int, LTE_CLASS_COUNT>; // weight of each class
 
 /// Everything that the command line says.
@@ -48,7 +50,7 @@ struct UESIM_OPTIONS
     bool bLteStream = false;
     double dLteRate = 0;         // indications a second and UE, 0: as fast as the line takes them
     unsigned int ulLteSize = 64; // bytes of payload where the class leaves the choice
-    LTE_MIX lteMix = {4, 2, 1, 4, 2, 2, 1, 1, 1};
+    LTE_MIX lteMix = {4, 2, 1, 4, 2, 2, 1, 1, 1, 1, 1};
     uint64_t ullLteCount = 0; // indications a UE, 0: no end
     bool bLteStartOnSwitch = false;
     uint32_t ulLteDspId = 0x30100001;

@@ -2,6 +2,7 @@
 
 #include "uesim/AtBehaviour.h"
 #include "uesim/LteDiagBehaviour.h"
+#include "uesim/LteStreamBehaviour.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -95,7 +96,16 @@ void CSimulator::AddUe(unsigned int ulIndex, const std::string& strName, CSimUe:
 {
     auto pUe =
         std::make_unique<CSimUe>(ulIndex, strName, std::move(ports), m_stOptions, *m_config.GetFilterCfg(), m_log);
-    pUe->AddBehaviour(std::make_unique<CLteDiagBehaviour>(*pUe, [] {}));
+    CLteStreamBehaviour* pStream = nullptr;
+    if (m_stOptions.bLteStream) {
+        auto pNew = std::make_unique<CLteStreamBehaviour>(*pUe, m_config);
+        pStream = pNew.get();
+        pUe->AddBehaviour(std::move(pNew));
+    }
+    pUe->AddBehaviour(std::make_unique<CLteDiagBehaviour>(*pUe, [pStream] {
+        if (pStream != nullptr)
+            pStream->OnSwitchesDone();
+    }));
     pUe->AddBehaviour(std::make_unique<CAtBehaviour>(*pUe));
     m_ues.push_back(std::move(pUe));
 }
