@@ -91,7 +91,7 @@ private:
         CLI::App* pWatch = Command("watch", "show LTE indications live; measurement records are told by their length",
                                    [this](const CONTEXT& st) { return RunWatch(st, m_stWatch); });
         pWatch->add_option("--count", m_stWatch.stLimits.count, "end after so many packets")
-            ->check(CLI::PositiveNumber);
+            ->check(CLI::Range(uint64_t{1}, UINT64_MAX));
         pWatch->add_option("--for", m_stWatch.stLimits.seconds, "end after so many seconds");
         pWatch->add_flag("--hex", m_stWatch.bHex, "dump the payloads");
         pWatch->add_flag("--quiet", m_stWatch.bQuiet, "rates only");
@@ -109,7 +109,8 @@ private:
         pCommand->add_option("--period", m_stGu.periodMs, "milliseconds between two reports")
             ->check(CLI::Range(0U, MAX_PERIOD_MS));
         pCommand->add_option("--for", m_stGu.stLimits.seconds, "end after so many seconds");
-        pCommand->add_option("--count", m_stGu.stLimits.count, "end after so many reports")->check(CLI::PositiveNumber);
+        pCommand->add_option("--count", m_stGu.stLimits.count, "end after so many reports")
+            ->check(CLI::Range(uint64_t{1}, UINT64_MAX));
         pCommand->add_flag("--stop", m_stGu.bStop, "stop the reports and end");
         pCommand->add_flag("--keep", m_stGu.bKeep, "don't stop the reports at the end");
         pCommand->add_flag("--list", m_stGu.bList, "list the names");

@@ -118,7 +118,8 @@ bool Resolve(const GU_ARGS& stArgs, std::span<const REPORT_ROW> rows, const std:
 
 void PrintList(CPrinter& printer, std::span<const REPORT_ROW> rows)
 {
-    printer.Print({}, printer.IsJson() ? "" : "name            request  confirm  report  modem 1  period  what\n");
+    if (!printer.IsJson())
+        printer.Print({}, "name            request  confirm  report  modem 1  period  what\n");
     for (const REPORT_ROW& stRow : rows) {
         const REPORT_ID stSecond{&stRow, 1};
         std::array<char, 192> szLine{};
