@@ -63,6 +63,11 @@ void SetNonBlocking(int nFd, bool bNonBlocking)
 }
 } // namespace
 
+int WriteTimeoutS(size_t szRemaining, int iBaud)
+{
+    return static_cast<int>(static_cast<int64_t>(szRemaining) * LINE_BITS_PER_BYTE / iBaud) + WRITE_BASE_TIMEOUT_S;
+}
+
 CSerial::CSerial() : m_pReadBuf(new unsigned char[SERIAL_READ_BUF_LEN])
 {
     InitSerialPort();
@@ -265,8 +270,7 @@ bool CSerial::WriteAll(ByteView data)
     for (size_t szTimedFor = 0; !data.empty();) {
         if (szTimedFor != data.size()) { // the time-out starts anew with each piece that got through
             szTimedFor = data.size();
-            const auto llSeconds = static_cast<int64_t>(data.size()) * LINE_BITS_PER_BYTE / GetBaudrate();
-            end = std::chrono::steady_clock::now() + std::chrono::seconds(llSeconds + WRITE_BASE_TIMEOUT_S);
+            end = std::chrono::steady_clock::now() + std::chrono::seconds(WriteTimeoutS(data.size(), GetBaudrate()));
         }
         if (!WaitWritable(MsUntil(end)))
             return false;

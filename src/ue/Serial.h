@@ -14,6 +14,9 @@
 
 class CUE;
 
+/// Whole seconds that a write may go without headway, from the bytes that remain and the line's speed.
+int WriteTimeoutS(size_t szRemaining, int iBaud);
+
 /// One serial port of a UE: opens and configures the device, offers what it reads to the channels that live on
 /// the port, and writes with a time-out. It never closes itself and tells nobody of a fault: it logs and returns
 /// false.

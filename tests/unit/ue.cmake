@@ -1,0 +1,11 @@
+vex_test(test_ue
+    SOURCES
+        ChildChannelTest.cpp
+        DeviceMonitorTest.cpp
+        HDLCParseTest.cpp
+        SerialTest.cpp
+        TcpChannelTest.cpp
+        UEManagerTest.cpp
+        UETest.cpp
+    LIBS vex_ue
+)

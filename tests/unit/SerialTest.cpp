@@ -1,0 +1,318 @@
+#include "ue/Serial.h"
+
+#include "support/HdlcReference.h"
+#include "support/LogCapture.h"
+#include "support/PtyPair.h"
+#include "support/Queues.h"
+#include "support/WaitFor.h"
+#include "ue/UE.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace
+{
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+/// Reads as the read thread does.
+bool ReadLocked(CSerial& serial) NO_THREAD_SAFETY_ANALYSIS
+{
+    serial.SerialLock();
+    const bool bRead = serial.ReadSerial();
+    serial.SerialUnlock();
+    return bRead;
+}
+
+Bytes Text(const std::string& strText)
+{
+    return Bytes(AsBytes(strText));
+}
+
+void Prepare(CSerial& serial, enSerialType enType, const std::string& strName, unsigned int uiPort)
+{
+    serial.SetSerialType(enType);
+    serial.SetName(strName);
+    serial.SetPortNum(uiPort);
+}
+} // namespace
+
+TEST(Serial, ANewPortIsUnused)
+{
+    CSerial serial;
+    EXPECT_EQ(serial.GetPortNum(), 0x7FFFFFFFu);
+    EXPECT_EQ(serial.GetName(), "");
+    EXPECT_EQ(serial.GetGroupName(), "");
+    EXPECT_EQ(serial.GetHandler(), -1);
+    EXPECT_FALSE(serial.IsOpen());
+    EXPECT_EQ(serial.GetTotalBytesRead(), 0u);
+    EXPECT_EQ(serial.GetTotalBytesWrite(), 0u);
+    EXPECT_EQ(serial.GetChannelCount(), 0);
+    EXPECT_EQ(serial.GetSerialChannel(0), nullptr);
+    EXPECT_FALSE(ReadLocked(serial));
+}
+
+TEST(Serial, TheTypeGivesTheChannels)
+{
+    const struct
+    {
+        enSerialType enType;
+        std::vector<enChannelType> vecChannel;
+    } c_aCase[] = {
+        {SERIAL_TYPE_DIAG, {CHANNEL_LTE_DIAG}},
+        {SERIAL_TYPE_DATA, {CHANNEL_LTE_DATA}},
+        {SERIAL_TYPE_GU, {CHANNEL_GU_CMD, CHANNEL_GU_DATA}},
+        {SERIAL_TYPE_AT, {CHANNEL_AT}},
+        {static_cast<enSerialType>(4), {}},
+    };
+    CSerial serial;
+    for (const auto& stCase : c_aCase) {
+        serial.SetSerialType(stCase.enType);
+        EXPECT_EQ(serial.GetSerialType(), stCase.enType);
+        const int iCount = static_cast<int>(stCase.vecChannel.size());
+        ASSERT_EQ(serial.GetChannelCount(), iCount) << stCase.enType;
+        for (int i = 0; i < iCount; ++i)
+            EXPECT_EQ(serial.GetSerialChannel(i)->GetType(), stCase.vecChannel[static_cast<size_t>(i)]);
+        EXPECT_EQ(serial.GetSerialChannel(iCount), nullptr) << stCase.enType;
+        EXPECT_EQ(serial.GetSerialChannel(-1), nullptr);
+    }
+}
+
+TEST(Serial, APortWithoutChannelsSwallowsItsData)
+{
+    CSerial serial;
+    serial.SetSerialType(static_cast<enSerialType>(9));
+    serial.OnSerialData(FrameOf(Fill(18, 1)));
+    EXPECT_TRUE(DrainAgentQueue().empty());
+}
+
+TEST(Serial, BaudOfTheSpeedConstants)
+{
+    const struct
+    {
+        speed_t speed;
+        int iBaud;
+    } c_aCase[] = {
+        {B0, 0},           {B50, 50},        {B75, 75},
+        {B110, 110},       {B134, 134},      {B150, 150},
+        {B200, 200},       {B300, 300},      {B600, 600},
+        {B1200, 1200},     {B2400, 2400},    {B9600, 9600},
+        {B19200, 19200},   {B38400, 38400},  {B57600, 57600},
+        {B115200, 115200}, {128000, 128000}, {B1800, 9600},
+        {B4800, 9600},     {B230400, 9600},  {static_cast<speed_t>(-1), 9600},
+    };
+    for (const auto& stCase : c_aCase)
+        EXPECT_EQ(CSerial::_BAUDRATE(static_cast<int>(stCase.speed)), stCase.iBaud) << stCase.speed;
+    EXPECT_EQ(CSerial().GetBaudrate(), 115200);
+}
+
+TEST(Serial, WriteTimeOutsAreWholeSeconds)
+{
+    const struct
+    {
+        size_t szRemaining;
+        int iSeconds;
+    } c_aCase[] = {{1, 2}, {5759, 2}, {5760, 3}, {11519, 3}, {11520, 4}, {131072, 24}};
+    for (const auto& stCase : c_aCase)
+        EXPECT_EQ(WriteTimeoutS(stCase.szRemaining, 115200), stCase.iSeconds) << stCase.szRemaining;
+}
+
+TEST(Serial, OpensRawAndClosesWithTheOldSettings)
+{
+    CPtyPair modem;
+    const termios stBefore = modem.Settings();
+    CUE ue;
+    ue.SetUEIdx(3);
+    CSerial& serial = *ue.GetSerial(SERIAL_TYPE_DIAG);
+    Prepare(serial, SERIAL_TYPE_DIAG, modem.Name(), 5);
+    const CLogCapture log;
+    modem.Write(Text("sent before the port was open"));
+
+    const auto start = steady_clock::now();
+    ASSERT_TRUE(serial.OpenSerial());
+    EXPECT_GE(steady_clock::now() - start, milliseconds(990));
+    EXPECT_TRUE(serial.IsOpen());
+    EXPECT_EQ(log.Count("[INF] : Open Serial " + modem.Name() + " OK!"), 1);
+
+    const termios stOpen = modem.Settings();
+    EXPECT_EQ(cfgetospeed(&stOpen), B115200);
+    EXPECT_EQ(cfgetispeed(&stOpen), B115200);
+    EXPECT_EQ(stOpen.c_cflag & (CSIZE | PARENB | CSTOPB), tcflag_t(CS8));
+    EXPECT_EQ(stOpen.c_cflag & (CREAD | HUPCL | CLOCAL | CRTSCTS), tcflag_t(CREAD | HUPCL | CLOCAL | CRTSCTS));
+    EXPECT_EQ(stOpen.c_iflag & (IXON | IXOFF | ICRNL | INLCR | ISTRIP), 0u);
+    EXPECT_EQ(stOpen.c_lflag & (ICANON | ECHO | ISIG), 0u);
+    EXPECT_EQ(stOpen.c_oflag & OPOST, 0u);
+    EXPECT_EQ(stOpen.c_cc[VMIN], 1);
+    EXPECT_EQ(stOpen.c_cc[VTIME], 0);
+    EXPECT_EQ(fcntl(serial.GetHandler(), F_GETFL) & (O_NONBLOCK | O_ACCMODE), O_RDWR) << "blocking, both ways";
+
+    // What waited before the opening was discarded: the read gives only what comes now.
+    const Bytes frame = FrameOf(Fill(18, 0x7E));
+    modem.Write(frame);
+    EXPECT_TRUE(ReadLocked(serial));
+    EXPECT_EQ(serial.GetTotalBytesRead(), frame.size());
+    const auto msgs = DrainAgentQueue();
+    ASSERT_EQ(msgs.size(), 1u);
+    EXPECT_EQ(msgs[0].ulUeIdx, 3u);
+    EXPECT_EQ(msgs[0].data, Fill(18, 0x7E));
+
+    EXPECT_TRUE(serial.GetSerialChannel(0)->WriteChannel(Hex("01 02 7E 7D")));
+    EXPECT_EQ(modem.Read(10), Hex("7E 01 02 7D 5E 7D 5D 6B 97 7E"));
+    EXPECT_EQ(serial.GetTotalBytesWrite(), 10u);
+    EXPECT_TRUE(serial.WriteSerial(ByteView()));
+    EXPECT_EQ(serial.GetTotalBytesWrite(), 10u);
+    EXPECT_EQ(fcntl(serial.GetHandler(), F_GETFL) & O_NONBLOCK, 0);
+
+    EXPECT_TRUE(serial.CloseSerial());
+    EXPECT_FALSE(serial.IsOpen());
+    EXPECT_EQ(serial.GetHandler(), -1);
+    EXPECT_EQ(log.Count("[INF] : Close Serial " + modem.Name()), 1);
+    EXPECT_EQ(modem.Settings().c_cflag, stBefore.c_cflag);
+    EXPECT_EQ(serial.GetTotalBytesRead(), frame.size()) << "counters live until the next opening";
+    EXPECT_EQ(serial.GetTotalBytesWrite(), 10u);
+
+    ASSERT_TRUE(serial.OpenSerial());
+    EXPECT_EQ(serial.GetTotalBytesRead(), 0u);
+    EXPECT_EQ(serial.GetTotalBytesWrite(), 0u);
+}
+
+TEST(Serial, ADeviceThatIsntThereFailsAtOnce)
+{
+    CSerial serial;
+    Prepare(serial, SERIAL_TYPE_DATA, "/dev/no-such-port", 5);
+    const CLogCapture log;
+    EXPECT_FALSE(serial.OpenSerial());
+    EXPECT_FALSE(serial.IsOpen());
+    EXPECT_EQ(log.Count("[ERR] : Open Serial /dev/no-such-port fail!"), 1);
+}
+
+TEST(Serial, ADeviceThatIsNoTerminalIsClosedAgain)
+{
+    CSerial serial;
+    Prepare(serial, SERIAL_TYPE_DATA, "/dev/null", 5);
+    const CLogCapture log;
+    EXPECT_FALSE(serial.OpenSerial());
+    EXPECT_FALSE(serial.IsOpen());
+    EXPECT_EQ(serial.GetHandler(), -1);
+    EXPECT_EQ(log.Count("Open Serial /dev/null OK!"), 1);
+    EXPECT_EQ(log.Count("Close Serial /dev/null"), 1);
+    EXPECT_EQ(log.Count("[ERR] : Set Serial /dev/null attr fail!"), 1);
+}
+
+TEST(Serial, ClosingAClosedPortLogsTheSame)
+{
+    CSerial serial;
+    Prepare(serial, SERIAL_TYPE_AT, "/dev/ttyUSB9", 5);
+    const CLogCapture log;
+    EXPECT_TRUE(serial.CloseSerial());
+    EXPECT_EQ(log.Count("Close Serial /dev/ttyUSB9"), 1);
+}
+
+TEST(Serial, OnlyAnAtPortIsOpenedByAWrite)
+{
+    const CLogCapture log;
+    CSerial closed;
+    Prepare(closed, SERIAL_TYPE_GU, "/dev/no-such-port", 5);
+    EXPECT_FALSE(closed.WriteSerial(Hex("01")));
+    EXPECT_EQ(log.Count("[INF] : open serial not open  ,m_type:2"), 1);
+    EXPECT_EQ(log.Count("Open Serial"), 0);
+
+    CSerial detached;
+    Prepare(detached, SERIAL_TYPE_AT, "", 5);
+    EXPECT_FALSE(detached.WriteSerial(Hex("01")));
+    EXPECT_EQ(log.Count("[ERR] : Open Serial  fail!"), 1);
+    EXPECT_EQ(log.Count("[INF] : at open serial fail ,m_type:3"), 1);
+
+    CPtyPair modem;
+    CSerial at;
+    Prepare(at, SERIAL_TYPE_AT, modem.Name(), 5);
+    EXPECT_TRUE(at.GetSerialChannel(0)->WriteChannel(AsBytes("AT~\r")));
+    EXPECT_TRUE(at.IsOpen());
+    EXPECT_EQ(modem.Read(4), Text("AT~\r"));
+}
+
+TEST(Serial, AnAtPortThatIsClosedWhileItSettlesStaysClosed)
+{
+    CPtyPair modem;
+    CSerial at;
+    Prepare(at, SERIAL_TYPE_AT, modem.Name(), 5);
+    const CLogCapture log;
+    bool bWritten = true;
+    std::thread writer([&] { bWritten = at.WriteSerial(AsBytes("AT\r")); });
+    EXPECT_TRUE(WaitFor([&] { return at.GetHandler() != -1; }));
+    EXPECT_FALSE(at.IsOpen());
+    at.CloseSerial();
+    writer.join();
+    EXPECT_FALSE(bWritten);
+    EXPECT_FALSE(at.IsOpen());
+    EXPECT_EQ(at.GetHandler(), -1);
+    EXPECT_EQ(modem.Pending(), Bytes());
+}
+
+TEST(Serial, AModemThatStopsReadingHoldsAWriteNoLongerThanTheTimeOut)
+{
+    CPtyPair modem;
+    CSerial serial;
+    Prepare(serial, SERIAL_TYPE_DIAG, modem.Name(), 5);
+    ASSERT_TRUE(serial.OpenSerial());
+    modem.Clog();
+    const CLogCapture log;
+    const auto start = steady_clock::now();
+    EXPECT_FALSE(serial.WriteSerial(Fill(5000, 'x')));
+    const auto took = steady_clock::now() - start;
+    EXPECT_GE(took, milliseconds(1990));
+    EXPECT_LT(took, milliseconds(3500));
+    EXPECT_EQ(log.Count("[ERR] : Send data to UE(com 5) Timeout. channel type:0, errno:"), 1);
+    EXPECT_TRUE(serial.IsOpen());
+}
+
+TEST(Serial, AWriteThatDoesntFitAtOnceGoesOutInPieces)
+{
+    CPtyPair modem;
+    CSerial serial;
+    Prepare(serial, SERIAL_TYPE_DATA, modem.Name(), 5);
+    ASSERT_TRUE(serial.OpenSerial());
+    Bytes data;
+    for (size_t i = 0; i < 300'000; ++i)
+        data.push_back(static_cast<unsigned char>(i * 7 + i / 251));
+    Bytes received;
+    std::thread reader([&] { received = modem.Read(data.size()); });
+    EXPECT_TRUE(serial.WriteSerial(data));
+    reader.join();
+    EXPECT_EQ(received, data);
+    EXPECT_EQ(serial.GetTotalBytesWrite(), data.size());
+}
+
+TEST(Serial, AModemThatVanishedIsLoggedAndThePortStaysOpen)
+{
+    CPtyPair modem;
+    CSerial serial;
+    Prepare(serial, SERIAL_TYPE_GU, modem.Name(), 8);
+    ASSERT_TRUE(serial.OpenSerial());
+    const CLogCapture log;
+    modem.Unplug();
+    EXPECT_FALSE(ReadLocked(serial));
+    EXPECT_EQ(log.Count("[WAN] : read Serial == 0, com:8, type:2, errno:") +
+                  log.Count("[ERR] : read serial fail, com:8, type:2, errno:"),
+              1);
+    EXPECT_FALSE(serial.WriteSerial(Hex("01 02")));
+    EXPECT_EQ(log.Count("[ERR] : write data to SerialPort(com 8) fail!channel type:2, errno:5"), 1);
+    EXPECT_TRUE(serial.IsOpen());
+    EXPECT_EQ(serial.GetTotalBytesWrite(), 0u);
+}
+
+TEST(Serial, AFailedReadAndAnInvalidDescriptorAreLogged)
+{
+    CPtyPair modem;
+    CSerial serial;
+    Prepare(serial, SERIAL_TYPE_DIAG, modem.Name(), 8);
+    ASSERT_TRUE(serial.OpenSerial());
+    const CLogCapture log;
+    EXPECT_EQ(log.Count("fail"), 0); // the log has its files by now: none takes the number that is freed
+    close(serial.GetHandler());      // as no one should
+    EXPECT_FALSE(ReadLocked(serial));
+    EXPECT_EQ(log.Count("[ERR] : read serial fail, com:8, type:0, errno:9"), 1);
+    EXPECT_FALSE(serial.WriteSerial(Hex("01 02")));
+    EXPECT_EQ(log.Count("[ERR] : Send data to UE(com 8) Error. channel type:0, errno:"), 1);
+}
