@@ -1,8 +1,11 @@
 #include "uesim/Simulator.h"
 
 #include "uesim/AtBehaviour.h"
+#include "uesim/GuLinkBehaviour.h"
+#include "uesim/GuReportBehaviour.h"
 #include "uesim/LteDiagBehaviour.h"
 #include "uesim/LteStreamBehaviour.h"
+#include "uesim/RegisterBehaviour.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -107,7 +110,20 @@ void CSimulator::AddUe(unsigned int ulIndex, const std::string& strName, CSimUe:
             pStream->OnSwitchesDone();
     }));
     pUe->AddBehaviour(std::make_unique<CAtBehaviour>(*pUe));
+    AddGuBehaviours(*pUe);
     m_ues.push_back(std::move(pUe));
+}
+
+void CSimulator::AddGuBehaviours(CSimUe& ue) const
+{
+    auto pLink = std::make_unique<CGuLinkBehaviour>(ue);
+    auto pReports = std::make_unique<CGuReportBehaviour>(ue, pLink->Line());
+    auto pRegisters = std::make_unique<CRegisterBehaviour>(ue, pLink->Line());
+    pLink->AddService(pReports.get());
+    pLink->AddService(pRegisters.get());
+    ue.AddBehaviour(std::move(pLink));
+    ue.AddBehaviour(std::move(pReports));
+    ue.AddBehaviour(std::move(pRegisters));
 }
 
 /// A stable name for a port; one that a former run left is replaced.

@@ -36,6 +36,7 @@ private:
     bool AddPtyUe(unsigned int ulIndex, std::string& strError);
     bool AddNetworkUe(std::string& strError);
     void AddUe(unsigned int ulIndex, const std::string& strName, CSimUe::Ports ports);
+    void AddGuBehaviours(CSimUe& ue) const;
     bool MakeLink(const CSimPort& port, const std::string& strName, std::string& strError);
     bool WriteChannels(std::string& strError) const;
     void QueueRecords(bool bArrives);
