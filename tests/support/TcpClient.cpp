@@ -1,19 +1,19 @@
-#include "support/TestClient.h"
+#include "support/TcpClient.h"
 
 using std::chrono::milliseconds;
 using TestClock = std::chrono::steady_clock;
 
-CTestClient::CTestClient(enChannelType enChannel, milliseconds limit) : m_fd(ConnectTcp(LISTENPORT[enChannel], limit))
+CTcpClient::CTcpClient(enChannelType enChannel, milliseconds limit) : m_fd(ConnectTcp(LISTENPORT[enChannel], limit))
 {
 }
 
-bool CTestClient::Send(uint32_t ulCmdId, uint16_t usPktType, const Bytes& params)
+bool CTcpClient::Send(uint32_t ulCmdId, uint16_t usPktType, const Bytes& params)
 {
     const auto usLen = static_cast<uint16_t>(params.size());
     return SendRaw(Join(Hex("9F9F"), Le(ulCmdId), Le(usPktType), Le(usLen), params));
 }
 
-std::optional<ClientPacket> CTestClient::Receive(milliseconds limit)
+std::optional<TcpPacket> CTcpClient::Receive(milliseconds limit)
 {
     constexpr size_t HEAD_LEN = LEAD_LEN + DIAG_PACKET_ACK_STRU::SIZE;
     const auto end = TestClock::now() + limit;
@@ -23,7 +23,7 @@ std::optional<ClientPacket> CTestClient::Receive(milliseconds limit)
     const Bytes head = ReceiveBytes(m_fd, HEAD_LEN, left());
     if (head.size() < HEAD_LEN || head[0] != LEAD_BYTE || head[1] != LEAD_BYTE)
         return std::nullopt;
-    ClientPacket packet;
+    TcpPacket packet;
     CByteReader reader(Slice(ByteView(head), LEAD_LEN));
     AckHead(reader, packet.stHead);
     if (packet.stHead.usLen > 0)
@@ -33,7 +33,7 @@ std::optional<ClientPacket> CTestClient::Receive(milliseconds limit)
     return packet;
 }
 
-std::optional<ClientPacket> CTestClient::Await(uint32_t ulCmdId, milliseconds limit)
+std::optional<TcpPacket> CTcpClient::Await(uint32_t ulCmdId, milliseconds limit)
 {
     const auto end = TestClock::now() + limit;
     for (;;) {
@@ -44,13 +44,13 @@ std::optional<ClientPacket> CTestClient::Await(uint32_t ulCmdId, milliseconds li
     }
 }
 
-std::optional<ClientPacket> CTestClient::Ask(uint32_t ulCmdId, uint16_t usPktType, const Bytes& params,
+std::optional<TcpPacket> CTcpClient::Ask(uint32_t ulCmdId, uint16_t usPktType, const Bytes& params,
                                              milliseconds limit)
 {
     return Send(ulCmdId, usPktType, params) ? Await(ulCmdId, limit) : std::nullopt;
 }
 
-bool CTestClient::Bind(unsigned int ulPort)
+bool CTcpClient::Bind(unsigned int ulPort)
 {
     const auto ack = Ask(AGENT_CMD_BIND, PKT_TYPE_AGENT, Le(uint32_t{ulPort}));
     return ack && ack->stHead.ulRc == DIAG_RC_OK;
