@@ -174,7 +174,8 @@ private:
     void OnClientDataArrive(const CPollSet& fds, const CListenSockets& anListen);
     void ReadClients(const CPollSet& fds) REQUIRES(m_BindMutex);
     void ReadClient(std::shared_ptr<CClient>& pClient) REQUIRES(m_BindMutex);
-    void AcceptClient(int nListen, enChannelType enType) REQUIRES(m_BindMutex);
+    void AcceptClients(int nListen, enChannelType enType) REQUIRES(m_BindMutex);
+    bool AcceptClient(int nListen, enChannelType enType) REQUIRES(m_BindMutex);
     void ForgetClient(CClient* pClient);
     void RemoveLostClient(CClient* pClient) REQUIRES(m_BindMutex);
     void ReleaseClients();

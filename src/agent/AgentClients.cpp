@@ -179,7 +179,7 @@ void CAgent::OnClientDataArrive(const CPollSet& fds, const CListenSockets& anLis
     ReadClients(fds);
     for (size_t i = 0; i < anListen.size(); ++i)
         if (fds.IsReady(anListen[i]))
-            AcceptClient(anListen[i], static_cast<enChannelType>(i));
+            AcceptClients(anListen[i], static_cast<enChannelType>(i));
 }
 
 void CAgent::ReadClients(const CPollSet& fds)
@@ -253,24 +253,35 @@ void CAgent::ReleaseClients()
     m_vecClients.clear();
 }
 
-void CAgent::AcceptClient(int nListen, enChannelType enType)
+/// Takes all that wait: a crowd that comes at once soon fills the short backlog, and then waits for a second or more.
+void CAgent::AcceptClients(int nListen, enChannelType enType)
+{
+    for (int i = 0; i < LISTEN_BACKLOG && AcceptClient(nListen, enType); ++i) {
+    }
+}
+
+/// False when no more can be taken now.
+bool CAgent::AcceptClient(int nListen, enChannelType enType)
 {
     sockaddr_in stAddr{};
     socklen_t ulAddrLen = sizeof(stAddr);
     CUniqueFd clientFd(accept(nListen, reinterpret_cast<sockaddr*>(&stAddr), &ulAddrLen));
     if (!clientFd.IsOpen()) {
+        if (errno == EAGAIN)
+            return false; // all taken, or gone again
         // The connection stays in the backlog; without a pause the wait would end at once, again and again.
         if (IsOutOfResources(errno))
             m_AcceptAgain = Clock::now() + ACCEPT_PAUSE;
         CDebug::Instance()->PrintError("Accept socket fail!");
-        return;
+        return false;
     }
     (void)setsockopt(clientFd.Get(), SOL_SOCKET, SO_SNDBUF, &CLIENT_SEND_BUF, sizeof(CLIENT_SEND_BUF)); // a wish
     if (!SetNonBlocking(clientFd.Get())) {
         CDebug::Instance()->PrintError("set(fcntl) client socket O_NONBLOCK fail");
-        return;
+        return true;
     }
     AddClient(clientFd.Release(), enType, stAddr);
+    return true;
 }
 
 CClient* CAgent::AddClient(int nSocket, enChannelType enType, const sockaddr_in& stAddr)

@@ -310,10 +310,10 @@ TEST_F(StatusTest, TheReportsComeInTheirInterval)
 TEST_F(StatusTest, AFailedSendIsLogged)
 {
     CLogCapture log;
-    CAgentFixture::Configure("MonitorIP=255.255.255.255"); // not without leave to broadcast
+    CAgentFixture::Configure("MonitorIP=192.0.2.1"); // no way leads there
     EXPECT_TRUE(Agent().Init(nullptr));
     Agent().SendAgentVer();
-    EXPECT_TRUE(log.Saw("[WAN] : send udp status msg error, errno is " + std::to_string(EACCES)));
+    EXPECT_TRUE(log.Saw("[WAN] : send udp status msg error, errno is " + std::to_string(ENETUNREACH)));
 }
 
 class StatusOffTest : public StatusTest
