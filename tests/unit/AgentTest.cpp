@@ -275,8 +275,9 @@ TEST_F(ClientLoopTest, HundredsOfClientsAreServedAtOnce)
     for (int i = 0; i < 300; ++i) {
         clients.push_back(Connect(i % 2 == 0 ? CHANNEL_LTE_DIAG : CHANNEL_LTE_DATA));
         ASSERT_EQ(send(clients.back().Get(), UNBIND.data(), UNBIND.size(), 0), 10) << i;
-        if (i % 10 == 9) // the backlog is short
+        if (i % 10 == 9) { // the backlog is short
             ASSERT_EQ(Receive(clients.back(), UNBIND_ACK.size()), UNBIND_ACK) << i;
+        }
     }
     for (const CUniqueFd& client : clients)
         ASSERT_EQ(send(client.Get(), UNBIND.data(), UNBIND.size(), 0), 10);
