@@ -72,13 +72,21 @@ Bytes TraceSwitch(const std::vector<unsigned int>& pids)
     return packet;
 }
 
+namespace
+{
+/// The first client of each type is bound to the UE from now on.
+void BringUp(CAgentFixture& agent)
+{
+    agent.AttachUe(0, 7);
+    agent.Confirm(0);
+}
+} // namespace
+
 CGuFixture::CGuFixture(const std::string& strVersion)
     : m_Agent(std::string(TEST_LAYOUT) + "TIME_SPACE=0\n"),
-      m_Cmd((m_Agent.AttachUe(0, 7), m_Agent.Agent()), CHANNEL_GU_CMD),
-      m_Data(m_Agent.Agent(), CHANNEL_GU_DATA)
+      m_Cmd((BringUp(m_Agent), m_Agent.AddClient(CHANNEL_GU_CMD))),
+      m_Data(m_Agent.AddClient(CHANNEL_GU_DATA))
 {
-    EXPECT_TRUE(m_Agent.Bind(m_Cmd, 7));
-    EXPECT_TRUE(m_Agent.Bind(m_Data, 7));
     m_pOperation = m_Agent.Agent().GetOperationGUFromClient(m_Cmd.Get());
     if (!strVersion.empty())
         FromUe(GuVersion(strVersion));

@@ -3,6 +3,9 @@
 #include "data/gu/OperationGUData.h"
 #include "support/AgentFixture.h"
 
+/// Ids or periods to loop over.
+using Words = std::initializer_list<unsigned short>;
+
 /// A GU packet from the UE, its usPacketLen set to its size.
 Bytes GuMsg(unsigned short usMsgId, const Bytes& payload, unsigned int ulTimeStamp = 0,
             unsigned char ucCategory = GU_CATEGORY_TRANS);
