@@ -274,6 +274,7 @@ TEST(ClientCommands, EveryCommandBindsFirstWhenAsked)
         const OUTCOME stOutcome = Client(args);
         EXPECT_EQ(stOutcome.enCode, CODE_REFUSED) << command[0];
         EXPECT_THAT(stOutcome.strErrors, HasSubstr("port 77 refused, DIAG_RC_FAIL (2)")) << command[0];
+        EXPECT_EQ(stOutcome.strOut, "") << command[0];
     }
 }
 
@@ -364,6 +365,13 @@ TEST(ClientCommands, AFailedNvReadIsAnsweredUnderTheWritesId)
     EXPECT_EQ(Client({"nv-read", "1"}).enCode, CODE_REFUSED);
     EXPECT_EQ(agent.Requests()[0].stHead.ulCmdId, 0x10015503U);
     EXPECT_EQ(agent.Requests()[0].params, Hex("01000000"));
+}
+
+TEST(ClientCommands, AnUnboundNvWriteIsRefusedUnderTheReadsId)
+{
+    CFakeAgent agent(
+        [](CFakeAgent& self, const REQUEST&) { self.Send(CHANNEL_LTE_DIAG, Answer(0x10015503, 41, 240)); });
+    EXPECT_EQ(Client({"nv-write", "1", "0", "2", "1"}).enCode, CODE_REFUSED);
 }
 
 TEST(ClientCommands, AtPrintsLinesUntilTheFinalOne)

@@ -3,6 +3,7 @@
 #include "client/MonitorModel.h"
 #include "client/Names.h"
 #include "client/Parse.h"
+#include "client/Printer.h"
 #include "client/Reports.h"
 #include "support/TestBytes.h"
 
@@ -333,6 +334,31 @@ TEST(ClientReports, MeasurementRecordsAreToldByKindAndLength)
     EXPECT_EQ(decoded["entries"][1]["channel"], 0x5678);
     EXPECT_EQ(decoded["entries"][1]["level"], 0x29);
     EXPECT_EQ(decoded["entries"].size(), 2U);
+}
+
+TEST(ClientPrinter, ListsAreCutInTextOnly)
+{
+    const ordered_json decoded = {{"count", 3}, {"cells", {{{"a", 1}}, {{"a", 2}}, {{"a", 3}}}}};
+    EXPECT_EQ(DecodedText(decoded, "  ", 2), "  count=3\n    cells[0]  a=1\n    cells[1]  a=2\n    cells: 3 in all\n");
+    EXPECT_EQ(DecodedText({{"cells", {{{"a", 1}}}}}, "", 2), "  cells[0]  a=1\n");
+}
+
+TEST(ClientPrinter, LongRecordsAreWrapped)
+{
+    ordered_json record;
+    for (const char* pszName : {"first_field_name", "second_field_name", "third_field_name", "fourth_field_name"})
+        record[pszName] = std::string(20, 'x');
+    const std::string strValue = '"' + std::string(20, 'x') + '"';
+    EXPECT_EQ(DecodedText(record, "", 2), "first_field_name=" + strValue + "  second_field_name=" + strValue + '\n' +
+                                              "  third_field_name=" + strValue + "  fourth_field_name=" + strValue +
+                                              '\n');
+}
+
+TEST(ClientPrinter, TheDumpShowsHexAndText)
+{
+    EXPECT_EQ(HexDump(Hex("41 42 7F 00 41 41 41 41 41 41 41 41 41 41 41 41 5A"), "> "),
+              "> 0000  41 42 7F 00 41 41 41 41 41 41 41 41 41 41 41 41  |AB..AAAAAAAAAAAA|\n"
+              "> 0010  5A                                               |Z|\n");
 }
 
 TEST(ClientMonitor, DatagramsBuildTheTable)

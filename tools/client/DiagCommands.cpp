@@ -33,10 +33,25 @@ EXIT_CODE PrintAck(const CONTEXT& stContext, EXIT_CODE enCode, const PACKET& stA
 EXIT_CODE AskAndPrint(const CONTEXT& stContext, uint32_t ulCmdId, uint16_t usPktType, ByteView params)
 {
     CSession session(stContext, CHANNEL_LTE_DIAG);
+    if (const EXIT_CODE enCode = session.Open(); enCode != CODE_DONE)
+        return enCode;
     PACKET stAck;
-    EXIT_CODE enCode = session.Open();
+    const EXIT_CODE enCode = session.Ask(ulCmdId, usPktType, params, stAck);
+    return PrintAck(stContext, enCode, stAck);
+}
+
+/// A write begins with a read, and a read that fails is answered as a write, so either id answers either request.
+EXIT_CODE AskNv(const CONTEXT& stContext, uint32_t ulCmdId, uint16_t usPktType, ByteView params,
+                const std::string& strHint)
+{
+    CSession session(stContext, CHANNEL_LTE_DIAG);
+    if (const EXIT_CODE enCode = session.Open(); enCode != CODE_DONE)
+        return enCode;
+    PACKET stAck;
+    EXIT_CODE enCode = session.Send(ulCmdId, usPktType, params);
     if (enCode == CODE_DONE)
-        enCode = session.Ask(ulCmdId, usPktType, params, stAck);
+        enCode = session.Await([](uint32_t ulId) { return ulId == UE_CMD_NV_READ || ulId == UE_CMD_NV_WRITE; }, stAck,
+                               strHint);
     return PrintAck(stContext, enCode, stAck);
 }
 
@@ -120,10 +135,10 @@ std::string ChannelTableText(const ordered_json& table)
 EXIT_CODE RunChannels(const CONTEXT& stContext)
 {
     CSession session(stContext, CHANNEL_LTE_DIAG);
+    if (const EXIT_CODE enCode = session.Open(); enCode != CODE_DONE)
+        return enCode;
     PACKET stAck;
-    EXIT_CODE enCode = session.Open();
-    if (enCode == CODE_DONE)
-        enCode = session.Ask(AGENT_CMD_CHANNEL_QUERY, PKT_TYPE_AGENT, {}, stAck);
+    const EXIT_CODE enCode = session.Ask(AGENT_CMD_CHANNEL_QUERY, PKT_TYPE_AGENT, {}, stAck);
     if (enCode != CODE_DONE)
         return PrintAck(stContext, enCode, stAck);
     stAck.payload.resize(size_t{MAXUENUM} * CHANNELNUM * 44); // a short table reads as zero
@@ -181,10 +196,10 @@ EXIT_CODE RunTimestamp(const CONTEXT& stContext)
 {
     constexpr uint32_t NOTHING_STORED = 0; // id of the answer while the UE hasn't told its time stamp
     CSession session(stContext, CHANNEL_LTE_DIAG);
+    if (const EXIT_CODE enCode = session.Open(); enCode != CODE_DONE)
+        return enCode;
     PACKET stAck;
-    EXIT_CODE enCode = session.Open();
-    if (enCode == CODE_DONE)
-        enCode = session.Send(AGENT_CMD_TIME_STAMP, PKT_TYPE_AGENT, {});
+    EXIT_CODE enCode = session.Send(AGENT_CMD_TIME_STAMP, PKT_TYPE_AGENT, {});
     if (enCode == CODE_DONE)
         enCode =
             session.Await([](uint32_t ulId) { return ulId == AGENT_CMD_TIME_STAMP || ulId == NOTHING_STORED; }, stAck);
@@ -239,16 +254,9 @@ EXIT_CODE RunNvRead(const CONTEXT& stContext, const std::string& strId)
         return stContext.Fail(CODE_USAGE, "not an NV id: " + strId);
     std::array<unsigned char, 4> aucId{};
     StoreLe<uint32_t>(aucId, 0, ulNvId);
-    CSession session(stContext, CHANNEL_LTE_DIAG);
-    PACKET stAck;
-    EXIT_CODE enCode = session.Open();
-    if (enCode == CODE_DONE)
-        enCode = session.Send(UE_CMD_NV_READ, PKT_TYPE_CMD, aucId);
-    if (enCode == CODE_DONE) // a failed read is answered under the id of the write that could have followed
-        enCode = session.Await([](uint32_t ulId) { return ulId == UE_CMD_NV_READ || ulId == UE_CMD_NV_WRITE; }, stAck,
-                               "; the agent keeps the data of a read that succeeds for its own NV writes, and "
-                               "passes on failures only");
-    return PrintAck(stContext, enCode, stAck);
+    return AskNv(
+        stContext, UE_CMD_NV_READ, PKT_TYPE_CMD, aucId,
+        "; the agent keeps the data of a read that succeeds for its own NV writes, and passes on failures only");
 }
 
 EXIT_CODE RunNvWrite(const CONTEXT& stContext, const NV_WRITE_ARGS& stArgs)
@@ -272,5 +280,5 @@ EXIT_CODE RunNvWrite(const CONTEXT& stContext, const NV_WRITE_ARGS& stArgs)
     writer.Field(static_cast<uint8_t>(bBits ? stArgs.bits[0] : 0));
     writer.Field(static_cast<uint8_t>(bBits ? stArgs.bits[1] : 0));
     writer.Field(ulValue);
-    return AskAndPrint(stContext, UE_CMD_NV_WRITE, PKT_TYPE_AGENT, aucDescriptor);
+    return AskNv(stContext, UE_CMD_NV_WRITE, PKT_TYPE_AGENT, aucDescriptor, "");
 }

@@ -28,7 +28,7 @@ constexpr FIELD_ROW UE_STATUS_FIELDS[] = {
     {"ue",         1, U8},
     {"data_port",  2, U16},
     {"version",    4, TEXT, 32},
-    {"imei",      36, TEXT, 16},
+    {"imei",      36, TEXT, 56}, // the GU form may use the whole rest of the record
 };
 constexpr RECORD_LAYOUT UE_STATUS{"UE status", 92, UE_STATUS_FIELDS};
 

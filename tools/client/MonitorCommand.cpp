@@ -4,6 +4,7 @@
 #include "client/Stop.h"
 
 #include <array>
+#include <cmath>
 #include <cstring>
 #include <memory>
 #include <netdb.h>
@@ -40,12 +41,19 @@ bool SendQuery(int nFd, const std::string& strHost)
     return sendto(nFd, &ucQuery, sizeof(ucQuery), 0, list->ai_addr, list->ai_addrlen) == 1;
 }
 
+std::string ValueText(const ordered_json& value)
+{
+    if (value.is_string())
+        return value.get<std::string>();
+    return value.is_number_float() ? std::to_string(std::llround(value.get<double>())) : value.dump();
+}
+
+/// "port_attached  group=...  port=..."
 std::string EventLine(const ordered_json& event)
 {
     std::string strLine;
     for (const auto& [strName, value] : event.items())
-        strLine += (strLine.empty() ? "" : strName + '=') +
-                   (value.is_string() ? value.get<std::string>() : value.dump()) + "  ";
+        strLine += strLine.empty() ? ValueText(value) : "  " + strName + '=' + ValueText(value);
     return strLine + '\n';
 }
 

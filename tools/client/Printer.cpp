@@ -43,25 +43,38 @@ std::string ValueText(const ordered_json& value)
     return '[' + strText + ']';
 }
 
-/// The plain fields of a record, wrapped; records inside it follow on lines of their own.
-std::string RecordText(const ordered_json& record, const std::string& strIndent, const std::string& strTitle)
+/// The plain fields of a record behind a title, wrapped; empty when there are neither.
+std::string FieldLines(const ordered_json& record, const std::string& strIndent, const std::string& strTitle)
 {
     std::string strText;
-    std::string strLine = strIndent + strTitle;
+    std::string strLine = strTitle;
     for (const auto& [strName, value] : record.items()) {
         if (IsRecordList(value))
             continue;
         const std::string strField = strName + '=' + ValueText(value);
-        if (strLine.size() + strField.size() > LINE_WIDTH && strLine.size() > strIndent.size()) {
-            strText += strLine + '\n';
-            strLine = strIndent + "  ";
+        if (!strLine.empty() && strIndent.size() + strLine.size() + strField.size() > LINE_WIDTH) {
+            strText += strIndent + strLine + '\n';
+            strLine = "  " + strField;
+        } else {
+            strLine += (strLine.empty() ? "" : "  ") + strField;
         }
-        strLine += (strLine.back() == ' ' || strLine.empty() ? "" : "  ") + strField;
     }
-    strText += strLine + '\n';
-    for (const auto& [strName, value] : record.items())
-        for (size_t i = 0; IsRecordList(value) && i < value.size(); ++i)
-            strText += RecordText(value[i], strIndent + "  ", strName + '[' + std::to_string(i) + "] ");
+    return strLine.empty() ? strText : strText + strIndent + strLine + '\n';
+}
+
+/// A record's own fields, then the records of its lists, each on a line of its own.
+std::string RecordText(const ordered_json& record, const std::string& strIndent, const std::string& strTitle,
+                       size_t szListItems)
+{
+    std::string strText = FieldLines(record, strIndent, strTitle);
+    for (const auto& [strName, value] : record.items()) {
+        if (!IsRecordList(value))
+            continue;
+        for (size_t i = 0; i < std::min(szListItems, value.size()); ++i)
+            strText += RecordText(value[i], strIndent + "  ", strName + '[' + std::to_string(i) + ']', szListItems);
+        if (value.size() > szListItems)
+            strText += strIndent + "  " + strName + ": " + std::to_string(value.size()) + " in all\n";
+    }
     return strText;
 }
 
@@ -106,7 +119,7 @@ std::string PacketText(const PACKET& stPacket, const PACKET_NOTE& stNote)
                       StampSeconds(stHead.ullTimeStamp));
     strText += Format("  %u bytes\n", static_cast<unsigned int>(stHead.usLen));
     if (!stNote.decoded.is_null())
-        strText += DecodedText(stNote.decoded, "    ");
+        strText += DecodedText(stNote.decoded, "    ", stNote.szListItems);
     if (stNote.bHexDump)
         strText += HexDump(stPacket.payload, "    ");
     return strText;
@@ -145,9 +158,9 @@ std::string HexDump(ByteView bytes, const std::string& strIndent)
     return strDump;
 }
 
-std::string DecodedText(const ordered_json& decoded, const std::string& strIndent)
+std::string DecodedText(const ordered_json& decoded, const std::string& strIndent, size_t szListItems)
 {
-    return RecordText(decoded, strIndent, "");
+    return RecordText(decoded, strIndent, "", szListItems);
 }
 
 double StampSeconds(uint64_t ullTimeStamp)

@@ -17,6 +17,7 @@ struct PACKET_NOTE
     std::string strTypeName = {}; // of the low byte of usPktType
     ordered_json decoded = {};    // null when the layout isn't known
     bool bHexDump = true;         // text form: a dump of the payload
+    size_t szListItems = 8;       // text form: records shown of each list
 };
 
 /// Writes what a command has to say, as text for people or as one JSON object a line.
@@ -39,7 +40,7 @@ private:
 
 /// "0000  41 54 0D ..  |AT.|" lines, each behind the indent.
 std::string HexDump(ByteView bytes, const std::string& strIndent);
-/// "name=value" lines of a decoded record; lists of records one item a line.
-std::string DecodedText(const ordered_json& decoded, const std::string& strIndent);
+/// "name=value" lines of a decoded record; lists of records one item a line, the first szListItems of each.
+std::string DecodedText(const ordered_json& decoded, const std::string& strIndent, size_t szListItems);
 /// UE clock ticks as seconds.
 double StampSeconds(uint64_t ullTimeStamp);

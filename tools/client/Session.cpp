@@ -6,6 +6,17 @@
 
 #include <array>
 
+namespace
+{
+/// A UE status record comes with every binding, so it takes one line only.
+std::string StatusLine(const ordered_json& status)
+{
+    const auto strImei = status["imei"].get<std::string>();
+    return "on UE " + status["ue"].dump() + ", version " + status["version"].get<std::string>() +
+           (strImei.empty() ? "" : ", IMEI " + strImei) + '\n';
+}
+} // namespace
+
 Clock::time_point After(double dSeconds)
 {
     return Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(dSeconds));
@@ -82,11 +93,15 @@ EXIT_CODE CSession::Bind(unsigned int ulPort, PACKET& stAck)
 
 void CSession::PrintUnsolicited(const PACKET& stPacket)
 {
-    PACKET_NOTE stNote{.pszEvent = "unsolicited", .strName = IdName(stPacket.stHead.ulCmdId)};
+    const uint32_t ulId = stPacket.stHead.ulCmdId;
+    PACKET_NOTE stNote{.pszEvent = "unsolicited", .strName = IdName(ulId)};
     stNote.strTypeName = PacketTypeName(stPacket.stHead.usPktType);
-    if (const RECORD_LAYOUT* pstLayout = AnswerLayout(stPacket.stHead.ulCmdId)) {
+    if (const RECORD_LAYOUT* pstLayout = AnswerLayout(ulId)) {
         stNote.decoded = Decode(*pstLayout, stPacket.payload);
         stNote.bHexDump = false;
     }
-    m_stContext.printer.Packet(stPacket, stNote);
+    if (!m_stContext.printer.IsJson() && (ulId == AGENT_CMD_UE_STATUS || ulId == AGENT_CMD_GU_STATUS))
+        m_stContext.printer.Print({}, StatusLine(stNote.decoded));
+    else
+        m_stContext.printer.Packet(stPacket, stNote);
 }

@@ -11,6 +11,7 @@ void PrintIndication(CPrinter& printer, const PACKET& stPacket, const WATCH_ARGS
     PACKET_NOTE stNote{.pszEvent = "indication", .strName = IndicationKindName(stPacket.stHead.usPktType)};
     stNote.pszRcName = "ack_field";
     stNote.bHexDump = stArgs.bHex;
+    stNote.szListItems = 2; // enough to see what moves; --json has them all
     if (const auto* pstLayout = IndicationLayout(stPacket.stHead.usPktType, stPacket.payload.size())) {
         stNote.strTypeName = pstLayout->pszName;
         stNote.decoded = Decode(*pstLayout, stPacket.payload);
