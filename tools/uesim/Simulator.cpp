@@ -239,13 +239,23 @@ void CSimulator::Wait(SimTime until, const sigset_t* pWaitMask)
     }
 }
 
+/// Detached ports stay until the agent has closed them, so that it finds its modems in order to the last.
 void CSimulator::Finish(const sigset_t* pWaitMask)
 {
-    if (m_bAttached)
+    const bool bDetach = m_bAttached;
+    if (bDetach)
         QueueRecords(false);
     const SimTime end = SimClock::now() + DRAIN_TIME;
-    while (SimClock::now() < end && !(IsDrained() && m_records.Empty()))
+    const auto isDone = [&] { return m_records.Empty() && (bDetach ? IsClosed() : IsDrained()); };
+    while (SimClock::now() < end && !isDone())
         Pass(end, false, pWaitMask);
+}
+
+bool CSimulator::IsClosed() const
+{
+    return std::ranges::all_of(m_ues, [](const auto& pUe) {
+        return std::ranges::none_of(pUe->GetPorts(), [](const auto& pPort) { return pPort && pPort->IsOpen(); });
+    });
 }
 
 bool CSimulator::IsDrained() const

@@ -45,6 +45,7 @@ private:
     void Wait(SimTime until, const sigset_t* pWaitMask);
     void Finish(const sigset_t* pWaitMask);
     bool IsDrained() const;
+    bool IsClosed() const;
 
     const UESIM_OPTIONS& m_stOptions;
     const CConfig& m_config;
