@@ -1,0 +1,58 @@
+#include "LteInput.h"
+
+#include "data/DpLteDiag.h"
+
+// Packets on the LTE diag channel under any layout: they are sorted, read and filtered, and an NV write that waits
+// for its item is applied to what the UE sends. What the client gets lies inside the packet.
+
+namespace
+{
+
+void CheckFilter(CDataProcessorLteDiag& processor, ByteView packet)
+{
+    ADE_ACK_PACKET_STRU stAck;
+    if (!CDataProcessorLteDiag::GetAdeAck(packet, stAck))
+        return;
+    Require(stAck.pData.size() == stAck.usLen && LiesIn(stAck.pData, packet));
+    for (const uint16_t usType : {0x0210, 0x0205}) {
+        DIAG_PACKET_ACK_VIEW stIn{{stAck.ulCmdId, 0, stAck.ullTimeStamp, usType, stAck.usLen}, stAck.pData};
+        CDataProcessorLteDiag::CAcks out;
+        unsigned int ulCount = 0;
+        if (processor.AckFilter(stIn, out, ulCount) != DIAG_RC_OK)
+            continue;
+        Require(ulCount <= out.size());
+        Require(stIn.data.size() == stIn.stHead.usLen && LiesIn(stIn.data, packet));
+        for (unsigned int i = 0; i < ulCount; ++i)
+            Require(out[i].data.size() == out[i].stHead.usLen && LiesIn(out[i].data, packet));
+    }
+}
+
+void CheckRequest(ByteView packet)
+{
+    const DIAG_PACKET_REQ_VIEW stReq = ViewReq(packet);
+    OwnedBytes pOut;
+    size_t szLen = 0;
+    if (CDataProcessorLteDiag::BuildUeBuf(stReq, 5, pOut, szLen))
+        Require(szLen == size_t{CConfig::Instance()->GetFilterCfg()->usReqHeaderLen} + stReq.stHead.usLen);
+    else
+        Require(stReq.stHead.usLen > 4076 && pOut == nullptr);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* pucData, size_t szLen)
+{
+    CByteReader reader({pucData, szLen});
+    ConfigureFrom(reader);
+    CDataProcessorLteDiag processor(nullptr, nullptr, nullptr);
+    while (reader.Left() > 0) {
+        size_t szPacket = 0;
+        const OwnedBytes pPacket = TakePacket(reader, szPacket);
+        const ByteSpan packet(pPacket.get(), szPacket);
+        CheckFilter(processor, packet);
+        CheckRequest(packet);
+        processor.ProcessClientData(packet);
+        processor.ProcessSerialData(packet);
+    }
+    return 0;
+}
