@@ -6,7 +6,6 @@
 namespace
 {
 constexpr unsigned int MODEM_COUNT = 2;
-constexpr unsigned int MODEM_KEY_SHIFT = 16;                 // of the modem in the key of a UE message
 constexpr unsigned short MODEM_PACKET_STEP = 0x100;          // from a packet id of modem 0 to that of modem 1
 constexpr std::array<unsigned int, 2> PID_GPHY = {205, 517}; // PID_G of the known version classes, of all others
 
@@ -152,25 +151,31 @@ bool IMsgProcess::ProcessCnf(ByteView)
     return true;
 }
 
+std::vector<unsigned char> IMsgProcess::UeReqParams(const DIAG_PACKET_REQ_VIEW& stReq) const
+{
+    std::vector<unsigned char> params = ReqParams(stReq);
+    if (ReqSwitch(params) == SWITCH_ON)
+        StoreLe<uint16_t>(params, REQ_PERIOD, m_usDefaultPeriod); // the gate of each packet makes its own period
+    return params;
+}
+
 bool IMsgProcess::SendTransReqToUe(ByteView request)
 {
     const DIAG_PACKET_REQ_VIEW stReq = ViewReq(request);
     CMsgPeriods* const pPeriods = FindPacket(ReqPacketId(stReq));
     if (!pPeriods)
         return false;
-    std::vector<unsigned char> params = ReqParams(stReq);
-    const auto usMsgId = static_cast<unsigned short>(m_ulReqMsgId);
-    if (ReqSwitch(params) == SWITCH_ON && pPeriods->IsValidPeriod(ReqPeriod(params))) {
-        StartPacket(*pPeriods, ReqPeriod(params));
-        StoreLe<uint16_t>(params, REQ_PERIOD, m_usDefaultPeriod); // the gate of each packet makes its own period
-        Operation().BuildTransReqMsg(usMsgId, params, m_ulPid);
-    } else if (ReqSwitch(params) == SWITCH_OFF) {
-        if (StopPacket(*pPeriods))
-            Operation().BuildTransReqMsg(usMsgId, params, m_ulPid);
+    bool bTellUe = true;
+    if (ReqSwitch(stReq.data) == SWITCH_ON && pPeriods->IsValidPeriod(ReqPeriod(stReq.data))) {
+        StartPacket(*pPeriods, ReqPeriod(stReq.data));
+    } else if (ReqSwitch(stReq.data) == SWITCH_OFF) {
+        bTellUe = StopPacket(*pPeriods);
     } else {
         Operation().BuildErrCnfPacketToClient(pPeriods->usCnfPacket, PKT_TYPE_GU_TRANS, DIAG_RC_FAIL);
         return true;
     }
+    if (bTellUe)
+        Operation().BuildTransReqMsg(static_cast<unsigned short>(m_ulReqMsgId), UeReqParams(stReq), m_ulPid);
     pPeriods->bWaitCnf = false;
     SendSelfCnf(*pPeriods, PKT_TYPE_GU_TRANS, 0);
     return true;

@@ -88,7 +88,8 @@ struct MSG_PACKET_ROW
 };
 
 constexpr unsigned short NO_ID = 0;
-constexpr unsigned int PID_G = 0xFFFF0000; // PID of the GSM physical layer, which depends on the UE's version class
+constexpr unsigned int MODEM_KEY_SHIFT = 16; // of the modem in the key of a UE message
+constexpr unsigned int PID_G = 0xFFFF0000;   // PID of the GSM physical layer, which depends on the UE's version class
 
 /// A processor in the tables, ids of modem 0. In the maps by UE message id modem 1 has 1 in bit 16.
 struct MSG_PROCESS_ROW
@@ -149,6 +150,10 @@ public:
     void SetSelfCnf() { m_bSelfCnf = true; }
 
 protected:
+    /// Parameters of the request to the UE for a client's start or stop by the transparent way: the client's own,
+    /// with the UE's default period in a start.
+    virtual std::vector<unsigned char> UeReqParams(const DIAG_PACKET_REQ_VIEW& stReq) const;
+
     COperationGUData& Operation() const;
     /// The packet of this processor's modem; the id is that of modem 0 and must be in the processor's row.
     CMsgPeriods* Packet(unsigned short usReqPacket);
