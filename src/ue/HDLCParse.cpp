@@ -3,6 +3,7 @@
 #include <array>
 #include <cstring>
 #include <new>
+#include <utility>
 
 // All of the line's traffic comes through here, so each step works on runs of bytes: memchr and memcpy between
 // stuffed bytes, sixteen bytes at a time through the FCS. The results are those of a walk byte by byte.
@@ -52,11 +53,14 @@ constexpr std::array<FcsTable, SLICE> usFcsSlice = BuildSliceTables();
 
 unsigned short NextFcsSlice(unsigned short usFcs, std::span<const unsigned char, SLICE> slice)
 {
-    unsigned int uiFcs = usFcsSlice[SLICE - 1][(slice[0] ^ usFcs) & 0xFF];
-    uiFcs ^= usFcsSlice[SLICE - 2][(slice[1] ^ (usFcs >> 8)) & 0xFF];
-    for (size_t i = 2; i < SLICE; ++i)
-        uiFcs ^= usFcsSlice[SLICE - 1 - i][slice[i]];
-    return static_cast<unsigned short>(uiFcs);
+    // Written out by the compiler, without a loop: the table addresses are constants then.
+    const auto sum = [&]<size_t... I>(std::index_sequence<I...>)
+    {
+        return (usFcsSlice[SLICE - 3 - I][slice[I + 2]] ^ ...);
+    };
+    return static_cast<unsigned short>(usFcsSlice[SLICE - 1][(slice[0] ^ usFcs) & 0xFF] ^
+                                       usFcsSlice[SLICE - 2][slice[1] ^ (usFcs >> 8)] ^
+                                       sum(std::make_index_sequence<SLICE - 2>()));
 }
 
 OwnedBytes Allocate(size_t szLen)

@@ -8,7 +8,10 @@
 #include "ue/TcpChannel.h"
 #include "ue/UEManager.h"
 
+#include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 namespace
 {
@@ -212,10 +215,32 @@ TEST(DeviceMonitor, PortZeroIsTheNetworkUeWhateverTheOtherFieldsSay)
     EXPECT_TRUE(WaitFor([&] { return monitor.manager.GetTcp(SERIAL_TYPE_DIAG) == nullptr; }));
 }
 
+namespace
+{
+/// True when every thread but the caller's waits for something.
+bool OthersWait()
+{
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::ifstream stat(task.path() / "stat");
+        std::string strPid;
+        std::string strName; // without blanks, here
+        std::string strState;
+        stat >> strPid >> strName >> strState;
+        if (strPid != std::to_string(gettid()) && strState != "S")
+            return false;
+    }
+    return true;
+}
+} // namespace
+
 TEST(DeviceMonitor, AfterStopOneMoreRecordIsTaken)
 {
     Monitor monitor;
     Deliver(EncodeDeviceRecord(Record(1, SERIAL_TYPE_AT, 2, "", "")));
+    // The thread must be back in accept: with nothing left to do, it waits nowhere else.
+    EXPECT_EQ(monitor.log.Count("info.barrive: 2"), 1);
+    int iQuiet = 0;
+    EXPECT_TRUE(WaitFor([&] { return (iQuiet = OthersWait() ? iQuiet + 1 : 0) == 10; }));
     monitor.manager.StopDeviceMonitor();
     EXPECT_EQ(monitor.log.Count("[INF] : DeviceMonitor Stop"), 1);
     Deliver(EncodeDeviceRecord(Record(7, SERIAL_TYPE_AT, 1, "/dev/ttyUSB3", "g1")));

