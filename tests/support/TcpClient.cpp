@@ -3,7 +3,8 @@
 using std::chrono::milliseconds;
 using TestClock = std::chrono::steady_clock;
 
-CTcpClient::CTcpClient(enChannelType enChannel, milliseconds limit) : m_fd(ConnectTcp(LISTENPORT[enChannel], limit))
+CTcpClient::CTcpClient(enChannelType enChannel, milliseconds limit)
+    : m_fd(ConnectTcp(LISTENPORT[static_cast<size_t>(enChannel)], limit))
 {
 }
 
@@ -44,8 +45,7 @@ std::optional<TcpPacket> CTcpClient::Await(uint32_t ulCmdId, milliseconds limit)
     }
 }
 
-std::optional<TcpPacket> CTcpClient::Ask(uint32_t ulCmdId, uint16_t usPktType, const Bytes& params,
-                                             milliseconds limit)
+std::optional<TcpPacket> CTcpClient::Ask(uint32_t ulCmdId, uint16_t usPktType, const Bytes& params, milliseconds limit)
 {
     return Send(ulCmdId, usPktType, params) ? Await(ulCmdId, limit) : std::nullopt;
 }

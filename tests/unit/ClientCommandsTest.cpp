@@ -51,8 +51,8 @@ public:
     CFakeAgent& operator=(const CFakeAgent&) = delete;
 
     // For the script.
-    void Send(enChannelType enChannel, const Bytes& bytes) { EXPECT_TRUE(SendAll(m_clients[enChannel], bytes)); }
-    void Close(enChannelType enChannel) { m_clients[enChannel].Reset(); }
+    void Send(enChannelType enChannel, const Bytes& bytes) { EXPECT_TRUE(SendAll(Socket(enChannel), bytes)); }
+    void Close(enChannelType enChannel) { Socket(enChannel).Reset(); }
 
     // For the test, once the command has ended.
     std::vector<REQUEST> Requests()
@@ -62,6 +62,8 @@ public:
     }
 
 private:
+    CUniqueFd& Socket(enChannelType enChannel) { return m_clients[static_cast<size_t>(enChannel)]; }
+
     void Serve()
     {
         while (m_bRun) {
@@ -82,11 +84,11 @@ private:
 
     void Read(enChannelType enChannel)
     {
-        const Bytes head = ReceiveBytes(m_clients[enChannel], LEAD_LEN + DIAG_PACKET_REQ_STRU::SIZE);
+        const Bytes head = ReceiveBytes(Socket(enChannel), LEAD_LEN + DIAG_PACKET_REQ_STRU::SIZE);
         if (head.size() < LEAD_LEN + DIAG_PACKET_REQ_STRU::SIZE)
             return Close(enChannel);
         REQUEST stRequest{enChannel, ViewReq(Slice(ByteView(head), LEAD_LEN)).stHead, {}};
-        stRequest.params = ReceiveBytes(m_clients[enChannel], stRequest.stHead.usLen);
+        stRequest.params = ReceiveBytes(Socket(enChannel), stRequest.stHead.usLen);
         {
             const std::lock_guard guard(m_lock);
             m_requests.push_back(stRequest);

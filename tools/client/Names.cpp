@@ -25,6 +25,8 @@ constexpr NAME_ROW g_astId[] = {
     {AGENT_CMD_TIME_STAMP, "time stamp"},
     {AGENT_CMD_CONFIG, "agent configuration"},
     {AGENT_CMD_GU_STATUS, "GU status"},
+    {0x0154F504, "register list"},
+    {0x0154F505, "register list"},
     {AGENT_CMD_AT, "AT text"},
     {AGENT_CMD_AT_IND, "AT indication"},
     {UE_CMD_HOST_CONNECT, "host connect"},

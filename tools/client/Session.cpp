@@ -32,8 +32,8 @@ EXIT_CODE CSession::Open()
     const CLIENT_OPTIONS& stOptions = m_stContext.stOptions;
     const auto limit = std::chrono::milliseconds(static_cast<long>(stOptions.dTimeout * 1000));
     std::string strError;
-    if (!m_connection.Connect(stOptions.strHost, LISTENPORT[m_enChannel], limit, strError))
-        return m_stContext.Fail(CODE_NO_CONNECTION, strError + " (" + strChannelType[m_enChannel] + ')');
+    if (!m_connection.Connect(stOptions.strHost, LISTENPORT[static_cast<size_t>(m_enChannel)], limit, strError))
+        return m_stContext.Fail(CODE_NO_CONNECTION, strError + " (" + Label() + ')');
     if (!stOptions.bindPort)
         return CODE_DONE;
     PACKET stAck;
@@ -42,8 +42,7 @@ EXIT_CODE CSession::Open()
 
 EXIT_CODE CSession::Lost() const
 {
-    return m_stContext.Fail(CODE_NO_CONNECTION,
-                            std::string("the agent closed the connection to channel ") + strChannelType[m_enChannel]);
+    return m_stContext.Fail(CODE_NO_CONNECTION, std::string("the agent closed the connection to channel ") + Label());
 }
 
 EXIT_CODE CSession::Send(uint32_t ulCmdId, uint16_t usPktType, ByteView params)
@@ -86,8 +85,8 @@ EXIT_CODE CSession::Bind(unsigned int ulPort, PACKET& stAck)
     const EXIT_CODE enCode = Ask(AGENT_CMD_BIND, PKT_TYPE_AGENT, aucPort, stAck);
     if (enCode != CODE_REFUSED)
         return enCode;
-    return m_stContext.Fail(enCode, std::string("bind of channel ") + strChannelType[m_enChannel] + " to port " +
-                                        std::to_string(ulPort) + " refused, " + ResultText(stAck.stHead.ulRc) +
+    return m_stContext.Fail(enCode, std::string("bind of channel ") + Label() + " to port " + std::to_string(ulPort) +
+                                        " refused, " + ResultText(stAck.stHead.ulRc) +
                                         ": no confirmed UE has this port, or another client holds the channel");
 }
 
@@ -95,6 +94,8 @@ void CSession::PrintUnsolicited(const PACKET& stPacket)
 {
     const uint32_t ulId = stPacket.stHead.ulCmdId;
     PACKET_NOTE stNote{.pszEvent = "unsolicited", .strName = IdName(ulId)};
+    if (const REPORT_ID stId = FindReportByAnswer(static_cast<uint16_t>(ulId)); IsGu() && stId.pstRow != nullptr)
+        stNote.strName = stId.pstRow->pszName; // a late confirm
     stNote.strTypeName = PacketTypeName(stPacket.stHead.usPktType);
     if (const RECORD_LAYOUT* pstLayout = AnswerLayout(ulId)) {
         stNote.decoded = Decode(*pstLayout, stPacket.payload);

@@ -69,6 +69,8 @@ public:
     EXIT_CODE Lost() const;
 
 private:
+    bool IsGu() const { return m_enChannel == CHANNEL_GU_CMD || m_enChannel == CHANNEL_GU_DATA; }
+    const char* Label() const { return strChannelType[static_cast<size_t>(m_enChannel)]; }
     Clock::time_point Deadline() const { return After(m_stContext.stOptions.dTimeout); }
 
     const CONTEXT& m_stContext;
