@@ -18,6 +18,9 @@ CPtyPair::CPtyPair()
         std::perror("openpty");
         std::abort();
     }
+    // A program under test must not inherit the modem's end, or the modem couldn't go away.
+    (void)fcntl(nModem, F_SETFD, FD_CLOEXEC);
+    (void)fcntl(nPort, F_SETFD, FD_CLOEXEC);
     m_Modem.Reset(nModem);
     m_Port.Reset(nPort);
     m_strName = szName;

@@ -1,0 +1,106 @@
+#include "e2e/AgentBench.h"
+
+#include "agent/StatusRecords.h"
+#include "support/WaitFor.h"
+
+#include <arpa/inet.h>
+#include <fstream>
+#include <sstream>
+
+namespace
+{
+std::string Program(const std::string& strName)
+{
+    return std::string(VEX_BIN_DIR) + "/" + strName;
+}
+
+std::string ExampleConfig()
+{
+    std::ostringstream text;
+    text << std::ifstream(std::string(VEX_SOURCE_DIR) + "/config/vex.cfg").rdbuf();
+    return text.str();
+}
+} // namespace
+
+CAgentBench::CAgentBench(const std::string& strExtraConfig)
+{
+    m_dir.Write("config/vex.cfg", ExampleConfig() + "\n" + strExtraConfig + "\n");
+}
+
+void CAgentBench::StartAgent()
+{
+    m_pAgent = std::make_unique<CVexProcess>(Program("vex-agent"), std::vector<std::string>{}, m_dir.Path());
+}
+
+CVexProcess& CAgentBench::StartModem(std::vector<std::string> args)
+{
+    args.insert(args.end(), {"--config", "config/vex.cfg", "--attach", "--dir", m_dir.Path() + "/ports"});
+    m_vecOthers.push_back(std::make_unique<CVexProcess>(Program("vex-uesim"), args, m_dir.Path()));
+    return *m_vecOthers.back();
+}
+
+CVexProcess& CAgentBench::StartClient(const std::vector<std::string>& args)
+{
+    m_vecOthers.push_back(std::make_unique<CVexProcess>(Program("vex-client"), args, m_dir.Path()));
+    return *m_vecOthers.back();
+}
+
+bool CAgentBench::WaitConfirmed(unsigned int ulDiagPort)
+{
+    const auto isConfirmed = [&] {
+        for (const ChannelRow& stRow : QueryChannels())
+            if (stRow.bAttached && stRow.nPort == static_cast<int>(ulDiagPort))
+                return true;
+        return false;
+    };
+    return WaitFor(isConfirmed, std::chrono::seconds(20));
+}
+
+std::unique_ptr<CTcpClient> CAgentBench::BoundClient(enChannelType enChannel, unsigned int ulPort)
+{
+    auto pClient = std::make_unique<CTcpClient>(enChannel);
+    if (!pClient->Bind(ulPort))
+        pClient->Close();
+    return pClient;
+}
+
+std::string CAgentBench::Log() const
+{
+    for (const std::string& strName : m_dir.Files())
+        if (strName.ends_with(".d"))
+            return m_dir.Read(strName);
+    return "";
+}
+
+bool CAgentBench::Logged(const std::string& strText, std::chrono::milliseconds limit) const
+{
+    return WaitFor([&] { return Log().find(strText) != std::string::npos; }, limit);
+}
+
+std::vector<ChannelRow> QueryChannels()
+{
+    CTcpClient client(CHANNEL_LTE_DIAG);
+    const auto stAck = client.Ask(AGENT_CMD_CHANNEL_QUERY, PKT_TYPE_AGENT);
+    std::vector<ChannelRow> rows;
+    CByteReader reader(stAck ? ByteView(stAck->payload) : ByteView());
+    while (reader.Left() > 0) {
+        SERAIL_CHANNEL_STATUS stStatus;
+        SERAIL_CHANNEL_STATUS::Fields(reader, stStatus);
+        rows.push_back({stStatus.szSerialName, static_cast<int>(stStatus.ulPort), stStatus.ulAttached == 1,
+                        stStatus.ulBound == 1});
+    }
+    return rows;
+}
+
+bool SendDeviceRecord(unsigned int ulPort, unsigned char ucType, unsigned char ucArrive, const std::string& strName,
+                      const std::string& strGroup)
+{
+    Bytes record(520, 0);
+    StoreLe<uint32_t>(record, 0, htonl(ulPort)); // the one field in network order
+    record[4] = ucType;
+    record[5] = ucArrive;
+    StoreText(ByteSpan(record).subspan(6, 256), strName);
+    StoreText(ByteSpan(record).subspan(262, 258), strGroup);
+    const CUniqueFd fd = ConnectTcp(DEVICE_MONITOR_PORT);
+    return SendAll(fd, record) && SawClose(fd);
+}
