@@ -200,7 +200,7 @@ GuPayload NasPdpContext(unsigned int ulRound, const UE_IDENTITY&)
     Put32(payload, 0, ulContexts);
     for (unsigned int i = 0; i < ulContexts; ++i) {
         const size_t szAt = 4 + STRIDE * i;
-        for (const size_t szByte : {0, 4, 5, 6, 8})
+        for (const size_t szByte : {0U, 4U, 5U, 6U, 8U})
             Put8(payload, szAt + szByte, static_cast<unsigned int>(szByte) + i + 1);
         StoreText(Slice(ByteSpan(payload), szAt + 9, 101), "internet" + std::to_string(i));
         Put32(payload, szAt + 112, 0x0100000A + (i << 24)); // 10.0.0.x
