@@ -47,7 +47,7 @@ uint64_t CountOf(ssize_t nResult)
 }
 } // namespace
 
-TCPChannel::TCPChannel(std::string ip, unsigned int port, bool tcp, enChannelType index)
+TCPChannel::TCPChannel(const std::string& ip, unsigned int port, bool tcp, enChannelType index)
     : m_bTcp(tcp), m_uiPort(port), m_pRecvBuf(new unsigned char[RECVCACHELENGTH])
 {
     ConfigureChannels(static_cast<size_t>(index));

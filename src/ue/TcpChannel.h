@@ -22,7 +22,7 @@ public:
     /// Connects (TCP, for 5 seconds at most) or binds (UDP, all local addresses, ip isn't used) at once. A link
     /// that failed has no socket: it receives nothing and what is written to it is lost. index is the link's index,
     /// in the numbering of enSerialType.
-    TCPChannel(std::string ip, unsigned int port, bool tcp, enChannelType index);
+    TCPChannel(const std::string& ip, unsigned int port, bool tcp, enChannelType index);
     ~TCPChannel();
     TCPChannel(const TCPChannel&) = delete;
     TCPChannel& operator=(const TCPChannel&) = delete;
@@ -35,7 +35,7 @@ public:
 
     /// -1 when none.
     int GetSocket() const { return m_iSocket.Get(); }
-    /// True once the peer has closed: the socket stays, but nothing more will come. For the read thread.
+    /// True once the peer has closed: the socket stays, but nothing more will come.
     bool IsPeerClosed() const { return m_bPeerClosed; }
     uint64_t GetTotalBytesRead() const { return m_ullTotalRead; }
     uint64_t GetTotalBytesWrite() const { return m_ullTotalWrite; }
@@ -55,7 +55,7 @@ private:
     unsigned int m_uiPort;
     CHDLCParse m_Hdlc; // of the sending side
     bool m_bRawAt = false;
-    bool m_bPeerClosed = false;
+    std::atomic<bool> m_bPeerClosed = false;
     OwnedBytes m_pRecvBuf;
     std::atomic<uint64_t> m_ullTotalRead = 0;
     std::atomic<uint64_t> m_ullTotalWrite = 0;
