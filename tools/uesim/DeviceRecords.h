@@ -31,6 +31,8 @@ public:
 
     void Add(DEVICE_RECORD stRecord) { m_records.push_back(std::move(stRecord)); }
     bool Empty() const { return m_records.empty(); }
+    /// The last try failed.
+    bool IsRefused() const { return m_bRefused; }
 
     /// Sends what is due; gives the time of the next try.
     SimTime OnTick(SimTime now);

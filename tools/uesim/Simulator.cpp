@@ -17,8 +17,9 @@
 namespace
 {
 constexpr auto PROBE_TIME = std::chrono::milliseconds(20);
-constexpr auto DRAIN_TIME = std::chrono::seconds(2); // how long queues may take to run empty at the end
-constexpr uint32_t PORTS_APART = 100;                // between the numbers of two UEs
+constexpr auto DRAIN_TIME = std::chrono::seconds(2);  // how long queues may take to run empty at the end
+constexpr auto DETACH_TIME = std::chrono::seconds(6); // how long the agent may take to close detached ports
+constexpr uint32_t PORTS_APART = 100;                 // between the numbers of two UEs
 const std::string NETWORK_IP = "127.0.0.1";
 
 std::string Join(const auto& items, auto textOf)
@@ -245,8 +246,10 @@ void CSimulator::Finish(const sigset_t* pWaitMask)
     const bool bDetach = m_bAttached;
     if (bDetach)
         QueueRecords(false);
-    const SimTime end = SimClock::now() + DRAIN_TIME;
-    const auto isDone = [&] { return m_records.Empty() && (bDetach ? IsClosed() : IsDrained()); };
+    const SimTime end = SimClock::now() + (bDetach ? SimDuration(DETACH_TIME) : SimDuration(DRAIN_TIME));
+    const auto isDone = [&] {
+        return (m_records.Empty() || m_records.IsRefused()) && (bDetach ? IsClosed() : IsDrained());
+    };
     while (SimClock::now() < end && !isDone())
         Pass(end, false, pWaitMask);
 }
