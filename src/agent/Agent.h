@@ -68,8 +68,10 @@ public:
     /// m_BindMutex held, as OnClientDataArrive does. Null when memory is short.
     CClient* AddClient(int nSocket, enChannelType enType, const sockaddr_in& stAddr);
     /// Sends the bytes on a client's socket. Waits at most 20 ms at a time for the socket to take more; what a
-    /// client doesn't take is lost, and the connection stays.
-    bool SendData2Client(int nSocket, ByteView data, const char* pszChannel);
+    /// client doesn't take is lost, and the connection stays. bStalled says that the last send failed: then nothing
+    /// is waited for unless the socket takes bytes again, so that a client that has stopped reading costs nobody
+    /// else's time.
+    bool SendData2Client(int nSocket, ByteView data, const char* pszChannel, bool bStalled = false);
 
     // UE events (AgentEvents.cpp).
 

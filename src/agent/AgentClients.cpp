@@ -70,10 +70,10 @@ bool IsOutOfResources(int iError)
 }
 
 /// Waits until the socket takes bytes again. False, with a line in the log, when it didn't in time.
-bool WaitWritable(int nSocket, const char* pszChannel)
+bool WaitWritable(int nSocket, const char* pszChannel, int iTimeoutMs)
 {
     pollfd stFd{nSocket, POLLOUT, 0};
-    int iReady = poll(&stFd, 1, CLIENT_SEND_TIMEOUT_MS);
+    int iReady = poll(&stFd, 1, iTimeoutMs);
     if (iReady > 0 && (stFd.revents & POLLNVAL) != 0) {
         errno = EBADF;
         iReady = -1;
@@ -82,7 +82,7 @@ bool WaitWritable(int nSocket, const char* pszChannel)
         CDebug::Instance()->PrintError("Client SendDataToClient select Fail, channel:%s, errno :%d", pszChannel, errno);
     else if (iReady == 0)
         CDebug::Instance()->PrintWarn("Client SendDataToClient select TimeOut, channel:%s, errno :%d", pszChannel,
-                                      errno);
+                                      EAGAIN);
     return iReady > 0;
 }
 
@@ -301,10 +301,12 @@ CClient* CAgent::AddClient(int nSocket, enChannelType enType, const sockaddr_in&
     return pClient.get();
 }
 
-bool CAgent::SendData2Client(int nSocket, ByteView data, const char* pszChannel)
+bool CAgent::SendData2Client(int nSocket, ByteView data, const char* pszChannel, bool bStalled)
 {
     if (nSocket == -1 || data.data() == nullptr || data.empty())
         return false;
+    if (bStalled && !WaitWritable(nSocket, pszChannel, 0))
+        return false; // it had its 20 ms; the threads that send must not spend them again on every packet
     const size_t szTotal = data.size();
     while (!data.empty()) {
         const ssize_t lSent = send(nSocket, data.data(), data.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
@@ -318,7 +320,7 @@ bool CAgent::SendData2Client(int nSocket, ByteView data, const char* pszChannel)
                 static_cast<int>(data.size()), static_cast<int>(szTotal), errno);
             return false;
         }
-        if (!WaitWritable(nSocket, pszChannel))
+        if (!WaitWritable(nSocket, pszChannel, CLIENT_SEND_TIMEOUT_MS))
             return false; // what the client didn't take is lost
     }
     return true;

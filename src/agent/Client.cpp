@@ -121,7 +121,7 @@ void CClient::OnSerialData(ByteSpan data)
 bool CClient::SendData2Client(OwnedBytes pucBuf, size_t szLen)
 {
     xtl::MutexGuard guard(m_SendMutex);
-    (void)m_pAgent->SendData2Client(m_Socket.Get(), {pucBuf.get(), szLen}, ChannelLabel(m_enType)); // best effort
+    m_bStalled = !m_pAgent->SendData2Client(m_Socket.Get(), {pucBuf.get(), szLen}, ChannelLabel(m_enType), m_bStalled);
     return true;
 }
 

@@ -61,6 +61,7 @@ private:
     std::array<unsigned char, REQ_BUF_LEN> m_aucReqBuf{}; // the frame being assembled, lead bytes included
     size_t m_nReqLen = 0;                                 // bytes held of it
     sockaddr_in m_stAddr{};
-    unsigned int m_ulBindPort = 0; // COM port of the bound UE, also after an unbind; 0 until bound
-    xtl::Mutex m_SendMutex;        // keeps a packet together; held while the socket is waited for
+    unsigned int m_ulBindPort = 0;                   // COM port of the bound UE, also after an unbind; 0 until bound
+    xtl::Mutex m_SendMutex;                          // keeps a packet together; held while the socket is waited for
+    bool m_bStalled GUARDED_BY(m_SendMutex) = false; // the last send failed
 };
