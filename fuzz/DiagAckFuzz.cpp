@@ -14,7 +14,7 @@ void CheckFilter(CDataProcessorLteDiag& processor, ByteView packet)
     if (!CDataProcessorLteDiag::GetAdeAck(packet, stAck))
         return;
     Require(stAck.pData.size() == stAck.usLen && LiesIn(stAck.pData, packet));
-    for (const uint16_t usType : {0x0210, 0x0205}) {
+    for (const uint16_t usType : std::initializer_list<uint16_t>{0x0210, 0x0205}) {
         DIAG_PACKET_ACK_VIEW stIn{{stAck.ulCmdId, 0, stAck.ullTimeStamp, usType, stAck.usLen}, stAck.pData};
         CDataProcessorLteDiag::CAcks out;
         unsigned int ulCount = 0;

@@ -93,13 +93,12 @@ constexpr unsigned int IdClass(unsigned int ulId)
 {
     return ulId >> 28;
 }
-constexpr unsigned int ID_CLASS_MSP_CMD = 1;  // plain UE command
-constexpr unsigned int ID_CLASS_LTE_IND = 2;  // LTE protocol indication
-constexpr unsigned int ID_CLASS_DSP = 3;      // DSP message
-constexpr unsigned int ID_CLASS_UNWANTED = 4; // never reaches a client, and neither does the next
-constexpr unsigned int ID_CLASS_AGENT = 5;    // agent command
-constexpr unsigned int ID_CLASS_UNWANTED_2 = 6;
-constexpr unsigned int ID_CLASS_DSP_TDS = 7; // DSP message of TDS
+constexpr unsigned int ID_CLASS_MSP_CMD = 1;   // plain UE command
+constexpr unsigned int ID_CLASS_DSP = 3;       // DSP message
+constexpr unsigned int ID_CLASS_DROPPED_1 = 4; // never reaches a client
+constexpr unsigned int ID_CLASS_AGENT = 5;     // agent command
+constexpr unsigned int ID_CLASS_DROPPED_2 = 6; // never reaches a client
+constexpr unsigned int ID_CLASS_DSP_TDS = 7;   // DSP message of TDS
 
 /// Head of a request from a client, behind the lead bytes. The parameters follow.
 struct DIAG_PACKET_REQ_STRU

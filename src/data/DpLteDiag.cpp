@@ -15,6 +15,7 @@ constexpr size_t REQ_HEAD_RESERVE = 20; // a request must leave this much of REQ
 constexpr unsigned char CMD_TYPE_PLAIN = 0;
 constexpr unsigned char CMD_TYPE_DPI = 5; // DPI messages and NV traffic
 constexpr size_t VERSION_RECORD_SIZE = 28;
+constexpr size_t NV_WRITES_MAX = 65536; // that wait for their item; bounds the memory that one client can claim
 
 unsigned char PacketType(const DIAG_PACKET_REQ_STRU& stHead)
 {
@@ -210,6 +211,8 @@ bool CDataProcessorLteDiag::KeepNvWrite(const NV_WRITE_STRU& stWrite)
     const xtl::MutexGuard guard(m_NvMutex);
     if (m_mapNvWrite.contains(stWrite.ulNvId))
         return true;
+    if (m_mapNvWrite.size() >= NV_WRITES_MAX)
+        return false;
     std::unique_ptr<NV_WRITE_STRU> pWrite(new (std::nothrow) NV_WRITE_STRU(stWrite));
     if (!pWrite)
         return false;

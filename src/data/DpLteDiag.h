@@ -90,6 +90,7 @@ private:
 
     void AckNotBound(unsigned int ulCmdId, unsigned short usPktType);
     bool GetConnection(ADE_UE_CONNECTION_ACK_STRU& stConnection);
+    /// False when memory is short or too many writes wait already.
     bool KeepNvWrite(const NV_WRITE_STRU& stWrite);
     std::unique_ptr<NV_WRITE_STRU> TakeNvWrite(unsigned int ulNvId);
     void AckNvWrite(const DIAG_PACKET_ACK_STRU& stAck, unsigned int ulRc, unsigned int ulSecondWord);

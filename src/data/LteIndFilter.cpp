@@ -195,8 +195,8 @@ unsigned int VEX_ClientIndFilter(ADE_DATA_PACKET_STRU& stPacket, unsigned int& u
     case ID_CLASS_DSP:
     case ID_CLASS_DSP_TDS:
         return FilterDsp(stPacket, stContext);
-    case ID_CLASS_UNWANTED:
-    case ID_CLASS_UNWANTED_2:
+    case ID_CLASS_DROPPED_1:
+    case ID_CLASS_DROPPED_2:
         return DIAG_RC_FILTERED;
     default:
         break;

@@ -17,7 +17,7 @@ const std::string DPI_PAIR = "DPH_FILTER_REQ_DPI_CMD_PAIR={0x11,0x10020304}\n";
 class DpLteDiagAck : public testing::Test
 {
 protected:
-    DpLteDiagAck() : m_fixture(TEST_LAYOUT + DPI_PAIR)
+    DpLteDiagAck() : m_fixture(TEST_LAYOUT + DPI_PAIR + "DPH_FILTER_ENABLE=0\n")
     {
         m_fixture.AttachUe(0, 41);
         m_fixture.Confirm(0);

@@ -7,6 +7,7 @@
 #include "ue/UE.h"
 
 #include <gtest/gtest.h>
+#include <thread>
 
 namespace
 {
@@ -543,4 +544,37 @@ TEST_F(DpLteDiag, AnUnboundNvWriteIsTold)
     Unbind();
     m_client->Request(0x10015501, 0xA5F0, NvWrite(0x2211));
     EXPECT_EQ(m_client->Pending(), Hex("9F 9F  03 55 01 10  29 00 00 00  00 00 00 00 00 00 00 00  F0 A5  00 00"));
+}
+
+TEST_F(DpLteDiag, NvWritesThatNobodyAnswersDoNotPileUpForever)
+{
+    const CLogCapture log;
+    CAgentFixture::Configure("debuglevel=0\n");
+    CDataProcessorLteDiag processor(nullptr, nullptr, nullptr);
+    Bytes req = Join(Hex("01 55 01 10  F0 00  14 00"), NvWrite(1));
+    for (unsigned int ulNvId = 0; ulNvId < 65536; ++ulNvId) {
+        StoreLe<uint32_t>(req, 8, ulNvId);
+        processor.ProcessClientData(req);
+    }
+    CAgentFixture::Configure("debuglevel=15\n");
+    processor.ProcessClientData(req);
+    EXPECT_EQ(log.Count("Get memory faild"), 0) << "an item that waits already";
+    StoreLe<uint32_t>(req, 8, 65536);
+    processor.ProcessClientData(req);
+    EXPECT_EQ(log.Count("(com 0)DpLteDiag: function ProcessNVWrite Get memory faild"), 1);
+}
+
+TEST_F(DpLteDiag, NvWritesAndReadsMeetFromTwoThreads)
+{
+    CDataProcessorLteDiag processor(nullptr, nullptr, nullptr);
+    const Bytes req = Join(Hex("01 55 01 10  F0 00  14 00"), NvWrite(0x2211));
+    std::thread client([&] {
+        for (int i = 0; i < 2000; ++i)
+            processor.ProcessClientData(req);
+    });
+    for (int i = 0; i < 2000; ++i) {
+        Bytes packet = NvRead(0, Hex("AA BB CC DD"));
+        EXPECT_EQ(processor.ProcessSerialData(packet), 1);
+    }
+    client.join();
 }
