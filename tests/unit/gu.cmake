@@ -15,6 +15,26 @@ vex_test(test_gu
 vex_test(test_reg
     SOURCES
         GuRegisterTest.cpp
+        RegCqiTest.cpp
+        RegDecodingTbsTest.cpp
+        RegDecodingTest.cpp
+        RegHsupaTest.cpp
+        RegLinkTest.cpp
+        RegMsgProcessTest.cpp
+        RegPowerControlTest.cpp
         RegTablesTest.cpp
+        RegisterManagerTest.cpp
+    LIBS vex_agent_fixture
+)
+
+vex_test(test_gu_reports
+    SOURCES
+        GuReportsPropertyTest.cpp
+        GuReportsRequestTest.cpp
+        MsgProcessGasTest.cpp
+        MsgProcessGdspAmrTest.cpp
+        MsgProcessGdspTest.cpp
+        MsgProcessTtfTest.cpp
+        MsgProcessTtfTraceTest.cpp
     LIBS vex_agent_fixture
 )
