@@ -34,7 +34,7 @@ private:
     CRegisterManager m_manager{&m_gu.Operation()};
 };
 
-std::vector<uint32_t> Run(uint32_t ulFirst, size_t szCount)
+std::vector<uint32_t> Ascending(uint32_t ulFirst, size_t szCount)
 {
     std::vector<uint32_t> addrs(szCount);
     std::iota(addrs.begin(), addrs.end(), ulFirst);
@@ -225,20 +225,20 @@ TEST(RegisterManager, ModesOfCounts)
 TEST(RegisterManager, ListsAreCutIntoPiecesOf1024)
 {
     CManagerBench manager;
-    manager->UpdateRegRefMap(Run(1, 1024), true, MODE_0);
+    manager->UpdateRegRefMap(Ascending(1, 1024), true, MODE_0);
     EXPECT_TRUE(manager->SendAllRegReq(true, MODE_0));
-    EXPECT_EQ(Joined(manager.ToUe()), Join(StopStream(0), AddRegs(0, Run(1, 1024))));
+    EXPECT_EQ(Joined(manager.ToUe()), Join(StopStream(0), AddRegs(0, Ascending(1, 1024))));
     manager->UpdateRegRefMap({5000}, true, MODE_0);
     EXPECT_TRUE(manager->SendAllRegReq(true, MODE_0));
-    EXPECT_EQ(Joined(manager.ToUe()), Join(StopStream(0), AddRegs(0, Run(1, 1024)), AddRegs(0, {5000})));
-    manager->UpdateRegRefMap(Run(1, 1024), false, MODE_0);
-    manager->UpdateRegRefMap(Run(2000, 1025), false, MODE_0);
+    EXPECT_EQ(Joined(manager.ToUe()), Join(StopStream(0), AddRegs(0, Ascending(1, 1024)), AddRegs(0, {5000})));
+    manager->UpdateRegRefMap(Ascending(1, 1024), false, MODE_0);
+    manager->UpdateRegRefMap(Ascending(2000, 1025), false, MODE_0);
     EXPECT_TRUE(manager->SendAllRegReq(true, MODE_0));
-    auto first = Run(1, 1024);
+    auto first = Ascending(1, 1024);
     auto all = first;
-    for (const uint32_t ulAddr : Run(2000, 1025))
+    for (const uint32_t ulAddr : Ascending(2000, 1025))
         all.push_back(ulAddr);
-    EXPECT_EQ(Joined(manager.ToUe()), Join(StopStream(0), RemoveRegs(0, first), RemoveRegs(0, Run(2000, 1024)),
+    EXPECT_EQ(Joined(manager.ToUe()), Join(StopStream(0), RemoveRegs(0, first), RemoveRegs(0, Ascending(2000, 1024)),
                                            RemoveRegs(0, {3024}), AddRegs(0, {5000})));
 }
 

@@ -1,0 +1,135 @@
+#include "common/Config.h"
+#include "data/gu/RegisterManager.h"
+
+// Register confirmations and indications to a manager whose statistics all run. The input is steps of a byte for the
+// kind and, behind most, a u16 length and its bytes: a whole message, or values for the list that was confirmed last.
+
+namespace
+{
+enum STEP : unsigned char
+{
+    STEP_CNF,     // bytes: a confirmation
+    STEP_IND,     // bytes: an indication
+    STEP_SHARE,   // bytes: a share address
+    STEP_FITTING, // bytes: values of an indication that fits the registers of all statistics
+    STEP_MODE,    // next byte: the mode
+    STEP_REQUEST, // next byte: which statistic; bytes: its parameters
+    STEP_COUNT,
+};
+
+constexpr unsigned int WBBP = 0x50900000;
+constexpr unsigned int WDSP_QUERY = 0x20000004;
+constexpr unsigned short REQUESTS[] = {62726, 62729, 62732, 62735, 62738, 62741, 62750,
+                                       62753, 62756, 62759, 62768, 62771, 62774};
+
+constexpr size_t CNF_HEAD = 28;
+constexpr size_t IND_HEAD = 52;
+
+void Confirm(CRegisterManager& manager, const std::vector<unsigned int>& addrs)
+{
+    std::vector<unsigned char> msg(CNF_HEAD + 4 * addrs.size());
+    StoreLe<uint16_t>(msg, 12, 62724);
+    StoreLe<uint32_t>(msg, 24, static_cast<uint32_t>(addrs.size()));
+    for (size_t i = 0; i < addrs.size(); ++i)
+        StoreLe<uint32_t>(msg, CNF_HEAD + 4 * i, addrs[i]);
+    manager.ProcessRegCnfMsg(msg);
+}
+
+/// Values cut or filled up with zeros to the count, at a time that the first two of them tell.
+void Indicate(CRegisterManager& manager, ByteView values, size_t szCount)
+{
+    std::vector<unsigned char> msg(IND_HEAD + 4 * szCount);
+    StoreLe<uint32_t>(msg, 8, LoadLe<uint32_t>(values, 0));
+    StoreLe<uint16_t>(msg, 12, 0xF501);
+    StoreLe<uint16_t>(msg, 50, static_cast<uint16_t>(szCount));
+    CopyPadded(Slice(ByteSpan(msg), IND_HEAD), values);
+    manager.ProcessRegIndMsg(msg);
+}
+
+void BringUp(CRegisterManager& manager)
+{
+    manager.SetBaseAddr(WBBP, 0, WDSP_QUERY, 0, WDSP_QUERY + 8);
+    Confirm(manager, {WDSP_QUERY, WDSP_QUERY + 4});
+    static constexpr unsigned char aucBase[] = {0, 0, 0, 0, 0, 0, 0, 0x30};
+    Indicate(manager, aucBase, 2);
+    static constexpr unsigned char aucStart[] = {1, 0, 100, 0};
+    for (const unsigned short usId : REQUESTS)
+        manager.ProcessRegReqPacket(usId, aucStart);
+}
+
+/// Every word of the banks that a statistic of an unknown kind may look at, as far as a list can be long.
+std::vector<unsigned int> AllRegisters()
+{
+    std::vector<unsigned int> addrs;
+    const auto Range = [&](unsigned int ulFirst, unsigned int ulLast) {
+        for (unsigned int ulAddr = ulFirst; ulAddr <= ulLast; ulAddr += 4)
+            addrs.push_back(ulAddr);
+    };
+    addrs.push_back(WDSP_QUERY + 8);
+    Range(0x30000000, 0x30000900);
+    for (const unsigned int ulCarrier : {WBBP, WBBP + 0x80000}) {
+        Range(ulCarrier + 0x1A2C, ulCarrier + 0x1A30);
+        Range(ulCarrier + 0x4200, ulCarrier + 0x4234);
+        Range(ulCarrier + 0x4574, ulCarrier + 0x4574);
+        Range(ulCarrier + 0x6018, ulCarrier + 0x6224);
+        Range(ulCarrier + 0x7100, ulCarrier + 0x7120);
+        Range(ulCarrier + 0x71F0, ulCarrier + 0x71F0);
+        Range(ulCarrier + 0x74F0, ulCarrier + 0x75F0);
+        Range(ulCarrier + 0x7900, ulCarrier + 0x7C20);
+        Range(ulCarrier + 0x8070, ulCarrier + 0x8074);
+        Range(ulCarrier + 0x8154, ulCarrier + 0x82D8);
+        Range(ulCarrier + 0x8700, ulCarrier + 0x879C);
+        Range(ulCarrier + 0xC000, ulCarrier + 0xC078);
+        Range(ulCarrier + 0xCA8C, ulCarrier + 0xCA8C);
+    }
+    return addrs;
+}
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* pucData, size_t szSize);
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* pucData, size_t szSize)
+{
+    static const bool s_bSilent = [] {
+        std::string strLine = "debuglevel=0"; // nobody reads the log's queue here
+        return CConfig::Instance()->ParseLine(strLine);
+    }();
+    (void)s_bSilent;
+    static const std::vector<unsigned int> s_registers = AllRegisters();
+    CRegisterManager manager(nullptr);
+    BringUp(manager);
+    CByteReader input(ByteView(pucData, szSize));
+    const auto NextBytes = [&] {
+        unsigned short usLen = 0;
+        input.Field(usLen);
+        const ByteView taken = input.Take(usLen % 8192);
+        return std::vector<unsigned char>(taken.begin(), taken.end());
+    };
+    while (input.Left() > 0) {
+        unsigned char ucStep = 0;
+        unsigned char ucArg = 0;
+        input.Field(ucStep);
+        switch (ucStep % STEP_COUNT) {
+        case STEP_CNF:
+            manager.ProcessRegCnfMsg(NextBytes());
+            break;
+        case STEP_IND:
+            manager.ProcessRegIndMsg(NextBytes());
+            break;
+        case STEP_SHARE:
+            manager.RefreshWdspQueryAddr(NextBytes());
+            break;
+        case STEP_FITTING:
+            Confirm(manager, s_registers);
+            Indicate(manager, NextBytes(), s_registers.size());
+            break;
+        case STEP_MODE:
+            input.Field(ucArg);
+            (void)manager.ChangeRegListByMode(ucArg); // without a modem nobody asks
+            break;
+        default:
+            input.Field(ucArg);
+            manager.ProcessRegReqPacket(REQUESTS[ucArg % std::size(REQUESTS)], NextBytes());
+        }
+    }
+    return 0;
+}
