@@ -147,8 +147,8 @@ TEST(IndFilter, AnAirMessageOfATdsModuleCarriesItInTheId)
     CFilter filter(RICH);
     ExpectOut(filter(0x20010000, Join(AirHead(0x77, 1, 0x2345), Hex("D1"))), 0x00772345, IND_TYPE_AIR, 3,
               Hex("01 00 01 00 D1"));
-    ExpectOut(filter(0x20060000, Join(AirHead(0x77, 1, 0x00012345), Hex("D1"))), 0x00772345 | 0x00012345, IND_TYPE_IMS,
-              3, Hex("01 00 01 00 D1"), "OR, not replaced");
+    ExpectOut(filter(0x20060000, Join(AirHead(0x77, 1, 0x00082345), Hex("D1"))), 0x007F2345, IND_TYPE_IMS, 3,
+              Hex("01 00 01 00 D1"), "OR, not replaced");
 }
 
 TEST(IndFilter, AShortAirOrImsMessagePassesUnchanged)

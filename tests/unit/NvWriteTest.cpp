@@ -99,8 +99,8 @@ TEST(NvWrite, Apply)
         // mask 0x0FF0, value 0x12 << 4 = 0x0120: FFFF & ~0FF0 | 0120 = F12F
         {"bits of a word", BitsAt(4, 2, 4, 11, 0x12), true, Hex("FF FF FF FF 2F F1 FF FF")},
         {"32 bits", BitsAt(4, 4, 0, 31, 0x11223344), true, Hex("FF FF FF FF 44 33 22 11")},
-        // shift 34 % 32 = 2, both ends clipped to bit 31: 0 << 2, mask 0x80000000
-        {"a first bit above 31", BitsAt(0, 4, 34, 34, 0), true, Hex("FF FF FF 7F FF FF FF FF")},
+        // shift 34 % 32 = 2, both ends clipped to bit 31: bit 29 of the value, which is 0, lands there
+        {"a first bit above 31", BitsAt(0, 4, 34, 34, 0xDFFFFFFF), true, Hex("FF FF FF 7F FF FF FF FF")},
         {"a size that is none changes nothing", BitsAt(0, 3, 0, 7, 0), true, before},
         {"nor does a longer one", BitsAt(0, 8, 0, 7, 0), true, before},
         {"a bit field beyond the end", BitsAt(5, 4, 0, 7, 0), false, before},
