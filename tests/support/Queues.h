@@ -28,5 +28,11 @@ template <class Msg, class Queue> std::vector<QueuedMsg> Drain(Queue& queue)
     return taken;
 }
 
-inline std::vector<QueuedMsg> DrainAgentQueue() { return Drain<MSG_AGENT>(CMsgBuf::Instance()->AgentQueue()); }
-inline std::vector<QueuedMsg> DrainUeQueue() { return Drain<MSG_UE>(CMsgBuf::Instance()->UeQueue()); }
+inline std::vector<QueuedMsg> DrainAgentQueue()
+{
+    return Drain<MSG_AGENT>(CMsgBuf::Instance()->AgentQueue());
+}
+inline std::vector<QueuedMsg> DrainUeQueue()
+{
+    return Drain<MSG_UE>(CMsgBuf::Instance()->UeQueue());
+}

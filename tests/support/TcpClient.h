@@ -33,7 +33,7 @@ public:
     std::optional<TcpPacket> Await(uint32_t ulCmdId, std::chrono::milliseconds limit = SOCKET_LIMIT);
     /// Send and Await of the same id.
     std::optional<TcpPacket> Ask(uint32_t ulCmdId, uint16_t usPktType, const Bytes& params = {},
-                                    std::chrono::milliseconds limit = SOCKET_LIMIT);
+                                 std::chrono::milliseconds limit = SOCKET_LIMIT);
     /// Binds to the UE with this port; true when the agent acks it with DIAG_RC_OK.
     bool Bind(unsigned int ulPort);
     /// True when no packet comes within the time. A byte that does come is lost.

@@ -55,4 +55,7 @@ template <class T> Bytes Le(T value)
 }
 
 /// szCount times one byte.
-inline Bytes Fill(size_t szCount, unsigned char ucByte = 0) { return Bytes(szCount, ucByte); }
+inline Bytes Fill(size_t szCount, unsigned char ucByte = 0)
+{
+    return Bytes(szCount, ucByte);
+}
