@@ -1,6 +1,7 @@
 #include "data/gu/RegLinkProcess.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace
 {
@@ -115,7 +116,7 @@ float HistMean(const Histogram& aulHist)
 
 uint32_t RoundMean(float fMean)
 {
-    return static_cast<uint32_t>(static_cast<double>(fMean) + 0.5);
+    return static_cast<uint32_t>(std::trunc(static_cast<double>(fMean) + 0.5));
 }
 
 HSDPA_Link_Statistics_STRU AddRates(const HSDPA_Link_Statistics_STRU& stA, const HSDPA_Link_Statistics_STRU& stB)
