@@ -115,6 +115,29 @@ TEST(OperationGUDataInd, SsidOutOfTheBooks)
     EXPECT_EQ(log.Count("error fail file:./src/data/gu/OperationGUData, line:"), 2);
 }
 
+TEST(OperationGUDataInd, PacketsEnterTheSnBooks)
+{
+    struct
+    {
+        unsigned char ucCategory;
+        bool bSn;
+    } const aRow[] = {{1, true}, {2, true}, {4, true}, {66, true}, {68, true}, {74, true}, {3, false}, {10, false}};
+    for (const auto& stRow : aRow) {
+        const CLogCapture log; // an SSID out of the books tells that they were looked at
+        Bytes packet = GuMsg(0x1111, Fill(8), 0, stRow.ucCategory);
+        packet[GU_SSID] = 8;
+        packet[GU_SN] = 5;
+        COperationGUData operation;
+        (void)operation.TranslateUEPacket(packet);
+        EXPECT_EQ(log.Count("error fail file:"), stRow.bSn ? 1 : 0) << int{stRow.ucCategory};
+        packet[GU_SSID] = 7;
+        (void)operation.TranslateUEPacket(packet);
+        EXPECT_EQ(operation.CheckWhetherMsgIsLost(6, 7), 0);
+        EXPECT_EQ(operation.CheckWhetherMsgIsLost(8, 7), 1);
+        EXPECT_EQ(log.Count("error fail file:"), stRow.bSn ? 1 : 0);
+    }
+}
+
 TEST(OperationGUDataInd, RealTimeStamps)
 {
     struct
@@ -311,6 +334,40 @@ TEST(OperationGUDataInd, Chains)
             delivered.push_back(packet.payload[0]);
         EXPECT_EQ(delivered, stRow.delivered) << testing::PrintToString(stRow.chain);
     }
+}
+
+namespace
+{
+/// Keeps what a dispatcher gives it.
+class CKeeper : public IMsgProcess
+{
+public:
+    using IMsgProcess::IMsgProcess;
+    bool ProcessInd(ByteView packet) override
+    {
+        taken.emplace_back(packet);
+        return true;
+    }
+    bool SendReqToUe(ByteView) override { return false; }
+
+    std::vector<Bytes> taken;
+};
+constexpr MSG_PROCESS_ROW KEEPER_ROW = {CreateProcessor<CKeeper>, {0xF0AA, 0xE0AA}, NO_ID, NO_ID, {0, 0}, {}, 0, 0};
+} // namespace
+
+TEST(OperationGUDataInd, ChainsHaveTheSnOfTheirFirstMessage)
+{
+    CGuFixture gu("CEDAR-03");
+    CKeeper keeper(gu.Operation().GetTransMsgDisp(), KEEPER_ROW, 0);
+    const auto Numbered = [](unsigned short usId, unsigned int ulSn) {
+        Bytes message = GuMsg(usId, Hex("01 02 03 04"));
+        StoreLe<uint32_t>(message, GU_SN, ulSn);
+        return message;
+    };
+    const Bytes chain = Join(Numbered(0xF0AA, 0x01020304), Numbered(0xE0AA, 7), Numbered(0xF0AA, 8));
+    EXPECT_EQ(gu.Operation().DecomposeTransMsg(chain, 0), 0);
+    EXPECT_EQ(keeper.taken, (std::vector<Bytes>{Numbered(0xF0AA, 0x01020304), Numbered(0xE0AA, 0x01020304),
+                                                Numbered(0xF0AA, 0x01020304)}));
 }
 
 TEST(OperationGUDataInd, OnlyTheTwoHighBytesChain)
@@ -542,6 +599,43 @@ TEST(OperationGUDataInd, DisconnectForgetsTheUe)
     const auto packets = gu.Indications();
     ASSERT_EQ(packets.size(), 1U) << "the period survives";
     EXPECT_EQ(packets[0].stHead.ulRc, 2U) << "and so does the SN";
+}
+
+TEST(OperationGUDataInd, DisconnectDropsTheFrameHeld)
+{
+    CGuFixture gu("CEDAR-03");
+    Bytes block = OmBlock(2, {Fill(4000)});
+    block.resize(9 + 100); // the rest of the frame never comes
+    gu.Operation().ProcessSerialData(&gu.Agent().Agent(), block, 0);
+    gu.Operation().ClearData();
+    gu.FromUe(GuVersion("CEDAR-03"));
+    EXPECT_TRUE(Holds(gu.ToUe(), MODE_QUERY)) << "the version is heard";
+}
+
+TEST(OperationGUDataInd, TraceSendersOfTheSecondModem)
+{
+    struct
+    {
+        unsigned int ulPid;
+        unsigned int ulId;
+    } const aRow[] = {
+        {0, 0x0151E562},  {1, 0x0151E562},  {2, 0x0151E662},   {24, 0x0151E662},
+        {98, 0x0151E662}, {99, 0x0151E562}, {130, 0x0151E562}, {0x10002, 0x0151E562},
+    };
+    CGuFixture gu("CEDAR-03");
+    gu.BeDualCard();
+    gu.Request(0xE560, 81, Hex("01 00 F4 01"));
+    gu.Request(0xE660, 81, Hex("01 00 F4 01"));
+    gu.Forget();
+    unsigned int ulMs = 0;
+    for (const auto& stRow : aRow) {
+        const Bytes packet = GuTrace(0x1120, stRow.ulPid, Fill(20), Ticks(ulMs += 1000));
+        EXPECT_EQ(gu.Operation().ProcTraceMsgFromUe(packet), 14) << "taken";
+        const auto packets = gu.Indications();
+        ASSERT_EQ(packets.size(), 1U);
+        EXPECT_EQ(packets[0].stHead.ulCmdId, stRow.ulId) << stRow.ulPid;
+        EXPECT_EQ(gu.Operation().ProcTraceMsgFromUe(packet), 4) << "the gate holds";
+    }
 }
 
 TEST(OperationGUDataInd, TraceResults)

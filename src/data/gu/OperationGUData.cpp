@@ -76,6 +76,7 @@ void COperationGUData::ClearData()
     m_bImeiOk = false;
     m_bVersionOk = false;
     m_enModemNum = MODEM_NUM_UNKNOWN;
+    m_stDataProcess.OM_InitDecap(); // the rest of a frame held won't come; it would swallow what the UE says next
 }
 
 void COperationGUData::ForgetClient(CClient* pClient)

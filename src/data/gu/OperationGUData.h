@@ -55,7 +55,7 @@ public:
     /// A GU packet out of a frame. The result is for tests and logs: 0 done, 1 not yet or nothing to do, 2 unknown
     /// category, 3 bad length, 4 unknown id, 14 taken by a trace processor.
     int TranslateUEPacket(ByteView packet);
-    /// The UE went away. Frame mode, SN books and report periods stay.
+    /// The UE went away; a frame of which it sent only a part is lost. Frame mode, SN books and report periods stay.
     void ClearData();
     /// A client goes away: nothing points to it afterwards.
     void ForgetClient(CClient* pClient);
