@@ -264,8 +264,7 @@ TEST(GuRequestsSingleCard, TheSecondModemIsRefused)
         EXPECT_TRUE(gu.ToUe().empty());
         const auto packets = gu.Confirms();
         ASSERT_EQ(packets.size(), 1U);
-        EXPECT_EQ(packets[0].stHead.ulCmdId & 0xFFFF, Id(stPacket.usCnf, 1));
-        EXPECT_EQ(packets[0].stHead.ulRc, 47U);
-        EXPECT_EQ(packets[0].payload, Le(47U));
+        const auto usType = static_cast<unsigned short>(0x0100 | TypeOf(stPacket));
+        ExpectPacket(packets[0], {unsigned{usType} << 16 | Id(stPacket.usCnf, 1), 47, 0, usType, Le(47U)});
     }
 }

@@ -183,18 +183,13 @@ bool IMsgProcess::SendTransReqToUe(ByteView request)
 
 namespace
 {
-/// Takes over the period of a trace. A packet without a range is only on or off; the upper bound of a range isn't
-/// looked at here. Required.
-bool StartTrace(CMsgPeriods& stPeriods, unsigned int ulPeriodMs)
+/// The period at which a trace is to run; 0: there is none such. A packet without a range is only on or off; the
+/// upper bound of a range isn't looked at here. Required.
+unsigned int TracePeriod(const CMsgPeriods& stPeriods, unsigned int ulPeriodMs)
 {
-    if (stPeriods.ulMinPeriod == 0 && stPeriods.ulMaxPeriod == 0) {
-        stPeriods.ulPeriod = 1;
-        return true;
-    }
-    if (ulPeriodMs == 0 || !IsMultiple(ulPeriodMs, stPeriods.ulMinPeriod))
-        return false;
-    stPeriods.ulPeriod = ulPeriodMs;
-    return true;
+    if (stPeriods.ulMinPeriod == 0 && stPeriods.ulMaxPeriod == 0)
+        return 1;
+    return IsMultiple(ulPeriodMs, stPeriods.ulMinPeriod) ? ulPeriodMs : 0;
 }
 } // namespace
 
@@ -204,8 +199,10 @@ bool IMsgProcess::SendTraceReqToUe(ByteView request, const unsigned int* pulPids
     CMsgPeriods* const pPeriods = FindPacket(ReqPacketId(stReq));
     if (!pPeriods)
         return false;
-    if (ReqSwitch(stReq.data) == SWITCH_ON && StartTrace(*pPeriods, ReqPeriod(stReq.data))) {
-        pPeriods->bTraceOn = true;
+    const unsigned int ulPeriodMs = TracePeriod(*pPeriods, ReqPeriod(stReq.data));
+    if (ReqSwitch(stReq.data) == SWITCH_ON && ulPeriodMs != 0) {
+        pPeriods->bTraceOn = true; // ahead of the period, with which the reports of the other thread begin
+        pPeriods->ulPeriod = ulPeriodMs;
         m_pMsgDisp->IncreaseCounter(pulPids, nCount);
     } else if (ReqSwitch(stReq.data) == SWITCH_OFF) {
         pPeriods->ulPeriod = 0;
