@@ -1,0 +1,271 @@
+#include "RelayRun.h"
+
+#include "e2e/ScriptedUe.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <fstream>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <pty.h>
+#include <random>
+#include <sstream>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+namespace
+{
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr unsigned char TAG_DATA = 3;
+constexpr uint32_t DSP_ID = 0x30000001; // config/vex.cfg lets it pass
+constexpr size_t FRAMES = 512;
+constexpr size_t WRITE_SIZE = 65536;
+constexpr auto LOSS_TIME = std::chrono::seconds(3); // nothing for so long: the rest is lost
+constexpr auto LATENCY_PAUSE = std::chrono::microseconds(500);
+
+double Micros(Clock::duration time)
+{
+    return std::chrono::duration<double, std::micro>(time).count();
+}
+
+/// User and system time of a process, all threads, in microseconds.
+double CpuMicros(pid_t lPid)
+{
+    std::ifstream file("/proc/" + std::to_string(lPid) + "/stat");
+    std::string strText((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    std::istringstream fields(strText.substr(strText.rfind(')') + 1)); // the name may hold anything
+    std::string strSkipped;
+    for (int i = 3; i < 14; ++i)
+        fields >> strSkipped;
+    double dUser = 0;
+    double dSystem = 0;
+    fields >> dUser >> dSystem;
+    return (dUser + dSystem) * 1e6 / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
+
+double CpuMicros(const RELAY& relay)
+{
+    double dSum = 0;
+    for (const pid_t lPid : relay.pids)
+        dSum += CpuMicros(lPid);
+    return dSum;
+}
+
+/// Bytes that wait, without waiting for more.
+size_t Receive(const CUniqueFd& sink)
+{
+    static std::vector<unsigned char> buffer(1 << 18);
+    const ssize_t lRead = recv(sink.Get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
+    // Without this the receiver's delayed acks would be measured, not the relay.
+    const int nOn = 1;
+    (void)setsockopt(sink.Get(), IPPROTO_TCP, TCP_QUICKACK, &nOn, sizeof(nOn));
+    return lRead > 0 ? static_cast<size_t>(lRead) : 0;
+}
+
+/// One lane in a measurement of the rate.
+class CPump
+{
+public:
+    CPump(RELAY_LANE& lane, const RELAY_FRAMES& frames, size_t szFrameOut)
+        : m_lane(lane), m_frames(frames), m_szFrameOut(szFrameOut)
+    {
+    }
+
+    pollfd Port() const { return {m_bWriting ? m_lane.pty.master.Get() : -1, POLLOUT, 0}; }
+    pollfd Sink() const { return {m_lane.sink.Get(), POLLIN, 0}; }
+
+    /// Writes what the terminal takes; with bStop up to the end of the frame that has begun.
+    void Write(bool bStop)
+    {
+        const ByteView stream(m_frames.stream);
+        const size_t szEnd = bStop ? FrameEnd() : stream.size();
+        const size_t szCount = std::min(WRITE_SIZE, szEnd - m_szAt);
+        const ssize_t lWritten = szCount > 0 ? write(m_lane.pty.master.Get(), &stream[m_szAt], szCount) : 0;
+        if (lWritten > 0)
+            Advance(static_cast<size_t>(lWritten));
+        m_bWriting = !bStop || m_szAt != FrameEnd();
+    }
+
+    /// True when anything came.
+    bool Read()
+    {
+        const size_t szRead = Receive(m_lane.sink);
+        m_szReceived += szRead;
+        return szRead > 0;
+    }
+
+    size_t Expected() const { return m_szFrameOut > 0 ? Frames() * m_szFrameOut : m_szWritten; }
+    size_t Received() const { return m_szReceived; }
+    bool IsDone() const { return !m_bWriting && m_szReceived >= Expected(); }
+
+    size_t Frames() const
+    {
+        const auto pEnd = std::ranges::upper_bound(m_frames.ends, m_szAt);
+        return m_szRounds * m_frames.ends.size() + static_cast<size_t>(pEnd - m_frames.ends.begin());
+    }
+
+private:
+    /// The place where writing may stop: here when a frame ended here.
+    size_t FrameEnd() const { return m_szAt == 0 ? 0 : *std::ranges::lower_bound(m_frames.ends, m_szAt); }
+
+    void Advance(size_t szCount)
+    {
+        m_szWritten += szCount;
+        m_szAt += szCount;
+        if (m_szAt == m_frames.stream.size()) {
+            m_szAt = 0;
+            ++m_szRounds;
+        }
+    }
+
+    RELAY_LANE& m_lane;
+    const RELAY_FRAMES& m_frames;
+    size_t m_szFrameOut;
+    bool m_bWriting = true;
+    size_t m_szAt = 0; // in the stream
+    size_t m_szRounds = 0;
+    size_t m_szWritten = 0;
+    size_t m_szReceived = 0;
+};
+
+/// Until all has come out or is lost. The time of the last byte.
+Clock::time_point RunPumps(std::vector<CPump>& pumps, Clock::time_point end)
+{
+    auto last = Clock::now();
+    std::vector<pollfd> polls;
+    while (!std::ranges::all_of(pumps, &CPump::IsDone) && Clock::now() < last + LOSS_TIME) {
+        polls.clear();
+        for (const CPump& pump : pumps) {
+            polls.push_back(pump.Port());
+            polls.push_back(pump.Sink());
+        }
+        (void)poll(polls.data(), polls.size(), 20);
+        const auto now = Clock::now();
+        for (size_t i = 0; i < pumps.size(); ++i) {
+            if ((polls[2 * i].revents & POLLOUT) != 0 || now >= end)
+                pumps[i].Write(now >= end);
+            if ((polls[2 * i + 1].revents & POLLIN) != 0 && pumps[i].Read())
+                last = Clock::now();
+        }
+    }
+    return last;
+}
+
+std::vector<CPump> MakePumps(RELAY& relay, size_t szLanes, const RELAY_FRAMES& frames)
+{
+    std::vector<CPump> pumps;
+    for (size_t i = 0; i < szLanes; ++i)
+        pumps.emplace_back(relay.lanes[i], frames, relay.frameOut ? relay.frameOut(frames.szPayload) : 0);
+    return pumps;
+}
+
+} // namespace
+
+RELAY_PTY OpenPty()
+{
+    int nMaster = -1;
+    int nSlave = -1;
+    char szName[64];
+    termios stRaw{};
+    cfmakeraw(&stRaw);
+    if (openpty(&nMaster, &nSlave, szName, &stRaw, nullptr) != 0) {
+        std::perror("openpty");
+        std::abort();
+    }
+    (void)fcntl(nMaster, F_SETFD, FD_CLOEXEC);
+    (void)fcntl(nSlave, F_SETFD, FD_CLOEXEC);
+    (void)fcntl(nMaster, F_SETFL, O_RDWR | O_NONBLOCK);
+    return {CUniqueFd(nMaster), CUniqueFd(nSlave), szName};
+}
+
+RELAY_FRAMES::RELAY_FRAMES(size_t szPayloadLen) : szPayload(szPayloadLen)
+{
+    std::mt19937 random(1); // one byte in 128 is stuffed, as in traffic that is packed well
+    for (uint32_t i = 1; i <= FRAMES; ++i) {
+        Bytes payload(szPayload, 0);
+        for (unsigned char& ucByte : payload)
+            ucByte = static_cast<unsigned char>(random());
+        StoreLe<uint32_t>(payload, 0, i);
+        const Bytes frame = CScriptedUe::Frame(CScriptedUe::Packet(TAG_DATA, DSP_ID, 0, i, i, payload));
+        stream.insert(stream.end(), frame.begin(), frame.end());
+        ends.push_back(stream.size());
+    }
+}
+
+RELAY_RATE MeasureRate(RELAY& relay, size_t szLanes, const RELAY_FRAMES& frames, milliseconds time)
+{
+    std::vector<CPump> pumps = MakePumps(relay, szLanes, frames);
+    const double dCpu = CpuMicros(relay);
+    const auto start = Clock::now();
+    const auto last = RunPumps(pumps, start + time);
+    const double dCpuUsed = CpuMicros(relay) - dCpu;
+    double dFrames = 0;
+    double dExpected = 0;
+    double dReceived = 0;
+    for (const CPump& pump : pumps) {
+        dFrames += static_cast<double>(pump.Frames());
+        dExpected += static_cast<double>(pump.Expected());
+        dReceived += static_cast<double>(pump.Received());
+    }
+    const double dCame = dFrames * dReceived / dExpected;
+    return {dCame / Micros(last - start) * 1e6, dCpuUsed / dCame, 1 - dReceived / dExpected};
+}
+
+std::vector<double> MeasureLatency(RELAY& relay, size_t szLanes, const RELAY_FRAMES& frames, milliseconds time)
+{
+    std::vector<double> micros;
+    const auto end = Clock::now() + time;
+    for (size_t szFrame = 0; Clock::now() < end; szFrame = (szFrame + 1) % frames.ends.size()) {
+        const size_t szBegin = szFrame == 0 ? 0 : frames.ends[szFrame - 1];
+        const size_t szLen = frames.ends[szFrame] - szBegin;
+        const size_t szOut = relay.frameOut ? relay.frameOut(frames.szPayload) : szLen;
+        std::vector<size_t> left(szLanes, szOut);
+        const auto start = Clock::now();
+        for (size_t i = 0; i < szLanes; ++i)
+            if (write(relay.lanes[i].pty.master.Get(), &frames.stream[szBegin], szLen) != static_cast<ssize_t>(szLen))
+                return micros; // a terminal that doesn't take one frame: nothing to measure
+        size_t szOpen = szLanes;
+        while (szOpen > 0 && Clock::now() < start + LOSS_TIME) {
+            std::vector<pollfd> polls;
+            for (size_t i = 0; i < szLanes; ++i)
+                polls.push_back({left[i] > 0 ? relay.lanes[i].sink.Get() : -1, POLLIN, 0});
+            (void)poll(polls.data(), polls.size(), 100);
+            for (size_t i = 0; i < szLanes; ++i) {
+                if ((polls[i].revents & POLLIN) == 0)
+                    continue;
+                left[i] -= std::min(left[i], Receive(relay.lanes[i].sink));
+                if (left[i] == 0) {
+                    micros.push_back(Micros(Clock::now() - start));
+                    --szOpen;
+                }
+            }
+        }
+        std::this_thread::sleep_for(LATENCY_PAUSE);
+    }
+    std::ranges::sort(micros);
+    return micros;
+}
+
+double Percentile(const std::vector<double>& sorted, double dShare)
+{
+    if (sorted.empty())
+        return 0;
+    return sorted[std::min(sorted.size() - 1, static_cast<size_t>(dShare * static_cast<double>(sorted.size())))];
+}
+
+void DrainSinks(RELAY& relay, milliseconds quiet)
+{
+    auto last = Clock::now();
+    while (Clock::now() < last + quiet) {
+        for (const RELAY_LANE& lane : relay.lanes)
+            if (Receive(lane.sink) > 0)
+                last = Clock::now();
+        std::this_thread::sleep_for(milliseconds(1));
+    }
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "RelayRun.h"
+#include "e2e/AgentBench.h"
+#include "e2e/ScriptedUe.h"
+
+#include <optional>
+
+/// The agent with modems that the benchmark plays; all confirmed, their data ports attached and a client bound to each.
+class CAgentUnderTest
+{
+public:
+    /// Nothing on the agent's side has happened yet but its start.
+    CAgentUnderTest();
+
+    size_t StartKiB() const { return m_szStartKiB; } // resident before the first modem
+    /// The relay with its lanes; nothing when a modem isn't taken.
+    std::optional<RELAY> Attach(size_t szUes);
+    /// Microseconds from a client's request to its ack, through a modem that answers at once; sorted.
+    std::vector<double> MeasureRoundTrip(std::chrono::milliseconds time);
+
+private:
+    CAgentBench m_bench;
+    std::vector<std::unique_ptr<CScriptedUe>> m_ues;
+    std::vector<std::unique_ptr<CTcpClient>> m_clients;
+    size_t m_szStartKiB = 0;
+};
+
+/// Raw relays to compare with; nothing when the program isn't installed or doesn't listen.
+std::optional<RELAY> StartSocat(size_t szLanes);
+std::optional<RELAY> StartSer2net(size_t szLanes);
