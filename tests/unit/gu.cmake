@@ -4,6 +4,7 @@ vex_test(test_gu
         MsgDispTest.cpp
         MsgProcessNasTest.cpp
         OperationGUDataIndTest.cpp
+        OperationGUDataQueryTest.cpp
         OperationGUDataReportTest.cpp
         OperationGUDataReqTest.cpp
         PeriodMsgTest.cpp
