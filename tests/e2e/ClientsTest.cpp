@@ -70,6 +70,25 @@ TEST_F(Clients, ARequestTravelsToTheModemAndItsAckBack)
     EXPECT_EQ(stAck->payload, Hex("CC DD")); // without the result word
 }
 
+TEST_F(Clients, ADpiMessageTravelsUnderTheIdsOfBothSides)
+{
+    const auto pClient = m_bench.BoundClient(CHANNEL_LTE_DIAG, 101);
+    ASSERT_TRUE(pClient->Send(0x00410001, PKT_TYPE_MSG, Hex("DE AD")));
+    const auto stReq = m_ue.ReadRequest();
+    ASSERT_TRUE(stReq);
+    EXPECT_EQ(stReq->ulCmdId, 0x10020001U);
+    EXPECT_EQ(stReq->ucCmdType, 5);
+    // PIDs 120 and 130 for UE version 1, length 22, the DPI id, the low half of the command id.
+    EXPECT_EQ(stReq->data, Join(Hex("00 00 00 00 78 00 00 00 00 00 00 00 82 00 00 00 16 00 00 00 01 00 41 00"),
+                                Fill(12), Hex("01 00 00 00 DE AD")));
+    // The UE answers with the same head, a result of 7 and two bytes.
+    m_ue.SendAck(0x10020001, 5, Join(Fill(20), Hex("01 00 41 00"), Fill(16), Hex("07 00 00 00 BE EF")));
+    const auto stAck = pClient->Await(0x00410001);
+    ASSERT_TRUE(stAck);
+    EXPECT_EQ(stAck->stHead.ulRc, 7U);
+    EXPECT_EQ(stAck->payload, Hex("BE EF"));
+}
+
 TEST_F(Clients, NvReadModifyWrite)
 {
     const auto pClient = m_bench.BoundClient(CHANNEL_LTE_DIAG, 101);
