@@ -161,6 +161,8 @@ int Run(const PLAN& plan)
     AddRelay(relays, StartSer2net(szUes), "ser2net");
 
     std::printf("Resident at start: vex-agent %zu KiB", agent.StartKiB());
+    for (size_t i = 1; i < relays.size(); ++i)
+        std::printf(", %s for %zu lanes %zu KiB", relays[i].strName.c_str(), szUes, ResidentKiB(relays[i]));
     std::printf("\n");
     Progress("round trips");
     PrintRoundTrip(agent.MeasureRoundTrip(plan.tripTime));

@@ -259,6 +259,24 @@ double Percentile(const std::vector<double>& sorted, double dShare)
     return sorted[std::min(sorted.size() - 1, static_cast<size_t>(dShare * static_cast<double>(sorted.size())))];
 }
 
+void WidenSink(const CUniqueFd& sink)
+{
+    const int nBytes = 16 << 20;
+    (void)setsockopt(sink.Get(), SOL_SOCKET, SO_RCVBUFFORCE, &nBytes, sizeof(nBytes)); // a help, no must
+}
+
+size_t ResidentKiB(const RELAY& relay)
+{
+    size_t szPages = 0;
+    for (const pid_t lPid : relay.pids) {
+        size_t szAll = 0;
+        size_t szResident = 0;
+        std::ifstream("/proc/" + std::to_string(lPid) + "/statm") >> szAll >> szResident;
+        szPages += szResident;
+    }
+    return szPages * static_cast<size_t>(sysconf(_SC_PAGESIZE)) / 1024;
+}
+
 void DrainSinks(RELAY& relay, milliseconds quiet)
 {
     auto last = Clock::now();

@@ -67,5 +67,9 @@ std::vector<double> MeasureLatency(RELAY& relay, size_t szLanes, const RELAY_FRA
 
 /// The value below which this share of the sorted values lies.
 double Percentile(const std::vector<double>& sorted, double dShare);
+/// Lets a sink hold so much that a moment without a processor for the benchmark isn't taken for a slow client.
+void WidenSink(const CUniqueFd& sink);
+/// Resident memory of all processes of the relay.
+size_t ResidentKiB(const RELAY& relay);
 /// Reads and drops all that arrives until nothing comes for the time.
 void DrainSinks(RELAY& relay, std::chrono::milliseconds quiet);

@@ -39,6 +39,7 @@ bool ConnectSinks(RELAY& relay, unsigned short usFirstPort)
         relay.lanes[i].sink = ConnectTcp(static_cast<unsigned short>(usFirstPort + i));
         if (!relay.lanes[i].sink.IsOpen())
             return false;
+        WidenSink(relay.lanes[i].sink);
     }
     return true;
 }
@@ -69,6 +70,7 @@ std::optional<RELAY> CAgentUnderTest::Attach(size_t szUes)
         lane.sink.Reset(dup(m_clients.back()->Fd().Get()));
         if (!lane.sink.IsOpen())
             return std::nullopt;
+        WidenSink(lane.sink);
         relay.lanes.push_back(std::move(lane));
     }
     return relay;
