@@ -310,6 +310,31 @@ TEST(RegDecodingTbs, TwoCarriersAndTheTotal)
     EXPECT_EQ(bench.Report(), Result({{st3000Again}, {st3000Again}}));
 }
 
+// Both carriers have 1000 and 2000, in another order; the total goes by size, in the order of C0: of 1000 two blocks
+// (of C1 the second frame), of 2000 two, C1's as 16QAM; 3000 of C1 alone stands behind them.
+TEST(RegDecodingTbs, TheTotalGoesBySize)
+{
+    Bench bench;
+    SetActive(bench, 0);
+    SetActive(bench, 1);
+    SetFrames(bench, 0, {{.ulTbs0 = 1000}, {.ulTbs0 = 2000, .ulHarq = 1}});
+    SetFrames(bench, 1,
+              {{.ulTbs0 = 3000, .ulHarq = 2},
+               {.ulTbs0 = 2000, .ulHarq = 3, .ulMod0 = 2},
+               {.ulTbs0 = 1000, .ulHarq = 4, .ulTrans = 1}});
+    (void)bench.Sample();
+    const Rec st3000 = {.ulTbs = 3000, .qpsk = {1}, .crcOk = {1}, .phase = {1}};
+    EXPECT_EQ(bench.Report(),
+              Result({{{.ulTbs = 1000, .qpsk = {1}, .crcOk = {1}, .phase = {1}},
+                       {.ulTbs = 2000, .qpsk = {1}, .crcOk = {1}, .phase = {1}}},
+                      {st3000,
+                       {.ulTbs = 2000, .qam16 = {1}, .crcOk = {1}, .phase = {1}},
+                       {.ulTbs = 1000, .qpsk = {1}, .crcOk = {1}, .phase = {0, 1}}},
+                      {{.ulTbs = 1000, .qpsk = {2, 1}, .crcOk = {2}, .firstBler = {50}, .phase = {1, 1}},
+                       {.ulTbs = 2000, .qpsk = {1}, .qam16 = {1, 1}, .crcOk = {2}, .firstBler = {50}, .phase = {2}},
+                       st3000}}));
+}
+
 TEST(RegDecodingTbs, EntriesKeepTheOrderOfTheirFirstAppearance)
 {
     Bench bench;

@@ -1,6 +1,7 @@
 #include "data/gu/RegDecodingTbs.h"
 
 #include <algorithm>
+#include <unordered_map>
 
 namespace
 {
@@ -86,15 +87,18 @@ std::vector<unsigned char> BuildTotalResult(const std::vector<TBSOfSixPhaseSTRU>
                                             const std::vector<TBSOfSixPhaseSTRU>& vecSecond)
 {
     std::vector<TBSOfSixPhaseSTRU> vecTotal = vecFirst;
+    // By size, so that carriers of thousands of sizes don't hold up the thread of all UEs.
+    std::unordered_map<uint32_t, size_t> mapFirst;
+    for (size_t i = 0; i < vecFirst.size(); ++i)
+        mapFirst.try_emplace(vecFirst[i].ulTbs, i);
     for (const TBSOfSixPhaseSTRU& stSecond : vecSecond) {
-        const auto end = vecTotal.begin() + static_cast<std::ptrdiff_t>(vecFirst.size());
-        const auto it = std::find_if(vecTotal.begin(), end, [&](const auto& st) { return st.ulTbs == stSecond.ulTbs; });
-        if (it == end) {
+        const auto it = mapFirst.find(stSecond.ulTbs);
+        if (it == mapFirst.end()) {
             if (stSecond.bDirty)
                 vecTotal.push_back(stSecond);
-        } else if (it->bDirty || stSecond.bDirty) {
-            it->bDirty = true;
-            AddToTotal(*it, stSecond);
+        } else if (TBSOfSixPhaseSTRU& stTotal = vecTotal[it->second]; stTotal.bDirty || stSecond.bDirty) {
+            stTotal.bDirty = true;
+            AddToTotal(stTotal, stSecond);
         }
     }
     return BuildResult(vecTotal);
