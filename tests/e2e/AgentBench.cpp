@@ -3,7 +3,9 @@
 #include "agent/StatusRecords.h"
 #include "support/WaitFor.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 
@@ -90,6 +92,12 @@ std::vector<ChannelRow> QueryChannels()
                         stStatus.ulBound == 1});
     }
     return rows;
+}
+
+std::chrono::seconds StreamTime()
+{
+    const char* const pszSeconds = std::getenv("VEX_STREAM_SECONDS");
+    return std::chrono::seconds(pszSeconds != nullptr ? std::max(1, std::atoi(pszSeconds)) : 8);
 }
 
 bool SendDeviceRecord(unsigned int ulPort, unsigned char ucType, unsigned char ucArrive, const std::string& strName,

@@ -52,6 +52,9 @@ struct ChannelRow
 /// The table, 16 rows of 5; empty when the agent doesn't answer.
 std::vector<ChannelRow> QueryChannels();
 
+/// How long tests measure a stream: 8 s, or VEX_STREAM_SECONDS of the environment.
+std::chrono::seconds StreamTime();
+
 /// The device monitor's part: sends one record on a connection of its own. True when the agent closed it.
 bool SendDeviceRecord(unsigned int ulPort, unsigned char ucType, unsigned char ucArrive, const std::string& strName,
                       const std::string& strGroup);

@@ -1,10 +1,7 @@
 #include "e2e/GuBench.h"
 
-#include <cstdlib>
-#include <thread>
-
 // Register statistics end to end: the modem streams the registers that the agent has asked for every 10 ms, and each
-// statistic reports at the period of its client. VEX_STREAM_SECONDS makes the measured stream longer.
+// statistic reports at the period of its client. StreamTime says how long.
 
 namespace
 {
@@ -39,13 +36,6 @@ uint16_t ReportId(const StatRow& stRow)
 uint16_t ConfirmId(const StatRow& stRow)
 {
     return static_cast<uint16_t>(stRow.usReq + 1);
-}
-
-milliseconds StreamTime()
-{
-    const char* const pszSeconds = std::getenv("VEX_STREAM_SECONDS");
-    const long lSeconds = pszSeconds != nullptr ? std::strtol(pszSeconds, nullptr, 10) : 0;
-    return std::chrono::seconds(lSeconds > 0 ? lSeconds : 8);
 }
 
 class Registers : public testing::Test
@@ -120,14 +110,14 @@ TEST_F(Registers, SeveralStatisticsAtTheirPeriodsWithTheStreamAt10Ms)
         ASSERT_EQ(CGuBench::Result(m_gu.Cmd().Await(CGuBench::TransId(ConfirmId(stRow)))), 0U) << stRow.pszName;
     ASSERT_TRUE(m_gu.Sync());
     EXPECT_EQ(m_gu.Told({0xF502}).size(), szToLearn + first.size()); // the whole list with each start
-    Measure(first, StreamTime() * 5 / 8);
+    Measure(first, milliseconds(StreamTime()) * 5 / 8);
 
     // One more and one less in mid-stream; the others go on, and the one that stopped doesn't come back.
     ASSERT_EQ(Switch(c_stQuality, 1), 0U);
     ASSERT_EQ(Switch(c_stPower, 0), 0U);
     ASSERT_EQ(Switch(c_stCqi, 1), 0U);
     ASSERT_TRUE(m_gu.Sync());
-    Measure({c_stSir, c_stTpc, c_stDsch, c_stRate, c_stQuality, c_stCqi}, StreamTime() * 3 / 8);
+    Measure({c_stSir, c_stTpc, c_stDsch, c_stRate, c_stQuality, c_stCqi}, milliseconds(StreamTime()) * 3 / 8);
     EXPECT_TRUE(m_gu.Reports(ReportId(c_stPower)).empty());
 
     // The modem was told which registers go: its list shrinks to nothing as the statistics stop.

@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <csignal>
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <mutex>
 #include <nlohmann/json.hpp>
@@ -149,12 +148,6 @@ using StreamClients = std::vector<std::unique_ptr<CStreamClient>>;
 constexpr unsigned int DiagPort(unsigned int ulUe)
 {
     return 100 * ulUe + 1;
-}
-
-seconds StreamTime()
-{
-    const char* const pszSeconds = std::getenv("VEX_STREAM_SECONDS");
-    return seconds(pszSeconds != nullptr ? std::max(1, std::atoi(pszSeconds)) : 8);
 }
 
 /// Sanitizers keep freed memory for a while, so a run under them shows growth that isn't there.
