@@ -219,6 +219,17 @@ TEST(RegDecodingTbs, LessFramesShareTheHarqMemory)
     EXPECT_EQ(other.Report(), Result({{{.ulTbs = 1000, .qpsk = {1}, .crcOk = {1}, .firstBler = {100}, .phase = {1}}}}));
 }
 
+// A good HS-SCCH-less frame on carrier 1 goes nowhere, not even to the HARQ memory that carrier 0's reaches above.
+TEST(RegDecodingTbs, LessFramesOfCarrier1LeaveNoMark)
+{
+    Bench bench;
+    SetActive(bench, 1);
+    SetFrames(bench, 1, {Less(1, 1, 137), {.ulTbs0 = 1000, .ulNew0 = 0}});
+    (void)bench.Sample();
+    const Rec st = {.ulTbs = 1000, .qpsk = {1}, .crcOk = {1}, .firstBler = {100}, .phase = {1}};
+    EXPECT_EQ(bench.Report(), Result({{st}, {st}}));
+}
+
 // Hindsight: frame 1 (type 2, bad itself) points back to frame 0, which failed: process 0 is then last bad, old.
 // Frame 2, new on process 0, is "given up". Without hindsight the process would not have been seen.
 TEST(RegDecodingTbs, HindsightReachesTheHarqMemory)
@@ -333,6 +344,60 @@ TEST(RegDecodingTbs, TheTotalGoesBySize)
                       {{.ulTbs = 1000, .qpsk = {2, 1}, .crcOk = {2}, .firstBler = {50}, .phase = {1, 1}},
                        {.ulTbs = 2000, .qpsk = {1}, .qam16 = {1, 1}, .crcOk = {2}, .firstBler = {50}, .phase = {2}},
                        st3000}}));
+}
+
+// C0, process 0: new and good, old and good (retransmission after good), old and bad; process 1: new and bad of size
+// 500, old and good of size 1000 (a change of size). C1, the same on processes 2 and 3, without the bad old one.
+// C0's 1000: frames 4, good 3, bad 1, good at new data 1: (1 - 1 / 4) = 75 %, bad 25 %; retransmissions 2 (the bad one
+// is one too). C1's: 3, good 3, first 1 - 1 / 3. Total: good 6, bad 1, first 1 - 1 / 7 = 85.714286 %, bad 1 / 7 =
+// 14.285715 (0.14285715 x 100); 500: bad 2, all of it.
+TEST(RegDecodingTbs, TheTotalAddsEachCounter)
+{
+    Bench bench;
+    SetActive(bench, 0);
+    SetActive(bench, 1);
+    SetFrames(bench, 0,
+              {{.ulTbs0 = 1000},
+               {.ulTbs0 = 1000, .ulNew0 = 0},
+               {.ulCrc0 = 0, .ulTbs0 = 1000, .ulNew0 = 0},
+               {.ulCrc0 = 0, .ulTbs0 = 500, .ulHarq = 1},
+               {.ulTbs0 = 1000, .ulHarq = 1, .ulNew0 = 0}});
+    SetFrames(bench, 1,
+              {{.ulTbs0 = 1000, .ulHarq = 2},
+               {.ulTbs0 = 1000, .ulHarq = 2, .ulNew0 = 0},
+               {.ulCrc0 = 0, .ulTbs0 = 500, .ulHarq = 3},
+               {.ulTbs0 = 1000, .ulHarq = 3, .ulNew0 = 0}});
+    (void)bench.Sample();
+    const Rec st500 = {.ulTbs = 500, .qpsk = {1}, .blockErr = {1}, .bler = {100}, .firstBler = {100}};
+    EXPECT_EQ(bench.Report(),
+              Result({{{.ulTbs = 1000,
+                        .qpsk = {4},
+                        .blockErr = {1},
+                        .crcOk = {3},
+                        .ackRetrans = {2},
+                        .tbsChange = {1},
+                        .bler = {25},
+                        .firstBler = {75},
+                        .phase = {3}},
+                       st500},
+                      {{.ulTbs = 1000,
+                        .qpsk = {3},
+                        .crcOk = {3},
+                        .ackRetrans = {1},
+                        .tbsChange = {1},
+                        .firstBler = {66.666664F},
+                        .phase = {3}},
+                       st500},
+                      {{.ulTbs = 1000,
+                        .qpsk = {7, 3},
+                        .blockErr = {1},
+                        .crcOk = {6},
+                        .ackRetrans = {3},
+                        .tbsChange = {2},
+                        .bler = {14.285715F},
+                        .firstBler = {85.714286F},
+                        .phase = {6}},
+                       {.ulTbs = 500, .qpsk = {2, 1}, .blockErr = {2}, .bler = {100}, .firstBler = {100}}}}));
 }
 
 TEST(RegDecodingTbs, EntriesKeepTheOrderOfTheirFirstAppearance)

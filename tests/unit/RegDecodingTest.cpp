@@ -245,6 +245,39 @@ TEST(RegDecodingStat, TheTotalDoublesTwoFieldsOfCarrier0)
                       {10, 7, F(70), F(20), F(20), 7, 0, F(100), F(0), F(100), F(0), F(0), F(0), F(0)}}));
 }
 
+// C0: a dual frame that fails on both streams. C1: one that fails on both, and one that fails on stream 1.
+// C0: HS-SCCH 1 (20 %), dual 1: errors 1 / 1, 1 / 1. C1: HS-SCCH 2, CRC ok 1 (stream 0), dual 2: 1 / 2, 2 / 2.
+// Total: HS-SCCH 3 / 10, dual 3: 2 / 3 and 3 / 3.
+TEST(RegDecodingStat, TheTotalAddsTheDualErrors)
+{
+    Bench bench;
+    SetActive(bench, 0);
+    SetActive(bench, 1);
+    SetFrames(bench, 0, {{.ulType = 7, .ulCrc0 = 0, .ulTbs0 = 1000, .ulTbs1 = 1000, .ulNew1 = 1}});
+    SetFrames(bench, 1,
+              {{.ulType = 7, .ulCrc0 = 0, .ulTbs0 = 1000, .ulTbs1 = 1000, .ulHarq = 1, .ulNew1 = 1},
+               {.ulType = 7, .ulTbs0 = 1000, .ulTbs1 = 1000, .ulHarq = 2, .ulNew1 = 1}});
+    EXPECT_EQ(bench.Sample(),
+              Result({{5, 1, F(20), F(0), F(0), 0, 1, F(0), F(100), F(0), F(100), F(0), F(100), F(100)},
+                      {5, 2, F(40), F(0), F(0), 0, 2, F(0), F(100), F(0), F(100), F(0), F(50), F(100)},
+                      {10, 3, F(30), F(0), F(0), 0, 3, F(0), F(100), F(0), F(100), F(0), F(66.666664F), F(100)}}));
+}
+
+// Without its HS-SCCH a bad frame counts by its type, but as no error: single 1 of 2 bad, dual 1 of 2 on stream 0.
+// HS-SCCH 2 of 5; CRC ok 0; single and dual 2 of 4.
+TEST(RegDecodingStat, ErrorsNeedTheHsScch)
+{
+    Bench bench;
+    SetActive(bench, 0);
+    SetFrames(bench, 0,
+              {{.ulCrc0 = 0, .ulTbs0 = 1000},
+               {.ulScch = 0, .ulCrc0 = 0, .ulTbs0 = 1000, .ulHarq = 1},
+               {.ulType = 7, .ulCrc0 = 0, .ulTbs0 = 1000, .ulHarq = 2},
+               {.ulType = 7, .ulScch = 0, .ulCrc0 = 0, .ulTbs0 = 1000, .ulHarq = 3}});
+    EXPECT_EQ(bench.Sample(),
+              Result({{5, 2, F(40), F(0), F(0), 2, 2, F(50), F(50), F(50), F(50), F(50), F(50), F(50)}}));
+}
+
 // What C0 counted stays in the total when C0 goes idle: 5 + 10 subframes, and 1 + 0 HS-SCCH.
 TEST(RegDecodingStat, Carrier1AloneGivesTwoRecords)
 {

@@ -84,6 +84,20 @@ TEST(RegHsupa, Throughput)
     EXPECT_EQ(bench.Sample(), LeWords({1, F(300), F(0), F(0)})) << "a stop zeroes counters and samples";
 }
 
+// 65535 + 65535 + 3149 = 134219 bits in three samples: / 1024 x 1000 / 30 = 4369.1080729, whose nearest float is
+// 4369.10791; rounded at each step it would be 4369.1084.
+TEST(RegHsupa, RatesAreRoundedOnce)
+{
+    CStatBench<CRegHsupaLinkThroughput> bench;
+    Prepare(bench);
+    bench.Word(0x38) = 1;
+    bench.Word(0x48) = 65535;
+    (void)bench.Sample();
+    (void)bench.Sample();
+    bench.Word(0x48) = 3149;
+    EXPECT_EQ(bench.Sample(), LeWords({1, F(0), F(4369.10791F), F(0)}));
+}
+
 TEST(RegHsupa, ThroughputMarks)
 {
     struct

@@ -216,6 +216,44 @@ TEST(RegLink, TwoCarriersAndTheTotal)
     EXPECT_EQ(bench.Sample(), Result({WithWindow(stFirst0), WithWindow(stFirst1), WithWindow(stFirst)}));
 }
 
+// Ten indications with one dual frame each, old and good on both streams, and four of type 15 that are new and bad:
+// C0 1000 and 500 bits, C1 2000 and 3000. C0: rates 100 and 50, served 500 and 250, good (one block of each stream an
+// indication) 500 and 250, retransmitted 1500 / 2 = 750. Of the window: 1500 / 10 = 150; 1500 / 2 = 750 served; good
+// bits of both streams over the blocks of stream 0: 750; retransmitted 750.
+// C1: 200 and 300, served and good 1000 and 1500, retransmitted 2500; window 500, 2500, 2500, 2500. Total: the sums.
+TEST(RegLink, DualStreamOfBothCarriersAndItsWindow)
+{
+    Bench bench;
+    SetActive(bench, 0);
+    SetActive(bench, 1);
+    const auto Frames = [](unsigned int ulTbs0, unsigned int ulTbs1) {
+        const TestFrame stRest = {.ulType = 15, .ulScch = 0, .ulCrc0 = 0};
+        return std::vector<TestFrame>{{.ulType = 7, .ulCrc1 = 1, .ulTbs0 = ulTbs0, .ulTbs1 = ulTbs1, .ulNew0 = 0},
+                                      stRest,
+                                      stRest,
+                                      stRest,
+                                      stRest};
+    };
+    SetFrames(bench, 0, Frames(1000, 500));
+    SetFrames(bench, 1, Frames(2000, 3000));
+    for (int i = 1; i <= 9; ++i)
+        (void)bench.Sample();
+    const auto Record = [](float f0, float f1) {
+        return Rec{.fWinRate = f0 + f1,
+                   .fRate0 = f0,
+                   .fRate1 = f1,
+                   .fWinServedRate = 5 * (f0 + f1),
+                   .fServedRate0 = 5 * f0,
+                   .fServedRate1 = 5 * f1,
+                   .fWinOkRate = 5 * (f0 + f1),
+                   .fOkRate0 = 5 * f0,
+                   .fOkRate1 = 5 * f1,
+                   .fWinRetransRate = 5 * (f0 + f1),
+                   .fRetransRate = 5 * (f0 + f1)};
+    };
+    EXPECT_EQ(bench.Sample(), Result({Record(100, 50), Record(200, 300), Record(300, 350)}));
+}
+
 TEST(RegLink, TheTotalOfCarrier1AloneIsItsCopy)
 {
     Bench bench;

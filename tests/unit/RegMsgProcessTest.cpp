@@ -330,6 +330,33 @@ TEST(RegMsgProcess, AStoppedOneIsSilentAndItsLastReportIsRemembered)
     EXPECT_EQ(ue.Gu().Indications().size(), 1U);
 }
 
+TEST(RegMsgProcess, AResultGoesOutOnce)
+{
+    CRegUe ue;
+    ue.Start(REQ_DPCCH, 100);
+    ue.Stream(Zeros(DPCCH));
+    ue.Indicate(1000);
+    EXPECT_EQ(ue.Gu().Indications().size(), 1U);
+    ue.Stream({{CRegUe::BASE + 0xC074, 0}});
+    ue.Indicate(1100);
+    EXPECT_TRUE(ue.Gu().Indications().empty()) << "due, but no new result";
+}
+
+TEST(RegMsgProcess, AStopForgetsTheStoredResult)
+{
+    CRegUe ue;
+    ue.Start(REQ_DPCCH, 100);
+    ue.Stream(Zeros(DPCCH));
+    ue.Indicate(1000);
+    ue.Indicate(1050); // stored, not due
+    ue.Stop(REQ_DPCCH);
+    ue.Start(REQ_DPCCH, 100);
+    ue.Stream({{CRegUe::BASE + 0xC074, 0}});
+    ue.Gu().Forget();
+    ue.Indicate(1200);
+    EXPECT_TRUE(ue.Gu().Indications().empty());
+}
+
 TEST(RegMsgProcess, TheFirstReportIsDueByTheCounterOfTheUe)
 {
     CRegUe ue;
