@@ -220,5 +220,5 @@ inline uint64_t Median(std::vector<uint64_t> values)
     if (values.empty())
         return 0;
     std::ranges::sort(values);
-    return values[values.size() / 2];
+    return values[(values.size() - 1) / 2]; // the lower one of two
 }

@@ -66,6 +66,7 @@ protected:
                 return !answers.empty() && answers.back() != RC_NO_BASE;
             },
             std::chrono::seconds(20));
+        EXPECT_TRUE(m_gu.Sync()); // an answer that came too late for its probe must not pass for one of a later start
         return answers;
     }
 
