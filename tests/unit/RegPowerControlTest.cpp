@@ -115,6 +115,17 @@ TEST(RegPowerControl, SirOfNothing)
     EXPECT_EQ(bench.Sample(), LeWords({2, F(0), F(0), F(0), F(0)})) << "all noise words 0";
 }
 
+// The noise has 18 bits: 10 / 100000 (0x186A0) is -40 dB in each slot.
+TEST(RegPowerControl, SirBelowANoiseOfMoreThan16Bits)
+{
+    CStatBench<CRegPowerControlSir> bench;
+    for (unsigned int i = 0; i < 15; ++i) {
+        bench.Reg(0x601C + 0x24 * i) = 10;
+        bench.Reg(0x6018 + 0x24 * i) = 100000;
+    }
+    EXPECT_EQ(bench.Sample(), LeWords({2, F(-40), F(0), F(0), F(0)}));
+}
+
 TEST(RegPowerControl, SirTarget)
 {
     EXPECT_EQ(SirTarget(128), 0.0F);
