@@ -20,7 +20,7 @@ std::optional<Bytes> Unframe(const Bytes& frame)
         packet.push_back(frame[i] == 0x7D ? frame[++i] ^ 0x20 : frame[i]);
     if (packet.size() < 2 || ReferenceFcs(0xFFFF, packet) != 0xF0B8)
         return std::nullopt;
-    packet.resize(packet.size() - 2);
+    packet.erase(packet.end() - 2, packet.end()); // the FCS
     return packet;
 }
 } // namespace
