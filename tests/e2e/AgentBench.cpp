@@ -53,6 +53,7 @@ bool CAgentBench::WaitConfirmed(unsigned int ulDiagPort)
         for (const ChannelRow& stRow : QueryChannels())
             if (stRow.bAttached && stRow.nPort == static_cast<int>(ulDiagPort))
                 return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20)); // each look is a client of its own
         return false;
     };
     return WaitFor(isConfirmed, std::chrono::seconds(20));
