@@ -70,10 +70,11 @@ std::string RecordText(const ordered_json& record, const std::string& strIndent,
     for (const auto& [strName, value] : record.items()) {
         if (!IsRecordList(value))
             continue;
+        const std::string strInner = strIndent + "  ";
         for (size_t i = 0; i < std::min(szListItems, value.size()); ++i)
-            strText += RecordText(value[i], strIndent + "  ", strName + '[' + std::to_string(i) + ']', szListItems);
+            strText += RecordText(value[i], strInner, Format("%s[%zu]", strName.c_str(), i), szListItems);
         if (value.size() > szListItems)
-            strText += strIndent + "  " + strName + ": " + std::to_string(value.size()) + " in all\n";
+            strText += Format("%s%s: %zu in all\n", strInner.c_str(), strName.c_str(), value.size());
     }
     return strText;
 }
@@ -153,7 +154,7 @@ std::string HexDump(ByteView bytes, const std::string& strIndent)
             strChars += ucByte >= 0x20 && ucByte < 0x7F ? static_cast<char>(ucByte) : '.';
         }
         strHex.resize(DUMP_WIDTH * 3, ' ');
-        strDump += strIndent + Format("%04zX  ", szAt) + strHex + " |" + strChars + "|\n";
+        strDump += Format("%s%04zX  %s |%s|\n", strIndent.c_str(), szAt, strHex.c_str(), strChars.c_str());
     }
     return strDump;
 }

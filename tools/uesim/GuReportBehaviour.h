@@ -32,7 +32,7 @@ private:
         Kind enKind;
         size_t szRow; // in the table of its kind
         unsigned int ulModem;
-        auto operator<=>(const SOURCE&) const = default;
+        auto operator<=>(const SOURCE&) const = default; // NOLINT(modernize-use-nullptr): clang-tidy 14 sees a 0 in it
     };
     struct STATE
     {

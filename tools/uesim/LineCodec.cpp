@@ -57,7 +57,7 @@ constexpr bool IsSpecial(unsigned char ucByte)
 bool HasSpecial(const unsigned char* p)
 {
     constexpr uint64_t ONES = 0x0101010101010101;
-    uint64_t ullWord;
+    uint64_t ullWord = 0;
     std::memcpy(&ullWord, p, sizeof(ullWord));
     const uint64_t ullFlag = ullWord ^ (ONES * FLAG);
     const uint64_t ullEscape = ullWord ^ (ONES * ESCAPE);
