@@ -8,13 +8,15 @@
 #include <mutex>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
-// Records per second from one thread to another: through the agent's queue, and, to compare, through a deque with one
-// lock and a condition, and through a pipe.
+// Records per second from one thread to another: through the agent's queue one by one and in runs, and, to compare,
+// through a deque with one lock and a condition, and through a pipe.
 
 namespace
 {
 constexpr size_t CAPACITY = 10000; // as the agent's queues have it
+constexpr size_t RUN = 12;         // frames of 300 bytes that one read of a terminal brings
 
 MSG_AGENT Record()
 {
@@ -35,6 +37,24 @@ void BufQueue(benchmark::State& state)
     buf.Stop();
     writer.join();
     state.SetItemsProcessed(state.iterations());
+}
+
+void BufQueueRuns(benchmark::State& state)
+{
+    CMsgBuf buf;
+    buf.Start();
+    std::thread writer([&] {
+        const std::vector<MSG_AGENT> run(RUN, Record());
+        while (buf.AgentQueue().put(run) == run.size()) {
+        }
+    });
+    std::array<MSG_AGENT, MSG_RUN_MAX> astMsg;
+    size_t szRecords = 0;
+    for (auto _ : state)
+        szRecords += buf.AgentQueue().get(astMsg);
+    buf.Stop();
+    writer.join();
+    state.SetItemsProcessed(static_cast<int64_t>(szRecords));
 }
 
 void PlainDeque(benchmark::State& state)
@@ -94,6 +114,7 @@ void Pipe(benchmark::State& state)
 } // namespace
 
 BENCHMARK(BufQueue)->UseRealTime();
+BENCHMARK(BufQueueRuns)->UseRealTime();
 BENCHMARK(PlainDeque)->UseRealTime();
 BENCHMARK(Pipe)->UseRealTime();
 

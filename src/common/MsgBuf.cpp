@@ -12,12 +12,18 @@ template <class Msg, class Queue> void FreeRest(Queue& queue)
         delete[] stMsg.pucData;
 }
 
-template <class Msg, class Queue> bool Post(Queue& queue, const Msg& stMsg, OwnedBytes pData)
+/// Puts the records on the queue; the data of those that it refuses is freed.
+template <class Queue, class Msg> bool Post(Queue& queue, std::span<const Msg> msgs)
 {
-    if (!queue.put(stMsg))
-        return false;
-    (void)pData.release(); // the reader owns it from here
-    return true;
+    const size_t szPut = queue.put(msgs);
+    for (const Msg& stMsg : msgs.subspan(szPut))
+        delete[] stMsg.pucData;
+    return szPut == msgs.size();
+}
+
+template <class Queue, class Msg> bool Post(Queue& queue, const Msg& stMsg)
+{
+    return Post(queue, std::span<const Msg>(&stMsg, 1));
 }
 
 } // namespace
@@ -59,16 +65,27 @@ void CMsgBuf::Clear()
     FreeRest<MSG_AGENT>(m_AgentQueue);
 }
 
+void CAgentMsgRun::Add(unsigned int ulUeIdx, enChannelType enChannel, OwnedBytes pData, unsigned int ulLen)
+{
+    m_astMsg[m_szCount++] = {AGENT_MSG_DATA, ulUeIdx, enChannel, ulLen, pData.release()};
+    if (m_szCount == m_astMsg.size())
+        Post();
+}
+
+void CAgentMsgRun::Post()
+{
+    (void)::Post(CMsgBuf::Instance()->AgentQueue(), std::span<const MSG_AGENT>(m_astMsg).first(m_szCount));
+    m_szCount = 0;
+}
+
 bool PostAgentMsg(unsigned int ulMsgType, unsigned int ulUeIdx, enChannelType enChannel, OwnedBytes pData,
                   unsigned int ulLen)
 {
-    const MSG_AGENT stMsg{ulMsgType, ulUeIdx, enChannel, ulLen, pData.get()};
-    return Post(CMsgBuf::Instance()->AgentQueue(), stMsg, std::move(pData));
+    return Post(CMsgBuf::Instance()->AgentQueue(), MSG_AGENT{ulMsgType, ulUeIdx, enChannel, ulLen, pData.release()});
 }
 
 bool PostUeMsg(unsigned int ulMsgType, unsigned int ulUeIdx, enChannelType enChannel, OwnedBytes pData,
                unsigned int ulLen)
 {
-    const MSG_UE stMsg{ulMsgType, ulUeIdx, enChannel, ulLen, pData.get()};
-    return Post(CMsgBuf::Instance()->UeQueue(), stMsg, std::move(pData));
+    return Post(CMsgBuf::Instance()->UeQueue(), MSG_UE{ulMsgType, ulUeIdx, enChannel, ulLen, pData.release()});
 }

@@ -4,6 +4,8 @@
 #include "common/Types.h"
 #include "common/xtl.h"
 
+#include <array>
+
 // Kinds of MSG_AGENT, from the UE side to the agent.
 constexpr unsigned int AGENT_MSG_DATA = 1;
 constexpr unsigned int AGENT_MSG_CONNECT = 2;
@@ -13,6 +15,7 @@ constexpr unsigned int UE_MSG_SERIAL = 1;
 constexpr unsigned int UE_MSG_TCP = 2;
 
 constexpr int MSG_QUEUE_CAPACITY = 10000; // records of each queue; a full queue blocks its writers
+constexpr size_t MSG_RUN_MAX = 64;        // records that a reader or writer of a queue handles at a time
 
 /// A record from the UE side to the agent. Passed by value; the buffer passes to the reader.
 struct MSG_AGENT
@@ -82,6 +85,25 @@ private:
 
     CUeMsgQueue m_UeQueue;
     CAgentMsgQueue m_AgentQueue;
+};
+
+/// Data records on their way to the agent, so that those of one read are posted together. Its end posts the rest.
+class CAgentMsgRun
+{
+public:
+    CAgentMsgRun() = default;
+    ~CAgentMsgRun() { Post(); }
+    CAgentMsgRun(const CAgentMsgRun&) = delete;
+    CAgentMsgRun& operator=(const CAgentMsgRun&) = delete;
+
+    /// Takes the data, as PostAgentMsg does.
+    void Add(unsigned int ulUeIdx, enChannelType enChannel, OwnedBytes pData, unsigned int ulLen);
+
+private:
+    void Post();
+
+    std::array<MSG_AGENT, MSG_RUN_MAX> m_astMsg;
+    size_t m_szCount = 0; // records held
 };
 
 /// Posts a record with its data; blocks while the queue is full. Takes the data in every case: the reader frees

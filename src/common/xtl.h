@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <new>
 #include <pthread.h>
+#include <span>
 #include <type_traits>
 
 // Locks and the one kind of channel between threads: a bounded, blocking ring of plain records with a stop state.
@@ -15,7 +16,8 @@
 // A queue is two counting semaphores (permits to read, permits to write) around one mutex. The pair condWait and
 // condSignal splits a critical section across two calls: condWait takes a permit and leaves the mutex locked,
 // condSignal gives a permit of the other kind and unlocks it. So a get or a put is one wait, one section and one
-// post. Everything that belongs to a queue, its records included, lies in one block of memory.
+// post; one of several records takes the permits that are there without waiting for more. Everything that belongs to a
+// queue, its records included, lies in one block of memory.
 
 namespace xtl
 {
@@ -92,13 +94,23 @@ public:
         --nCount;
     }
 
-    /// Gives one permit and unlocks the mutex, which the caller holds.
-    void condSignal(Mutex& mutex) RELEASE(mutex)
+    /// Takes as many further permits as there are, nMost at most, and gives their count. With the mutex held.
+    int condTakeMore(int nMost)
     {
-        if (nCount < INT_MAX)
-            ++nCount;
-        pthread_cond_signal(&m_stCond);
+        const int nTaken = std::clamp(nCount, 0, nMost);
+        nCount -= nTaken;
+        return nTaken;
+    }
+
+    /// Gives permits and unlocks the mutex, which the caller holds. Whoever is woken finds the mutex free.
+    void condSignal(Mutex& mutex, int nPermits = 1) RELEASE(mutex)
+    {
+        nCount += std::min(nPermits, INT_MAX - nCount);
         mutex.Unlock();
+        if (nPermits == 1)
+            pthread_cond_signal(&m_stCond);
+        else
+            pthread_cond_broadcast(&m_stCond);
     }
 
     /// From now on no condWait blocks. With the mutex held.
@@ -166,25 +178,36 @@ public:
     {
     }
 
-    /// Takes the oldest record; waits for one. False when the queue is stopped and empty.
-    bool get(T& out)
+    /// Takes the oldest records, as many as are there and out, which isn't empty, has room for; waits for one. Gives
+    /// their count, 0 when the queue is stopped and empty.
+    size_t get(std::span<T> out)
     {
-        const CondGard guard(m_lock, m_condGet, m_condPut);
+        CondGard guard(m_lock, m_condGet, m_condPut);
         if (m_ring.empty())
-            return false;
-        out = m_ring.front();
-        m_ring.pop();
-        return true;
+            return 0;
+        const int nPermits = guard.TakeMore(std::min(SlotCount(out), m_ring.size()));
+        for (T& record : out.first(static_cast<size_t>(nPermits))) {
+            record = m_ring.front();
+            m_ring.pop();
+        }
+        return static_cast<size_t>(nPermits);
     }
 
-    /// Appends a record; waits for room. False when the queue is stopped: the record stays with the caller.
-    bool put(const T& in)
+    /// Appends the records in order; waits for room. Gives the count appended, fewer than all when the queue is
+    /// stopped: the others stay with the caller.
+    size_t put(std::span<const T> in)
     {
-        const CondGard guard(m_lock, m_condPut, m_condGet);
-        if (!m_bRunning)
-            return false;
-        m_ring.push(in);
-        return true;
+        std::span<const T> rest = in;
+        while (!rest.empty()) {
+            CondGard guard(m_lock, m_condPut, m_condGet);
+            if (!m_bRunning)
+                break;
+            const auto szPermits = static_cast<size_t>(guard.TakeMore(SlotCount(rest)));
+            for (const T& record : rest.first(szPermits))
+                m_ring.push(record);
+            rest = rest.subspan(szPermits);
+        }
+        return in.size() - rest.size();
     }
 
     /// Wakes everyone who waits. From now on put fails at once, and get hands out what is left and then fails.
@@ -216,18 +239,33 @@ private:
     class SCOPED_CAPABILITY CondGard
     {
     public:
-        CondGard(Mutex& mutex, Cond& condTake, Cond& condGive) ACQUIRE(mutex) : m_mutex(mutex), m_condGive(condGive)
+        CondGard(Mutex& mutex, Cond& condTake, Cond& condGive) ACQUIRE(mutex)
+            : m_mutex(mutex), m_condTake(condTake), m_condGive(condGive)
         {
             condTake.condWait(mutex);
         }
-        ~CondGard() RELEASE() { m_condGive.condSignal(m_mutex); }
+        ~CondGard() RELEASE() { m_condGive.condSignal(m_mutex, m_nPermits); }
         CondGard(const CondGard&) = delete;
         CondGard& operator=(const CondGard&) = delete;
 
+        /// Takes the permits that are there, up to nTotal in all, and gives the count held.
+        int TakeMore(int nTotal)
+        {
+            m_nPermits += m_condTake.condTakeMore(nTotal - m_nPermits);
+            return m_nPermits;
+        }
+
     private:
         Mutex& m_mutex;
+        Cond& m_condTake;
         Cond& m_condGive;
+        int m_nPermits = 1; // taken, and given on at the end
     };
+
+    static int SlotCount(std::span<const T> records)
+    {
+        return static_cast<int>(std::min<size_t>(records.size(), INT_MAX));
+    }
 
     std::atomic<bool> m_bRunning = true;
     Mutex m_lock;
@@ -262,8 +300,12 @@ public:
     BufQueue(const BufQueue&) = delete;
     BufQueue& operator=(const BufQueue&) = delete;
 
-    [[nodiscard]] bool get(T& out) { return m_pImpl->get(out); }
-    bool put(const T& in) { return m_pImpl->put(in); }
+    /// One record: false when the queue is stopped, for a get also empty.
+    [[nodiscard]] bool get(T& out) { return m_pImpl->get({&out, 1}) == 1; }
+    bool put(const T& in) { return m_pImpl->put({&in, 1}) == 1; }
+    /// Several records under one lock and with one wake of the other side; see BufQueue_Impl.
+    [[nodiscard]] size_t get(std::span<T> out) { return m_pImpl->get(out); }
+    [[nodiscard]] size_t put(std::span<const T> in) { return m_pImpl->put(in); }
     void start() { m_pImpl->start(); }
     void stop() { m_pImpl->stop(); }
 

@@ -76,9 +76,31 @@ TEST_F(MsgBuf, APostedRecordArrivesWithItsData)
     EXPECT_EQ(vecUe[0].data, (Bytes{0x01, 0x02, 0x03}));
 }
 
+TEST_F(MsgBuf, ARunIsPostedAtItsEndOrWhenItIsFull)
+{
+    CBackgroundCall end([&] {
+        CAgentMsgRun run;
+        for (unsigned int i = 0; i < MSG_RUN_MAX + 2; ++i)
+            run.Add(i, CHANNEL_GU_DATA, Heap({0x01, 0x02}), 2);
+        EXPECT_EQ(DrainAgentQueue().size(), MSG_RUN_MAX);
+    });
+    EXPECT_TRUE(end.Returns());
+    const auto vecRest = DrainAgentQueue();
+    ASSERT_EQ(vecRest.size(), 2u);
+    EXPECT_EQ(vecRest[0].ulUeIdx, MSG_RUN_MAX);
+    EXPECT_EQ(vecRest[1].ulUeIdx, MSG_RUN_MAX + 1);
+    EXPECT_EQ(vecRest[1].ulMsgType, AGENT_MSG_DATA);
+    EXPECT_EQ(vecRest[1].enChannel, CHANNEL_GU_DATA);
+    EXPECT_EQ(vecRest[1].data, (Bytes{0x01, 0x02}));
+}
+
 TEST_F(MsgBuf, AStoppedQueueRefusesAndTheDataIsFreed)
 {
     m_buf.Stop();
+    {
+        CAgentMsgRun run;
+        run.Add(0, CHANNEL_AT, Heap({0x01}), 1);
+    }
     EXPECT_FALSE(PostAgentMsg(AGENT_MSG_DATA, 0, CHANNEL_AT, Heap({0x01}), 1)); // a leak fails the sanitized run
     EXPECT_FALSE(PostUeMsg(UE_MSG_SERIAL, 0, CHANNEL_AT, Heap({0x01}), 1));
     m_buf.Start();

@@ -5,12 +5,29 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <new>
+#include <numeric>
 #include <vector>
 
 namespace
 {
 
 using Queue = xtl::BufQueue<int, xtl::BufQueue_allocate<int>>;
+
+/// What one get of at most szMost records gives.
+std::vector<int> TakeRun(Queue& queue, size_t szMost)
+{
+    std::vector<int> vecTaken(szMost);
+    vecTaken.resize(queue.get(vecTaken));
+    return vecTaken;
+}
+
+/// 0, 1, 2 ...
+std::vector<int> Numbers(int nCount)
+{
+    std::vector<int> vecNumbers(static_cast<size_t>(nCount));
+    std::iota(vecNumbers.begin(), vecNumbers.end(), 0);
+    return vecNumbers;
+}
 
 /// Everything that a queue gives before it fails.
 std::vector<int> TakeAll(Queue& queue)
@@ -141,6 +158,35 @@ TEST(XtlCond, StopWakesEveryWaiterAndStartSetsThePermits)
     EXPECT_TRUE(blocked.Returns());
 }
 
+TEST(XtlCond, FurtherPermitsAreTakenWithoutAWait)
+{
+    xtl::Mutex mutex;
+    xtl::Cond cond(5, false);
+    cond.condWait(mutex);
+    EXPECT_EQ(cond.condTakeMore(0), 0);
+    EXPECT_EQ(cond.condTakeMore(3), 3);
+    EXPECT_EQ(cond.condTakeMore(3), 1) << "no more were there";
+    EXPECT_EQ(cond.condTakeMore(3), 0);
+    mutex.Unlock();
+}
+
+TEST(XtlCond, SeveralPermitsWakeSeveralWaiters)
+{
+    xtl::Mutex mutex;
+    xtl::Cond cond(0, false);
+    const auto wait = [&] {
+        cond.condWait(mutex);
+        mutex.Unlock();
+    };
+    CBackgroundCall first(wait);
+    CBackgroundCall second(wait);
+    CBackgroundCall third(wait);
+    EXPECT_TRUE(first.Blocks() && second.Blocks() && third.Blocks());
+    mutex.Lock();
+    cond.condSignal(mutex, 3);
+    EXPECT_TRUE(first.Returns() && second.Returns() && third.Returns());
+}
+
 TEST(XtlLoopQue, SlotsFollowTheHeaderAndWrapAround)
 {
     using Ring = xtl::LoopQue_impl<int>;
@@ -212,6 +258,73 @@ TEST(XtlBufQueue, ACapacityOf50Holds50AndThe51stPutBlocksUntilAGet)
     ASSERT_EQ(vecRest.size(), 50u);
     EXPECT_EQ(vecRest.front(), 2);
     EXPECT_EQ(vecRest.back(), 51);
+}
+
+TEST(XtlBufQueue, AGetOfSeveralTakesWhatIsThereAndWaitsForOneOnly)
+{
+    Queue queue(10);
+    EXPECT_EQ(queue.put(Numbers(5)), 5u);
+    EXPECT_EQ(TakeRun(queue, 3), (std::vector<int>{0, 1, 2}));
+    EXPECT_EQ(TakeRun(queue, 3), (std::vector<int>{3, 4}));
+    std::vector<int> vecTaken;
+    CBackgroundCall reader([&] { vecTaken = TakeRun(queue, 3); });
+    EXPECT_TRUE(reader.Blocks());
+    queue.put(9);
+    EXPECT_TRUE(reader.Returns());
+    EXPECT_EQ(vecTaken, std::vector<int>{9});
+}
+
+TEST(XtlBufQueue, APutOfMoreThanThereIsRoomForWaitsInTheMiddle)
+{
+    Queue queue(4);
+    queue.put(-1);
+    CBackgroundCall writer([&] { EXPECT_EQ(queue.put(Numbers(10)), 10u); });
+    EXPECT_TRUE(writer.Blocks());
+    std::vector<int> vecTaken;
+    while (vecTaken.size() < 11) {
+        const std::vector<int> vecRun = TakeRun(queue, 3);
+        vecTaken.insert(vecTaken.end(), vecRun.begin(), vecRun.end());
+    }
+    EXPECT_TRUE(writer.Returns());
+    EXPECT_EQ(vecTaken, (std::vector<int>{-1, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
+}
+
+TEST(XtlBufQueue, RunsGiveBackAsManyPermitsAsTheyTook)
+{
+    Queue queue(4);
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(queue.put(Numbers(3)), 3u);
+        EXPECT_EQ(TakeRun(queue, 8), Numbers(3));
+    }
+    EXPECT_EQ(queue.put(Numbers(4)), 4u);
+    CBackgroundCall fifth([&] { EXPECT_FALSE(queue.put(4)); });
+    EXPECT_TRUE(fifth.Blocks()) << "four slots, all taken";
+    queue.stop();
+    EXPECT_TRUE(fifth.Returns());
+    EXPECT_EQ(TakeRun(queue, 8), Numbers(4));
+    EXPECT_EQ(TakeRun(queue, 8), std::vector<int>{}) << "stopped and empty";
+}
+
+TEST(XtlBufQueue, StopEndsAPutOfSeveralWithTheCountThatWentIn)
+{
+    Queue queue(4);
+    CBackgroundCall writer([&] { EXPECT_EQ(queue.put(Numbers(10)), 4u); });
+    EXPECT_TRUE(writer.Blocks());
+    queue.stop();
+    EXPECT_TRUE(writer.Returns());
+    EXPECT_EQ(queue.put(Numbers(2)), 0u);
+    EXPECT_EQ(TakeAll(queue), Numbers(4));
+}
+
+TEST(XtlBufQueue, ARunAfterARestartKeepsToItsPermits)
+{
+    Queue queue(4);
+    queue.put(1);
+    queue.put(2);
+    queue.stop();
+    queue.start();
+    EXPECT_EQ(queue.put(std::vector<int>{3, 4}), 2u);
+    EXPECT_EQ(TakeRun(queue, 8), (std::vector<int>{1, 2})) << "as many as were put since, the oldest first";
 }
 
 TEST(XtlBufQueue, StopWakesABlockedReaderWithFalse)
@@ -337,6 +450,42 @@ TEST(XtlBufQueue, ManyWritersAndReadersLoseNothing)
     }
     EXPECT_EQ(lTaken, THREADS * EACH);
     EXPECT_EQ(lSum, 4L * 12502500); // 4 times 1 + ... + 5000
+}
+
+TEST(XtlBufQueue, RunsOfManyWritersStayInOrderAndLoseNothing)
+{
+    constexpr int THREADS = 3;
+    constexpr int RUNS = 2000;
+    constexpr int RUN = 7; // records in one put
+    struct COUNTED
+    {
+        int nWriter;
+        int nCount;
+    };
+    xtl::BufQueue<COUNTED, xtl::BufQueue_allocate<COUNTED>> queue(50);
+    std::array<int, THREADS> anNext{};
+    CBackgroundCall reader([&] {
+        std::array<COUNTED, 16> aRun{};
+        for (size_t szCount = queue.get(aRun); szCount > 0; szCount = queue.get(aRun))
+            for (const auto& [nWriter, nCount] : std::span(aRun).first(szCount))
+                if (nCount == anNext[static_cast<size_t>(nWriter)])
+                    ++anNext[static_cast<size_t>(nWriter)];
+    });
+    std::vector<std::thread> vecWriters;
+    for (int nWriter = 0; nWriter < THREADS; ++nWriter)
+        vecWriters.emplace_back([&queue, nWriter] {
+            std::array<COUNTED, RUN> aRun{};
+            for (int i = 0; i < RUNS; ++i) {
+                for (int k = 0; k < RUN; ++k)
+                    aRun[static_cast<size_t>(k)] = {nWriter, i * RUN + k};
+                EXPECT_EQ(queue.put(aRun), aRun.size());
+            }
+        });
+    for (std::thread& writer : vecWriters)
+        writer.join();
+    queue.stop();
+    EXPECT_TRUE(reader.Returns());
+    EXPECT_EQ(anNext, (std::array<int, THREADS>{RUNS * RUN, RUNS * RUN, RUNS * RUN}));
 }
 
 TEST(XtlBufQueue, WideRecordsLieAligned)
