@@ -34,7 +34,7 @@ size_t FindCrLf(ByteView data)
 
 CChildChannel::CChildChannel() : m_pRecvBuf(new unsigned char[SERIAL_READ_BUF_LEN]) {}
 
-void CChildChannel::OnSerialData(ByteView data)
+void CChildChannel::OnSerialData(ByteView data, CAgentMsgRun& run)
 {
     while (!data.empty()) {
         OwnedBytes pPacket;
@@ -42,7 +42,7 @@ void CChildChannel::OnSerialData(ByteView data)
         const size_t szUsed =
             m_enType == CHANNEL_AT ? GetTextPacket(data, pPacket, ulLen) : GetHdlcPacket(data, pPacket, ulLen);
         if (ulLen > 0)
-            SendPacketToAgent(std::move(pPacket), ulLen);
+            SendPacketToAgent(std::move(pPacket), ulLen, run);
         data = data.subspan(szUsed);
     }
 }
@@ -151,13 +151,13 @@ size_t CChildChannel::GetTextPacket(ByteView data, OwnedBytes& out, unsigned int
     return szTaken;
 }
 
-void CChildChannel::SendPacketToAgent(OwnedBytes pPacket, unsigned int ulLen)
+void CChildChannel::SendPacketToAgent(OwnedBytes pPacket, unsigned int ulLen, CAgentMsgRun& run) const
 {
     if (!pPacket)
         return;
     const bool bSerialUe = m_bUEType && m_pSerial != nullptr && m_pSerial->GetUE() != nullptr;
     const unsigned int ulUeIdx = bSerialUe ? static_cast<unsigned int>(m_pSerial->GetUE()->GetUEIdx()) : TCP_UE_INDEX;
-    PostAgentMsg(AGENT_MSG_DATA, ulUeIdx, m_enType, std::move(pPacket), ulLen);
+    run.Add(ulUeIdx, m_enType, std::move(pPacket), ulLen);
 }
 
 bool CChildChannel::WriteChannel(ByteView packet)

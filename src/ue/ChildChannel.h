@@ -4,6 +4,7 @@
 #include "common/Types.h"
 #include "ue/HDLCParse.h"
 
+class CAgentMsgRun;
 class CSerial;
 
 constexpr size_t SERIAL_READ_BUF_LEN = 0x20000; // bytes of a port's read buffer and of a channel's reassembly buffer
@@ -26,8 +27,8 @@ public:
     /// False marks a channel of a network link.
     void SetUEType(bool bUEType) { m_bUEType = bUEType; }
 
-    /// Takes what was read, and posts each packet that it completes.
-    void OnSerialData(ByteView data);
+    /// Takes what was read, and adds each packet that it completes to those for the agent.
+    void OnSerialData(ByteView data, CAgentMsgRun& run);
 
     /// Frames and writes one packet; false when it could not be written whole, or on a network link.
     bool WriteChannel(ByteView packet);
@@ -39,8 +40,8 @@ public:
     /// that does not end within these bytes is lost.
     size_t GetTextPacket(ByteView data, OwnedBytes& out, unsigned int& outLen) const;
 
-    /// Posts one packet to the agent; null does nothing.
-    void SendPacketToAgent(OwnedBytes pPacket, unsigned int ulLen);
+    /// Adds one packet to the run; null does nothing.
+    void SendPacketToAgent(OwnedBytes pPacket, unsigned int ulLen, CAgentMsgRun& run) const;
 
 private:
     size_t CollectFrame(ByteView data, size_t szUsed, ByteView& frame);

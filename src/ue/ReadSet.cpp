@@ -1,6 +1,7 @@
 #include "ue/ReadSet.h"
 
 #include "common/Debug.h"
+#include "common/MsgBuf.h"
 
 #include <algorithm>
 
@@ -54,15 +55,16 @@ int CReadSet::Wait(int lTimeoutMs)
 
 void CReadSet::ReadPorts() NO_THREAD_SAFETY_ANALYSIS
 {
-    for (size_t i = 0; i < m_vecLocked.size(); ++i) {
-        CSerial* pSerial = m_vecLocked[i];
-        if (m_vecPoll[i].revents != 0 && !pSerial->ReadSerial()) {
+    {
+        CAgentMsgRun run;
+        for (size_t i = 0; i < m_vecLocked.size(); ++i) {
+            if (m_vecPoll[i].revents == 0 || m_vecLocked[i]->ReadSerial(run))
+                continue;
             CDebug::Instance()->PrintError("Read Serial fail!");
-            m_mapFault[pSerial] = std::chrono::steady_clock::now();
+            m_mapFault[m_vecLocked[i]] = std::chrono::steady_clock::now();
         }
-        pSerial->SerialUnlock();
-    }
-    m_vecLocked.clear();
+    } // posted before a lock is released: what a port read comes before its detach
+    ReleasePorts();
 }
 
 void CReadSet::ReleasePorts() NO_THREAD_SAFETY_ANALYSIS

@@ -32,7 +32,7 @@ public:
     /// fault, an invalid descriptor among them.
     int Wait(int lTimeoutMs);
 
-    /// Reads each port that has something, and releases it.
+    /// Reads each port that has something, posts all packets that came, and releases the ports.
     void ReadPorts();
     void ReleasePorts();
 

@@ -220,14 +220,14 @@ bool CSerial::CloseSerial()
     return true;
 }
 
-bool CSerial::ReadSerial()
+bool CSerial::ReadSerial(CAgentMsgRun& run)
 {
     if (!m_bOpen)
         return false;
     const ssize_t nRead = read(m_iHandle, m_pReadBuf.get(), SERIAL_READ_BUF_LEN);
     if (nRead > 0) {
         m_ullTotalRead += static_cast<uint64_t>(nRead);
-        OnSerialData({m_pReadBuf.get(), static_cast<size_t>(nRead)});
+        OnSerialData({m_pReadBuf.get(), static_cast<size_t>(nRead)}, run);
         return true;
     }
     if (nRead == 0)
@@ -237,10 +237,10 @@ bool CSerial::ReadSerial()
     return false;
 }
 
-void CSerial::OnSerialData(ByteView data)
+void CSerial::OnSerialData(ByteView data, CAgentMsgRun& run)
 {
     for (int i = 0; i < m_iChannelCount; ++i)
-        m_aChannel[static_cast<size_t>(i)].OnSerialData(data);
+        m_aChannel[static_cast<size_t>(i)].OnSerialData(data, run);
 }
 
 /// Only an AT port is opened by a write; it opens no other way.

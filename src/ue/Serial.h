@@ -63,12 +63,12 @@ public:
     void SerialLock() ACQUIRE(m_ReadLock) { m_ReadLock.Lock(); }
     void SerialUnlock() RELEASE(m_ReadLock) { m_ReadLock.Unlock(); }
     /// Reads once and hands the bytes to the channels. False on a closed port, a fault or the end of the file.
-    bool ReadSerial() REQUIRES(m_ReadLock);
+    bool ReadSerial(CAgentMsgRun& run) REQUIRES(m_ReadLock);
     /// Writes all bytes, or gives up after the time-out. Opens an AT port that is closed. What was written of a
     /// packet when it failed stays written.
     bool WriteSerial(ByteView data) EXCLUDES(m_WriteLock);
     /// Gives the bytes to each channel in use.
-    void OnSerialData(ByteView data);
+    void OnSerialData(ByteView data, CAgentMsgRun& run);
 
     int GetBaudrate() const;
     /// Baud of a terminal speed constant; 9600 for one that isn't known.

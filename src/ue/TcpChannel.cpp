@@ -1,6 +1,7 @@
 #include "ue/TcpChannel.h"
 
 #include "common/Debug.h"
+#include "common/MsgBuf.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -145,8 +146,9 @@ void TCPChannel::RecvData()
     m_ullTotalRead += CountOf(nReceived);
     if (nReceived < 0)
         return;
+    CAgentMsgRun run;
     for (size_t i = 0; i < m_iChannelCount; ++i)
-        m_aChannel[i].OnSerialData({m_pRecvBuf.get(), static_cast<size_t>(nReceived)});
+        m_aChannel[i].OnSerialData({m_pRecvBuf.get(), static_cast<size_t>(nReceived)}, run);
 }
 
 /// True when there is nothing to count. Notes a peer that has closed or failed, so that the read loop leaves the

@@ -31,11 +31,18 @@ Packets Taken()
     return packets;
 }
 
+/// What one read brought, to a channel or a port.
+template <class Target> void Give(Target& target, ByteView data)
+{
+    CAgentMsgRun run;
+    target.OnSerialData(data, run);
+}
+
 /// Feeds the pieces, one read each, to a fresh channel.
 template <class... Pieces> Packets Feed(const Pieces&... pieces)
 {
     CChildChannel channel;
-    (channel.OnSerialData(pieces), ...);
+    (Give(channel, pieces), ...);
     return Taken();
 }
 
@@ -58,7 +65,7 @@ TEST(ChildChannel, AStreamOfSingleBytesGivesTheSamePackets)
 {
     CChildChannel channel;
     for (const unsigned char ucByte : Join(FRAME_A, FRAME_B))
-        channel.OnSerialData({&ucByte, 1});
+        Give(channel, {&ucByte, 1});
     EXPECT_EQ(Taken(), (Packets{PACKET_A, PACKET_B}));
 }
 
@@ -124,7 +131,10 @@ TEST(ChildChannel, NothingComesOfNothing)
     const CLogCapture log;
     EXPECT_EQ(Feed(ByteView()), Packets{});
     CChildChannel channel;
-    channel.SendPacketToAgent(nullptr, 5);
+    {
+        CAgentMsgRun run;
+        channel.SendPacketToAgent(nullptr, 5, run);
+    }
     EXPECT_EQ(Taken(), Packets{});
 }
 
@@ -185,7 +195,7 @@ TEST(ChildChannel, EqualsAPlainWalkByteByByte)
                                                      : static_cast<unsigned char>(random()));
             }
             read.resize(szLen);
-            channel.OnSerialData(read);
+            Give(channel, read);
             reference.Feed(read);
         }
         ASSERT_EQ(Taken(), reference.packets) << "round " << iRound;
@@ -203,7 +213,7 @@ TEST(ChildChannel, BigReadsEqualAPlainWalkByteByByte)
     const CLogCapture log(DEBUGLEVEL_INFO);
     for (int iRead = 0; iRead < 40; ++iRead) {
         const Bytes read = Join(Fill(random() % 200000, 'x'), random() % 2 ? FRAME_A : Hex("7E"));
-        channel.OnSerialData(read);
+        Give(channel, read);
         reference.Feed(read);
     }
     ASSERT_GT(reference.iTooBig, 0);
@@ -242,7 +252,7 @@ TEST(ChildChannel, TextPacketsAreTheLinesOfOneRead)
         Packets expected;
         for (const std::string& strLine : stCase.vecPacket)
             expected.push_back(Bytes(AsBytes(strLine)));
-        channel.OnSerialData(AsBytes(stCase.strRead));
+        Give(channel, AsBytes(stCase.strRead));
         EXPECT_EQ(Taken(), expected) << stCase.pszName;
     }
 }
@@ -251,8 +261,8 @@ TEST(ChildChannel, ALineInTwoReadsIsLost)
 {
     CChildChannel channel;
     channel.SetType(CHANNEL_AT);
-    channel.OnSerialData(AsBytes("+CGSN: 12"));
-    channel.OnSerialData(AsBytes("34\r\n"));
+    Give(channel, AsBytes("+CGSN: 12"));
+    Give(channel, AsBytes("34\r\n"));
     EXPECT_EQ(Taken(), Packets{Bytes(AsBytes("\r\n34\r\n"))});
 }
 
@@ -261,11 +271,11 @@ TEST(ChildChannel, APacketGoesOutUnderItsUeAndChannel)
     CUE ue;
     ue.SetUEIdx(7);
     CSerial& serial = *ue.GetSerial(SERIAL_TYPE_DATA);
-    serial.OnSerialData(FRAME_A);
+    Give(serial, FRAME_A);
     CChildChannel link;
     link.SetUEType(false);
     link.SetType(CHANNEL_GU_DATA);
-    link.OnSerialData(FRAME_A);
+    Give(link, FRAME_A);
 
     const auto msgs = DrainAgentQueue();
     ASSERT_EQ(msgs.size(), 2u);
@@ -284,8 +294,8 @@ TEST(ChildChannel, BothGuChannelsGetEveryFrame)
     CSerial& serial = *ue.GetSerial(SERIAL_TYPE_GU);
     serial.SetPortNum(12);
     const CLogCapture log;
-    serial.OnSerialData(Join(FRAME_A, Hex("7E 01 02 03 04 05 7E"), ByteView(FRAME_C).first(9)));
-    serial.OnSerialData(ByteView(FRAME_C).subspan(9));
+    Give(serial, Join(FRAME_A, Hex("7E 01 02 03 04 05 7E"), ByteView(FRAME_C).first(9)));
+    Give(serial, ByteView(FRAME_C).subspan(9));
 
     const auto msgs = DrainAgentQueue();
     ASSERT_EQ(msgs.size(), 4u);
@@ -304,7 +314,7 @@ TEST(ChildChannel, APortsChannelNamesThePortInItsFaults)
     CSerial& serial = *ue.GetSerial(SERIAL_TYPE_DIAG);
     serial.SetPortNum(31);
     const CLogCapture log;
-    serial.OnSerialData(Join(Hex("7E"), Fill(131071, 1)));
+    Give(serial, Join(Hex("7E"), Fill(131071, 1)));
     EXPECT_EQ(log.Count("[WAN] : HDLC Data Too Big!com:31, type:0"), 1);
     EXPECT_FALSE(serial.GetSerialChannel(0)->WriteChannel(ByteView()));
     EXPECT_EQ(log.Count("[ERR] : HDLC Encode Error!com:31, type:0"), 1);

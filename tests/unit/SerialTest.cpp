@@ -19,8 +19,9 @@ using std::chrono::steady_clock;
 /// Reads as the read thread does.
 bool ReadLocked(CSerial& serial) NO_THREAD_SAFETY_ANALYSIS
 {
+    CAgentMsgRun run;
     serial.SerialLock();
-    const bool bRead = serial.ReadSerial();
+    const bool bRead = serial.ReadSerial(run);
     serial.SerialUnlock();
     return bRead;
 }
@@ -83,7 +84,10 @@ TEST(Serial, APortWithoutChannelsSwallowsItsData)
 {
     CSerial serial;
     serial.SetSerialType(static_cast<enSerialType>(9));
-    serial.OnSerialData(FrameOf(Fill(18, 1)));
+    {
+        CAgentMsgRun run;
+        serial.OnSerialData(FrameOf(Fill(18, 1)), run);
+    }
     EXPECT_TRUE(DrainAgentQueue().empty());
 }
 

@@ -271,8 +271,9 @@ TEST_F(StatusTest, EachOpenPortIsReportedWithItsBytes)
 
     ASSERT_EQ(write(gu.Get(), "hello", 5), 5);
     CSerial* const pGu = manager.GetUE(0)->GetSerial(SERIAL_TYPE_GU);
+    CAgentMsgRun run;
     pGu->SerialLock();
-    EXPECT_TRUE(pGu->ReadSerial());
+    EXPECT_TRUE(pGu->ReadSerial(run));
     pGu->SerialUnlock();
     EXPECT_TRUE(manager.GetUE(0)->GetSerial(SERIAL_TYPE_DIAG)->WriteSerial(Fill(9)));
 
