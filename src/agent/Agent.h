@@ -14,6 +14,7 @@
 #include <chrono>
 #include <memory>
 #include <netinet/in.h>
+#include <span>
 #include <string>
 #include <sys/time.h>
 #include <vector>
@@ -67,24 +68,25 @@ public:
     /// Takes an accepted socket as a new client: default binding first, then the client list. Call with
     /// m_BindMutex held, as OnClientDataArrive does. Null when memory is short.
     CClient* AddClient(int nSocket, enChannelType enType, const sockaddr_in& stAddr);
-    /// Sends the bytes on a client's socket. Waits at most 20 ms at a time for the socket to take more; what a
-    /// client doesn't take is lost, and the connection stays. bStalled says that the last send failed: then nothing
-    /// is waited for unless the socket takes bytes again, so that a client that has stopped reading costs nobody
-    /// else's time.
-    bool SendData2Client(int nSocket, ByteView data, const char* pszChannel, bool bStalled = false);
+    /// Sends the bytes on a client's socket and cuts what it sent off data. Waits at most 20 ms at a time for the
+    /// socket to take more; what a client doesn't take by then is left in data, and the connection stays. bStalled
+    /// says that the last send failed: then nothing is waited for unless the socket takes bytes again, so that a
+    /// client that has stopped reading costs nobody else's time. True when all was sent and there was something.
+    bool SendData2Client(int nSocket, ByteView& data, const char* pszChannel, bool bStalled = false);
 
     // UE events (AgentEvents.cpp).
 
     void ReadAgentMsgFun();
-    /// Handles one record; the buffer behind it stays the caller's.
-    void ProcessAgentMsg(const MSG_AGENT& stMsg);
+    /// Handles the records in order; the buffers behind them stay the caller's.
+    void ProcessAgentMsgs(std::span<const MSG_AGENT> msgs);
     void UpdateSerialInfo(const MSG_AGENT& stMsg);
     /// Starts the handshake of the channel. On the LTE diag channel this takes two seconds.
     void ConnectUE(const MSG_AGENT& stMsg);
     void DisconnectUE(const MSG_AGENT& stMsg);
     /// Marks all five rows of a UE as confirmed or not.
     void SetConfirmed(unsigned int ulUeIdx, bool bConfirmed);
-    void OnUeDataArrive(const MSG_AGENT& stMsg);
+    /// Packets of one channel.
+    void OnUeDataArrive(std::span<const MSG_AGENT> run);
     /// Whether the packet is the UE's answer to the GU link request; the first one sets the UE's link flag.
     bool JudgeJIANLIANCMD(ByteView packet, unsigned char ucUeIdx);
     /// Sends the 24 switches of LTE_DIAG_INIT_CMD, 50 ms apart: 1.2 seconds.
@@ -187,7 +189,10 @@ private:
     void ProcessDetach(unsigned int ulUeIdx, enChannelType enChannel) REQUIRES(m_BindMutex);
     void SendHostConnect(int nUeIdx);
     void SendLinkRequest(int nUeIdx);
-    void Deliver2Client(const MSG_AGENT& stMsg, ByteSpan packet);
+    void ProcessRun(std::span<const MSG_AGENT> run);
+    void OnLteDiagArrive(const MSG_AGENT& stMsg);
+    void OnGuCmdArrive(unsigned char ucUeIdx, ByteSpan packet);
+    void Deliver2Client(std::span<const MSG_AGENT> run);
     void OnLteDiagMgrArrive(unsigned int ulUeIdx, ByteView packet);
     void OnHostConnectCnf(unsigned int ulUeIdx, const ADE_ACK_PACKET_STRU& stAck);
     void StoreTimeStamp(unsigned int ulUeIdx, const ADE_ACK_PACKET_STRU& stAck);

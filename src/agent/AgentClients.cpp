@@ -301,7 +301,7 @@ CClient* CAgent::AddClient(int nSocket, enChannelType enType, const sockaddr_in&
     return pClient.get();
 }
 
-bool CAgent::SendData2Client(int nSocket, ByteView data, const char* pszChannel, bool bStalled)
+bool CAgent::SendData2Client(int nSocket, ByteView& data, const char* pszChannel, bool bStalled)
 {
     if (nSocket == -1 || data.data() == nullptr || data.empty())
         return false;
@@ -321,7 +321,7 @@ bool CAgent::SendData2Client(int nSocket, ByteView data, const char* pszChannel,
             return false;
         }
         if (!WaitWritable(nSocket, pszChannel, CLIENT_SEND_TIMEOUT_MS))
-            return false; // what the client didn't take is lost
+            return false;
     }
     return true;
 }

@@ -55,6 +55,20 @@ ByteSpan PacketOf(const MSG_AGENT& stMsg)
     return {stMsg.pucData, stMsg.pucData ? stMsg.ulDataLen : 0};
 }
 
+/// How many of the records, of which there is one at least, come at the head as packets of one channel; 1 for a
+/// record of another kind.
+size_t RunLength(std::span<const MSG_AGENT> msgs)
+{
+    const MSG_AGENT& stFirst = msgs.front();
+    if (stFirst.ulMsgType != AGENT_MSG_DATA)
+        return 1;
+    const auto isOther = [&](const MSG_AGENT& stMsg) {
+        return stMsg.ulMsgType != AGENT_MSG_DATA || stMsg.ulUeIdx != stFirst.ulUeIdx ||
+               stMsg.enChannel != stFirst.enChannel;
+    };
+    return static_cast<size_t>(std::ranges::find_if(msgs, isOther) - msgs.begin());
+}
+
 /// The channels that an attach or detach message speaks for.
 std::vector<enChannelType> ChannelsOf(const MSG_AGENT& stMsg)
 {
@@ -87,19 +101,33 @@ ADE_UE_CONNECTION_ACK_STRU ConnectionAckOf(ByteView payload)
 
 void CAgent::ReadAgentMsgFun()
 {
+    std::array<MSG_AGENT, MSG_RUN_MAX> astMsg;
     while (m_bRun) {
-        MSG_AGENT stMsg{};
-        if (!CMsgBuf::Instance()->AgentQueue().get(stMsg)) {
+        const size_t szCount = CMsgBuf::Instance()->AgentQueue().get(astMsg);
+        if (szCount == 0) {
             sleep(1);
             continue;
         }
-        const OwnedBytes pData(stMsg.pucData);
-        ProcessAgentMsg(stMsg);
+        const auto msgs = std::span<const MSG_AGENT>(astMsg).first(szCount);
+        ProcessAgentMsgs(msgs);
+        for (const MSG_AGENT& stMsg : msgs)
+            delete[] stMsg.pucData;
     }
 }
 
-void CAgent::ProcessAgentMsg(const MSG_AGENT& stMsg)
+void CAgent::ProcessAgentMsgs(std::span<const MSG_AGENT> msgs)
 {
+    while (!msgs.empty()) {
+        const auto run = msgs.first(RunLength(msgs));
+        ProcessRun(run);
+        msgs = msgs.subspan(run.size());
+    }
+}
+
+/// One record, or packets of one channel.
+void CAgent::ProcessRun(std::span<const MSG_AGENT> run)
+{
+    const MSG_AGENT& stMsg = run.front();
     switch (stMsg.ulMsgType) {
     case AGENT_MSG_CONNECT:
         UpdateSerialInfo(stMsg);
@@ -110,7 +138,7 @@ void CAgent::ProcessAgentMsg(const MSG_AGENT& stMsg)
         DisconnectUE(stMsg);
         break;
     case AGENT_MSG_DATA:
-        OnUeDataArrive(stMsg);
+        OnUeDataArrive(run);
         break;
     default:
         CDebug::Instance()->PrintWarn("Invalid data from Agent Msg Deque");
@@ -217,19 +245,35 @@ void CAgent::DisconnectUE(const MSG_AGENT& stMsg)
     m_abJianLian[stMsg.ulUeIdx] = false;
 }
 
-void CAgent::OnUeDataArrive(const MSG_AGENT& stMsg)
+void CAgent::OnUeDataArrive(std::span<const MSG_AGENT> run)
 {
-    if (!IsRow(stMsg.ulUeIdx, stMsg.enChannel))
+    const MSG_AGENT& stFirst = run.front();
+    if (!IsRow(stFirst.ulUeIdx, stFirst.enChannel))
         return;
-    const ByteSpan packet = PacketOf(stMsg);
+    if (stFirst.enChannel == CHANNEL_LTE_DIAG) {
+        for (const MSG_AGENT& stMsg : run)
+            OnLteDiagArrive(stMsg);
+    } else if (stFirst.enChannel == CHANNEL_GU_CMD) {
+        for (const MSG_AGENT& stMsg : run)
+            OnGuCmdArrive(static_cast<unsigned char>(stMsg.ulUeIdx), PacketOf(stMsg));
+    } else {
+        Deliver2Client(run);
+    }
+}
+
+void CAgent::OnLteDiagArrive(const MSG_AGENT& stMsg)
+{
     PACKET_CATEGORY_ENUM enCategory = PACKET_CATEGORY_INVALID;
-    (void)CDataProcessorLteDiag::GetPacketType(packet, enCategory); // the category says all
-    const auto ucUeIdx = static_cast<unsigned char>(stMsg.ulUeIdx);
-    if (stMsg.enChannel == CHANNEL_LTE_DIAG && enCategory == PACKET_CATEGORY_MGR_ACK) {
-        OnLteDiagMgrArrive(stMsg.ulUeIdx, packet);
-    } else if (stMsg.enChannel != CHANNEL_GU_CMD) {
-        Deliver2Client(stMsg, packet);
-    } else if (JudgeJIANLIANCMD(packet, ucUeIdx)) {
+    (void)CDataProcessorLteDiag::GetPacketType(PacketOf(stMsg), enCategory); // the category says all
+    if (enCategory == PACKET_CATEGORY_MGR_ACK)
+        OnLteDiagMgrArrive(stMsg.ulUeIdx, PacketOf(stMsg));
+    else
+        Deliver2Client({&stMsg, 1});
+}
+
+void CAgent::OnGuCmdArrive(unsigned char ucUeIdx, ByteSpan packet)
+{
+    if (JudgeJIANLIANCMD(packet, ucUeIdx)) {
         EnableTransMsg(ucUeIdx);
         SendUeInfoReqToUe(ucUeIdx);
     } else {
@@ -237,11 +281,17 @@ void CAgent::OnUeDataArrive(const MSG_AGENT& stMsg)
     }
 }
 
-void CAgent::Deliver2Client(const MSG_AGENT& stMsg, ByteSpan packet)
+/// Packets of one channel. What they make for the client is sent together: they are all there, so none of it waits
+/// for a packet that is still to come.
+void CAgent::Deliver2Client(std::span<const MSG_AGENT> run)
 {
     const xtl::MutexGuard guard(m_BindMutex);
-    if (CClient* const pClient = GetBindedClient(static_cast<int>(stMsg.ulUeIdx), stMsg.enChannel))
-        pClient->OnSerialData(packet);
+    CClient* const pClient = GetBindedClient(static_cast<int>(run.front().ulUeIdx), run.front().enChannel);
+    if (!pClient)
+        return;
+    const CClient::CSendTogether together(*pClient);
+    for (const MSG_AGENT& stMsg : run)
+        pClient->OnSerialData(PacketOf(stMsg));
 }
 
 bool CAgent::JudgeJIANLIANCMD(ByteView packet, unsigned char ucUeIdx)

@@ -13,6 +13,7 @@ namespace
 constexpr size_t FRAME_HEAD_LEN = LEAD_LEN + DIAG_PACKET_REQ_STRU::SIZE;
 constexpr size_t LEAD_PAIR_RESTARTS = 7; // a pair of lead bytes that ends this early starts the frame anew
 constexpr size_t AT_RAW_MIN = 3;         // fewer bytes are no text
+constexpr size_t HOLD_MAX = 16384;       // bytes held back at which they are sent, half of the socket's send buffer
 
 const char* ChannelLabel(enChannelType enType)
 {
@@ -120,9 +121,42 @@ void CClient::OnSerialData(ByteSpan data)
 
 bool CClient::SendData2Client(OwnedBytes pucBuf, size_t szLen)
 {
-    xtl::MutexGuard guard(m_SendMutex);
-    m_bStalled = !m_pAgent->SendData2Client(m_Socket.Get(), {pucBuf.get(), szLen}, ChannelLabel(m_enType), m_bStalled);
+    const xtl::MutexGuard guard(m_SendMutex);
+    if (!m_bHolding) {
+        SendPackets({pucBuf.get(), szLen}, {&szLen, 1});
+        return true;
+    }
+    m_vecHeld.insert(m_vecHeld.end(), pucBuf.get(), pucBuf.get() + szLen);
+    m_vecHeldEnd.push_back(m_vecHeld.size());
+    if (m_vecHeld.size() >= HOLD_MAX)
+        SendHeld();
     return true;
+}
+
+void CClient::SetHolding(bool bHolding)
+{
+    const xtl::MutexGuard guard(m_SendMutex);
+    SendHeld();
+    m_bHolding = bHolding;
+}
+
+void CClient::SendHeld()
+{
+    SendPackets(m_vecHeld, m_vecHeldEnd);
+    m_vecHeld.clear();
+    m_vecHeldEnd.clear();
+}
+
+/// Sends packets that lie one behind the other. When the client stops taking bytes, the packet at that point is lost
+/// for it and each one behind it is tried on its own.
+void CClient::SendPackets(ByteView packets, std::span<const size_t> ends)
+{
+    for (size_t szDone = 0; szDone < packets.size();) {
+        ByteView rest = packets.subspan(szDone);
+        m_bStalled = !m_pAgent->SendData2Client(m_Socket.Get(), rest, ChannelLabel(m_enType), m_bStalled);
+        const size_t szSent = packets.size() - rest.size();
+        szDone = m_bStalled ? *std::ranges::upper_bound(ends, szSent) : packets.size();
+    }
 }
 
 void CClient::SendAck(unsigned int ulCmdId, unsigned short usPktType, unsigned int ulRc, ByteView payload,

@@ -8,7 +8,9 @@
 #include <array>
 #include <memory>
 #include <netinet/in.h>
+#include <span>
 #include <string>
+#include <vector>
 
 class CAgent;
 class CDataProcessor;
@@ -36,6 +38,20 @@ public:
     int GetDiagReqPacket(ByteView data, OwnedBytes& pFrame, int& nFrameLen);
     /// One packet from the UE, for the processor.
     void OnSerialData(ByteSpan data);
+    /// While one exists, packets for the client are held back as long as little is held; its end sends them. One at
+    /// a time, for a moment: it's meant for packets that are all there already.
+    class CSendTogether
+    {
+    public:
+        explicit CSendTogether(CClient& client) : m_client(client) { m_client.SetHolding(true); }
+        ~CSendTogether() { m_client.SetHolding(false); }
+        CSendTogether(const CSendTogether&) = delete;
+        CSendTogether& operator=(const CSendTogether&) = delete;
+
+    private:
+        CClient& m_client;
+    };
+
     /// Sends one whole packet. Takes the buffer. Packets of several threads never mix. Always true.
     bool SendData2Client(OwnedBytes pucBuf, size_t szLen);
     void SendAck(unsigned int ulCmdId, unsigned short usPktType, unsigned int ulRc, ByteView payload,
@@ -53,6 +69,9 @@ private:
     void TakeByte(unsigned char ucByte);
     ByteView TextInFront(ByteView data) const;
     void ProcessRawText(ByteView text);
+    void SetHolding(bool bHolding);
+    void SendHeld() REQUIRES(m_SendMutex);
+    void SendPackets(ByteView packets, std::span<const size_t> ends) REQUIRES(m_SendMutex);
 
     std::unique_ptr<CDataProcessor> m_pProcessor;
     CAgent* m_pAgent;
@@ -64,4 +83,7 @@ private:
     unsigned int m_ulBindPort = 0;                   // COM port of the bound UE, also after an unbind; 0 until bound
     xtl::Mutex m_SendMutex;                          // keeps a packet together; held while the socket is waited for
     bool m_bStalled GUARDED_BY(m_SendMutex) = false; // the last send failed
+    bool m_bHolding GUARDED_BY(m_SendMutex) = false; // a CSendTogether exists
+    std::vector<unsigned char> m_vecHeld GUARDED_BY(m_SendMutex); // packets not sent yet
+    std::vector<size_t> m_vecHeldEnd GUARDED_BY(m_SendMutex);     // where each of them ends
 };

@@ -130,16 +130,20 @@ void CAgentFixture::Attach(unsigned int ulUeIdx, enChannelType enChannel, unsign
         {AGENT_MSG_CONNECT, ulUeIdx, enChannel, static_cast<unsigned int>(block.size()), block.data()});
 }
 
+void CAgentFixture::Process(const MSG_AGENT& stMsg)
+{
+    m_pAgent->ProcessAgentMsgs({&stMsg, 1});
+}
+
 void CAgentFixture::Detach(unsigned int ulUeIdx, enChannelType enChannel)
 {
-    m_pAgent->ProcessAgentMsg({AGENT_MSG_DISCONNECT, ulUeIdx, enChannel, 0, nullptr});
+    Process({AGENT_MSG_DISCONNECT, ulUeIdx, enChannel, 0, nullptr});
 }
 
 void CAgentFixture::FromUe(unsigned int ulUeIdx, enChannelType enChannel, ByteView packet)
 {
     Bytes copy(packet); // processors may rewrite it
-    m_pAgent->ProcessAgentMsg(
-        {AGENT_MSG_DATA, ulUeIdx, enChannel, static_cast<unsigned int>(copy.size()), copy.data()});
+    Process({AGENT_MSG_DATA, ulUeIdx, enChannel, static_cast<unsigned int>(copy.size()), copy.data()});
 }
 
 bool CAgentFixture::Bind(const CTestClient& client, unsigned int ulPort)

@@ -75,6 +75,8 @@ public:
     void Detach(unsigned int ulUeIdx, enChannelType enChannel);
     /// The UE has answered the host connect.
     void Confirm(unsigned int ulUeIdx) { m_pAgent->SetConfirmed(ulUeIdx, true); }
+    /// One record from the UE side.
+    void Process(const MSG_AGENT& stMsg);
     /// One packet from the UE.
     void FromUe(unsigned int ulUeIdx, enChannelType enChannel, ByteView packet);
 

@@ -254,9 +254,11 @@ protected:
 TEST_F(SendTest, NothingToSendFails)
 {
     const Bytes data = Hex("01");
-    EXPECT_FALSE(m_fix.Agent().SendData2Client(-1, data, "AT"));
-    EXPECT_FALSE(m_fix.Agent().SendData2Client(m_client.Get()->GetClientSocket(), {}, "AT"));
-    EXPECT_FALSE(m_fix.Agent().SendData2Client(m_client.Get()->GetClientSocket(), ByteView(data).first(0), "AT"));
+    ByteView something(data), nothing, empty = something.first(0);
+    EXPECT_FALSE(m_fix.Agent().SendData2Client(-1, something, "AT"));
+    EXPECT_FALSE(m_fix.Agent().SendData2Client(m_client.Get()->GetClientSocket(), nothing, "AT"));
+    EXPECT_FALSE(m_fix.Agent().SendData2Client(m_client.Get()->GetClientSocket(), empty, "AT"));
+    EXPECT_EQ(something.size(), 1u) << "still there";
     EXPECT_THAT(m_client.Pending(), IsEmpty());
 }
 
@@ -296,11 +298,58 @@ TEST_F(SendTest, AClientThatStopsReadingLosesPacketsAndKeepsItsConnection)
     EXPECT_EQ(m_client.Pending(), Hex("22 22 22"));
 }
 
+TEST_F(SendTest, PacketsThatAreSentTogetherWaitForTheEndOrUntilTheyAreMany)
+{
+    {
+        const CClient::CSendTogether together(*m_client.Get());
+        EXPECT_TRUE(Send(5000, 0x11));
+        EXPECT_TRUE(Send(5000, 0x22));
+        EXPECT_TRUE(Send(6383, 0x33));
+        EXPECT_THAT(m_client.Pending(), IsEmpty());
+        EXPECT_TRUE(Send(1, 0x44)); // 16384 bytes
+        EXPECT_EQ(m_client.Pending(), Join(Fill(5000, 0x11), Fill(5000, 0x22), Fill(6383, 0x33), Hex("44")));
+        EXPECT_TRUE(Send(2, 0x55));
+        EXPECT_THAT(m_client.Pending(), IsEmpty());
+    }
+    EXPECT_EQ(m_client.Pending(), Hex("55 55"));
+    EXPECT_TRUE(Send(1, 0x66));
+    EXPECT_EQ(m_client.Pending(), Hex("66")) << "on its own again";
+}
+
+TEST_F(SendTest, OfPacketsSentTogetherAStalledClientLosesTheOneThatIsCutAndThoseBehind)
+{
+    CLogCapture log;
+    constexpr size_t PACKET = 1000;
+    constexpr unsigned int COUNT = 2000;
+    const std::string strWarning = "[WAN] : Client SendDataToClient select TimeOut, channel:Lte Data";
+    {
+        const CClient::CSendTogether together(*m_client.Get());
+        for (unsigned int i = 0; i < COUNT; ++i)
+            Send(PACKET, static_cast<unsigned char>(i));
+    }
+    Bytes received = m_client.Pending();
+    const size_t szWhole = received.size() / PACKET;
+    ASSERT_GT(szWhole, 0u);
+    ASSERT_LT(szWhole, COUNT);
+    EXPECT_EQ(log.Count(strWarning), static_cast<int>(COUNT - szWhole)) << "one for each packet lost";
+    for (size_t i = 0; i < received.size(); ++i)
+        ASSERT_EQ(received[i], static_cast<unsigned char>(i / PACKET)) << "byte " << i;
+
+    {
+        const CClient::CSendTogether together(*m_client.Get());
+        Send(3, 0xAA);
+        Send(3, 0xBB);
+    }
+    EXPECT_EQ(m_client.Pending(), Hex("AA AA AA BB BB BB")) << "the rest of the cut packet never comes";
+}
+
 TEST_F(SendTest, ASendToAPeerThatHasGoneFailsAndIsSurvived)
 {
     CLogCapture log;
     shutdown(m_client.Socket(), SHUT_RDWR);
-    EXPECT_FALSE(m_fix.Agent().SendData2Client(m_client.Get()->GetClientSocket(), Hex("01 02 03 04 05"), "Guom Cmd"));
+    const Bytes packet = Hex("01 02 03 04 05");
+    ByteView data(packet);
+    EXPECT_FALSE(m_fix.Agent().SendData2Client(m_client.Get()->GetClientSocket(), data, "Guom Cmd"));
     EXPECT_TRUE(log.Saw("[ERR] : Client SendDataToClient send Fail, channel:Guom Cmd, lenth/total: 5/5, errno :" +
                         std::to_string(EPIPE)));
     EXPECT_NE(m_client.Get(), nullptr) << "the read side alone ends a client";

@@ -7,6 +7,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <thread>
 
 using testing::IsEmpty;
@@ -51,7 +52,7 @@ Bytes ConnectPayload(size_t szSize)
 TEST_F(UeEventsTest, AnUnknownKindIsWarnedOf)
 {
     CLogCapture log;
-    Agent().ProcessAgentMsg({9, 0, CHANNEL_LTE_DIAG, 0, nullptr});
+    m_fix.Process({9, 0, CHANNEL_LTE_DIAG, 0, nullptr});
     EXPECT_TRUE(log.Saw("[WAN] : Invalid data from Agent Msg Deque\n"));
 }
 
@@ -276,6 +277,95 @@ TEST_F(UeEventsTest, PacketsReachTheClientOfTheirChannel)
     ASSERT_TRUE(ack);
     EXPECT_EQ(ack->stHead.ulCmdId, 0x10010001u);
     EXPECT_THAT(at.Pending(), IsEmpty());
+}
+
+TEST_F(UeEventsTest, RecordsTakenTogetherAreHandledInTheirOrder)
+{
+    CLogCapture log;
+    m_fix.AttachUe(0, 1);
+    m_fix.AttachUe(1, 6);
+    m_fix.Confirm(0);
+    m_fix.Confirm(1);
+    CTestClient first = m_fix.AddClient(CHANNEL_AT);
+    CTestClient second = m_fix.AddClient(CHANNEL_AT);
+    ASSERT_TRUE(m_fix.Bind(second, 6));
+    Bytes texts[] = {Hex("41"), Hex("42"), Hex("43"), Hex("44"), Hex("45"), Hex("46")};
+    const auto data = [&](unsigned int ulUeIdx, size_t i) {
+        return MSG_AGENT{AGENT_MSG_DATA, ulUeIdx, CHANNEL_AT, 1, texts[i].data()};
+    };
+    const MSG_AGENT stDetach{AGENT_MSG_DISCONNECT, 1, CHANNEL_AT, 0, nullptr};
+    const MSG_AGENT stUnknown{9, 0, CHANNEL_AT, 0, nullptr};
+    const MSG_AGENT astMsg[] = {data(0, 0), data(0, 1), data(1, 2), stUnknown, data(0, 3),
+                                data(1, 4), stDetach,   data(1, 5), data(0, 5)};
+    Agent().ProcessAgentMsgs(astMsg);
+
+    for (const size_t i : {0u, 1u, 3u, 5u}) {
+        const auto packet = first.Read();
+        ASSERT_TRUE(packet);
+        EXPECT_EQ(packet->payload, texts[i]);
+    }
+    for (const size_t i : {2u, 4u}) {
+        const auto packet = second.Read();
+        ASSERT_TRUE(packet);
+        EXPECT_EQ(packet->payload, texts[i]) << "before the detach";
+    }
+    EXPECT_THAT(first.Pending(), IsEmpty());
+    EXPECT_TRUE(second.IsClosed());
+    EXPECT_EQ(log.Count("Invalid data from Agent Msg Deque"), 1);
+}
+
+TEST_F(UeEventsTest, AcksOfOneRunAreSortedOneByOne)
+{
+    CLogCapture log;
+    m_fix.AttachUe(0, 1);
+    m_fix.Confirm(0);
+    CTestClient diag = m_fix.AddClient(CHANNEL_LTE_DIAG);
+    ASSERT_TRUE(diag.Read()) << "the UE status";
+    std::vector<Bytes> packets;
+    for (const unsigned int ulCmdId : {0x10010001u, 0x10061234u, 0x10010002u})
+        packets.push_back(LteAck(ulCmdId, Hex("00 00 00 00 AA")));
+    std::vector<MSG_AGENT> msgs;
+    for (Bytes& packet : packets)
+        msgs.push_back({AGENT_MSG_DATA, 0, CHANNEL_LTE_DIAG, static_cast<unsigned int>(packet.size()), packet.data()});
+    Agent().ProcessAgentMsgs(msgs);
+    for (const unsigned int ulCmdId : {0x10010001u, 0x10010002u}) {
+        const auto ack = diag.Read();
+        ASSERT_TRUE(ack);
+        EXPECT_EQ(ack->stHead.ulCmdId, ulCmdId);
+    }
+    EXPECT_THAT(diag.Pending(), IsEmpty());
+    EXPECT_EQ(log.Count("Received Manager Packet(10061234)"), 1);
+}
+
+TEST_F(UeEventsTest, PacketsOfARunLeaveInOneCall)
+{
+    // Each send to a socket of this type is a message of its own.
+    int anPair[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, anPair), 0);
+    const CUniqueFd far(anPair[0]);
+    m_fix.AttachUe(0, 1);
+    m_fix.Confirm(0);
+    {
+        const xtl::MutexGuard guard(Agent().BindMutex());
+        ASSERT_NE(Agent().AddClient(anPair[1], CHANNEL_AT, {}), nullptr);
+    }
+    Bytes text = Hex("41 42");
+    const MSG_AGENT stMsg{AGENT_MSG_DATA, 0, CHANNEL_AT, 2, text.data()};
+    Agent().ProcessAgentMsgs(std::vector<MSG_AGENT>(3, stMsg));
+    Agent().ProcessAgentMsgs({&stMsg, 1});
+
+    const auto Receive = [&] {
+        Bytes message(1000, 0);
+        message.resize(static_cast<size_t>(std::max<ssize_t>(0, recv(far.Get(), message.data(), message.size(), 0))));
+        return message;
+    };
+    constexpr size_t PACKET = LEAD_LEN + DIAG_PACKET_ACK_STRU::SIZE + 2;
+    const Bytes three = Receive();
+    const Bytes one = Receive();
+    ASSERT_THAT(three, SizeIs(3 * PACKET));
+    ASSERT_THAT(one, SizeIs(PACKET));
+    EXPECT_EQ(three, Join(one, one, one));
+    EXPECT_THAT(Receive(), IsEmpty());
 }
 
 TEST_F(UeEventsTest, APacketWithoutClientIsDropped)
