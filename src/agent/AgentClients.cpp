@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <netinet/tcp.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
@@ -62,6 +63,14 @@ bool SetNonBlocking(int nFd)
 {
     const int iFlags = fcntl(nFd, F_GETFL);
     return iFlags != -1 && fcntl(nFd, F_SETFL, iFlags | O_NONBLOCK) != -1;
+}
+
+/// What was sent last must not wait for the ack of what went before: a client's system may hold its ack back for
+/// longer than the agent waits for the client to take more (RFC 1122, 4.2.3.2 and 4.2.3.4).
+void SendWithoutDelay(int nSocket)
+{
+    const int nOn = 1;
+    (void)setsockopt(nSocket, IPPROTO_TCP, TCP_NODELAY, &nOn, sizeof(nOn)); // fails on what is no TCP socket only
 }
 
 bool IsOutOfResources(int iError)
@@ -276,6 +285,7 @@ bool CAgent::AcceptClient(int nListen, enChannelType enType)
         return false;
     }
     (void)setsockopt(clientFd.Get(), SOL_SOCKET, SO_SNDBUF, &CLIENT_SEND_BUF, sizeof(CLIENT_SEND_BUF)); // a wish
+    SendWithoutDelay(clientFd.Get());
     if (!SetNonBlocking(clientFd.Get())) {
         CDebug::Instance()->PrintError("set(fcntl) client socket O_NONBLOCK fail");
         return true;

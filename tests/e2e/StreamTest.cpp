@@ -8,7 +8,6 @@
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <poll.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <thread>
 
@@ -49,9 +48,6 @@ class CStreamClient
 public:
     explicit CStreamClient(unsigned int ulPort) : m_client(CHANNEL_LTE_DATA), m_bBound(m_client.Bind(ulPort))
     {
-        // A reader that the system leaves without a processor for a moment is still one that keeps up.
-        const int nBytes = 16 << 20;
-        (void)setsockopt(m_client.Fd().Get(), SOL_SOCKET, SO_RCVBUFFORCE, &nBytes, sizeof(nBytes)); // a help, no must
         m_thread = std::thread([this] { Run(); });
     }
     ~CStreamClient()
@@ -73,8 +69,6 @@ public:
 private:
     void Run()
     {
-        // Five busy threads share the machine; a client that is to keep up must get its turn within 20 ms.
-        (void)setpriority(PRIO_PROCESS, 0, -15); // of this thread; a help where it is allowed, no must
         Bytes bytes;
         std::array<unsigned char, 65536> aucRead;
         while (m_bRun && Fault().empty()) {
