@@ -224,12 +224,11 @@ void CAgent::SendHostConnect(int nUeIdx)
 /// The request goes out as it stands, without an OM frame.
 void CAgent::SendLinkRequest(int nUeIdx)
 {
-    OwnedBytes pReq(new (std::nothrow) unsigned char[LINK_REQUEST.size()]);
+    OwnedBytes pReq = CopyOnHeap(LINK_REQUEST);
     if (!pReq) {
         CDebug::Instance()->PrintInfo("Agent:pBuf Get memory faild");
         return;
     }
-    std::ranges::copy(LINK_REQUEST, pReq.get());
     SendData2UE(std::move(pReq), LINK_REQUEST.size(), nUeIdx, CHANNEL_GU_CMD);
 }
 
@@ -418,12 +417,11 @@ void CAgent::SendGUReq2UE(ByteView msg, unsigned char ucUeIdx)
     std::vector<unsigned char> frame;
     if (!m_GUDataProcess->OM_UsbFrameEncap(msg, frame, 1, 1))
         return;
-    OwnedBytes pFrame(new (std::nothrow) unsigned char[frame.size()]);
+    OwnedBytes pFrame = CopyOnHeap(frame);
     if (!pFrame) {
         CDebug::Instance()->PrintInfo("DpGuCmd function SendReq2UE Get memory Faild");
         return;
     }
-    std::ranges::copy(frame, pFrame.get());
     SendData2UE(std::move(pFrame), static_cast<unsigned int>(frame.size()), ucUeIdx, CHANNEL_GU_CMD);
 }
 

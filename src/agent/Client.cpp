@@ -77,8 +77,7 @@ int CClient::GetDiagReqPacket(ByteView data, OwnedBytes& pFrame, int& nFrameLen)
         if (!IsFrameComplete())
             continue;
         const ByteView frame = Slice(ByteView(m_aucReqBuf), LEAD_LEN, m_nReqLen - LEAD_LEN);
-        pFrame = std::make_unique<unsigned char[]>(frame.size());
-        std::ranges::copy(frame, pFrame.get());
+        pFrame = CopyOnHeap(frame);
         nFrameLen = static_cast<int>(frame.size());
         m_nReqLen = 0;
         return static_cast<int>(i + 1);

@@ -5,8 +5,6 @@
 #include "common/Debug.h"
 #include "data/ManagerConfigInfo.h"
 
-#include <new>
-
 namespace
 {
 constexpr unsigned char CARRIAGE_RETURN = 13;
@@ -61,11 +59,7 @@ void CDataProcessorAt::ProcessAtCmd(ByteView text)
         CDebug::Instance()->PrintInfo("AT Client has not bind to UE");
         return;
     }
-    OwnedBytes pText(new (std::nothrow) unsigned char[text.size()]);
-    if (!pText)
-        return;
-    std::copy(text.begin(), text.end(), pText.get());
-    m_pAgent->SendData2UE(std::move(pText), static_cast<unsigned int>(text.size()), nUeIdx, m_enChannelType);
+    m_pAgent->SendData2UE(CopyOnHeap(text), static_cast<unsigned int>(text.size()), nUeIdx, m_enChannelType);
 }
 
 int CDataProcessorAt::ProcessSerialData(ByteSpan data)

@@ -7,12 +7,11 @@
 #include "data/gu/GuRegister.h"
 #include "data/gu/RegisterManager.h"
 
-#include <new>
 #include <thread>
 #include <utility>
 
-// The object, and the way from a client's request to the UE. The reverse way is in OperationGUDataFromUe.cpp, the
-// periodic reports in OperationGUDataReport.cpp.
+// The object, and the way from a client's request to the UE. The reverse way is in OperationGUDataFromUe.cpp and
+// OperationGUDataQuery.cpp, the periodic reports in OperationGUDataReport.cpp.
 
 namespace
 {
@@ -372,12 +371,11 @@ void COperationGUData::SendReq2UE(ByteView packet)
         if (!m_stDataProcess.OM_UsbFrameEncap(Slice(packet, (ucIndex - 1) * OM_MAX_SEGMENT, OM_MAX_SEGMENT), frame,
                                               ucTotal, ucIndex))
             return;
-        OwnedBytes pFrame(new (std::nothrow) unsigned char[frame.size()]);
+        OwnedBytes pFrame = CopyOnHeap(frame);
         if (!pFrame) {
             CDebug::Instance()->PrintError("DpGuCmd function SendReq2UE Get memory Faild");
             return;
         }
-        std::copy(frame.begin(), frame.end(), pFrame.get());
         m_pAgent.load()->SendData2UE(std::move(pFrame), static_cast<unsigned int>(frame.size()), nUeIdx,
                                      CHANNEL_GU_CMD);
         if (pause.count() > 0)

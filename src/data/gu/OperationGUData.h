@@ -26,6 +26,14 @@ constexpr unsigned int MODEM_NUM_SINGLE = 0;
 constexpr unsigned int MODEM_NUM_DUAL = 1;
 constexpr unsigned int MODEM_NUM_UNKNOWN = 2;
 
+// Results of TranslateUEPacket and of the routines that it calls, for tests and logs.
+constexpr int GU_RESULT_OK = 0;
+constexpr int GU_RESULT_NOTHING = 1; // not yet, or nothing to do
+constexpr int GU_RESULT_UNKNOWN_CATEGORY = 2;
+constexpr int GU_RESULT_BAD_LENGTH = 3;
+constexpr int GU_RESULT_UNKNOWN_ID = 4;
+constexpr int GU_RESULT_TRACE_TAKEN = 14; // by a trace processor
+
 constexpr unsigned int UE_VERSION_UNKNOWN = 0xFFFFFFFF; // class of every version text that isn't in the table
 
 /// The version classes 0, 2, 3 and 4: they count their time stamps upwards and have PIDs of their own.
@@ -52,8 +60,7 @@ public:
     /// A client request (DIAG_PACKET_REQ_STRU, lead bytes stripped). 1 for one without parameters, 2 for an unknown
     /// packet type, else 0.
     int TranslateProbePacket(ByteView req, CAgent* pAgent, CClient* pClient);
-    /// A GU packet out of a frame. The result is for tests and logs: 0 done, 1 not yet or nothing to do, 2 unknown
-    /// category, 3 bad length, 4 unknown id, 14 taken by a trace processor.
+    /// A GU packet out of a frame. One of GU_RESULT_...
     int TranslateUEPacket(ByteView packet);
     /// The UE went away; a frame of which it sent only a part is lost. Frame mode, SN books and report periods stay.
     void ClearData();

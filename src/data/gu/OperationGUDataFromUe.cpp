@@ -3,23 +3,16 @@
 #include "agent/Agent.h"
 #include "agent/Client.h"
 #include "common/Debug.h"
-#include "data/gu/GuRegister.h"
 #include "data/gu/RegisterManager.h"
 
 #include <utility>
 
-// The way from the UE to the clients: frames, categories, version and card mode, confirms and indications.
+// The way from the UE to the clients: frames, categories, confirms and indications. The answers to queries are in
+// OperationGUDataQuery.cpp.
 
 namespace
 {
 constexpr std::chrono::milliseconds TICK_INTERVAL(100);
-
-constexpr int RESULT_OK = 0;
-constexpr int RESULT_NOTHING = 1;
-constexpr int RESULT_UNKNOWN_CATEGORY = 2;
-constexpr int RESULT_BAD_LENGTH = 3;
-constexpr int RESULT_UNKNOWN_ID = 4;
-constexpr int RESULT_TRACE_TAKEN = 14;
 
 constexpr size_t CNF_PAYLOAD_LEN = 4; // bytes of every confirm that is passed on
 } // namespace
@@ -70,7 +63,7 @@ int COperationGUData::TranslateUEPacket(ByteView packet)
     case GU_CATEGORY_QUERY + GU_CATEGORY_MODEM_1:
         return ProcQueryMsgFromUe(packet, 1);
     default:
-        return RESULT_UNKNOWN_CATEGORY;
+        return GU_RESULT_UNKNOWN_CATEGORY;
     }
 }
 
@@ -125,7 +118,7 @@ std::vector<unsigned char> PayloadOf(ByteView packet, size_t szLen)
 int COperationGUData::ProcOtaMsgFromUe(ByteView packet, unsigned int ulModem)
 {
     if (!m_bVersionOk || packet.size() < GU_MIN_PACKET)
-        return RESULT_NOTHING;
+        return GU_RESULT_NOTHING;
     for (const OTA_MSG_ROW& stRow : g_astOtaMsg) {
         if (stRow.usMsgId != GuMsgId(packet))
             continue;
@@ -135,9 +128,9 @@ int COperationGUData::ProcOtaMsgFromUe(ByteView packet, unsigned int ulModem)
             BuildMsgCnfPacket(PKT_TYPE_GU_OTA, 0, GuTimeStamp(packet), usId, PayloadOf(packet, CNF_PAYLOAD_LEN));
         else
             BuildMsgIndPacket(PKT_TYPE_GU_OTA, GuTimeStamp(packet), usId, PayloadOf(packet, szIndLen));
-        return RESULT_OK;
+        return GU_RESULT_OK;
     }
-    return RESULT_UNKNOWN_ID;
+    return GU_RESULT_UNKNOWN_ID;
 }
 
 namespace
@@ -156,11 +149,11 @@ constexpr bool IsChained(unsigned short usMsgId)
 int COperationGUData::DecomposeTransMsg(ByteView packet, unsigned int ulModem)
 {
     if (packet.size() < GU_MIN_PACKET)
-        return RESULT_NOTHING;
+        return GU_RESULT_NOTHING;
     if (!m_bImeiOk && GuMsgId(packet) == ID_UE_INFO)
         TakeImei(packet);
     if (!m_bVersionOk)
-        return RESULT_NOTHING;
+        return GU_RESULT_NOTHING;
     if (!IsChained(GuMsgId(packet)))
         return ProcTransMsgFromUe(packet, ulModem);
     return WalkChain(packet, ulModem);
@@ -180,15 +173,15 @@ int COperationGUData::WalkChain(ByteView chain, unsigned int ulModem)
     while (chain.size() >= GU_MIN_PACKET) {
         const size_t szMsg = GuPacketSize(chain);
         if (szMsg > chain.size())
-            return RESULT_OK;
+            return GU_RESULT_OK;
         if (!IsChained(GuMsgId(chain)))
-            return RESULT_NOTHING;
+            return GU_RESULT_NOTHING;
         std::vector<unsigned char> message(chain.begin(), chain.begin() + static_cast<ptrdiff_t>(szMsg));
         StoreLe<uint32_t>(message, GU_SN, ulSn);
         (void)ProcTransMsgFromUe(message, ulModem); // a message that isn't known doesn't stop the others
         chain = chain.subspan(szMsg);
     }
-    return RESULT_OK;
+    return GU_RESULT_OK;
 }
 
 // What the UE's own transparent messages become, whatever the dispatcher did with them.
@@ -227,16 +220,16 @@ const COperationGUData::TRANS_MSG_ROW COperationGUData::c_astTransMsg[] = {
 int COperationGUData::ProcTransMsgFromUe(ByteView packet, unsigned int ulModem)
 {
     if (packet.size() < GU_MIN_PACKET || GuPacketSize(packet) != packet.size())
-        return RESULT_BAD_LENGTH;
+        return GU_RESULT_BAD_LENGTH;
     (void)m_pTransDisp->Process(packet, (ulModem << 16) | GuMsgId(packet)); // the agent's own table comes in any case
     for (const TRANS_MSG_ROW& stRow : c_astTransMsg) {
         if (stRow.usMsgId != GuMsgId(packet))
             continue;
         if (ulModem == 0 || !stRow.bModem0Only)
             (this->*stRow.pfnProcess)(packet);
-        return RESULT_OK;
+        return GU_RESULT_OK;
     }
-    return RESULT_UNKNOWN_ID;
+    return GU_RESULT_UNKNOWN_ID;
 }
 
 void COperationGUData::PassConfirm(ByteView packet)
@@ -281,26 +274,6 @@ void COperationGUData::PassRegCnf(ByteView packet)
 
 namespace
 {
-/// A pointer as the log shows it.
-unsigned int LogPointer(const void* p)
-{
-    return static_cast<unsigned int>(reinterpret_cast<uintptr_t>(p));
-}
-} // namespace
-
-void COperationGUData::TakeDspShareAddr(ByteView packet)
-{
-    const auto pManager = RegisterManager();
-    CDebug::Instance()->PrintInfo("Already query dsp addr msg m_pRegisterManager = 0x%x", LogPointer(pManager.get()));
-    if (!pManager)
-        return;
-    pManager->RefreshWdspQueryAddr(packet);
-    if (CAgent* const pAgent = m_pAgent)
-        pAgent->ModeQuery(MODEM_ID_0, static_cast<unsigned char>(m_iUeId));
-}
-
-namespace
-{
 constexpr unsigned short ID_TRACE = 0x8003;
 constexpr unsigned short TRACE_MIN_LEN = 38; // smallest usPacketLen
 constexpr unsigned int TRACE_PID_MODEM_1_FIRST = 2;
@@ -319,11 +292,11 @@ unsigned int TraceKey(ByteView packet)
 int COperationGUData::ProcTraceMsgFromUe(ByteView packet)
 {
     if (!m_bVersionOk)
-        return RESULT_NOTHING;
+        return GU_RESULT_NOTHING;
     if (packet.size() < GU_MIN_PACKET)
-        return RESULT_BAD_LENGTH;
+        return GU_RESULT_BAD_LENGTH;
     if (GuMsgId(packet) != ID_TRACE || GuPacketLen(packet) < TRACE_MIN_LEN)
-        return RESULT_UNKNOWN_ID;
+        return GU_RESULT_UNKNOWN_ID;
     const bool bTaken = m_pTraceDisp->Process(packet, TraceKey(packet));
     const unsigned int ulTimeStamp = GuTimeStamp(packet);
     switch (LoadLe<uint16_t>(packet, GU_TRACE_MSG_NAME)) {
@@ -332,217 +305,16 @@ int COperationGUData::ProcTraceMsgFromUe(ByteView packet)
             BuildMAC_dIndPacket(ulTimeStamp);
         if (m_ReorderReport.ConfirmMsg(packet))
             BuildReorderingQueueIndPacket(ulTimeStamp);
-        return RESULT_OK;
+        return GU_RESULT_OK;
     case TRACE_MAC_CONFIG:
         if (m_MacReport.MsgProcess(packet))
             BuildMAC_dIndPacket(ulTimeStamp);
         if (m_ReorderReport.MsgProcess(packet))
             BuildReorderingQueueIndPacket(ulTimeStamp);
-        return RESULT_OK;
+        return GU_RESULT_OK;
     default:
-        return bTaken ? RESULT_TRACE_TAKEN : RESULT_UNKNOWN_ID;
+        return bTaken ? GU_RESULT_TRACE_TAKEN : GU_RESULT_UNKNOWN_ID;
     }
-}
-
-namespace
-{
-constexpr unsigned short ID_MODE_ANSWER = 0x80A6;
-constexpr unsigned short ID_MODE_ANSWER_MODEM_1 = 0x80A8; // towards clients; the UE sends ID_MODE_ANSWER
-constexpr unsigned short ID_VERSION_ANSWER = 0x8082;
-constexpr unsigned short ID_CARD_ANSWER = 0x8212;
-
-unsigned short QueryId(ByteView packet)
-{
-    return LoadLe<uint16_t>(packet, GU_QUERY_MSG_ID);
-}
-unsigned int QueryValue(ByteView packet)
-{
-    return LoadLe<uint32_t>(packet, GU_QUERY_VALUE);
-}
-bool IsModem1(ByteView packet)
-{
-    return GuCategory(packet) == GU_CATEGORY_QUERY + GU_CATEGORY_MODEM_1;
-}
-} // namespace
-
-int COperationGUData::ProcQueryMsgFromUe(ByteView packet, unsigned int ulModem)
-{
-    if (ulModem > 1 || (GuCategory(packet) != GU_CATEGORY_QUERY && !IsModem1(packet)))
-        return RESULT_UNKNOWN_ID;
-    switch (QueryId(packet)) {
-    case ID_MODE_ANSWER:
-        return OnModeAnswer(packet);
-    case ID_VERSION_ANSWER:
-        ProcessVersionMsg(packet);
-        return RESULT_OK;
-    default:
-        return RESULT_UNKNOWN_ID;
-    }
-}
-
-/// The confirm has the type 10, the UE's category, not the 90 of the request; required.
-int COperationGUData::OnModeAnswer(ByteView packet)
-{
-    const auto pManager = RegisterManager();
-    const unsigned int ulMode0 = pManager ? pManager->GetRegMode(0) : MODE_NONE;
-    const unsigned int ulMode1 = pManager ? pManager->GetRegMode(1) : MODE_NONE;
-    CDebug::Instance()->PrintRawData("Rcv Mode Info", packet);
-    CDebug::Instance()->PrintInfo("Rcv Mode Info  m_bVersionOk = %d, m_pRegisterManager = 0x%x, m_enRegMode=[%d,%d]",
-                                  m_bVersionOk ? 1 : 0, LogPointer(pManager.get()), static_cast<int>(ulMode0),
-                                  static_cast<int>(ulMode1));
-    if (!m_bVersionOk)
-        return RESULT_NOTHING;
-    unsigned char aucValue[4];
-    StoreLe<uint32_t>(aucValue, 0, QueryValue(packet));
-    BuildMsgCnfPacket(GU_CATEGORY_QUERY, 0, STAMP_NONE, IsModem1(packet) ? ID_MODE_ANSWER_MODEM_1 : ID_MODE_ANSWER,
-                      aucValue);
-    RefreshMode(packet);
-    return RESULT_OK;
-}
-
-void COperationGUData::RefreshMode(ByteView packet)
-{
-    const unsigned int enMode = GetCurrentMode(packet);
-    if (IsModem1(packet)) {
-        SetMode(1, enMode);
-        return;
-    }
-    const auto pManager = RegisterManager();
-    if (!pManager)
-        return;
-    if (pManager->ChangeRegListByMode(static_cast<int>(enMode)) || !pManager->BaseAddrValid())
-        pManager->SendCmd_QueryWDSPReg(true, static_cast<MODE_ENUM>(enMode));
-}
-
-void COperationGUData::SetMode(unsigned int ulModem, unsigned int ulMode)
-{
-    if (const auto pManager = RegisterManager())
-        pManager->SetRegMode(ulModem, static_cast<MODE_ENUM>(ulMode));
-}
-
-/// MODE_ENUM of a mode answer.
-unsigned int COperationGUData::GetCurrentMode(ByteView packet) const
-{
-    const unsigned int ulValue = QueryValue(packet);
-    if (ulValue == m_ulModeBase + 1)
-        return 0;
-    return ulValue == m_ulModeBase ? 1 : 2;
-}
-
-void COperationGUData::RefreshModem(ByteView packet)
-{
-    if (GuCategory(packet) != GU_CATEGORY_QUERY || QueryId(packet) != ID_CARD_ANSWER)
-        return;
-    CDebug::Instance()->PrintInfo("Rcv single and double card info");
-    if (m_enModemNum != MODEM_NUM_UNKNOWN)
-        return;
-    m_ulModeBase = 0;
-    const unsigned int enModemNum = SetUeModemId(QueryValue(packet));
-    m_enModemNum = enModemNum;
-    if (CAgent* const pAgent = m_pAgent)
-        pAgent->ModeQuery(MODEM_ID_1, static_cast<unsigned char>(m_iUeId));
-    CDebug::Instance()->PrintInfo("single and double card model= %d", static_cast<int>(enModemNum));
-}
-
-unsigned int COperationGUData::SetUeModemId(unsigned int ulValue)
-{
-    if (ulValue == 2)
-        return MODEM_NUM_DUAL;
-    return ulValue == 1 ? MODEM_NUM_SINGLE : MODEM_NUM_UNKNOWN;
-}
-
-namespace
-{
-constexpr size_t VERSION_NAME_LEN = 8; // characters of the version text that name the platform
-struct VERSION_ROW
-{
-    const char* pszName;
-    unsigned int ulClass;
-};
-constexpr VERSION_ROW g_astVersion[] = {
-    {"CEDAR-03", 0}, {"CEDAR-30", 0},                                                                     //
-    {"MAPLE-20", 2}, {"MAPLE-02", 2}, {"ROWAN-03", 2}, {"ROWAN-30", 2}, {"OLIVE-01", 3}, {"OLIVE-10", 3}, //
-    {"PLANE-01", 4}, {"PLANE-10", 4},
-};
-
-constexpr size_t VERSION_TEXT = 109;
-constexpr size_t VERSION_TYPE = 8;
-constexpr size_t VERSION_ASIC_MIN = 515; // an ASIC's answer is longer than this
-constexpr unsigned int PID_BLER_KNOWN = 203;
-constexpr unsigned int PID_BLER_OTHER = 515;
-
-const char* TypeText(ByteView packet)
-{
-    switch (LoadLe<uint32_t>(packet, VERSION_TYPE)) {
-    case 1:
-        return GuPacketSize(packet) > VERSION_ASIC_MIN ? "ASIC" : "FPGA";
-    case 2:
-        return "PC";
-    default:
-        return "FPGA";
-    }
-}
-} // namespace
-
-unsigned int COperationGUData::ParseVersion(const std::string& strVersion)
-{
-    const std::string strName = strVersion.substr(0, VERSION_NAME_LEN);
-    for (const VERSION_ROW& stRow : g_astVersion)
-        if (strName == stRow.pszName)
-            return stRow.ulClass;
-    return UE_VERSION_UNKNOWN;
-}
-
-void COperationGUData::ProcessVersionMsg(ByteView packet)
-{
-    if (m_bVersionOk || QueryId(packet) != ID_VERSION_ANSWER)
-        return;
-    const std::string strType = TypeText(packet);
-    std::string strVersion = FixedText(Slice(packet, VERSION_TEXT));
-    if (ParseVersion(strVersion) != UE_VERSION_UNKNOWN) {
-        m_ulFrameMode = FRAME_MODE_RTC_CPUID;
-        m_ulModeBase = 0;
-    }
-    strVersion = strVersion.substr(0, strVersion.find('B'));
-    m_bVersionOk = true;
-    if (m_bImeiOk)
-        SendGUPacketToClient("");
-    m_enUeVersion = ParseVersion(strVersion);
-    m_ulBlerPid = IsKnownUeVersion(m_enUeVersion) ? PID_BLER_KNOWN : PID_BLER_OTHER;
-    ReplaceRegisterManager();
-    InitRegisterInfo(strType, strVersion);
-    CAgent* const pAgent = m_pAgent;
-    if (!pAgent)
-        return;
-    const int nUeIdx = m_iUeId;
-    CDebug::Instance()->PrintInfo("mode query: ue id = %d", nUeIdx);
-    CDebug::Instance()->PrintInfo("Rcv version = %s, type=%s", strVersion.c_str(), strType.c_str());
-    pAgent->ModeQuery(MODEM_ID_0, static_cast<unsigned char>(nUeIdx));
-    pAgent->QueryUeModemNum(static_cast<unsigned char>(nUeIdx));
-}
-
-void COperationGUData::ReplaceRegisterManager()
-{
-    auto pManager = std::make_shared<CRegisterManager>(this);
-    const xtl::MutexGuard guard(m_RegisterLock);
-    m_pRegisterManager.swap(pManager);
-}
-
-void COperationGUData::InitRegisterInfo(const std::string& strType, const std::string& strVersion)
-{
-    const auto pManager = RegisterManager();
-    if (!pManager)
-        return;
-    pManager->ClearRegInfo();
-    const unsigned int ulIndex = m_pGuRegister->GetIndexValueByVersion(strVersion, strType);
-    if (ulIndex == REG_INDEX_NONE)
-        return;
-    const auto Addr = [&](unsigned int ulField) { return m_pGuRegister->GetAddrValueByIndex(ulIndex, ulField); };
-    pManager->SetBaseAddr(Addr(REG_FIELD_WBBP), Addr(REG_FIELD_GBBP), Addr(REG_FIELD_WDSP_QUERY),
-                          Addr(REG_FIELD_WDSP_INFO), Addr(REG_FIELD_TIME_SLOT));
-    pManager->SendCmdOfSdtStatus();
-    pManager->DspShareAddrQuery();
-    CDebug::Instance()->PrintInfo("Set DSP query addr ulWDSPQUERY= 0x%x", Addr(REG_FIELD_WDSP_QUERY));
 }
 
 DIAG_PACKET_ACK_STRU COperationGUData::GuAckHead(unsigned short usType, unsigned short usId)
