@@ -17,18 +17,19 @@ struct PLAN
 {
     int nRounds;
     milliseconds rateTime;
-    milliseconds latencyTime;
+    milliseconds latencyTime; // of a round, as the time before
     milliseconds tripTime;
     std::vector<size_t> sizes; // bytes of payload
     std::vector<size_t> lanes; // UEs at once
 };
-const PLAN FULL = {9, milliseconds(300), milliseconds(1000), milliseconds(3000), {64, 300, 1500}, {1, 4}};
-const PLAN QUICK = {3, milliseconds(200), milliseconds(400), milliseconds(1000), {300, 1500}, {1}};
+const PLAN FULL = {9, milliseconds(300), milliseconds(150), milliseconds(3000), {64, 300, 1500}, {1, 4}};
+const PLAN QUICK = {3, milliseconds(200), milliseconds(150), milliseconds(1000), {300, 1500}, {1}};
 
 struct RESULT
 {
-    std::vector<RELAY_RATE> rates; // of each round
-    std::vector<double> latency;   // microseconds, sorted
+    // Of each round:
+    std::vector<RELAY_RATE> rates;
+    std::vector<std::vector<double>> latencies; // microseconds, sorted
 };
 
 struct CASE
@@ -66,9 +67,22 @@ double MedianRatio(const RESULT& stVex, const RESULT& stOther, RateValue value)
     return Median(ratios);
 }
 
+/// Over all rounds.
+double Latency(const RESULT& stResult, double dShare)
+{
+    std::vector<double> all;
+    for (const auto& latency : stResult.latencies)
+        all.insert(all.end(), latency.begin(), latency.end());
+    std::ranges::sort(all);
+    return Percentile(all, dShare);
+}
+
 double LatencyRatio(const RESULT& stVex, const RESULT& stOther, double dShare)
 {
-    return Ratio(Percentile(stVex.latency, dShare), Percentile(stOther.latency, dShare));
+    std::vector<double> ratios;
+    for (size_t i = 0; i < stVex.latencies.size(); ++i)
+        ratios.push_back(Ratio(Percentile(stVex.latencies[i], dShare), Percentile(stOther.latencies[i], dShare)));
+    return Median(ratios);
 }
 
 CASE RunCase(std::vector<RELAY>& relays, size_t szPayload, size_t szLanes, const PLAN& plan)
@@ -80,10 +94,9 @@ CASE RunCase(std::vector<RELAY>& relays, size_t szPayload, size_t szLanes, const
             stCase.results[k].rates.push_back(MeasureRate(relays[k], szLanes, frames, plan.rateTime));
             DrainSinks(relays[k], milliseconds(50));
         }
-    for (size_t k = 0; k < relays.size(); ++k) {
-        stCase.results[k].latency = MeasureLatency(relays[k], szLanes, frames, plan.latencyTime);
-        DrainSinks(relays[k], milliseconds(50));
-    }
+    for (int i = 0; i < plan.nRounds; ++i)
+        for (size_t k = 0; k < relays.size(); ++k)
+            stCase.results[k].latencies.push_back(MeasureLatency(relays[k], szLanes, frames, plan.latencyTime));
     return stCase;
 }
 
@@ -109,7 +122,7 @@ void PrintRate(const char* pszWhat, const CASE& stCase, RateValue value, double 
 void PrintLatency(const char* pszWhat, const CASE& stCase, double dShare)
 {
     PrintLine(
-        pszWhat, stCase, [&](const RESULT& st) { return Percentile(st.latency, dShare); },
+        pszWhat, stCase, [&](const RESULT& st) { return Latency(st, dShare); },
         [&](const RESULT& stVex, const RESULT& stOther) { return LatencyRatio(stVex, stOther, dShare); });
 }
 
