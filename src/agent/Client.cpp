@@ -13,7 +13,7 @@ namespace
 constexpr size_t FRAME_HEAD_LEN = LEAD_LEN + DIAG_PACKET_REQ_STRU::SIZE;
 constexpr size_t LEAD_PAIR_RESTARTS = 7; // a pair of lead bytes that ends this early starts the frame anew
 constexpr size_t AT_RAW_MIN = 3;         // fewer bytes are no text
-constexpr size_t HOLD_MAX = 16384;       // bytes held back at which they are sent, half of the socket's send buffer
+constexpr size_t HOLD_MAX = 16384;       // bytes held back at most, half of the socket's send buffer
 
 const char* ChannelLabel(enChannelType enType)
 {
@@ -121,20 +121,21 @@ void CClient::OnSerialData(ByteSpan data)
 bool CClient::SendData2Client(OwnedBytes pucBuf, size_t szLen)
 {
     const xtl::MutexGuard guard(m_SendMutex);
-    if (!m_bHolding) {
+    if (m_vecHeld.size() + szLen > HOLD_MAX)
+        SendHeld();
+    if (!m_bHolding || szLen > HOLD_MAX) {
         SendPackets({pucBuf.get(), szLen}, {&szLen, 1});
         return true;
     }
     m_vecHeld.insert(m_vecHeld.end(), pucBuf.get(), pucBuf.get() + szLen);
     m_vecHeldEnd.push_back(m_vecHeld.size());
-    if (m_vecHeld.size() >= HOLD_MAX)
-        SendHeld();
     return true;
 }
 
 void CClient::SetHolding(bool bHolding)
 {
     const xtl::MutexGuard guard(m_SendMutex);
+    m_vecHeld.reserve(HOLD_MAX);
     SendHeld();
     m_bHolding = bHolding;
 }

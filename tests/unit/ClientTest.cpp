@@ -304,14 +304,16 @@ TEST_F(SendTest, PacketsThatAreSentTogetherWaitForTheEndOrUntilTheyAreMany)
         const CClient::CSendTogether together(*m_client.Get());
         EXPECT_TRUE(Send(5000, 0x11));
         EXPECT_TRUE(Send(5000, 0x22));
-        EXPECT_TRUE(Send(6383, 0x33));
+        EXPECT_TRUE(Send(6384, 0x33)); // 16384 bytes
         EXPECT_THAT(m_client.Pending(), IsEmpty());
-        EXPECT_TRUE(Send(1, 0x44)); // 16384 bytes
-        EXPECT_EQ(m_client.Pending(), Join(Fill(5000, 0x11), Fill(5000, 0x22), Fill(6383, 0x33), Hex("44")));
-        EXPECT_TRUE(Send(2, 0x55));
+        EXPECT_TRUE(Send(1, 0x44));
+        EXPECT_EQ(m_client.Pending(), Join(Fill(5000, 0x11), Fill(5000, 0x22), Fill(6384, 0x33)));
+        EXPECT_TRUE(Send(16385, 0x55)); // too large to be held at all
+        EXPECT_EQ(m_client.Pending(), Join(Hex("44"), Fill(16385, 0x55)));
+        EXPECT_TRUE(Send(2, 0x77));
         EXPECT_THAT(m_client.Pending(), IsEmpty());
     }
-    EXPECT_EQ(m_client.Pending(), Hex("55 55"));
+    EXPECT_EQ(m_client.Pending(), Hex("77 77"));
     EXPECT_TRUE(Send(1, 0x66));
     EXPECT_EQ(m_client.Pending(), Hex("66")) << "on its own again";
 }
