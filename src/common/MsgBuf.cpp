@@ -74,6 +74,8 @@ void CAgentMsgRun::Add(unsigned int ulUeIdx, enChannelType enChannel, OwnedBytes
 
 void CAgentMsgRun::Post()
 {
+    if (m_szCount == 0)
+        return;
     (void)::Post(CMsgBuf::Instance()->AgentQueue(), std::span<const MSG_AGENT>(m_astMsg).first(m_szCount));
     m_szCount = 0;
 }

@@ -87,7 +87,8 @@ private:
     CAgentMsgQueue m_AgentQueue;
 };
 
-/// Data records on their way to the agent, so that those of one read are posted together. Its end posts the rest.
+/// Data records on their way to the agent, so that those of one pass of reading are posted together. Its end posts
+/// the rest.
 class CAgentMsgRun
 {
 public:

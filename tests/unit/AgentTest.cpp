@@ -243,6 +243,25 @@ TEST_F(ClientLoopTest, ARequestIsAnsweredAndTheEndOfTheClientIsNoticed)
     EXPECT_TRUE(log.Saw("[INF] : Delete Client(com 12) Lte Data\n"));
 }
 
+TEST_F(ClientLoopTest, AClientsSocketHasASmallBufferAndNeverWaits)
+{
+    Start();
+    m_fix.AttachUe(0, 12);
+    m_fix.Confirm(0);
+    const CUniqueFd far = Connect(CHANNEL_AT);
+    std::shared_ptr<CClient> pClient;
+    ASSERT_TRUE(WaitFor([&] { return (pClient = Agent().GetGUDataClient(0, CHANNEL_AT)) != nullptr; }));
+    const auto Option = [&](int nLevel, int nName) {
+        int nValue = -1;
+        socklen_t ulLen = sizeof(nValue);
+        EXPECT_EQ(getsockopt(pClient->GetClientSocket(), nLevel, nName, &nValue, &ulLen), 0);
+        return nValue;
+    };
+    EXPECT_EQ(Option(SOL_SOCKET, SO_SNDBUF), 2 * 32768) << "the system doubles it for its own needs";
+    EXPECT_EQ(Option(IPPROTO_TCP, TCP_NODELAY), 1);
+    EXPECT_NE(fcntl(pClient->GetClientSocket(), F_GETFL) & O_NONBLOCK, 0);
+}
+
 TEST_F(ClientLoopTest, AClosedClientFreesItsRow)
 {
     CLogCapture log;
