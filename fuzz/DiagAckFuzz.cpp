@@ -44,7 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* pucData, size_t szLen
 {
     CByteReader reader({pucData, szLen});
     ConfigureFrom(reader);
-    CDataProcessorLteDiag processor(nullptr, nullptr, nullptr);
+    CDataProcessorLteDiag processor(nullptr, nullptr);
     while (reader.Left() > 0) {
         size_t szPacket = 0;
         const OwnedBytes pPacket = TakePacket(reader, szPacket);

@@ -52,7 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* pucData, size_t szLen
 {
     CByteReader reader({pucData, szLen});
     ConfigureFrom(reader);
-    CDataProcessorLteData processor(nullptr, nullptr, nullptr);
+    CDataProcessorLteData processor(nullptr, nullptr);
     IND_OUTPUT stOut;
     IDLE_MEAS_STORE stStore;
     stStore.ulTimeoutMs = 200;

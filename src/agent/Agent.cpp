@@ -4,49 +4,51 @@
 #include "common/Config.h"
 #include "common/Debug.h"
 #include "common/Thread.h"
-#include "data/gu/GUDataProcess.h"
 #include "data/gu/OperationGUData.h"
 
-#include <arpa/inet.h>
 #include <ctime>
-#include <sys/eventfd.h>
-#include <sys/socket.h>
 
 namespace
 {
-void* StatusMonitor_Thread(void* pAgent)
+void* StatusMonitor_Thread(void* pService)
 {
-    if (pAgent)
-        static_cast<CAgent*>(pAgent)->StatusMonitorFun();
+    if (pService)
+        static_cast<CStatusService*>(pService)->StatusMonitorFun();
     return nullptr;
 }
 
-void* StatusQuery_Thread(void* pAgent)
+void* StatusQuery_Thread(void* pService)
 {
-    if (pAgent)
-        static_cast<CAgent*>(pAgent)->StatusQueryFun();
+    if (pService)
+        static_cast<CStatusService*>(pService)->StatusQueryFun();
     return nullptr;
 }
 
-void* ReadAgentMsg_Thread(void* pAgent)
+void* ReadAgentMsg_Thread(void* pEvents)
 {
-    if (pAgent)
-        static_cast<CAgent*>(pAgent)->ReadAgentMsgFun();
+    if (pEvents)
+        static_cast<CUeEvents*>(pEvents)->ReadAgentMsgFun();
     return nullptr;
+}
+
+CGuOperations MakeOperations()
+{
+    CGuOperations apOperation;
+    for (auto& pOperation : apOperation)
+        pOperation = std::make_unique<COperationGUData>();
+    return apOperation;
 }
 } // namespace
 
-// Without the eventfd everything works too: a thread that waits for the client list then waits for up to a second.
-CAgent::CAgent() : m_GUDataProcess(std::make_unique<CGUDataProcess>()), m_WakeUp(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
+CAgent::CAgent()
+    : m_apOperationGU(MakeOperations()),
+      m_Bindings(m_Table, m_Status, m_UEManager, m_apOperationGU),
+      m_Clients(m_Bindings, m_Table, m_Status, m_apOperationGU),
+      m_Events(m_Bindings, m_Table, m_Status, m_Clients, m_UEManager, m_apOperationGU),
+      m_StatusService(m_Status, m_Bindings, m_Table, m_UEManager)
 {
-    for (auto& astUe : m_astChannelInfo)
-        for (size_t i = 0; i < astUe.size(); ++i)
-            astUe[i].enChannel = static_cast<enChannelType>(i);
-    for (auto& pOperation : m_apOperationGU)
-        pOperation = std::make_unique<COperationGUData>();
 }
 
-/// The status socket stays open: a thread that isn't joined may be sending on it, and the process ends anyway.
 CAgent::~CAgent() = default;
 
 bool CAgent::Init(const char* pszConfigFile)
@@ -56,18 +58,7 @@ bool CAgent::Init(const char* pszConfigFile)
         (void)pConfig->LoadConfigFile(pszConfigFile); // without the file the run goes on with the defaults
     CDebug::Instance();
     CMsgBuf::Instance();
-    if (pConfig->GetStatusInfoReportInterval() <= 0)
-        return true;
-
-    const xtl::MutexGuard guard(m_StatusMutex);
-    m_nStatusSocket = socket(AF_INET, SOCK_DGRAM, 0);
-    if (m_nStatusSocket < 0) {
-        CDebug::Instance()->PrintError("StatusMonitor socket create fail!");
-        return true;
-    }
-    m_stMonitorAddr.sin_family = AF_INET;
-    m_stMonitorAddr.sin_port = htons(STATUS_PORT);
-    m_stMonitorAddr.sin_addr.s_addr = inet_addr(pConfig->GetMonitorIPAddr());
+    m_Status.Open();
     return true;
 }
 
@@ -89,25 +80,25 @@ bool CAgent::Run()
     (void)m_UEManager.Run(); // without UEs the agent serves its clients all the same
 
     const bool bStatus = CConfig::Instance()->GetStatusInfoReportInterval() > 0;
-    if (bStatus && !StartThread(m_hStatusMonitorThread, StatusMonitor_Thread, "Status Monitor Thread Create Fail!",
-                                "Status Monitor Thread Create OK!"))
+    if (bStatus && !StartThread(m_hStatusMonitorThread, StatusMonitor_Thread, &m_StatusService,
+                                "Status Monitor Thread Create Fail!", "Status Monitor Thread Create OK!"))
         return false;
-    if (bStatus && !StartThread(m_hStatusQueryThread, StatusQuery_Thread, "Status Query Thread Create Fail!",
-                                "Status Query Thread Create OK!"))
+    if (bStatus && !StartThread(m_hStatusQueryThread, StatusQuery_Thread, &m_StatusService,
+                                "Status Query Thread Create Fail!", "Status Query Thread Create OK!"))
         return false;
-    if (!StartThread(m_hReadAgentMsgThread, ReadAgentMsg_Thread, "Read Agent Msg Thread Create Fail",
+    if (!StartThread(m_hReadAgentMsgThread, ReadAgentMsg_Thread, &m_Events, "Read Agent Msg Thread Create Fail",
                      "Read Agent Msg Thread Create OK!"))
         return false;
-    ListenFun();
+    m_Clients.ListenFun();
     return true;
 }
 
 /// A handle that isn't -1 names a thread that runs already.
-bool CAgent::StartThread(int& hThread, void* (*pfn)(void*), const char* pszFail, const char* pszOk)
+bool CAgent::StartThread(int& hThread, void* (*pfn)(void*), void* pArg, const char* pszFail, const char* pszOk)
 {
     if (hThread != -1)
         return true;
-    hThread = start_thread(0, pfn, this);
+    hThread = start_thread(0, pfn, pArg);
     if (hThread == -1)
         CDebug::Instance()->PrintError("%s", pszFail);
     else
@@ -117,8 +108,9 @@ bool CAgent::StartThread(int& hThread, void* (*pfn)(void*), const char* pszFail,
 
 bool CAgent::Stop()
 {
-    m_bRun = 0;
-    WakeUp();
+    m_Clients.Stop();
+    m_Events.Stop();
+    m_StatusService.Stop();
     if (m_hReadAgentMsgThread != -1) {
         m_hReadAgentMsgThread = -1;
         CDebug::Instance()->PrintInfo("Agent Read Serial Data Thread Exit");

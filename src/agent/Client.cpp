@@ -1,9 +1,13 @@
 #include "agent/Client.h"
 
-#include "agent/Agent.h"
+#include "agent/ClientSocket.h"
 #include "common/Debug.h"
-#include "data/DataProcessor.h"
 #include "data/DiagPacket.h"
+#include "data/DpAt.h"
+#include "data/DpGuCmd.h"
+#include "data/DpGuData.h"
+#include "data/DpLteData.h"
+#include "data/DpLteDiag.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -22,11 +26,25 @@ const char* ChannelLabel(enChannelType enType)
 }
 } // namespace
 
-CClient::CClient(int nSocket, enChannelType enType, CAgent* pAgent, CUEManager* pUEManager)
-    : m_pProcessor(CreateDataProcessor(enType, pAgent, this, pUEManager)),
-      m_pAgent(pAgent),
-      m_Socket(nSocket),
-      m_enType(enType)
+std::unique_ptr<CDataProcessor> CreateDataProcessor(enChannelType enType, IBindings* pBindings, IClientPort* pClient)
+{
+    switch (enType) {
+    case CHANNEL_LTE_DIAG:
+        return std::make_unique<CDataProcessorLteDiag>(pBindings, pClient);
+    case CHANNEL_LTE_DATA:
+        return std::make_unique<CDataProcessorLteData>(pBindings, pClient);
+    case CHANNEL_GU_CMD:
+        return std::make_unique<CDataProcessorGuCmd>(pBindings, pClient);
+    case CHANNEL_GU_DATA:
+        return std::make_unique<CDataProcessorGuData>(pBindings, pClient);
+    case CHANNEL_AT:
+        return std::make_unique<CDataProcessorAt>(pBindings, pClient);
+    }
+    return nullptr;
+}
+
+CClient::CClient(int nSocket, enChannelType enType, IBindings* pBindings)
+    : m_pProcessor(CreateDataProcessor(enType, pBindings, this)), m_Socket(nSocket), m_enType(enType)
 {
 }
 
@@ -153,7 +171,7 @@ void CClient::SendPackets(ByteView packets, std::span<const size_t> ends)
 {
     for (size_t szDone = 0; szDone < packets.size();) {
         ByteView rest = packets.subspan(szDone);
-        m_bStalled = !m_pAgent->SendData2Client(m_Socket.Get(), rest, ChannelLabel(m_enType), m_bStalled);
+        m_bStalled = !::SendData2Client(m_Socket.Get(), rest, ChannelLabel(m_enType), m_bStalled);
         const size_t szSent = packets.size() - rest.size();
         szDone = m_bStalled ? *std::ranges::upper_bound(ends, szSent) : packets.size();
     }

@@ -4,6 +4,7 @@
 #include "common/Types.h"
 #include "common/UniqueFd.h"
 #include "common/xtl.h"
+#include "data/AgentInterfaces.h"
 
 #include <array>
 #include <memory>
@@ -12,21 +13,22 @@
 #include <string>
 #include <vector>
 
-class CAgent;
 class CDataProcessor;
-class CUEManager;
+
+/// The processor of a channel type; null for a value that is no channel.
+std::unique_ptr<CDataProcessor> CreateDataProcessor(enChannelType enType, IBindings* pBindings, IClientPort* pClient);
 
 /// One connected client: its socket, the reassembly of its request frames and its data processor.
 /// Always held by a shared pointer: the agent's client list owns it, and a thread that sends to it without the
 /// agent's lock holds it for that long. Requests are read on the main thread only.
-class CClient : public std::enable_shared_from_this<CClient>
+class CClient : public IClientPort
 {
 public:
     static constexpr size_t REQ_BUF_LEN = 10240; // a frame never gets as long as this
 
     /// Takes the socket. A type that is no channel leaves the client without a processor.
-    CClient(int nSocket, enChannelType enType, CAgent* pAgent, CUEManager* pUEManager);
-    ~CClient();
+    CClient(int nSocket, enChannelType enType, IBindings* pBindings);
+    ~CClient() override;
     CClient(const CClient&) = delete;
     CClient& operator=(const CClient&) = delete;
 
@@ -52,13 +54,15 @@ public:
         CClient& m_client;
     };
 
-    /// Sends one whole packet. Takes the buffer. Packets of several threads never mix. Always true.
-    bool SendData2Client(OwnedBytes pucBuf, size_t szLen);
+    bool SendData2Client(OwnedBytes pucBuf, size_t szLen) override;
     void SendAck(unsigned int ulCmdId, unsigned short usPktType, unsigned int ulRc, ByteView payload,
                  unsigned long long ullTimeStamp);
 
+    /// Holds the client.
+    std::shared_ptr<CClient> Hold() { return std::static_pointer_cast<CClient>(shared_from_this()); }
+
     int GetClientSocket() const { return m_Socket.Get(); }
-    enChannelType GetClientType() const { return m_enType; }
+    enChannelType GetClientType() const override { return m_enType; }
     sockaddr_in& GetAddress() { return m_stAddr; }
     /// Dotted text of the peer's address.
     std::string GetAddressText() const;
@@ -74,7 +78,6 @@ private:
     void SendPackets(ByteView packets, std::span<const size_t> ends) REQUIRES(m_SendMutex);
 
     std::unique_ptr<CDataProcessor> m_pProcessor;
-    CAgent* m_pAgent;
     CUniqueFd m_Socket;
     enChannelType m_enType;
     std::array<unsigned char, REQ_BUF_LEN> m_aucReqBuf{}; // the frame being assembled, lead bytes included

@@ -91,3 +91,10 @@ bool PostUeMsg(unsigned int ulMsgType, unsigned int ulUeIdx, enChannelType enCha
 {
     return Post(CMsgBuf::Instance()->UeQueue(), MSG_UE{ulMsgType, ulUeIdx, enChannel, ulLen, pData.release()});
 }
+
+void SendData2UE(OwnedBytes pData, size_t szLen, UE_INDEX ulUeIdx, enChannelType enChannel)
+{
+    if (pData)
+        (void)PostUeMsg(ulUeIdx == TCP_UE_INDEX ? UE_MSG_TCP : UE_MSG_SERIAL, ulUeIdx, enChannel, std::move(pData),
+                        static_cast<unsigned int>(szLen));
+}

@@ -113,3 +113,6 @@ bool PostAgentMsg(unsigned int ulMsgType, unsigned int ulUeIdx, enChannelType en
                   unsigned int ulLen);
 bool PostUeMsg(unsigned int ulMsgType, unsigned int ulUeIdx, enChannelType enChannel, OwnedBytes pData,
                unsigned int ulLen);
+
+/// Hands one packet to the thread that writes to the UEs. Blocks while the queue is full. Null does nothing.
+void SendData2UE(OwnedBytes pData, size_t szLen, UE_INDEX ulUeIdx, enChannelType enChannel);

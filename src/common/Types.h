@@ -9,6 +9,10 @@ constexpr unsigned int SERIALNUM = 4;     // ports of a UE, and links of the net
 constexpr unsigned int TCP_UE_INDEX = 15; // the slot of the one UE that is reached over the network
 static_assert(TCP_UE_INDEX == MAXUENUM - 1, "every scan of the serial UEs stops before the network UE");
 
+/// Number of a UE slot, 0 to MAXUENUM - 1. Anything else, UE_NONE among it, is no slot.
+using UE_INDEX = unsigned int;
+constexpr UE_INDEX UE_NONE = 0xFFFFFFFF;
+
 /// Logical channels of a UE; also the index of LISTENPORT and strChannelType.
 enum enChannelType : int
 {

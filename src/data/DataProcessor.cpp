@@ -1,13 +1,6 @@
 #include "data/DataProcessor.h"
 
-#include "agent/Agent.h"
-#include "agent/Client.h"
 #include "common/Debug.h"
-#include "data/DpAt.h"
-#include "data/DpGuCmd.h"
-#include "data/DpGuData.h"
-#include "data/DpLteData.h"
-#include "data/DpLteDiag.h"
 
 namespace
 {
@@ -43,8 +36,7 @@ bool SetMemValue(ByteSpan dst, const VALUE_STRU& value, ByteView src)
     return true;
 }
 
-CDataProcessor::CDataProcessor(CAgent* pAgent, CClient* pClient, CUEManager* pUEManager)
-    : m_pClient(pClient), m_pUEManager(pUEManager), m_pAgent(pAgent)
+CDataProcessor::CDataProcessor(IBindings* pBindings, IClientPort* pClient) : m_pClient(pClient), m_pBindings(pBindings)
 {
 }
 
@@ -52,7 +44,7 @@ bool CDataProcessor::ProcessBind(const DIAG_PACKET_REQ_VIEW* pstReq)
 {
     if (pstReq == nullptr)
         return false;
-    const bool bBound = m_pAgent != nullptr && m_pAgent->BindCOM(m_pClient, LoadLe<uint32_t>(pstReq->data, 0));
+    const bool bBound = m_pBindings != nullptr && m_pBindings->BindCOM(m_pClient, LoadLe<uint32_t>(pstReq->data, 0));
     ByteView payload;
     if (m_pClient != nullptr && m_pClient->GetClientType() == CHANNEL_LTE_DIAG) {
         const char* pszVersion = CConfig::Instance()->GetAgentVersion();
@@ -69,9 +61,9 @@ bool CDataProcessor::ProcessBind(const DIAG_PACKET_REQ_VIEW* pstReq)
 
 bool CDataProcessor::ProcessUnBind(const DIAG_PACKET_REQ_VIEW* pstReq)
 {
-    if (m_pAgent == nullptr)
+    if (m_pBindings == nullptr)
         return false;
-    m_pAgent->UnBindUE(m_pClient);
+    m_pBindings->UnBindUE(m_pClient);
     if (pstReq != nullptr)
         SendAckToClient(pstReq->stHead.ulCmdId, pstReq->stHead.usPktType, DIAG_RC_OK, {}, 0);
     return true;
@@ -106,22 +98,4 @@ void CDataProcessor::SendAckToClient(unsigned int ulCmdId, unsigned short usPktT
         return;
     }
     m_pClient->SendData2Client(std::move(pPacket), szTotal);
-}
-
-std::unique_ptr<CDataProcessor> CreateDataProcessor(enChannelType enType, CAgent* pAgent, CClient* pClient,
-                                                    CUEManager* pUEManager)
-{
-    switch (enType) {
-    case CHANNEL_LTE_DIAG:
-        return std::make_unique<CDataProcessorLteDiag>(pAgent, pClient, pUEManager);
-    case CHANNEL_LTE_DATA:
-        return std::make_unique<CDataProcessorLteData>(pAgent, pClient, pUEManager);
-    case CHANNEL_GU_CMD:
-        return std::make_unique<CDataProcessorGuCmd>(pAgent, pClient, pUEManager);
-    case CHANNEL_GU_DATA:
-        return std::make_unique<CDataProcessorGuData>(pAgent, pClient, pUEManager);
-    case CHANNEL_AT:
-        return std::make_unique<CDataProcessorAt>(pAgent, pClient, pUEManager);
-    }
-    return nullptr;
 }

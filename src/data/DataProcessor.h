@@ -3,14 +3,11 @@
 #include "common/Bytes.h"
 #include "common/Config.h"
 #include "common/Types.h"
+#include "data/AgentInterfaces.h"
 #include "data/DiagPacket.h"
 
 #include <atomic>
 #include <memory>
-
-class CAgent;
-class CClient;
-class CUEManager;
 
 /// Reads one configured field: usSize bytes of src at usOffset go to dst, which keeps its other bytes. False, and
 /// nothing copied, when the size is 0, above 8 or above that of dst, or the offset above usLimit. Offset plus size
@@ -25,7 +22,7 @@ bool SetMemValue(ByteSpan dst, const VALUE_STRU& value, ByteView src);
 class CDataProcessor
 {
 public:
-    CDataProcessor(CAgent* pAgent, CClient* pClient, CUEManager* pUEManager);
+    CDataProcessor(IBindings* pBindings, IClientPort* pClient);
     virtual ~CDataProcessor() = default;
     CDataProcessor(const CDataProcessor&) = delete;
     CDataProcessor& operator=(const CDataProcessor&) = delete;
@@ -51,13 +48,8 @@ protected:
     bool ProcessBindCmd(const DIAG_PACKET_REQ_VIEW& stReq);
     unsigned int BindPort() const { return m_ulBindPort.load(std::memory_order_relaxed); }
 
-    CClient* m_pClient; // the owner
-    CUEManager* m_pUEManager;
-    CAgent* m_pAgent;
+    IClientPort* m_pClient; // the owner
+    IBindings* m_pBindings;
     enChannelType m_enChannelType = CHANNEL_LTE_DIAG;
     std::atomic<unsigned int> m_ulBindPort = 0; // port of the bound UE, for log lines only
 };
-
-/// The processor of a channel type; null for a value that is no channel.
-std::unique_ptr<CDataProcessor> CreateDataProcessor(enChannelType enType, CAgent* pAgent, CClient* pClient,
-                                                    CUEManager* pUEManager);

@@ -1,8 +1,7 @@
 #include "data/DpAt.h"
 
-#include "agent/Agent.h"
-#include "agent/Client.h"
 #include "common/Debug.h"
+#include "common/MsgBuf.h"
 #include "data/ManagerConfigInfo.h"
 
 namespace
@@ -15,8 +14,7 @@ bool StartsWithLead(ByteView block)
 }
 } // namespace
 
-CDataProcessorAt::CDataProcessorAt(CAgent* pAgent, CClient* pClient, CUEManager* pUEManager)
-    : CDataProcessor(pAgent, pClient, pUEManager)
+CDataProcessorAt::CDataProcessorAt(IBindings* pBindings, IClientPort* pClient) : CDataProcessor(pBindings, pClient)
 {
     m_enChannelType = CHANNEL_AT;
 }
@@ -52,14 +50,14 @@ void CDataProcessorAt::TakeRawText(ByteView text)
 
 void CDataProcessorAt::ProcessAtCmd(ByteView text)
 {
-    if (m_pAgent == nullptr || text.empty())
+    if (m_pBindings == nullptr || text.empty())
         return;
-    const int nUeIdx = m_pAgent->GetBindedUE(m_pClient);
-    if (nUeIdx == -1) {
+    const UE_INDEX ulUeIdx = m_pBindings->GetBindedUE(m_pClient);
+    if (ulUeIdx == UE_NONE) {
         CDebug::Instance()->PrintInfo("AT Client has not bind to UE");
         return;
     }
-    m_pAgent->SendData2UE(CopyOnHeap(text), static_cast<unsigned int>(text.size()), nUeIdx, m_enChannelType);
+    SendData2UE(CopyOnHeap(text), text.size(), ulUeIdx, m_enChannelType);
 }
 
 int CDataProcessorAt::ProcessSerialData(ByteSpan data)

@@ -11,7 +11,7 @@ class CDataProcessorAt : public CDataProcessor
 public:
     static constexpr size_t LINE_LEN = 4096; // bytes kept of a line, without its carriage return
 
-    CDataProcessorAt(CAgent* pAgent, CClient* pClient, CUEManager* pUEManager);
+    CDataProcessorAt(IBindings* pBindings, IClientPort* pClient);
 
     /// A framed packet, lead bytes stripped, or raw text. A block that starts with the lead bytes is a frame that
     /// comes in its own call; it never enters the line.

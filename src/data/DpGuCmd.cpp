@@ -1,12 +1,10 @@
 #include "data/DpGuCmd.h"
 
-#include "agent/Agent.h"
 #include "common/Debug.h"
-#include "data/gu/OperationGUData.h"
 
 // m_enChannelType keeps the base's zero; no request of this channel passes code that reads it.
-CDataProcessorGuCmd::CDataProcessorGuCmd(CAgent* pAgent, CClient* pClient, CUEManager* pUEManager)
-    : CDataProcessor(pAgent, pClient, pUEManager)
+CDataProcessorGuCmd::CDataProcessorGuCmd(IBindings* pBindings, IClientPort* pClient)
+    : CDataProcessor(pBindings, pClient)
 {
 }
 
@@ -17,11 +15,11 @@ int CDataProcessorGuCmd::ProcessClientData(ByteView packet)
     const DIAG_PACKET_REQ_VIEW stReq = ViewReq(packet);
     CDebug::Instance()->PrintInfo("Client to UE(com %d): gu cmd id is 0x%x, line:%d", BindPort(), stReq.stHead.ulCmdId,
                                   __LINE__);
-    COperationGUData* pOperation = m_pAgent != nullptr ? m_pAgent->GetOperationGUFromClient(m_pClient) : nullptr;
+    IGuRequests* pOperation = m_pBindings != nullptr ? m_pBindings->GetOperationGUFromClient(m_pClient) : nullptr;
     if (ProcessBindCmd(stReq))
         return 1;
     if (pOperation != nullptr)
-        pOperation->TranslateProbePacket(packet, m_pAgent, m_pClient);
+        pOperation->TranslateProbePacket(packet, m_pBindings, m_pClient);
     else
         CDebug::Instance()->PrintInfo("POperationGUData IS NULL");
     return 1;

@@ -7,7 +7,7 @@
 class CDataProcessorGuCmd : public CDataProcessor
 {
 public:
-    CDataProcessorGuCmd(CAgent* pAgent, CClient* pClient, CUEManager* pUEManager);
+    CDataProcessorGuCmd(IBindings* pBindings, IClientPort* pClient);
 
     int ProcessClientData(ByteView packet) override;
     int ProcessSerialData(ByteSpan data) override;

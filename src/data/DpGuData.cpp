@@ -2,8 +2,8 @@
 
 #include "common/Debug.h"
 
-CDataProcessorGuData::CDataProcessorGuData(CAgent* pAgent, CClient* pClient, CUEManager* pUEManager)
-    : CDataProcessor(pAgent, pClient, pUEManager)
+CDataProcessorGuData::CDataProcessorGuData(IBindings* pBindings, IClientPort* pClient)
+    : CDataProcessor(pBindings, pClient)
 {
     m_enChannelType = CHANNEL_GU_DATA;
 }

@@ -6,7 +6,7 @@
 class CDataProcessorGuData : public CDataProcessor
 {
 public:
-    CDataProcessorGuData(CAgent* pAgent, CClient* pClient, CUEManager* pUEManager);
+    CDataProcessorGuData(IBindings* pBindings, IClientPort* pClient);
 
     int ProcessClientData(ByteView packet) override;
     int ProcessSerialData(ByteSpan data) override;

@@ -1,11 +1,10 @@
 #include "data/DpLteData.h"
 
-#include "agent/Client.h"
 #include "common/Debug.h"
 #include "data/LteLayout.h"
 
-CDataProcessorLteData::CDataProcessorLteData(CAgent* pAgent, CClient* pClient, CUEManager* pUEManager)
-    : CDataProcessor(pAgent, pClient, pUEManager),
+CDataProcessorLteData::CDataProcessorLteData(IBindings* pBindings, IClientPort* pClient)
+    : CDataProcessor(pBindings, pClient),
       m_stLayout(*CConfig::Instance()->GetFilterCfg()),
       m_stStart(CMeasClock::TimeOfDay())
 {

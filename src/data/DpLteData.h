@@ -9,7 +9,7 @@
 class CDataProcessorLteData : public CDataProcessor
 {
 public:
-    CDataProcessorLteData(CAgent* pAgent, CClient* pClient, CUEManager* pUEManager);
+    CDataProcessorLteData(IBindings* pBindings, IClientPort* pClient);
 
     int ProcessClientData(ByteView packet) override;
     int ProcessSerialData(ByteSpan data) override;

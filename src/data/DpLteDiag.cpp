@@ -1,11 +1,9 @@
 #include "data/DpLteDiag.h"
 
-#include "agent/Agent.h"
 #include "common/Debug.h"
+#include "common/MsgBuf.h"
 #include "data/LteLayout.h"
 #include "data/ManagerConfigInfo.h"
-#include "ue/UE.h"
-#include "ue/UEManager.h"
 
 #include <new>
 
@@ -62,8 +60,8 @@ const CDataProcessorLteDiag::AGENT_CMD_ROW CDataProcessorLteDiag::c_astAgentCmd[
     {UE_CMD_NV_WRITE, &CDataProcessorLteDiag::ProcessNVWrite},
 };
 
-CDataProcessorLteDiag::CDataProcessorLteDiag(CAgent* pAgent, CClient* pClient, CUEManager* pUEManager)
-    : CDataProcessor(pAgent, pClient, pUEManager)
+CDataProcessorLteDiag::CDataProcessorLteDiag(IBindings* pBindings, IClientPort* pClient)
+    : CDataProcessor(pBindings, pClient)
 {
     m_enChannelType = CHANNEL_LTE_DIAG;
 }
@@ -169,19 +167,19 @@ void CDataProcessorLteDiag::ProcessBindReq(const DIAG_PACKET_REQ_VIEW& stReq)
 
 void CDataProcessorLteDiag::ProcessChannelQuery(const DIAG_PACKET_REQ_VIEW& stReq)
 {
-    if (m_pAgent != nullptr)
-        SendAckToClient(stReq.stHead.ulCmdId, stReq.stHead.usPktType, DIAG_RC_OK, m_pAgent->GetChannelsInfo(), 0);
+    if (m_pBindings != nullptr)
+        SendAckToClient(stReq.stHead.ulCmdId, stReq.stHead.usPktType, DIAG_RC_OK, m_pBindings->GetChannelsInfo(), 0);
 }
 
 /// The UE's own ack goes out unchanged; all zero while none came.
 void CDataProcessorLteDiag::ProcessTimeStampQuery(const DIAG_PACKET_REQ_VIEW& stReq)
 {
-    const int nUeIdx = m_pAgent != nullptr ? m_pAgent->GetBindedUE(m_pClient) : -1;
-    if (nUeIdx == -1) {
+    const UE_INDEX ulUeIdx = m_pBindings != nullptr ? m_pBindings->GetBindedUE(m_pClient) : UE_NONE;
+    if (ulUeIdx == UE_NONE) {
         AckNotBound(stReq.stHead.ulCmdId, stReq.stHead.usPktType);
         return;
     }
-    const auto packet = m_pAgent->GetTimeStampPacket(nUeIdx);
+    const auto packet = m_pBindings->GetTimeStampPacket(ulUeIdx);
     const DIAG_PACKET_ACK_VIEW stAck = ViewAck(packet);
     SendAckToClient(stAck.stHead.ulCmdId, stAck.stHead.usPktType, stAck.stHead.ulRc, stAck.data,
                     stAck.stHead.ullTimeStamp);
@@ -223,11 +221,10 @@ bool CDataProcessorLteDiag::KeepNvWrite(const NV_WRITE_STRU& stWrite)
 /// What the bound UE told at the host connect; false without a UE.
 bool CDataProcessorLteDiag::GetConnection(ADE_UE_CONNECTION_ACK_STRU& stConnection)
 {
-    const int nUeIdx = m_pAgent != nullptr ? m_pAgent->GetBindedUE(m_pClient) : -1;
-    CUE* pUE = nUeIdx != -1 && m_pUEManager != nullptr ? m_pUEManager->GetUE(nUeIdx) : nullptr;
-    if (pUE == nullptr)
+    const UE_INDEX ulUeIdx = m_pBindings != nullptr ? m_pBindings->GetBindedUE(m_pClient) : UE_NONE;
+    if (ulUeIdx == UE_NONE)
         return false;
-    stConnection = pUE->GetUEConnectionAck();
+    stConnection = m_pBindings->GetUEConnectionAck(ulUeIdx);
     return true;
 }
 
@@ -238,12 +235,12 @@ void CDataProcessorLteDiag::AckNotBound(unsigned int ulCmdId, unsigned short usP
 
 bool CDataProcessorLteDiag::SendReq2UE(const DIAG_PACKET_REQ_VIEW& stReq, unsigned char ucCmdType)
 {
-    if (m_pAgent == nullptr)
+    if (m_pBindings == nullptr)
         return false;
-    const int nUeIdx = m_pAgent->GetBindedUE(m_pClient);
-    const bool bReady = nUeIdx != -1 && m_pAgent->IsChannelOK(nUeIdx, m_enChannelType);
+    const UE_INDEX ulUeIdx = m_pBindings->GetBindedUE(m_pClient);
+    const bool bReady = ulUeIdx != UE_NONE && m_pBindings->IsChannelOK(ulUeIdx, m_enChannelType);
     if (!bReady) {
-        CDebug::Instance()->PrintWarn(nUeIdx == -1 ? "client is not bind to any channel" : "Channel is not ok");
+        CDebug::Instance()->PrintWarn(ulUeIdx == UE_NONE ? "client is not bind to any channel" : "Channel is not ok");
         // A DPI message gets back the id that the client sent.
         const bool bDpi = PacketType(stReq.stHead) == PKT_TYPE_MSG;
         AckNotBound(bDpi ? ManagerConfigInfo::Cmd2Dpi(stReq.stHead.ulCmdId) : stReq.stHead.ulCmdId,
@@ -253,7 +250,7 @@ bool CDataProcessorLteDiag::SendReq2UE(const DIAG_PACKET_REQ_VIEW& stReq, unsign
     OwnedBytes pPacket;
     size_t szLen = 0;
     if (BuildUeBuf(stReq, ucCmdType, pPacket, szLen))
-        m_pAgent->SendData2UE(std::move(pPacket), static_cast<unsigned int>(szLen), nUeIdx, m_enChannelType);
+        SendData2UE(std::move(pPacket), szLen, ulUeIdx, m_enChannelType);
     return true;
 }
 

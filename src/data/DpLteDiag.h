@@ -1,9 +1,9 @@
 #pragma once
 
+#include "common/UeConnectionAck.h"
 #include "common/xtl.h"
 #include "data/DataProcessor.h"
 #include "data/NvWrite.h"
-#include "ue/UeConnectionAck.h"
 
 #include <array>
 #include <map>
@@ -20,7 +20,7 @@ public:
     using CRequests = std::vector<unsigned char>;       // requests back to back, each its head and usLen bytes
     using CAcks = std::array<DIAG_PACKET_ACK_VIEW, 32>; // acks that a filter emits; payloads lie in the UE packet
 
-    CDataProcessorLteDiag(CAgent* pAgent, CClient* pClient, CUEManager* pUEManager);
+    CDataProcessorLteDiag(IBindings* pBindings, IClientPort* pClient);
 
     // Client to UE (DpLteDiag.cpp).
 

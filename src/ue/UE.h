@@ -1,9 +1,9 @@
 #pragma once
 
 #include "common/Types.h"
+#include "common/UeConnectionAck.h"
 #include "common/xtl.h"
 #include "ue/Serial.h"
-#include "ue/UeConnectionAck.h"
 
 #include <array>
 #include <string>

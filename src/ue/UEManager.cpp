@@ -171,12 +171,12 @@ CSerial* CUEManager::FindPort(unsigned int port)
     return nullptr;
 }
 
-void CUEManager::OnSerialDetach(int ue, enSerialType type)
+void CUEManager::OnSerialDetach(UE_INDEX ue, enSerialType type)
 {
-    if (ue < 0 || ue >= static_cast<int>(TCP_UE_INDEX))
+    if (ue >= TCP_UE_INDEX)
         return;
     const xtl::MutexGuard guard(m_UELock);
-    m_aUE[static_cast<size_t>(ue)].OnSerialDetach(type);
+    m_aUE[ue].OnSerialDetach(type);
 }
 
 void CUEManager::ProcessTCPUE(const std::string& ip, bool attach)
@@ -230,9 +230,9 @@ void CUEManager::DropLinks()
     m_apTcp.fill(nullptr);
 }
 
-CChildChannel* CUEManager::GetSerialChannel(int ue, enChannelType type)
+CChildChannel* CUEManager::GetSerialChannel(UE_INDEX ue, enChannelType type)
 {
-    return ue < static_cast<int>(TCP_UE_INDEX) && ue >= 0 ? GetUE(ue)->GetSerialChannel(type) : nullptr;
+    return ue < TCP_UE_INDEX ? m_aUE[ue].GetSerialChannel(type) : nullptr;
 }
 
 void CUEManager::GetOpenedSerial(std::vector<CSerial*>& out)
@@ -248,9 +248,9 @@ void CUEManager::GetOpenedSerial(std::vector<CSerial*>& out)
     }
 }
 
-CUE* CUEManager::GetUE(int ue)
+CUE* CUEManager::GetUE(UE_INDEX ue)
 {
-    return ue >= 0 && ue < static_cast<int>(MAXUENUM) ? &m_aUE[static_cast<size_t>(ue)] : nullptr;
+    return ue < MAXUENUM ? &m_aUE[ue] : nullptr;
 }
 
 std::shared_ptr<TCPChannel> CUEManager::GetTcp(enSerialType i) const
@@ -322,7 +322,7 @@ void CUEManager::WriteSerialFun()
 void CUEManager::WriteToUE(const MSG_UE& stMsg, ByteView data)
 {
     if (stMsg.ulMsgType == UE_MSG_SERIAL) {
-        if (CChildChannel* pChannel = GetSerialChannel(static_cast<int>(stMsg.ulUeIdx), stMsg.enChannel))
+        if (CChildChannel* pChannel = GetSerialChannel(stMsg.ulUeIdx, stMsg.enChannel))
             (void)pChannel->WriteChannel(data);
     } else if (stMsg.ulMsgType == UE_MSG_TCP) {
         const xtl::MutexGuard guard(m_TcpWriteLock);

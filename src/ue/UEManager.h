@@ -45,16 +45,16 @@ public:
         EXCLUDES(m_UELock);
     /// The port has gone; port 0 is the network UE. Unknown numbers are ignored.
     void OnSerialDetach(unsigned int port) EXCLUDES(m_UELock);
-    void OnSerialDetach(int ue, enSerialType type) EXCLUDES(m_UELock);
+    void OnSerialDetach(UE_INDEX ue, enSerialType type) EXCLUDES(m_UELock);
     /// Makes or drops the links of the network UE.
     void ProcessTCPUE(const std::string& ip, bool attach) EXCLUDES(m_UELock);
 
     /// Null for a UE that isn't a serial one.
-    CChildChannel* GetSerialChannel(int ue, enChannelType type);
+    CChildChannel* GetSerialChannel(UE_INDEX ue, enChannelType type);
     /// Fills the list anew with the open ports, slot by slot.
     void GetOpenedSerial(std::vector<CSerial*>& out) EXCLUDES(m_UELock);
     /// The slot; it lives as long as the manager. Null for 16 and above.
-    CUE* GetUE(int ue);
+    CUE* GetUE(UE_INDEX ue);
     /// A link of the network UE, null when there is none. From any thread; the link can't go away while the
     /// pointer is held.
     std::shared_ptr<TCPChannel> GetTcp(enSerialType i) const EXCLUDES(m_TcpTableLock);

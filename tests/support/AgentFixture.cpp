@@ -29,13 +29,13 @@ CTestClient::CTestClient(CAgent& agent, enChannelType enType) : m_agent(agent)
     sockaddr_in stAddr{};
     stAddr.sin_family = AF_INET;
     stAddr.sin_addr.s_addr = inet_addr("192.0.2.1");
-    const xtl::MutexGuard guard(agent.BindMutex());
-    m_pClient = agent.AddClient(anPair[1], enType, stAddr)->weak_from_this();
+    const xtl::MutexGuard guard(agent.Bindings().Mutex());
+    m_pClient = agent.Clients().AddClient(anPair[1], enType, stAddr)->Hold();
 }
 
 void CTestClient::Send(ByteView chunk)
 {
-    const xtl::MutexGuard guard(m_agent.BindMutex());
+    const xtl::MutexGuard guard(m_agent.Bindings().Mutex());
     if (const auto pClient = m_pClient.lock())
         pClient->OnClientData(chunk);
 }
@@ -126,13 +126,13 @@ void CAgentFixture::Attach(unsigned int ulUeIdx, enChannelType enChannel, unsign
     CByteWriter writer(block);
     const UE_ATTACH_INFO_STRU stInfo{ulPort, strName, strGroup};
     AttachInfo(writer, stInfo);
-    m_pAgent->UpdateSerialInfo(
+    m_pAgent->Events().UpdateSerialInfo(
         {AGENT_MSG_CONNECT, ulUeIdx, enChannel, static_cast<unsigned int>(block.size()), block.data()});
 }
 
 void CAgentFixture::Process(const MSG_AGENT& stMsg)
 {
-    m_pAgent->ProcessAgentMsgs({&stMsg, 1});
+    m_pAgent->Events().ProcessAgentMsgs({&stMsg, 1});
 }
 
 void CAgentFixture::Detach(unsigned int ulUeIdx, enChannelType enChannel)
@@ -148,8 +148,8 @@ void CAgentFixture::FromUe(unsigned int ulUeIdx, enChannelType enChannel, ByteVi
 
 bool CAgentFixture::Bind(const CTestClient& client, unsigned int ulPort)
 {
-    const xtl::MutexGuard guard(m_pAgent->BindMutex());
-    return m_pAgent->BindCOM(client.Get(), ulPort);
+    const xtl::MutexGuard guard(m_pAgent->Bindings().Mutex());
+    return m_pAgent->Bindings().BindCOM(client.Get(), ulPort);
 }
 
 Bytes LteAck(unsigned int ulCmdId, ByteView payload, unsigned long long ullTimeStamp, unsigned char ucCmdType)

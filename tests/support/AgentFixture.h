@@ -74,7 +74,7 @@ public:
     /// A channel goes away, as the agent handles the whole message.
     void Detach(unsigned int ulUeIdx, enChannelType enChannel);
     /// The UE has answered the host connect.
-    void Confirm(unsigned int ulUeIdx) { m_pAgent->SetConfirmed(ulUeIdx, true); }
+    void Confirm(unsigned int ulUeIdx) { m_pAgent->Events().SetConfirmed(ulUeIdx, true); }
     /// One record from the UE side.
     void Process(const MSG_AGENT& stMsg);
     /// One packet from the UE.

@@ -1,5 +1,7 @@
 #include "support/GuFixture.h"
 
+#include "agent/Client.h"
+
 #include <gtest/gtest.h>
 
 Bytes GuMsg(unsigned short usMsgId, const Bytes& payload, unsigned int ulTimeStamp, unsigned char ucCategory)
@@ -87,7 +89,7 @@ CGuFixture::CGuFixture(const std::string& strVersion)
       m_Cmd((BringUp(m_Agent), m_Agent.AddClient(CHANNEL_GU_CMD))),
       m_Data(m_Agent.AddClient(CHANNEL_GU_DATA))
 {
-    m_pOperation = m_Agent.Agent().GetOperationGUFromClient(m_Cmd.Get());
+    m_pOperation = dynamic_cast<COperationGUData*>(m_Agent.Agent().Bindings().GetOperationGUFromClient(m_Cmd.Get()));
     if (!strVersion.empty())
         FromUe(GuVersion(strVersion));
     if (COperationGUData::ParseVersion(strVersion) != UE_VERSION_UNKNOWN)
@@ -98,7 +100,7 @@ CGuFixture::CGuFixture(const std::string& strVersion)
 void CGuFixture::FromUe(const Bytes& packet)
 {
     Bytes block = OmBlock(m_ulMode, {packet});
-    m_pOperation->ProcessSerialData(&m_Agent.Agent(), block, 0);
+    m_pOperation->ProcessSerialData(&m_Agent.Agent().Bindings(), block, 0);
 }
 
 void CGuFixture::BeDualCard()

@@ -83,7 +83,7 @@ class ClientLoopTest : public testing::Test
 protected:
     void Start()
     {
-        m_loop = std::thread([&] { m_fix.Agent().ListenFun(); });
+        m_loop = std::thread([&] { m_fix.Agent().Clients().ListenFun(); });
         CUniqueFd probe; // for the port that listens last
         EXPECT_TRUE(WaitFor([&] { return (probe = TryConnect(20270)).IsOpen(); }));
         shutdown(probe.Get(), SHUT_WR);
@@ -185,7 +185,7 @@ TEST_F(ClientLoopTest, WithItsFirstPortTakenItDoesNotStart)
     CLogCapture log;
     const CUniqueFd taken = Hold(20260, SOCK_STREAM);
     testing::internal::CaptureStderr();
-    EXPECT_EQ(Agent().ListenFun(), 0);
+    EXPECT_EQ(Agent().Clients().ListenFun(), 0);
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("TCP port 20260"));
     EXPECT_TRUE(log.Saw("[ERR] : CreateListenSocket fail\n"));
     EXPECT_EQ(log.Count("socket select fail"), 0);
@@ -197,7 +197,7 @@ TEST_F(ClientLoopTest, WithALaterPortTakenItEndsInItsFirstWait)
         CLogCapture log;
         const CUniqueFd taken = Hold(usPort, SOCK_STREAM);
         testing::internal::CaptureStderr();
-        EXPECT_EQ(Agent().ListenFun(), 0);
+        EXPECT_EQ(Agent().Clients().ListenFun(), 0);
         EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("TCP port " + std::to_string(usPort) + ":"));
         EXPECT_TRUE(log.Saw("[ERR] : socket select fail, errno:" + std::to_string(EBADF) + "\n")) << usPort;
         EXPECT_EQ(log.Count("CreateListenSocket fail"), 0) << usPort;
@@ -207,10 +207,10 @@ TEST_F(ClientLoopTest, WithALaterPortTakenItEndsInItsFirstWait)
 
 TEST_F(ClientLoopTest, TheGreatestDescriptorIsGivenAlsoAfterALaterFailure)
 {
-    CAgent::CListenSockets anListen;
+    CClientServer::CListenSockets anListen;
     const CUniqueFd taken = Hold(20280, SOCK_STREAM);
     testing::internal::CaptureStderr();
-    EXPECT_GE(Agent().CreateListenSocket(anListen.data(), 5), 0);
+    EXPECT_GE(Agent().Clients().CreateListenSocket(anListen.data(), 5), 0);
     (void)testing::internal::GetCapturedStderr();
     EXPECT_THAT(anListen, testing::Each(-1));
 }
@@ -250,7 +250,7 @@ TEST_F(ClientLoopTest, AClientsSocketHasASmallBufferAndNeverWaits)
     m_fix.Confirm(0);
     const CUniqueFd far = Connect(CHANNEL_AT);
     std::shared_ptr<CClient> pClient;
-    ASSERT_TRUE(WaitFor([&] { return (pClient = Agent().GetGUDataClient(0, CHANNEL_AT)) != nullptr; }));
+    ASSERT_TRUE(WaitFor([&] { return (pClient = Agent().Table().GetGUDataClient(0, CHANNEL_AT)) != nullptr; }));
     const auto Option = [&](int nLevel, int nName) {
         int nValue = -1;
         socklen_t ulLen = sizeof(nValue);
@@ -317,7 +317,7 @@ TEST_F(ClientLoopTest, DeviceLossDoesNotWaitForTheIdleSecond)
         m_fix.Attach(0, CHANNEL_AT, 12);
         m_fix.Confirm(0);
         const CUniqueFd client = Connect(CHANNEL_AT);
-        ASSERT_TRUE(WaitFor([&] { return Agent().GetGUDataClient(0, CHANNEL_AT) != nullptr; }));
+        ASSERT_TRUE(WaitFor([&] { return Agent().Bindings().GetGUDataClient(0, CHANNEL_AT) != nullptr; }));
         std::this_thread::sleep_for(5ms); // the loop is in its wait again
         const auto start = Clock::now();
         m_fix.Detach(0, CHANNEL_AT);
@@ -393,7 +393,7 @@ TEST_F(ClientLoopTest, TheEndOfTheLoopClosesClientsAndPorts)
     Agent().Stop();
     m_loop.join();
     EXPECT_TRUE(IsClosedByAgent(client) || !Receive(client, 1).empty());
-    EXPECT_EQ(Agent().GetGUDataClient(0, CHANNEL_LTE_DATA), nullptr);
+    EXPECT_EQ(Agent().Bindings().GetGUDataClient(0, CHANNEL_LTE_DATA), nullptr);
     EXPECT_FALSE(TryConnect(20260).IsOpen());
 }
 
@@ -415,7 +415,7 @@ TEST_F(ClientLoopTest, RequestsUeDataAndDeviceLossMayMeet)
     });
     std::thread gu([&] {
         while (!bEnd)
-            if (const auto pClient = Agent().GetGUDataClient(0, CHANNEL_AT))
+            if (const auto pClient = Agent().Table().GetGUDataClient(0, CHANNEL_AT))
                 pClient->SendAck(1, 2, 3, Hex("01 02 03"), 4);
     });
     for (int i = 0; i < 60; ++i) {

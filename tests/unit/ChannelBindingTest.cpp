@@ -19,20 +19,20 @@ protected:
         m_fix.AttachUe(ulUeIdx, ulPort);
         m_fix.Confirm(ulUeIdx);
     }
-    int UeOf(const CTestClient& client) { return Agent().GetBindedUE(client.Get()); }
+    int UeOf(const CTestClient& client) { return Agent().Bindings().GetBindedUE(client.Get()); }
     void UnBind(const CTestClient& client)
     {
-        const xtl::MutexGuard guard(Agent().BindMutex());
-        EXPECT_TRUE(Agent().UnBindUE(client.Get()));
+        const xtl::MutexGuard guard(Agent().Bindings().Mutex());
+        EXPECT_TRUE(Agent().Bindings().UnBindUE(client.Get()));
     }
     bool BindUE(CClient* pClient, int nUeIdx)
     {
-        const xtl::MutexGuard guard(Agent().BindMutex());
-        return Agent().BindUE(pClient, nUeIdx);
+        const xtl::MutexGuard guard(Agent().Bindings().Mutex());
+        return Agent().Bindings().BindUE(pClient, nUeIdx);
     }
     Bytes Status(size_t szUe, size_t szChannel)
     {
-        return Bytes(Slice(ByteView(Agent().GetChannelsInfo()), szUe * 220 + szChannel * 44, 44));
+        return Bytes(Slice(ByteView(Agent().Bindings().GetChannelsInfo()), szUe * 220 + szChannel * 44, 44));
     }
     CAgent& Agent() { return m_fix.Agent(); }
 
@@ -46,8 +46,8 @@ TEST_F(ChannelBindingTest, TheFirstClientGetsTheLowestConfirmedUe)
     Ready(2, 20); // attached later
     CTestClient client = m_fix.AddClient(CHANNEL_LTE_DIAG);
     EXPECT_EQ(UeOf(client), 2);
-    EXPECT_EQ(Agent().GetBindedClient(2, CHANNEL_LTE_DIAG), client.Get());
-    EXPECT_EQ(Agent().GetBindedClient(4, CHANNEL_LTE_DIAG), nullptr);
+    EXPECT_EQ(Agent().Table().GetBindedClient(2, CHANNEL_LTE_DIAG), client.Get());
+    EXPECT_EQ(Agent().Table().GetBindedClient(4, CHANNEL_LTE_DIAG), nullptr);
 }
 
 TEST_F(ChannelBindingTest, ASecondClientOfATypeIsNotBoundByItself)
@@ -117,8 +117,8 @@ TEST_F(ChannelBindingTest, APortNamesItsUeWhicheverChannelItCarries)
     CTestClient client = m_fix.AddClient(CHANNEL_AT);
     UnBind(client);
     EXPECT_TRUE(m_fix.Bind(client, 51));
-    EXPECT_EQ(Agent().GetBindedClient(5, CHANNEL_AT), client.Get()) << "the row of the client's own type";
-    EXPECT_EQ(Agent().GetBindedClient(5, CHANNEL_LTE_DATA), nullptr);
+    EXPECT_EQ(Agent().Table().GetBindedClient(5, CHANNEL_AT), client.Get()) << "the row of the client's own type";
+    EXPECT_EQ(Agent().Table().GetBindedClient(5, CHANNEL_LTE_DATA), nullptr);
 }
 
 TEST_F(ChannelBindingTest, AClientMayBindToThePortThatItHas)
@@ -175,23 +175,23 @@ TEST_F(ChannelBindingTest, AnUnbindFreesTheRowAndAlwaysSucceeds)
 
 TEST_F(ChannelBindingTest, QuestionsOutsideTheTableHaveAnAnswer)
 {
-    EXPECT_EQ(Agent().GetBindedClient(16, CHANNEL_AT), nullptr);
-    EXPECT_EQ(Agent().GetBindedClient(-1, CHANNEL_AT), nullptr);
-    EXPECT_EQ(Agent().GetGUDataClient(16, CHANNEL_GU_DATA), nullptr);
-    EXPECT_EQ(Agent().GetGUDataClient(0, 5), nullptr);
-    EXPECT_FALSE(Agent().IsChannelOK(16, CHANNEL_AT));
-    EXPECT_FALSE(Agent().IsChannelOK(-1, CHANNEL_AT));
-    EXPECT_EQ(Agent().GetBindedUE(nullptr), -1);
-    EXPECT_EQ(Agent().GetOperationGUFromClient(nullptr), nullptr);
+    EXPECT_EQ(Agent().Table().GetBindedClient(16, CHANNEL_AT), nullptr);
+    EXPECT_EQ(Agent().Table().GetBindedClient(UE_NONE, CHANNEL_AT), nullptr);
+    EXPECT_EQ(Agent().Bindings().GetGUDataClient(16, CHANNEL_GU_DATA), nullptr);
+    EXPECT_EQ(Agent().Bindings().GetGUDataClient(0, static_cast<enChannelType>(5)), nullptr);
+    EXPECT_FALSE(Agent().Bindings().IsChannelOK(16, CHANNEL_AT));
+    EXPECT_FALSE(Agent().Bindings().IsChannelOK(UE_NONE, CHANNEL_AT));
+    EXPECT_EQ(Agent().Bindings().GetBindedUE(nullptr), UE_NONE);
+    EXPECT_EQ(Agent().Bindings().GetOperationGUFromClient(nullptr), nullptr);
 }
 
 TEST_F(ChannelBindingTest, AChannelIsUpWhenAttachedAndConfirmed)
 {
     m_fix.Attach(0, CHANNEL_LTE_DIAG, 1);
-    EXPECT_FALSE(Agent().IsChannelOK(0, CHANNEL_LTE_DIAG));
+    EXPECT_FALSE(Agent().Bindings().IsChannelOK(0, CHANNEL_LTE_DIAG));
     m_fix.Confirm(0);
-    EXPECT_TRUE(Agent().IsChannelOK(0, CHANNEL_LTE_DIAG));
-    EXPECT_FALSE(Agent().IsChannelOK(0, CHANNEL_AT));
+    EXPECT_TRUE(Agent().Bindings().IsChannelOK(0, CHANNEL_LTE_DIAG));
+    EXPECT_FALSE(Agent().Bindings().IsChannelOK(0, CHANNEL_AT));
 }
 
 TEST_F(ChannelBindingTest, AClientHasTheOperationOfItsUe)
@@ -199,23 +199,23 @@ TEST_F(ChannelBindingTest, AClientHasTheOperationOfItsUe)
     Ready(0, 1);
     Ready(1, 2);
     CTestClient client = m_fix.AddClient(CHANNEL_GU_CMD);
-    COperationGUData* const pOfUe0 = Agent().GetOperationGUFromClient(client.Get());
+    const IGuRequests* const pOfUe0 = Agent().Bindings().GetOperationGUFromClient(client.Get());
     EXPECT_NE(pOfUe0, nullptr);
     EXPECT_TRUE(m_fix.Bind(client, 2));
-    EXPECT_NE(Agent().GetOperationGUFromClient(client.Get()), nullptr);
-    EXPECT_NE(Agent().GetOperationGUFromClient(client.Get()), pOfUe0);
+    EXPECT_NE(Agent().Bindings().GetOperationGUFromClient(client.Get()), nullptr);
+    EXPECT_NE(Agent().Bindings().GetOperationGUFromClient(client.Get()), pOfUe0);
     UnBind(client);
-    EXPECT_EQ(Agent().GetOperationGUFromClient(client.Get()), nullptr);
+    EXPECT_EQ(Agent().Bindings().GetOperationGUFromClient(client.Get()), nullptr);
 }
 
 TEST_F(ChannelBindingTest, AClientInUseOutlivesItsRemoval)
 {
     Ready(0, 1);
     CTestClient client = m_fix.AddClient(CHANNEL_GU_DATA);
-    auto pHeld = Agent().GetGUDataClient(0, CHANNEL_GU_DATA);
+    auto pHeld = Agent().Bindings().GetGUDataClient(0, CHANNEL_GU_DATA);
     ASSERT_EQ(pHeld.get(), client.Get());
     m_fix.Detach(0, CHANNEL_GU_DATA);
-    EXPECT_EQ(Agent().GetGUDataClient(0, CHANNEL_GU_DATA), nullptr);
+    EXPECT_EQ(Agent().Bindings().GetGUDataClient(0, CHANNEL_GU_DATA), nullptr);
     EXPECT_FALSE(client.IsClosed());
     pHeld.reset();
     EXPECT_TRUE(client.IsClosed());
@@ -223,7 +223,7 @@ TEST_F(ChannelBindingTest, AClientInUseOutlivesItsRemoval)
 
 TEST_F(ChannelBindingTest, TheChannelTableShowsEveryState)
 {
-    EXPECT_EQ(Agent().GetChannelsInfo().size(), 3520u);
+    EXPECT_EQ(Agent().Bindings().GetChannelsInfo().size(), 3520u);
     const Bytes free = Join(Fill(32), Hex("FF FF FF FF 00 00 00 00 00 00 00 00"));
     EXPECT_EQ(Status(0, 0), free);
     EXPECT_EQ(Status(15, 4), free);

@@ -1,4 +1,5 @@
 #include "agent/Client.h"
+#include "agent/ClientSocket.h"
 
 #include "support/AgentFixture.h"
 #include "support/LogCapture.h"
@@ -42,8 +43,7 @@ protected:
     }
 
     CAgentFixture m_fix;
-    std::shared_ptr<CClient> m_pClient =
-        std::make_shared<CClient>(-1, CHANNEL_LTE_DIAG, &m_fix.Agent(), &m_fix.Agent().UEManager());
+    std::shared_ptr<CClient> m_pClient = std::make_shared<CClient>(-1, CHANNEL_LTE_DIAG, &m_fix.Agent().Bindings());
 };
 
 Bytes RequestOf(size_t szPayload)
@@ -83,7 +83,7 @@ TEST_F(ClientTest, FramesAreFoundInTheStream)
         {"nothing but lead bytes", Fill(100, 0x9F), {}},
     };
     for (const auto& stCase : astCase) {
-        m_pClient = std::make_shared<CClient>(-1, CHANNEL_LTE_DIAG, &m_fix.Agent(), &m_fix.Agent().UEManager());
+        m_pClient = std::make_shared<CClient>(-1, CHANNEL_LTE_DIAG, &m_fix.Agent().Bindings());
         EXPECT_EQ(Take({stCase.stream}), stCase.frames) << stCase.pszName;
     }
 }
@@ -131,7 +131,7 @@ TEST_F(ClientTest, AFrameOf10230BytesOfPayloadIsDroppedAndTheSearchGoesOn)
 
 TEST_F(ClientTest, ATypeThatIsNoChannelHasNoProcessor)
 {
-    CClient client(-1, static_cast<enChannelType>(7), &m_fix.Agent(), &m_fix.Agent().UEManager());
+    CClient client(-1, static_cast<enChannelType>(7), &m_fix.Agent().Bindings());
     client.OnClientData(QUERY);
     Bytes packet = Hex("01 02 03");
     client.OnSerialData(packet);
@@ -147,7 +147,7 @@ TEST_F(ClientTest, TheEndOfAClientClosesItsSocketAndIsLogged)
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, anPair), 0);
     const CUniqueFd far(anPair[1]);
     {
-        CClient client(anPair[0], CHANNEL_AT, &m_fix.Agent(), &m_fix.Agent().UEManager());
+        CClient client(anPair[0], CHANNEL_AT, &m_fix.Agent().Bindings());
         client.SetBindUePort(17);
         EXPECT_EQ(client.GetClientSocket(), anPair[0]);
     }
@@ -255,9 +255,9 @@ TEST_F(SendTest, NothingToSendFails)
 {
     const Bytes data = Hex("01");
     ByteView something(data), nothing, empty = something.first(0);
-    EXPECT_FALSE(m_fix.Agent().SendData2Client(-1, something, "AT"));
-    EXPECT_FALSE(m_fix.Agent().SendData2Client(m_client.Get()->GetClientSocket(), nothing, "AT"));
-    EXPECT_FALSE(m_fix.Agent().SendData2Client(m_client.Get()->GetClientSocket(), empty, "AT"));
+    EXPECT_FALSE(SendData2Client(-1, something, "AT"));
+    EXPECT_FALSE(SendData2Client(m_client.Get()->GetClientSocket(), nothing, "AT"));
+    EXPECT_FALSE(SendData2Client(m_client.Get()->GetClientSocket(), empty, "AT"));
     EXPECT_EQ(something.size(), 1u) << "still there";
     EXPECT_THAT(m_client.Pending(), IsEmpty());
 }
@@ -351,7 +351,7 @@ TEST_F(SendTest, ASendToAPeerThatHasGoneFailsAndIsSurvived)
     shutdown(m_client.Socket(), SHUT_RDWR);
     const Bytes packet = Hex("01 02 03 04 05");
     ByteView data(packet);
-    EXPECT_FALSE(m_fix.Agent().SendData2Client(m_client.Get()->GetClientSocket(), data, "Guom Cmd"));
+    EXPECT_FALSE(SendData2Client(m_client.Get()->GetClientSocket(), data, "Guom Cmd"));
     EXPECT_TRUE(log.Saw("[ERR] : Client SendDataToClient send Fail, channel:Guom Cmd, lenth/total: 5/5, errno :" +
                         std::to_string(EPIPE)));
     EXPECT_NE(m_client.Get(), nullptr) << "the read side alone ends a client";

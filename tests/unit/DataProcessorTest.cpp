@@ -33,7 +33,7 @@ Bytes BindRequest(unsigned int ulPort)
 TEST(DataProcessor, EachChannelHasItsClass)
 {
     const auto Make = [](int iType) {
-        return CreateDataProcessor(static_cast<enChannelType>(iType), nullptr, nullptr, nullptr);
+        return CreateDataProcessor(static_cast<enChannelType>(iType), nullptr, nullptr);
     };
     EXPECT_NE(dynamic_cast<CDataProcessorLteDiag*>(Make(0).get()), nullptr);
     EXPECT_NE(dynamic_cast<CDataProcessorLteData*>(Make(1).get()), nullptr);
@@ -57,7 +57,7 @@ TEST(DataProcessor, ABindOnLteDiagIsAnsweredWithTheVersionText)
     EXPECT_EQ(status->stHead.ulCmdId, AGENT_CMD_UE_STATUS);
     EXPECT_EQ(client.Pending(), Hex("9F 9F  40 00 00 50  00 00 00 00  00 00 00 00 00 00 00 00  F0 A5  06 00"
                                     "31 2E 32 2E 33 00")); // "1.2.3" with its NUL
-    EXPECT_EQ(fixture.Agent().GetBindedUE(client.Get()), 2);
+    EXPECT_EQ(fixture.Agent().Bindings().GetBindedUE(client.Get()), 2);
     EXPECT_EQ(log.Count("Agent version: 1.2.3"), 1);
 }
 
@@ -93,7 +93,7 @@ TEST(DataProcessor, ABindWithoutParametersReadsPort0)
     const auto ack = client.Read();
     ASSERT_TRUE(ack);
     EXPECT_EQ(ack->stHead.ulRc, DIAG_RC_OK);
-    EXPECT_EQ(fixture.Agent().GetBindedUE(client.Get()), 15);
+    EXPECT_EQ(fixture.Agent().Bindings().GetBindedUE(client.Get()), 15);
 }
 
 TEST(DataProcessor, NullRequests)
@@ -102,13 +102,13 @@ TEST(DataProcessor, NullRequests)
     fixture.AttachUe(0, 17);
     fixture.Confirm(0);
     CTestClient client = fixture.AddClient(CHANNEL_LTE_DATA);
-    CPlainProcessor processor(&fixture.Agent(), client.Get(), nullptr);
+    CPlainProcessor processor(&fixture.Agent().Bindings(), client.Get());
     EXPECT_FALSE(processor.ProcessBind(nullptr));
-    EXPECT_EQ(fixture.Agent().GetBindedUE(client.Get()), 0);
+    EXPECT_EQ(fixture.Agent().Bindings().GetBindedUE(client.Get()), 0);
     EXPECT_TRUE(processor.ProcessUnBind(nullptr)) << "as at the client's end";
-    EXPECT_EQ(fixture.Agent().GetBindedUE(client.Get()), -1);
+    EXPECT_EQ(fixture.Agent().Bindings().GetBindedUE(client.Get()), UE_NONE);
     EXPECT_TRUE(client.Pending().empty()) << "no ack";
-    CPlainProcessor alone(nullptr, nullptr, nullptr);
+    CPlainProcessor alone(nullptr, nullptr);
     const DIAG_PACKET_REQ_VIEW stReq;
     EXPECT_FALSE(alone.ProcessUnBind(&stReq));
     EXPECT_FALSE(alone.ProcessBind(&stReq));
@@ -119,7 +119,7 @@ TEST(DataProcessor, AnAckHasAtMost8192BytesOfPayload)
     CAgentFixture fixture;
     const CLogCapture log;
     CTestClient client = fixture.AddClient(CHANNEL_LTE_DATA);
-    CPlainProcessor processor(&fixture.Agent(), client.Get(), nullptr);
+    CPlainProcessor processor(&fixture.Agent().Bindings(), client.Get());
     processor.SendAckToClient(0x1234, 0x0210, 7, Fill(8192, 0xAB), 0x1122334455667788);
     const auto ack = client.Read();
     ASSERT_TRUE(ack);
@@ -131,7 +131,7 @@ TEST(DataProcessor, AnAckHasAtMost8192BytesOfPayload)
 
     processor.SendAckToClient(0x1234, 0x0210, 0, Fill(8193, 0xAB), 0);
     EXPECT_TRUE(client.Pending().empty());
-    CPlainProcessor alone(nullptr, nullptr, nullptr);
+    CPlainProcessor alone(nullptr, nullptr);
     alone.SendAckToClient(0x1234, 0x0210, 0, {}, 0);
     EXPECT_EQ(log.Count("[WAN] : Send Ack to Client has too large packet"), 2);
 }

@@ -25,7 +25,7 @@ protected:
         m_fixture.Confirm(0);
         m_client.emplace(m_fixture.AddClient(CHANNEL_AT));
         (void)m_client->Pending();
-        m_processor.emplace(&m_fixture.Agent(), m_client->Get(), &m_fixture.Agent().UEManager());
+        m_processor.emplace(&m_fixture.Agent().Bindings(), m_client->Get());
     }
 
     void Raw(const std::string& strText) { m_processor->ProcessClientData(Text(strText)); }
@@ -110,12 +110,12 @@ TEST_F(DpAt, BindingWorksFramed)
     auto ack = m_client->Read();
     ASSERT_TRUE(ack);
     EXPECT_EQ(ack->stHead.ulCmdId, 0x50000050u);
-    EXPECT_EQ(m_fixture.Agent().GetBindedUE(m_client->Get()), -1);
+    EXPECT_EQ(m_fixture.Agent().Bindings().GetBindedUE(m_client->Get()), UE_NONE);
     m_client->Request(AGENT_CMD_BIND, PKT_TYPE_AGENT, Le(31u));
     ack = m_client->Read();
     ASSERT_TRUE(ack);
     EXPECT_EQ(ack->stHead.ulRc, DIAG_RC_OK);
-    EXPECT_EQ(m_fixture.Agent().GetBindedUE(m_client->Get()), 0);
+    EXPECT_EQ(m_fixture.Agent().Bindings().GetBindedUE(m_client->Get()), 0);
 }
 
 TEST_F(DpAt, AnUnboundClientIsToldInTheLogOnly)
@@ -160,7 +160,7 @@ TEST_F(DpAt, NullAndMissingOwners)
     const CLogCapture log;
     EXPECT_EQ(m_processor->ProcessClientData({}), 0);
     EXPECT_EQ(log.Count("[ERR] : Lte Diag Reques is NULL"), 1);
-    CDataProcessorAt alone(nullptr, nullptr, nullptr);
+    CDataProcessorAt alone(nullptr, nullptr);
     Bytes text = Text("AT\r");
     EXPECT_EQ(alone.ProcessClientData(text), 1);
     EXPECT_EQ(alone.ProcessSerialData(text), 0);

@@ -19,7 +19,7 @@ TEST(DpGuData, OnlyBindingIsTaken)
     ASSERT_TRUE(ack);
     EXPECT_EQ(ack->stHead.ulCmdId, 0x50000050u);
     EXPECT_EQ(ack->stHead.ulRc, DIAG_RC_OK);
-    EXPECT_EQ(fixture.Agent().GetBindedUE(client.Get()), -1);
+    EXPECT_EQ(fixture.Agent().Bindings().GetBindedUE(client.Get()), UE_NONE);
 
     client.Request(AGENT_CMD_BIND, 0x05F0, Le(21u));
     ack = client.Read();
@@ -27,7 +27,7 @@ TEST(DpGuData, OnlyBindingIsTaken)
     EXPECT_EQ(ack->stHead.ulRc, DIAG_RC_OK);
     EXPECT_EQ(ack->stHead.usPktType, 0x05F0);
     EXPECT_TRUE(ack->payload.empty());
-    EXPECT_EQ(fixture.Agent().GetBindedUE(client.Get()), 0);
+    EXPECT_EQ(fixture.Agent().Bindings().GetBindedUE(client.Get()), 0);
 
     client.Request(0x1234, PKT_TYPE_GU_TRANS, Fill(4));
     EXPECT_EQ(log.Count("[WAN] : Invalid Command send to Lte Data channel"), 1);
@@ -75,8 +75,8 @@ TEST(DpGuCmd, ARequestWithoutParametersIsDropped)
 
 TEST(DpGu, NothingComesFromTheSerialSideAndNullIsRefused)
 {
-    CDataProcessorGuCmd cmd(nullptr, nullptr, nullptr);
-    CDataProcessorGuData data(nullptr, nullptr, nullptr);
+    CDataProcessorGuCmd cmd(nullptr, nullptr);
+    CDataProcessorGuData data(nullptr, nullptr);
     Bytes packet = Fill(8);
     EXPECT_EQ(cmd.ProcessSerialData(packet), 0);
     EXPECT_EQ(data.ProcessSerialData(packet), 0);

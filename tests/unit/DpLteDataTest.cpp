@@ -61,7 +61,7 @@ protected:
 /// Opens the repair of time stamps for tests.
 struct CCalibrated : CDataProcessorLteData
 {
-    CCalibrated() : CDataProcessorLteData(nullptr, nullptr, nullptr) {}
+    CCalibrated() : CDataProcessorLteData(nullptr, nullptr) {}
     using CDataProcessorLteData::CALIB_OFF;
     using CDataProcessorLteData::m_pMeasStore;
     using CDataProcessorLteData::m_ulCalibWindow;
@@ -141,7 +141,7 @@ TEST_F(DpLteData, TheClientsRequests)
     EXPECT_EQ(Seen(Ind(0x10061234, {})), Bytes{}) << "unbound";
     m_client->Request(AGENT_CMD_BIND, 0x05F0, Le(51u));
     EXPECT_EQ(m_client->Pending(), Hex("9F 9F  40 00 00 50  00 00 00 00  00 00 00 00 00 00 00 00  F0 05  00 00"));
-    CDataProcessorLteData processor(nullptr, nullptr, nullptr);
+    CDataProcessorLteData processor(nullptr, nullptr);
     EXPECT_EQ(processor.ProcessClientData({}), 0);
     EXPECT_EQ(log.Count("[ERR] : Lte Data Reques is NULL"), 1);
 }

@@ -157,7 +157,7 @@ TEST_F(DpLteDiagAck, WithTheFilterADpiAckHasTheDpiIdAndTheResult)
 TEST_F(DpLteDiagAck, AnAckWithResult5ComesBackUnderItsDpi)
 {
     CAgentFixture::Configure("DPH_FILTER_ENABLE=1\n");
-    CDataProcessorLteDiag processor(nullptr, nullptr, nullptr);
+    CDataProcessorLteDiag processor(nullptr, nullptr);
     CDataProcessorLteDiag::CAcks out;
     const Bytes payload = Hex("AA BB");
     DIAG_PACKET_ACK_VIEW stAck{{0x10020304, 5, STAMP, 0xA205, 2}, payload};
@@ -173,7 +173,7 @@ TEST_F(DpLteDiagAck, AnAckWithResult5ComesBackUnderItsDpi)
 
 TEST_F(DpLteDiagAck, TheAckFilterLooksAtTheResultItIsGiven)
 {
-    CDataProcessorLteDiag processor(nullptr, nullptr, nullptr);
+    CDataProcessorLteDiag processor(nullptr, nullptr);
     const Bytes payload = Hex("01 02 03 04 AA");
     for (const auto& [ulRc, ulExpected] : {std::pair(0u, 0u), std::pair(5u, 5u), std::pair(7u, 43u)}) {
         CDataProcessorLteDiag::CAcks out;
@@ -188,7 +188,7 @@ TEST_F(DpLteDiagAck, TheAckFilterLooksAtTheResultItIsGiven)
 
 TEST_F(DpLteDiagAck, OtherTypesPassUnchanged)
 {
-    CDataProcessorLteDiag processor(nullptr, nullptr, nullptr);
+    CDataProcessorLteDiag processor(nullptr, nullptr);
     const Bytes payload = Hex("01 02 03 04 AA");
     CDataProcessorLteDiag::CAcks out;
     DIAG_PACKET_ACK_VIEW stAck{{0x10015501, 0, STAMP, 0x02F0, 5}, payload};
@@ -209,7 +209,7 @@ TEST_F(DpLteDiagAck, AcksOfTheAgentsOwnSwitchesAreSwallowed)
 TEST_F(DpLteDiagAck, WhatIsNoAckIsRefused)
 {
     const CLogCapture log;
-    CDataProcessorLteDiag processor(nullptr, nullptr, nullptr);
+    CDataProcessorLteDiag processor(nullptr, nullptr);
     processor.SetChannelBindPort(41);
     Bytes tooShort = Fill(8);
     EXPECT_EQ(processor.ProcessSerialData(tooShort), 0);

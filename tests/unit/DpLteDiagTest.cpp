@@ -125,7 +125,7 @@ TEST_F(DpLteDiag, PlainAndUnknownTypesGoToTheUeAsTheyAre)
 TEST_F(DpLteDiag, NullIsRefused)
 {
     const CLogCapture log;
-    CDataProcessorLteDiag processor(nullptr, nullptr, nullptr);
+    CDataProcessorLteDiag processor(nullptr, nullptr);
     EXPECT_EQ(processor.ProcessClientData({}), 0);
     EXPECT_EQ(log.Count("[ERR] : Lte Diag Reques is NULL"), 1);
     EXPECT_EQ(processor.ProcessClientData(Fill(8)), 1) << "and without an agent nothing happens";
@@ -169,7 +169,7 @@ TEST_F(DpLteDiag, AChannelThatIsNotUpIsToldToo)
 {
     const CLogCapture log;
     SetUeVer(2);
-    m_fixture.Agent().SetConfirmed(0, false);
+    m_fixture.Agent().Events().SetConfirmed(0, false);
     m_client->Request(0x10020304, PKT_TYPE_CMD);
     m_client->Request(0x11, PKT_TYPE_MSG);
     auto ack = m_client->Read();
@@ -550,7 +550,7 @@ TEST_F(DpLteDiag, NvWritesThatNobodyAnswersDoNotPileUpForever)
 {
     const CLogCapture log;
     CAgentFixture::Configure("debuglevel=0\n");
-    CDataProcessorLteDiag processor(nullptr, nullptr, nullptr);
+    CDataProcessorLteDiag processor(nullptr, nullptr);
     Bytes req = Join(Hex("01 55 01 10  F0 00  14 00"), NvWrite(1));
     for (unsigned int ulNvId = 0; ulNvId < 65536; ++ulNvId) {
         StoreLe<uint32_t>(req, 8, ulNvId);
@@ -566,7 +566,7 @@ TEST_F(DpLteDiag, NvWritesThatNobodyAnswersDoNotPileUpForever)
 
 TEST_F(DpLteDiag, NvWritesAndReadsMeetFromTwoThreads)
 {
-    CDataProcessorLteDiag processor(nullptr, nullptr, nullptr);
+    CDataProcessorLteDiag processor(nullptr, nullptr);
     const Bytes req = Join(Hex("01 55 01 10  F0 00  14 00"), NvWrite(0x2211));
     std::thread client([&] {
         for (int i = 0; i < 2000; ++i)

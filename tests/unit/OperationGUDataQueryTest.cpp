@@ -110,7 +110,7 @@ TEST(OperationGUDataQuery, KnownPlatformGetsItsRegisterBase)
     EXPECT_EQ(log.Count("Set DSP query addr ulWDSPQUERY= 0x"), 1);
     // Mode 2 from now on: a block of mode 1 isn't a frame any more at offset 9, one of mode 2 is.
     Bytes block = OmBlock(2, {GuMsg(0xB011, Fill(4))});
-    gu.Operation().ProcessSerialData(&gu.Agent().Agent(), block, 0);
+    gu.Operation().ProcessSerialData(&gu.Agent().Agent().Bindings(), block, 0);
     EXPECT_EQ(gu.Confirms().size(), 1U);
 }
 
@@ -252,7 +252,7 @@ TEST(OperationGUDataQuery, DisconnectDropsTheFrameHeld)
     CGuFixture gu("CEDAR-03");
     Bytes block = OmBlock(2, {Fill(4000)});
     block.resize(9 + 100); // the rest of the frame never comes
-    gu.Operation().ProcessSerialData(&gu.Agent().Agent(), block, 0);
+    gu.Operation().ProcessSerialData(&gu.Agent().Agent().Bindings(), block, 0);
     gu.Operation().ClearData();
     gu.FromUe(GuVersion("CEDAR-03"));
     EXPECT_TRUE(Holds(gu.ToUe(), MODE_QUERY)) << "the version is heard";

@@ -217,7 +217,7 @@ TEST_F(GuReport, TicksComeWithDataOnly)
     const auto Ticked = [this] {
         gu.Operation().ProcTransMsgFromUe(GuMsg(0xB012, Fill(8)), 0);
         Bytes nothing;
-        gu.Operation().ProcessSerialData(&gu.Agent().Agent(), nothing, 0);
+        gu.Operation().ProcessSerialData(&gu.Agent().Agent().Bindings(), nothing, 0);
         return !Payloads(0xB012).empty();
     };
     bool bWithinTick = false; // a machine that stalls lets the time pass

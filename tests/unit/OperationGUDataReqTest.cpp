@@ -28,7 +28,7 @@ TEST(OperationGUDataReq, PacketTypes)
 {
     CGuFixture gu;
     const auto Translate = [&](const Bytes& req) {
-        return gu.Operation().TranslateProbePacket(req, &gu.Agent().Agent(), gu.Cmd().Get());
+        return gu.Operation().TranslateProbePacket(req, &gu.Agent().Agent().Bindings(), gu.Cmd().Get());
     };
     EXPECT_EQ(Translate(Packet(0xA005, 82, {})), 1) << "no parameters";
     EXPECT_EQ(Translate(Packet(0xA005, 83, Fill(4))), 2);
@@ -221,7 +221,7 @@ TEST(OperationGUDataReq, PeriodIsStoredOrCleared)
 TEST(OperationGUDataReq, ErrorConfirmBytes)
 {
     CGuFixture gu;
-    gu.Operation().ProcessSerialData(&gu.Agent().Agent(), {}, 0); // the UE is known
+    gu.Operation().ProcessSerialData(&gu.Agent().Agent().Bindings(), {}, 0); // the UE is known
     gu.Operation().BuildErrCnfPacketToClient(0xF020, 84, 2);
     gu.Operation().BuildErrCnfPacketToClient(0xE501, 81, 47);
     EXPECT_EQ(gu.Cmd().Pending(), Hex("9F 9F 21 F0 54 01 02 00 00 00 00 00 00 00 00 00 00 00 54 01 04 00 02 00 00 00"
@@ -289,7 +289,7 @@ TEST(OperationGUDataReq, NoUeToSendTo)
 
     CGuFixture gu;
     const auto other = gu.Agent().AddClient(CHANNEL_GU_CMD); // the second of its type is bound by nobody
-    (void)gu.Operation().TranslateProbePacket(Packet(0x80A5, 90, Fill(4)), &gu.Agent().Agent(), other.Get());
+    (void)gu.Operation().TranslateProbePacket(Packet(0x80A5, 90, Fill(4)), &gu.Agent().Agent().Bindings(), other.Get());
     EXPECT_EQ(log.Count("client is not bind to any channel"), 2);
     EXPECT_TRUE(gu.ToUe().empty());
 }
@@ -299,7 +299,7 @@ TEST(OperationGUDataReq, ForgottenClientLeavesTheOwnUe)
     CGuFixture gu;
     gu.FromUe(GuAnswer(0, 0));
     const auto other = gu.Agent().AddClient(CHANNEL_GU_CMD);
-    (void)gu.Operation().TranslateProbePacket(Packet(0x1111, 90, Fill(4)), &gu.Agent().Agent(), other.Get());
+    (void)gu.Operation().TranslateProbePacket(Packet(0x1111, 90, Fill(4)), &gu.Agent().Agent().Bindings(), other.Get());
     gu.Operation().BuildTraceReqMsg();
     EXPECT_TRUE(gu.ToUe().empty()) << "that client is bound to no UE";
     gu.Operation().ForgetClient(gu.Cmd().Get());

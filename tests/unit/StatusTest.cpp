@@ -227,10 +227,10 @@ TEST_F(StatusTest, ClientsAreBoundAndUnbound)
     CTestClient client = m_fix.AddClient(CHANNEL_AT);
     EXPECT_THAT(m_monitor.All(), ElementsAre(ClientConnected(31, 4)));
     {
-        const xtl::MutexGuard guard(Agent().BindMutex());
-        Agent().UnBindUE(client.Get());
+        const xtl::MutexGuard guard(Agent().Bindings().Mutex());
+        Agent().Bindings().UnBindUE(client.Get());
         EXPECT_THAT(m_monitor.All(), ElementsAre(ClientDisconnected(31, 4)));
-        Agent().UnBindUE(client.Get());
+        Agent().Bindings().UnBindUE(client.Get());
         EXPECT_THAT(m_monitor.All(), IsEmpty());
     }
     EXPECT_TRUE(m_fix.Bind(client, 31));
@@ -241,20 +241,20 @@ TEST_F(StatusTest, ClientsAreBoundAndUnbound)
 
 TEST_F(StatusTest, TheVersion)
 {
-    Agent().SendAgentVer();
+    Agent().Status().SendAgentVer();
     EXPECT_THAT(m_monitor.All(), ElementsAre(VERSION));
 }
 
 TEST_F(StatusTest, ATransferRecordIsLongerThanItsHeadSays)
 {
-    Agent().SendSerialTransferInfo({4, 17, 0x0102030405060708, 0x1112131415161718});
+    Agent().Status().SendSerialTransferInfo({4, 17, 0x0102030405060708, 0x1112131415161718});
     EXPECT_THAT(m_monitor.All(), ElementsAre(Join(Hex("06 00 00 00 18 00 00 00"), Hex("04 00 00 00 11 00 00 00"),
                                                   Hex("08 07 06 05 04 03 02 01 18 17 16 15 14 13 12 11"), Fill(184))));
 }
 
 TEST_F(StatusTest, NoUeMeansAnEmptyReport)
 {
-    Agent().SendTransferReport();
+    Agent().StatusService().SendTransferReport();
     EXPECT_THAT(m_monitor.All(), IsEmpty());
 }
 
@@ -277,7 +277,7 @@ TEST_F(StatusTest, EachOpenPortIsReportedWithItsBytes)
     pGu->SerialUnlock();
     EXPECT_TRUE(manager.GetUE(0)->GetSerial(SERIAL_TYPE_DIAG)->WriteSerial(Fill(9)));
 
-    Agent().SendTransferReport();
+    Agent().StatusService().SendTransferReport();
     const Bytes head = Hex("06 00 00 00 18 00 00 00 00 00 00 00");
     EXPECT_THAT(m_monitor.All(), ElementsAre(Join(head, Le(71u), Le(uint64_t{0}), Le(uint64_t{9}), Fill(184)),
                                              Join(head, Le(72u), Le(uint64_t{5}), Le(uint64_t{0}), Fill(184))));
@@ -287,7 +287,7 @@ TEST_F(StatusTest, LinksOfTheNetworkUeAreReportedByTheirChannel)
 {
     CAgentFixture::Configure("MonitorPort=31000:0;31001:0;31002:0;31003:0");
     Agent().UEManager().OnSerialAttach("127.0.0.1", "", SERIAL_TYPE_DIAG, 0);
-    Agent().SendTransferReport();
+    Agent().StatusService().SendTransferReport();
     const auto all = m_monitor.All();
     ASSERT_THAT(all, SizeIs(4));
     const unsigned int aulChannel[4] = {0, 1, 2, 4};
@@ -299,7 +299,7 @@ TEST_F(StatusTest, TheReportsComeInTheirInterval)
 {
     CAgentFixture::Configure("MonitorPort=31000:0");
     Agent().UEManager().OnSerialAttach("127.0.0.1", "", SERIAL_TYPE_DIAG, 0);
-    std::thread reporter([&] { Agent().StatusMonitorFun(); });
+    std::thread reporter([&] { Agent().StatusService().StatusMonitorFun(); });
     EXPECT_EQ(m_monitor.Next().size(), 216u);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(m_monitor.Next().size(), 216u);
@@ -313,7 +313,7 @@ TEST_F(StatusTest, AFailedSendIsLogged)
     CLogCapture log;
     CAgentFixture::Configure("MonitorIP=192.0.2.1"); // no way leads there
     EXPECT_TRUE(Agent().Init(nullptr));
-    Agent().SendAgentVer();
+    Agent().Status().SendAgentVer();
     EXPECT_TRUE(log.Saw("[WAN] : send udp status msg error, errno is " + std::to_string(ENETUNREACH)));
 }
 
@@ -328,17 +328,17 @@ TEST_F(StatusOffTest, WithoutIntervalNothingIsSent)
     m_fix.AttachUe(0, 1);
     m_fix.Confirm(0);
     CTestClient client = m_fix.AddClient(CHANNEL_AT);
-    Agent().SendAgentVer();
-    Agent().StatusMonitorFun(); // returns at once
+    Agent().Status().SendAgentVer();
+    Agent().StatusService().StatusMonitorFun(); // returns at once
     EXPECT_THAT(m_monitor.All(), IsEmpty());
-    EXPECT_EQ(Agent().GetBindedUE(client.Get()), 0) << "clients are served as usual";
+    EXPECT_EQ(Agent().Bindings().GetBindedUE(client.Get()), 0) << "clients are served as usual";
 }
 
 // The query.
 
 TEST_F(StatusTest, WithoutUeThePictureIsTheVersion)
 {
-    Agent().SendAgentCurrentStatus();
+    Agent().StatusService().SendAgentCurrentStatus();
     EXPECT_THAT(m_monitor.All(), ElementsAre(VERSION));
 }
 
@@ -352,7 +352,7 @@ TEST_F(StatusTest, ThePictureShowsPortsUesAndClients)
     CTestClient diag = m_fix.AddClient(CHANNEL_LTE_DIAG);
     CTestClient at = m_fix.AddClient(CHANNEL_AT);
     (void)m_monitor.All();
-    Agent().SendAgentCurrentStatus();
+    Agent().StatusService().SendAgentCurrentStatus();
     EXPECT_THAT(m_monitor.All(),
                 ElementsAre(VERSION, PortConnected("ga", 11, 0), PortConnected("gb", 21, 0),
                             UeConnected("gb", "861234567890123", "V007R011C06B020SP03"), ClientConnected(21, 0),
@@ -362,7 +362,7 @@ TEST_F(StatusTest, ThePictureShowsPortsUesAndClients)
 TEST_F(StatusTest, TheThreadAnswersTheQueryThatItKnows)
 {
     CLogCapture log;
-    std::thread query([&] { Agent().StatusQueryFun(); });
+    std::thread query([&] { Agent().StatusService().StatusQueryFun(); });
     // The socket isn't there at once.
     while (m_monitor.Next(20).empty())
         m_monitor.Query(Hex("00"));
@@ -387,7 +387,7 @@ TEST_F(StatusTest, AQueryPortThatIsTakenEndsTheThread)
     stAddr.sin_family = AF_INET;
     stAddr.sin_port = htons(20561);
     ASSERT_EQ(bind(taken.Get(), reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr)), 0);
-    Agent().StatusQueryFun();
+    Agent().StatusService().StatusQueryFun();
     EXPECT_TRUE(log.Saw("[ERR] : Status Query socket bind address fail!\n"));
 }
 
@@ -428,7 +428,7 @@ TEST_F(StatusTest, OtherClientsLearnNothing)
     m_fix.Confirm(0);
     for (const enChannelType enType : {CHANNEL_LTE_DATA, CHANNEL_GU_DATA, CHANNEL_AT}) {
         CTestClient client = m_fix.AddClient(enType);
-        EXPECT_EQ(Agent().GetBindedUE(client.Get()), 0);
+        EXPECT_EQ(Agent().Bindings().GetBindedUE(client.Get()), 0);
         EXPECT_THAT(client.Pending(), IsEmpty()) << strChannelType[static_cast<size_t>(enType)];
     }
 }

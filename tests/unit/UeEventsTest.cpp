@@ -1,5 +1,6 @@
 #include "agent/Agent.h"
 #include "agent/Client.h"
+#include "data/gu/GuLink.h"
 #include "support/AgentFixture.h"
 #include "support/LogCapture.h"
 #include "support/WaitFor.h"
@@ -22,7 +23,7 @@ protected:
     /// The handshake that the attach of a channel starts.
     void Connect(unsigned int ulUeIdx, enChannelType enChannel)
     {
-        Agent().ConnectUE({AGENT_MSG_CONNECT, ulUeIdx, enChannel, 0, nullptr});
+        Agent().Events().ConnectUE({AGENT_MSG_CONNECT, ulUeIdx, enChannel, 0, nullptr});
     }
     /// One frame on the GU command channel of the UE.
     static void ExpectGuFrame(const QueuedMsg& stMsg, unsigned int ulUeIdx, const Bytes& frame)
@@ -64,7 +65,7 @@ TEST_F(UeEventsTest, IndicesBeyondTheTableAreIgnored)
         Connect(ulUeIdx, CHANNEL_GU_CMD);
         m_fix.FromUe(ulUeIdx, CHANNEL_LTE_DIAG, packet);
         m_fix.Detach(ulUeIdx, CHANNEL_GU_CMD);
-        Agent().SetConfirmed(ulUeIdx, true);
+        Agent().Events().SetConfirmed(ulUeIdx, true);
     }
     m_fix.FromUe(0, static_cast<enChannelType>(5), packet);
     m_fix.Attach(0, static_cast<enChannelType>(-1), 1);
@@ -78,19 +79,19 @@ TEST_F(UeEventsTest, AnAttachFillsTheRowOfItsChannel)
     EXPECT_TRUE(log.Saw("[INF] : UE 2 Guom Data attached, Serial port name is /dev/ttyUSB7\n"));
     EXPECT_TRUE(log.Saw("[INF] : Serial Port 5 is connected, groupid is group-1\n"));
     m_fix.Confirm(2);
-    EXPECT_TRUE(Agent().IsChannelOK(2, CHANNEL_GU_DATA));
-    EXPECT_FALSE(Agent().IsChannelOK(2, CHANNEL_GU_CMD));
+    EXPECT_TRUE(Agent().Bindings().IsChannelOK(2, CHANNEL_GU_DATA));
+    EXPECT_FALSE(Agent().Bindings().IsChannelOK(2, CHANNEL_GU_CMD));
     m_fix.Detach(2, CHANNEL_GU_DATA);
     EXPECT_TRUE(log.Saw("[INF] : UE 2 Guom Data detached\n"));
     m_fix.Attach(2, CHANNEL_GU_DATA, 5);
-    EXPECT_FALSE(Agent().IsChannelOK(2, CHANNEL_GU_DATA)) << "the confirmation went with the row";
+    EXPECT_FALSE(Agent().Bindings().IsChannelOK(2, CHANNEL_GU_DATA)) << "the confirmation went with the row";
 }
 
 TEST_F(UeEventsTest, AnAttachWithoutBlockHasNoPort)
 {
-    Agent().UpdateSerialInfo({AGENT_MSG_CONNECT, 0, CHANNEL_LTE_DIAG, 0, nullptr});
+    Agent().Events().UpdateSerialInfo({AGENT_MSG_CONNECT, 0, CHANNEL_LTE_DIAG, 0, nullptr});
     m_fix.Confirm(0);
-    EXPECT_EQ(Bytes(Slice(ByteView(Agent().GetChannelsInfo()), 0, 44)),
+    EXPECT_EQ(Bytes(Slice(ByteView(Agent().Bindings().GetChannelsInfo()), 0, 44)),
               Join(Fill(32), Hex("FF FF FF FF 01 00 00 00 00 00 00 00")));
 }
 
@@ -109,10 +110,10 @@ TEST_F(UeEventsTest, TheNetworkUeComesAndGoesWithOneMessage)
     m_fix.Attach(15, CHANNEL_LTE_DIAG, 0, "", "192.0.2.9");
     m_fix.Confirm(15);
     for (const enChannelType enChannel : ALL_CHANNELS)
-        EXPECT_TRUE(Agent().IsChannelOK(15, enChannel)) << strChannelType[static_cast<size_t>(enChannel)];
+        EXPECT_TRUE(Agent().Bindings().IsChannelOK(15, enChannel)) << strChannelType[static_cast<size_t>(enChannel)];
     m_fix.Detach(15, CHANNEL_LTE_DIAG);
     for (const enChannelType enChannel : ALL_CHANNELS)
-        EXPECT_FALSE(Agent().IsChannelOK(15, enChannel)) << strChannelType[static_cast<size_t>(enChannel)];
+        EXPECT_FALSE(Agent().Bindings().IsChannelOK(15, enChannel)) << strChannelType[static_cast<size_t>(enChannel)];
 }
 
 TEST_F(UeEventsTest, ADetachEndsTheClientOfItsChannelAlone)
@@ -127,7 +128,7 @@ TEST_F(UeEventsTest, ADetachEndsTheClientOfItsChannelAlone)
     EXPECT_EQ(at.Get(), nullptr);
     EXPECT_TRUE(log.Saw("[INF] : disconnect client because device loss\n"));
     EXPECT_FALSE(data.IsClosed());
-    EXPECT_EQ(Agent().GetBindedUE(data.Get()), 0);
+    EXPECT_EQ(Agent().Bindings().GetBindedUE(data.Get()), 0);
     m_fix.Detach(0, CHANNEL_GU_DATA);
     EXPECT_EQ(log.Count("because device loss"), 1) << "nobody was bound there";
 }
@@ -180,10 +181,8 @@ TEST_F(UeEventsTest, TheLinkAnswerIsTheMarkAndTheIdTwelveBytesOn)
         {"no mark", Fill(40, 0xAA), false},
         {"nothing", {}, false},
     };
-    unsigned char ucUeIdx = 0;
     for (const auto& stCase : astCase)
-        EXPECT_EQ(Agent().JudgeJIANLIANCMD(stCase.packet, ucUeIdx++), stCase.bAnswer) << stCase.pszName;
-    EXPECT_FALSE(Agent().JudgeJIANLIANCMD(LINK_ANSWER, 16));
+        EXPECT_EQ(CGuLink().JudgeJIANLIANCMD(stCase.packet), stCase.bAnswer) << stCase.pszName;
 }
 
 TEST_F(UeEventsTest, TheLinkAnswerIsFollowedByThreeRequests)
@@ -224,9 +223,9 @@ TEST_F(UeEventsTest, ASecondLinkAnswerIsAnOrdinaryPacketUntilAnyChannelDetaches)
 TEST_F(UeEventsTest, TheQueriesForCardAndMode)
 {
     CLogCapture log;
-    Agent().QueryUeModemNum(4);
-    Agent().ModeQuery(MODEM_ID_0, 4);
-    Agent().ModeQuery(MODEM_ID_1, 4);
+    CGuLink::QueryUeModemNum(4);
+    CGuLink::ModeQuery(MODEM_ID_0, 4);
+    CGuLink::ModeQuery(MODEM_ID_1, 4);
     const auto sent = m_fix.ToUe();
     ASSERT_THAT(sent, SizeIs(3));
     ExpectGuFrame(sent[0], 4, Hex("01 55 55 AA AA 0C 00 01 01  0A 00 04 00 11 82 00 00  AA AA 55 55"));
@@ -240,8 +239,8 @@ TEST_F(UeEventsTest, TheQueriesForCardAndMode)
 TEST_F(UeEventsTest, PacketsForTheNetworkUeHaveTheirOwnKind)
 {
     OwnedBytes pData(new unsigned char[2]{7, 8});
-    Agent().SendData2UE(std::move(pData), 2, 15, CHANNEL_AT);
-    Agent().SendData2UE(nullptr, 2, 0, CHANNEL_AT);
+    SendData2UE(std::move(pData), 2, 15, CHANNEL_AT);
+    SendData2UE(nullptr, 2, 0, CHANNEL_AT);
     const auto sent = m_fix.ToUe();
     ASSERT_THAT(sent, SizeIs(1));
     EXPECT_EQ(sent[0].ulMsgType, UE_MSG_TCP);
@@ -255,9 +254,9 @@ TEST_F(UeEventsTest, ARequestThatCannotBeBuiltIsLogged)
     CLogCapture log;
     OwnedBytes pReq;
     size_t szLen = 0;
-    EXPECT_TRUE(Agent().BuildLteDiagReq(0x10010001, Fill(4076), pReq, szLen));
+    EXPECT_TRUE(Agent().Events().BuildLteDiagReq(0x10010001, Fill(4076), pReq, szLen));
     EXPECT_EQ(szLen, 24u + 4076u);
-    EXPECT_FALSE(Agent().BuildLteDiagReq(0x10010001, Fill(4077), pReq, szLen));
+    EXPECT_FALSE(Agent().Events().BuildLteDiagReq(0x10010001, Fill(4077), pReq, szLen));
     EXPECT_TRUE(log.Saw("[ERR] : Agent BuildLteDiagReq Error!\n"));
 }
 
@@ -297,7 +296,7 @@ TEST_F(UeEventsTest, RecordsTakenTogetherAreHandledInTheirOrder)
     const MSG_AGENT stUnknown{9, 0, CHANNEL_AT, 0, nullptr};
     const MSG_AGENT astMsg[] = {data(0, 0), data(0, 1), data(1, 2), stUnknown, data(0, 3),
                                 data(1, 4), stDetach,   data(1, 5), data(0, 5)};
-    Agent().ProcessAgentMsgs(astMsg);
+    Agent().Events().ProcessAgentMsgs(astMsg);
 
     for (const size_t i : {0u, 1u, 3u, 5u}) {
         const auto packet = first.Read();
@@ -327,7 +326,7 @@ TEST_F(UeEventsTest, AcksOfOneRunAreSortedOneByOne)
     std::vector<MSG_AGENT> msgs;
     for (Bytes& packet : packets)
         msgs.push_back({AGENT_MSG_DATA, 0, CHANNEL_LTE_DIAG, static_cast<unsigned int>(packet.size()), packet.data()});
-    Agent().ProcessAgentMsgs(msgs);
+    Agent().Events().ProcessAgentMsgs(msgs);
     for (const unsigned int ulCmdId : {0x10010001u, 0x10010002u}) {
         const auto ack = diag.Read();
         ASSERT_TRUE(ack);
@@ -346,13 +345,13 @@ TEST_F(UeEventsTest, PacketsOfARunLeaveInOneCall)
     m_fix.AttachUe(0, 1);
     m_fix.Confirm(0);
     {
-        const xtl::MutexGuard guard(Agent().BindMutex());
-        ASSERT_NE(Agent().AddClient(anPair[1], CHANNEL_AT, {}), nullptr);
+        const xtl::MutexGuard guard(Agent().Bindings().Mutex());
+        ASSERT_NE(Agent().Clients().AddClient(anPair[1], CHANNEL_AT, {}), nullptr);
     }
     Bytes text = Hex("41 42");
     const MSG_AGENT stMsg{AGENT_MSG_DATA, 0, CHANNEL_AT, 2, text.data()};
-    Agent().ProcessAgentMsgs(std::vector<MSG_AGENT>(3, stMsg));
-    Agent().ProcessAgentMsgs({&stMsg, 1});
+    Agent().Events().ProcessAgentMsgs(std::vector<MSG_AGENT>(3, stMsg));
+    Agent().Events().ProcessAgentMsgs({&stMsg, 1});
 
     const auto Receive = [&] {
         Bytes message(1000, 0);
@@ -405,7 +404,7 @@ TEST_F(UeEventsTest, TheHostConnectConfirmationOpensTheUe)
     m_fix.AttachUe(2, 9, "/dev/ttyUSB2", "usb-1-2");
     m_fix.FromUe(2, CHANNEL_LTE_DIAG, LteAck(0x10066000, ConnectPayload(320)));
     for (const enChannelType enChannel : ALL_CHANNELS)
-        EXPECT_TRUE(Agent().IsChannelOK(2, enChannel));
+        EXPECT_TRUE(Agent().Bindings().IsChannelOK(2, enChannel));
     EXPECT_TRUE(log.Saw("[INF] : Received host connect cnf msg(10066000) from lte diag channel\n"));
     EXPECT_TRUE(log.Saw("[INF] : UE Connected, nMsgID is 2, payLoadSize is 301, groupid is usb-1-2, "
                         "IMEI is 861234567890123, ver is V007R011C06B020SP03\n"));
@@ -431,7 +430,7 @@ TEST_F(UeEventsTest, TheHostConnectConfirmationOpensTheUe)
 TEST_F(UeEventsTest, TheSwitchesGoOut50MsApart)
 {
     const auto start = std::chrono::steady_clock::now();
-    Agent().SendDspModuleSwitch(0);
+    Agent().Events().SendDspModuleSwitch(0);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1200));
     EXPECT_THAT(m_fix.ToUe(), SizeIs(24));
 }
@@ -453,7 +452,7 @@ TEST_F(UeEventsTest, AShortConfirmationLeavesTheUeUnconfirmed)
     m_fix.Confirm(0);
     m_fix.FromUe(0, CHANNEL_LTE_DIAG, LteAck(0x10065000, ConnectPayload(319)));
     for (const enChannelType enChannel : ALL_CHANNELS)
-        EXPECT_FALSE(Agent().IsChannelOK(0, enChannel));
+        EXPECT_FALSE(Agent().Bindings().IsChannelOK(0, enChannel));
     EXPECT_THAT(m_fix.ToUe(), IsEmpty());
     EXPECT_EQ(log.Count("UE Connected"), 0);
     EXPECT_EQ(Agent().UEManager().GetUE(0)->GetUEConnectionAck().UeVer(), 0u);
@@ -462,18 +461,18 @@ TEST_F(UeEventsTest, AShortConfirmationLeavesTheUeUnconfirmed)
 TEST_F(UeEventsTest, TheTimeStampIsKeptAsClientsWillAskForIt)
 {
     CLogCapture log;
-    EXPECT_THAT(Agent().GetTimeStampPacket(1), IsEmpty());
+    EXPECT_THAT(Agent().Bindings().GetTimeStampPacket(1), IsEmpty());
     m_fix.FromUe(1, CHANNEL_LTE_DIAG, LteAck(0x10067000, Hex("AA BB CC"), 0x1122334455667788));
-    EXPECT_EQ(Bytes(ByteView(Agent().GetTimeStampPacket(1))),
+    EXPECT_EQ(Bytes(ByteView(Agent().Bindings().GetTimeStampPacket(1))),
               Hex("70 00 00 50  00 00 00 00  88 77 66 55 44 33 22 11  10 02  03 00  AA BB CC"));
     EXPECT_TRUE(log.Saw("[DAT] : TimeStamp Ack DIAG_PACKET_ACK_STRU* pdiagack Buffer=0x"));
     EXPECT_TRUE(log.Saw(",Length=23,dump=0x70,0x00,0x00,0x50,"));
-    EXPECT_THAT(Agent().GetTimeStampPacket(0), IsEmpty());
-    EXPECT_THAT(Agent().GetTimeStampPacket(16), IsEmpty());
-    EXPECT_THAT(Agent().GetTimeStampPacket(-1), IsEmpty());
+    EXPECT_THAT(Agent().Bindings().GetTimeStampPacket(0), IsEmpty());
+    EXPECT_THAT(Agent().Bindings().GetTimeStampPacket(16), IsEmpty());
+    EXPECT_THAT(Agent().Bindings().GetTimeStampPacket(-1), IsEmpty());
 
     m_fix.FromUe(1, CHANNEL_LTE_DIAG, LteAck(0x10067000, Hex("DD")));
-    EXPECT_EQ(Bytes(ByteView(Agent().GetTimeStampPacket(1))),
+    EXPECT_EQ(Bytes(ByteView(Agent().Bindings().GetTimeStampPacket(1))),
               Hex("70 00 00 50  00 00 00 00  00 00 00 00 00 00 00 00  10 02  01 00  DD"));
 }
 
@@ -481,18 +480,18 @@ TEST_F(UeEventsTest, ATimeStampThatDoesNotFitIsNotKept)
 {
     CLogCapture log;
     m_fix.FromUe(0, CHANNEL_LTE_DIAG, LteAck(0x10067000, Fill(5100, 1)));
-    EXPECT_EQ(Agent().GetTimeStampPacket(0).size(), 5120u);
+    EXPECT_EQ(Agent().Bindings().GetTimeStampPacket(0).size(), 5120u);
     EXPECT_EQ(log.Count("[WAN]"), 0);
     m_fix.FromUe(0, CHANNEL_LTE_DIAG, LteAck(0x10067000, Fill(5101, 2)));
     EXPECT_EQ(log.Count("[WAN]"), 1);
-    EXPECT_EQ(Agent().GetTimeStampPacket(0).size(), 5120u);
-    EXPECT_EQ(Agent().GetTimeStampPacket(0)[20], 1) << "the last good one stays";
+    EXPECT_EQ(Agent().Bindings().GetTimeStampPacket(0).size(), 5120u);
+    EXPECT_EQ(Agent().Bindings().GetTimeStampPacket(0)[20], 1) << "the last good one stays";
 }
 
 TEST_F(UeEventsTest, TheThreadTakesRecordsUntilTheRunEnds)
 {
     CLogCapture log;
-    std::thread reader([&] { Agent().ReadAgentMsgFun(); });
+    std::thread reader([&] { Agent().Events().ReadAgentMsgFun(); });
     PostAgentMsg(77, 0, CHANNEL_AT, OwnedBytes(new unsigned char[4]), 4);
     EXPECT_TRUE(log.Saw("Invalid data from Agent Msg Deque"));
     PostAgentMsg(AGENT_MSG_DISCONNECT, 1, CHANNEL_AT, nullptr, 0);

@@ -1,8 +1,8 @@
 #include "uesim/LteDiagBehaviour.h"
 
 #include "common/LteDiagInitCmd.h"
+#include "common/UeConnectionAck.h"
 #include "data/DiagPacket.h"
-#include "ue/UeConnectionAck.h"
 
 #include <algorithm>
 

@@ -99,7 +99,7 @@ void CGUDataProcess::OM_InitDecap()
 }
 
 bool CGUDataProcess::OM_UsbFrameEncap(ByteView data, std::vector<unsigned char>& frame, unsigned char ucTotal,
-                                      unsigned char ucIndex) const
+                                      unsigned char ucIndex)
 {
     if (data.empty() || data.size() > UINT16_MAX - LENGTH_EXTRA)
         return false;

@@ -36,8 +36,8 @@ public:
     void OM_InitDecap();
 
     /// Writes one frame. False for no data, or more than the u16 length field can tell.
-    bool OM_UsbFrameEncap(ByteView data, std::vector<unsigned char>& frame, unsigned char ucTotal,
-                          unsigned char ucIndex) const;
+    static bool OM_UsbFrameEncap(ByteView data, std::vector<unsigned char>& frame, unsigned char ucTotal,
+                                 unsigned char ucIndex);
 
     /// Takes one block: the bytes of data from szStart on. Those ahead of it are the head of its first frame, of
     /// which only the SSID is read. Rewrites SSIDs in place. True when the block was taken in whole; on a fault the

@@ -1,9 +1,8 @@
 #include "data/gu/OperationGUData.h"
 
-#include "agent/Agent.h"
-#include "agent/Client.h"
 #include "common/Config.h"
 #include "common/Debug.h"
+#include "common/MsgBuf.h"
 #include "data/gu/GuRegister.h"
 #include "data/gu/RegisterManager.h"
 
@@ -72,23 +71,24 @@ void COperationGUData::ClearData()
         const xtl::MutexGuard guard(m_RegisterLock);
         pOld = std::exchange(m_pRegisterManager, nullptr);
     }
+    m_Link.Down();
     m_bImeiOk = false;
     m_bVersionOk = false;
     m_enModemNum = MODEM_NUM_UNKNOWN;
     m_stDataProcess.OM_InitDecap(); // the rest of a frame held won't come; it would swallow what the UE says next
 }
 
-void COperationGUData::ForgetClient(CClient* pClient)
+void COperationGUData::ForgetClient(IClientPort* pClient)
 {
     // Taken before the lock and released behind it: letting go of a client for good must not happen under it.
-    const std::shared_ptr<CClient> pLast = LastClient();
+    const std::shared_ptr<IClientPort> pLast = LastClient();
     const xtl::MutexGuard guard(m_ClientLock);
     const bool bSame = !m_pClient.owner_before(pLast) && !pLast.owner_before(m_pClient);
     if (pLast.get() == pClient && bSame)
         m_pClient.reset();
 }
 
-std::shared_ptr<CClient> COperationGUData::LastClient()
+std::shared_ptr<IClientPort> COperationGUData::LastClient()
 {
     const xtl::MutexGuard guard(m_ClientLock);
     return m_pClient.lock();
@@ -100,12 +100,12 @@ std::shared_ptr<CRegisterManager> COperationGUData::RegisterManager()
     return m_pRegisterManager;
 }
 
-int COperationGUData::TranslateProbePacket(ByteView req, CAgent* pAgent, CClient* pClient)
+int COperationGUData::TranslateProbePacket(ByteView req, IBindings* pBindings, IClientPort* pClient)
 {
-    SetEntry(pAgent);
+    SetEntry(pBindings);
     {
         const xtl::MutexGuard guard(m_ClientLock);
-        m_pClient = pClient ? pClient->weak_from_this() : std::weak_ptr<CClient>();
+        m_pClient = pClient ? pClient->weak_from_this() : std::weak_ptr<IClientPort>();
     }
     const DIAG_PACKET_REQ_VIEW stReq = ViewReq(req);
     if (stReq.stHead.usLen == 0)
@@ -348,19 +348,19 @@ void COperationGUData::BuildTraceReqMsg()
     SendReq2UE(packet);
 }
 
-int COperationGUData::TargetUe()
+UE_INDEX COperationGUData::TargetUe()
 {
-    CAgent* const pAgent = m_pAgent;
-    if (!pAgent)
-        return -1;
-    const std::shared_ptr<CClient> pClient = LastClient();
-    return pClient ? pAgent->GetBindedUE(pClient.get()) : m_iUeId.load();
+    IBindings* const pBindings = m_pBindings;
+    if (!pBindings)
+        return UE_NONE;
+    const std::shared_ptr<IClientPort> pClient = LastClient();
+    return pClient ? pBindings->GetBindedUE(pClient.get()) : m_ulUeId.load();
 }
 
 void COperationGUData::SendReq2UE(ByteView packet)
 {
-    const int nUeIdx = TargetUe();
-    if (nUeIdx < 0) {
+    const UE_INDEX ulUeIdx = TargetUe();
+    if (ulUeIdx == UE_NONE) {
         CDebug::Instance()->PrintWarn("client is not bind to any channel");
         return;
     }
@@ -368,7 +368,7 @@ void COperationGUData::SendReq2UE(ByteView packet)
     const std::chrono::milliseconds pause(CConfig::Instance()->GetTimespaceForGuReq());
     std::vector<unsigned char> frame;
     for (unsigned char ucIndex = 1; ucIndex <= ucTotal; ++ucIndex) {
-        if (!m_stDataProcess.OM_UsbFrameEncap(Slice(packet, (ucIndex - 1) * OM_MAX_SEGMENT, OM_MAX_SEGMENT), frame,
+        if (!CGUDataProcess::OM_UsbFrameEncap(Slice(packet, (ucIndex - 1) * OM_MAX_SEGMENT, OM_MAX_SEGMENT), frame,
                                               ucTotal, ucIndex))
             return;
         OwnedBytes pFrame = CopyOnHeap(frame);
@@ -376,8 +376,7 @@ void COperationGUData::SendReq2UE(ByteView packet)
             CDebug::Instance()->PrintError("DpGuCmd function SendReq2UE Get memory Faild");
             return;
         }
-        m_pAgent.load()->SendData2UE(std::move(pFrame), static_cast<unsigned int>(frame.size()), nUeIdx,
-                                     CHANNEL_GU_CMD);
+        SendData2UE(std::move(pFrame), frame.size(), ulUeIdx, CHANNEL_GU_CMD);
         if (pause.count() > 0)
             std::this_thread::sleep_for(pause); // the UE needs time between segments
     }

@@ -3,8 +3,10 @@
 #include "common/Bytes.h"
 #include "common/ThreadAnnotations.h"
 #include "common/xtl.h"
+#include "data/AgentInterfaces.h"
 #include "data/DiagPacket.h"
 #include "data/gu/GUDataProcess.h"
+#include "data/gu/GuLink.h"
 #include "data/gu/MsgProcess.h"
 #include "data/gu/PeriodMsgFromUe.h"
 #include "data/gu/TraceReqCounter.h"
@@ -16,8 +18,6 @@
 #include <memory>
 #include <string>
 
-class CAgent;
-class CClient;
 class CGuRegister;
 class CRegisterManager;
 
@@ -45,27 +45,27 @@ constexpr bool IsKnownUeVersion(unsigned int ulVersion)
 /// All GU state of one UE. Lives as long as the agent. Requests come on the main thread, UE packets and the UE's
 /// disconnect on the agent message thread; what both touch is atomic or under one of the small locks below. No
 /// lock is held across a send.
-class COperationGUData
+class COperationGUData : public IGuRequests
 {
 public:
     COperationGUData();
-    ~COperationGUData();
+    ~COperationGUData() override;
     COperationGUData(const COperationGUData&) = delete;
     COperationGUData& operator=(const COperationGUData&) = delete;
 
     // Entries.
 
+    /// A packet from the UE's GU command channel: the answer to the link request, or a block for ProcessSerialData.
+    void OnUePacket(IBindings* pBindings, ByteSpan packet, UE_INDEX ulUeIdx);
     /// One block from the UE's GU command channel. Rewritten in place.
-    void ProcessSerialData(CAgent* pAgent, ByteSpan data, unsigned char ucUeIdx);
-    /// A client request (DIAG_PACKET_REQ_STRU, lead bytes stripped). 1 for one without parameters, 2 for an unknown
-    /// packet type, else 0.
-    int TranslateProbePacket(ByteView req, CAgent* pAgent, CClient* pClient);
+    void ProcessSerialData(IBindings* pBindings, ByteSpan data, UE_INDEX ulUeIdx);
+    int TranslateProbePacket(ByteView req, IBindings* pBindings, IClientPort* pClient) override;
     /// A GU packet out of a frame. One of GU_RESULT_...
     int TranslateUEPacket(ByteView packet);
     /// The UE went away; a frame of which it sent only a part is lost. Frame mode, SN books and report periods stay.
     void ClearData();
     /// A client goes away: nothing points to it afterwards.
-    void ForgetClient(CClient* pClient);
+    void ForgetClient(IClientPort* pClient);
 
     // For the processors, the register reader among them. Any thread.
 
@@ -133,15 +133,15 @@ private:
     static constexpr unsigned long long SN_UNSET = ~0ULL;
 
     void ResetSn();
-    void SetEntry(CAgent* pAgent) { m_pAgent = pAgent; }
-    std::shared_ptr<CClient> LastClient();
+    void SetEntry(IBindings* pBindings) { m_pBindings = pBindings; }
+    std::shared_ptr<IClientPort> LastClient();
     std::shared_ptr<CRegisterManager> RegisterManager();
 
     // Client to UE.
     void SendOwnRequest(const DIAG_PACKET_REQ_VIEW& stReq);
     void SendBlerRequest(const DIAG_PACKET_REQ_VIEW& stReq);
     void SendQuery(unsigned char ucCategory, unsigned short usId);
-    int TargetUe();
+    UE_INDEX TargetUe();
 
     // UE to client.
     struct TRANS_MSG_ROW;
@@ -168,7 +168,7 @@ private:
     void SendGUAckToClient(const DIAG_PACKET_ACK_STRU& stAck, ByteView payload);
     void SendGUDataPacket2Client(const DIAG_PACKET_ACK_STRU& stAck, ByteView payload);
     void SendGUPacketToClient(const std::string& strText);
-    static void SendTo(CClient* pClient, const DIAG_PACKET_ACK_STRU& stAck, ByteView payload);
+    static void SendTo(IClientPort* pClient, const DIAG_PACKET_ACK_STRU& stAck, ByteView payload);
 
     // Reports.
     bool JoinWCellParts(std::vector<unsigned char>& payload, unsigned int& ulTimeStamp);
@@ -192,9 +192,9 @@ private:
     CTraceReqCounter m_TraceCounter;
     std::unique_ptr<CMsgDisp> m_pTransDisp;
     std::unique_ptr<CMsgDisp> m_pTraceDisp;
-    std::atomic<int> m_iUeId = -1;
+    std::atomic<UE_INDEX> m_ulUeId = UE_NONE;
     std::atomic<unsigned int> m_ulBlerPid;
-    std::atomic<CAgent*> m_pAgent = nullptr;
+    std::atomic<IBindings*> m_pBindings = nullptr;
 
     // Reports: each is safe by itself.
     CPeriodMsgFromUe m_BlerReport;
@@ -216,6 +216,7 @@ private:
     time_t m_tRlcStart = 0;    // start of the UE's RLC counters
     unsigned int m_ulFrameMode = FRAME_MODE_UNKNOWN;
     unsigned int m_ulModeBase = 1;
+    CGuLink m_Link;
     CGUDataProcess m_stDataProcess;
     std::unique_ptr<CGuRegister> m_pGuRegister;
 
@@ -224,7 +225,7 @@ private:
     std::array<unsigned long long, SSID_COUNT> m_aullLastSn GUARDED_BY(m_hSnLock);
 
     xtl::Mutex m_ClientLock;
-    std::weak_ptr<CClient> m_pClient GUARDED_BY(m_ClientLock); // the last one that sent a request
+    std::weak_ptr<IClientPort> m_pClient GUARDED_BY(m_ClientLock); // the last one that sent a request
 
     xtl::Mutex m_RegisterLock;
     // Replaced by the version message and dropped by a disconnect while the main thread may be inside it.

@@ -1,7 +1,5 @@
 #include "data/gu/OperationGUData.h"
 
-#include "agent/Agent.h"
-#include "agent/Client.h"
 #include "common/Debug.h"
 #include "data/gu/RegisterManager.h"
 
@@ -17,10 +15,20 @@ constexpr std::chrono::milliseconds TICK_INTERVAL(100);
 constexpr size_t CNF_PAYLOAD_LEN = 4; // bytes of every confirm that is passed on
 } // namespace
 
-void COperationGUData::ProcessSerialData(CAgent* pAgent, ByteSpan data, unsigned char ucUeIdx)
+void COperationGUData::OnUePacket(IBindings* pBindings, ByteSpan packet, UE_INDEX ulUeIdx)
 {
-    SetEntry(pAgent);
-    m_iUeId = ucUeIdx;
+    if (!m_Link.JudgeJIANLIANCMD(packet)) {
+        ProcessSerialData(pBindings, packet, ulUeIdx);
+        return;
+    }
+    CGuLink::EnableTransMsg(ulUeIdx);
+    CGuLink::SendUeInfoReqToUe(ulUeIdx);
+}
+
+void COperationGUData::ProcessSerialData(IBindings* pBindings, ByteSpan data, UE_INDEX ulUeIdx)
+{
+    SetEntry(pBindings);
+    m_ulUeId = ulUeIdx;
     const auto now = std::chrono::steady_clock::now();
     if (now - m_LastTick >= TICK_INTERVAL) {
         TimerProc();
@@ -351,22 +359,22 @@ void COperationGUData::BuildMsgIndPacket(unsigned short usType, unsigned int ulT
 
 void COperationGUData::SendGUAckToClient(const DIAG_PACKET_ACK_STRU& stAck, ByteView payload)
 {
-    CAgent* const pAgent = m_pAgent;
-    const int nUeIdx = m_iUeId;
-    if (nUeIdx == -1)
+    IBindings* const pBindings = m_pBindings;
+    const UE_INDEX ulUeIdx = m_ulUeId;
+    if (ulUeIdx == UE_NONE)
         SendTo(LastClient().get(), stAck, payload);
-    else if (pAgent)
-        SendTo(pAgent->GetGUDataClient(static_cast<unsigned char>(nUeIdx), CHANNEL_GU_CMD).get(), stAck, payload);
+    else if (pBindings)
+        SendTo(pBindings->GetGUDataClient(ulUeIdx, CHANNEL_GU_CMD).get(), stAck, payload);
 }
 
 void COperationGUData::SendGUDataPacket2Client(const DIAG_PACKET_ACK_STRU& stAck, ByteView payload)
 {
-    CAgent* const pAgent = m_pAgent;
-    if (pAgent)
-        SendTo(pAgent->GetGUDataClient(static_cast<unsigned char>(m_iUeId), CHANNEL_GU_DATA).get(), stAck, payload);
+    IBindings* const pBindings = m_pBindings;
+    if (pBindings)
+        SendTo(pBindings->GetGUDataClient(m_ulUeId, CHANNEL_GU_DATA).get(), stAck, payload);
 }
 
-void COperationGUData::SendTo(CClient* pClient, const DIAG_PACKET_ACK_STRU& stAck, ByteView payload)
+void COperationGUData::SendTo(IClientPort* pClient, const DIAG_PACKET_ACK_STRU& stAck, ByteView payload)
 {
     if (!pClient)
         return;

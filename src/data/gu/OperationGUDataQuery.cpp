@@ -1,6 +1,5 @@
 #include "data/gu/OperationGUData.h"
 
-#include "agent/Agent.h"
 #include "common/Debug.h"
 #include "data/gu/GuRegister.h"
 #include "data/gu/RegisterManager.h"
@@ -23,8 +22,8 @@ void COperationGUData::TakeDspShareAddr(ByteView packet)
     if (!pManager)
         return;
     pManager->RefreshWdspQueryAddr(packet);
-    if (CAgent* const pAgent = m_pAgent)
-        pAgent->ModeQuery(MODEM_ID_0, static_cast<unsigned char>(m_iUeId));
+    if (m_pBindings != nullptr)
+        CGuLink::ModeQuery(MODEM_ID_0, m_ulUeId);
 }
 
 namespace
@@ -122,8 +121,8 @@ void COperationGUData::RefreshModem(ByteView packet)
     m_ulModeBase = 0;
     const unsigned int enModemNum = SetUeModemId(QueryValue(packet));
     m_enModemNum = enModemNum;
-    if (CAgent* const pAgent = m_pAgent)
-        pAgent->ModeQuery(MODEM_ID_1, static_cast<unsigned char>(m_iUeId));
+    if (m_pBindings != nullptr)
+        CGuLink::ModeQuery(MODEM_ID_1, m_ulUeId);
     CDebug::Instance()->PrintInfo("single and double card model= %d", static_cast<int>(enModemNum));
 }
 
@@ -194,14 +193,13 @@ void COperationGUData::ProcessVersionMsg(ByteView packet)
     m_ulBlerPid = IsKnownUeVersion(m_enUeVersion) ? PID_BLER_KNOWN : PID_BLER_OTHER;
     ReplaceRegisterManager();
     InitRegisterInfo(strType, strVersion);
-    CAgent* const pAgent = m_pAgent;
-    if (!pAgent)
+    if (m_pBindings == nullptr)
         return;
-    const int nUeIdx = m_iUeId;
-    CDebug::Instance()->PrintInfo("mode query: ue id = %d", nUeIdx);
+    const UE_INDEX ulUeIdx = m_ulUeId;
+    CDebug::Instance()->PrintInfo("mode query: ue id = %d", static_cast<int>(ulUeIdx));
     CDebug::Instance()->PrintInfo("Rcv version = %s, type=%s", strVersion.c_str(), strType.c_str());
-    pAgent->ModeQuery(MODEM_ID_0, static_cast<unsigned char>(nUeIdx));
-    pAgent->QueryUeModemNum(static_cast<unsigned char>(nUeIdx));
+    CGuLink::ModeQuery(MODEM_ID_0, ulUeIdx);
+    CGuLink::QueryUeModemNum(ulUeIdx);
 }
 
 void COperationGUData::ReplaceRegisterManager()

@@ -1,4 +1,4 @@
-#include "agent/Agent.h"
+#include "agent/ClientServer.h"
 
 #include "agent/Client.h"
 #include "agent/PollSet.h"
@@ -14,8 +14,6 @@
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
-// The client side: listen sockets, the loop of the main thread and the guarded send path.
-//
 // The main thread holds m_ClientListMutex while it waits for sockets, so a client that another thread removes is
 // gone from the wait before its socket is closed. That other thread must not wait for a whole second: it counts
 // itself in m_nListWaiters, ends the wait by m_WakeUp, and the main thread lets it go first.
@@ -26,11 +24,10 @@ using Clock = std::chrono::steady_clock;
 namespace
 {
 constexpr int LISTEN_BACKLOG = 16;
-constexpr size_t CLIENT_READ_LEN = 1024;   // bytes read from a client in one pass
-constexpr int CLIENT_SEND_BUF = 32768;     // SO_SNDBUF
-constexpr int CLIENT_SEND_TIMEOUT_MS = 20; // longest wait for a client to take more
-constexpr auto CLIENT_WAIT = 1s;           // an idle wait lasts this long
-constexpr auto ACCEPT_PAUSE = 1s;          // before the next accept when the system is short of descriptors
+constexpr size_t CLIENT_READ_LEN = 1024; // bytes read from a client in one pass
+constexpr int CLIENT_SEND_BUF = 32768;   // SO_SNDBUF
+constexpr auto CLIENT_WAIT = 1s;         // an idle wait lasts this long
+constexpr auto ACCEPT_PAUSE = 1s;        // before the next accept when the system is short of descriptors
 
 bool BindAndListen(int nSocket, unsigned short usPort)
 {
@@ -78,23 +75,6 @@ bool IsOutOfResources(int iError)
     return iError == EMFILE || iError == ENFILE || iError == ENOBUFS || iError == ENOMEM;
 }
 
-/// Waits until the socket takes bytes again. False, with a line in the log, when it didn't in time.
-bool WaitWritable(int nSocket, const char* pszChannel, int iTimeoutMs)
-{
-    pollfd stFd{nSocket, POLLOUT, 0};
-    int iReady = poll(&stFd, 1, iTimeoutMs);
-    if (iReady > 0 && (stFd.revents & POLLNVAL) != 0) {
-        errno = EBADF;
-        iReady = -1;
-    }
-    if (iReady < 0)
-        CDebug::Instance()->PrintError("Client SendDataToClient select Fail, channel:%s, errno :%d", pszChannel, errno);
-    else if (iReady == 0)
-        CDebug::Instance()->PrintWarn("Client SendDataToClient select TimeOut, channel:%s, errno :%d", pszChannel,
-                                      EAGAIN);
-    return iReady > 0;
-}
-
 int MsUntil(Clock::time_point end)
 {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
@@ -102,7 +82,26 @@ int MsUntil(Clock::time_point end)
 }
 } // namespace
 
-int CAgent::CreateListenSocket(int* pnSockets, int nCount)
+// Without the eventfd everything works too: a thread that waits for the client list then waits for up to a second.
+CClientServer::CClientServer(CBindings& bindings, CChannelTable& table, CStatusReporter& status,
+                             const CGuOperations& operations)
+    : m_bindings(bindings),
+      m_table(table),
+      m_status(status),
+      m_operations(operations),
+      m_WakeUp(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
+{
+}
+
+CClientServer::~CClientServer() = default;
+
+void CClientServer::Stop()
+{
+    m_bRun = false;
+    WakeUp();
+}
+
+int CClientServer::CreateListenSocket(int* pnSockets, int nCount)
 {
     std::fill_n(pnSockets, nCount, -1);
     int nGreatest = -1;
@@ -117,7 +116,7 @@ int CAgent::CreateListenSocket(int* pnSockets, int nCount)
     return nGreatest;
 }
 
-int CAgent::ListenFun()
+int CClientServer::ListenFun()
 {
     CListenSockets anListen;
     if (CreateListenSocket(anListen.data(), static_cast<int>(anListen.size())) < 0) {
@@ -134,7 +133,7 @@ int CAgent::ListenFun()
             return 0;
         }
         if (iReady == 0)
-            SendAgentVer(); // once in each idle second
+            m_status.SendAgentVer(); // once in each idle second
         else
             OnClientDataArrive(fds, anListen);
     }
@@ -144,7 +143,7 @@ int CAgent::ListenFun()
 }
 
 /// Waits for one second at most, also when m_WakeUp ends the wait now and then: such an end is no idle second.
-int CAgent::WaitForClients(CPollSet& fds, const CListenSockets& anListen)
+int CClientServer::WaitForClients(CPollSet& fds, const CListenSockets& anListen)
 {
     const auto end = Clock::now() + CLIENT_WAIT;
     for (;;) {
@@ -160,7 +159,7 @@ int CAgent::WaitForClients(CPollSet& fds, const CListenSockets& anListen)
     }
 }
 
-void CAgent::FillPollSet(CPollSet& fds, const CListenSockets& anListen) const
+void CClientServer::FillPollSet(CPollSet& fds, const CListenSockets& anListen) const
 {
     if (Clock::now() >= m_AcceptAgain)
         std::ranges::for_each(anListen, [&](int nSocket) { fds.Add(nSocket); });
@@ -170,28 +169,28 @@ void CAgent::FillPollSet(CPollSet& fds, const CListenSockets& anListen) const
         fds.Add(pClient->GetClientSocket());
 }
 
-void CAgent::WakeUp()
+void CClientServer::WakeUp()
 {
     if (m_WakeUp.IsOpen())
         (void)eventfd_write(m_WakeUp.Get(), 1); // fails only when the wake-up is already far overdue
 }
 
-void CAgent::LetListWaitersIn()
+void CClientServer::LetListWaitersIn()
 {
     for (int nWaiters = m_nListWaiters; nWaiters != 0; nWaiters = m_nListWaiters)
         m_nListWaiters.wait(nWaiters);
 }
 
-void CAgent::OnClientDataArrive(const CPollSet& fds, const CListenSockets& anListen)
+void CClientServer::OnClientDataArrive(const CPollSet& fds, const CListenSockets& anListen)
 {
-    const xtl::MutexGuard guard(m_BindMutex);
+    const xtl::MutexGuard guard(m_bindings.Mutex());
     ReadClients(fds);
     for (size_t i = 0; i < anListen.size(); ++i)
         if (fds.IsReady(anListen[i]))
             AcceptClients(anListen[i], static_cast<enChannelType>(i));
 }
 
-void CAgent::ReadClients(const CPollSet& fds)
+void CClientServer::ReadClients(const CPollSet& fds)
 {
     std::vector<std::shared_ptr<CClient>> vecReady;
     {
@@ -204,7 +203,7 @@ void CAgent::ReadClients(const CPollSet& fds)
 }
 
 /// pClient is the caller's hold on the client; it's given up when the client goes.
-void CAgent::ReadClient(std::shared_ptr<CClient>& pClient)
+void CClientServer::ReadClient(std::shared_ptr<CClient>& pClient)
 {
     std::array<unsigned char, CLIENT_READ_LEN> aucBuf;
     const int nSocket = pClient->GetClientSocket();
@@ -216,7 +215,7 @@ void CAgent::ReadClient(std::shared_ptr<CClient>& pClient)
     }
     if (lRead < 0 && (iError == EINTR || iError == EAGAIN))
         return;
-    UnBindUE(pClient.get());
+    m_bindings.UnBindUE(pClient.get());
     if (lRead == 0)
         CDebug::Instance()->PrintInfo("Client(handle %d) %s is disconnect", nSocket,
                                       strChannelType[static_cast<size_t>(pClient->GetClientType())]);
@@ -232,14 +231,14 @@ void CAgent::ReadClient(std::shared_ptr<CClient>& pClient)
 }
 
 /// No GU operation may keep a pointer to a client that goes.
-void CAgent::ForgetClient(CClient* pClient)
+void CClientServer::ForgetClient(CClient* pClient)
 {
-    for (const auto& pOperation : m_apOperationGU)
+    for (const auto& pOperation : m_operations)
         pOperation->ForgetClient(pClient);
 }
 
 /// A client whose channel has gone, removed by the thread that takes the UE events.
-void CAgent::RemoveLostClient(CClient* pClient)
+void CClientServer::RemoveLostClient(CClient* pClient)
 {
     ForgetClient(pClient);
     ++m_nListWaiters;
@@ -250,12 +249,10 @@ void CAgent::RemoveLostClient(CClient* pClient)
     std::erase_if(m_vecClients, [&](const auto& pEntry) { return pEntry.get() == pClient; });
 }
 
-void CAgent::ReleaseClients()
+void CClientServer::ReleaseClients()
 {
-    const xtl::MutexGuard guard(m_BindMutex);
-    for (unsigned int i = 0; i < MAXUENUM; ++i)
-        for (const enChannelType enChannel : ALL_CHANNELS)
-            SetRowClient(i, enChannel, nullptr);
+    const xtl::MutexGuard guard(m_bindings.Mutex());
+    m_table.ClearClients();
     const xtl::MutexGuard listGuard(m_ClientListMutex);
     for (const auto& pClient : m_vecClients)
         ForgetClient(pClient.get());
@@ -263,14 +260,14 @@ void CAgent::ReleaseClients()
 }
 
 /// Takes all that wait: a crowd that comes at once soon fills the short backlog, and then waits for a second or more.
-void CAgent::AcceptClients(int nListen, enChannelType enType)
+void CClientServer::AcceptClients(int nListen, enChannelType enType)
 {
     for (int i = 0; i < LISTEN_BACKLOG && AcceptClient(nListen, enType); ++i) {
     }
 }
 
 /// False when no more can be taken now.
-bool CAgent::AcceptClient(int nListen, enChannelType enType)
+bool CClientServer::AcceptClient(int nListen, enChannelType enType)
 {
     sockaddr_in stAddr{};
     socklen_t ulAddrLen = sizeof(stAddr);
@@ -294,10 +291,10 @@ bool CAgent::AcceptClient(int nListen, enChannelType enType)
     return true;
 }
 
-CClient* CAgent::AddClient(int nSocket, enChannelType enType, const sockaddr_in& stAddr)
+CClient* CClientServer::AddClient(int nSocket, enChannelType enType, const sockaddr_in& stAddr)
 {
     CUniqueFd socketFd(nSocket);
-    const std::shared_ptr<CClient> pClient(new (std::nothrow) CClient(nSocket, enType, this, &m_UEManager));
+    const std::shared_ptr<CClient> pClient(new (std::nothrow) CClient(nSocket, enType, &m_bindings));
     if (!pClient) {
         CDebug::Instance()->PrintError("create CClient object fail");
         return nullptr;
@@ -311,27 +308,18 @@ CClient* CAgent::AddClient(int nSocket, enChannelType enType, const sockaddr_in&
     return pClient.get();
 }
 
-bool CAgent::SendData2Client(int nSocket, ByteView& data, const char* pszChannel, bool bStalled)
+void CClientServer::DefaultBindClient(CClient* pClient)
 {
-    if (nSocket == -1 || data.data() == nullptr || data.empty())
-        return false;
-    if (bStalled && !WaitWritable(nSocket, pszChannel, 0))
-        return false; // it had its 20 ms; the threads that send must not spend them again on every packet
-    const size_t szTotal = data.size();
-    while (!data.empty()) {
-        const ssize_t lSent = send(nSocket, data.data(), data.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (lSent >= 0) {
-            data = data.subspan(static_cast<size_t>(lSent));
-            continue;
-        }
-        if (errno != EAGAIN) {
-            CDebug::Instance()->PrintError(
-                "Client SendDataToClient send Fail, channel:%s, lenth/total: %d/%d, errno :%d", pszChannel,
-                static_cast<int>(data.size()), static_cast<int>(szTotal), errno);
-            return false;
-        }
-        if (!WaitWritable(nSocket, pszChannel, CLIENT_SEND_TIMEOUT_MS))
-            return false;
+    const auto isSameType = [&](const auto& pOther) { return pOther->GetClientType() == pClient->GetClientType(); };
+    {
+        const xtl::MutexGuard guard(m_ClientListMutex);
+        if (std::ranges::any_of(m_vecClients, isSameType))
+            return; // only the first client of a type is bound by itself
     }
-    return true;
+    for (UE_INDEX i = 0; i < MAXUENUM; ++i)
+        if (m_table.IsChannelOK(i, CHANNEL_LTE_DIAG)) { // whatever the client's type
+            m_bindings.UnBindUE(pClient);
+            (void)m_bindings.BindUE(pClient, i);
+            return;
+        }
 }

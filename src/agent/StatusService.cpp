@@ -1,0 +1,103 @@
+#include "agent/StatusService.h"
+
+#include "agent/Bindings.h"
+#include "agent/Client.h"
+#include "common/Config.h"
+#include "common/Debug.h"
+#include "common/UniqueFd.h"
+#include "ue/TcpChannel.h"
+#include "ue/UEManager.h"
+
+#include <optional>
+#include <sys/socket.h>
+#include <unistd.h>
+
+CStatusService::CStatusService(CStatusReporter& status, CBindings& bindings, const CChannelTable& table,
+                               CUEManager& ueManager)
+    : m_status(status), m_bindings(bindings), m_table(table), m_ueManager(ueManager)
+{
+}
+
+void CStatusService::StatusMonitorFun()
+{
+    const int iInterval = CConfig::Instance()->GetStatusInfoReportInterval();
+    while (m_bRun && iInterval > 0) {
+        SendTransferReport();
+        sleep(static_cast<unsigned int>(iInterval));
+    }
+}
+
+void CStatusService::SendTransferReport()
+{
+    for (UE_INDEX i = 0; i < TCP_UE_INDEX; ++i)
+        for (int j = 0; j < static_cast<int>(SERIALNUM); ++j) {
+            CSerial* const pSerial = m_ueManager.GetUE(i)->GetSerial(static_cast<enSerialType>(j));
+            if (pSerial->IsOpen())
+                m_status.SendSerialTransferInfo(
+                    {0, pSerial->GetPortNum(), pSerial->GetTotalBytesRead(), pSerial->GetTotalBytesWrite()});
+        }
+    for (uint32_t i = 0; i < SERIALNUM; ++i)
+        if (const auto pLink = m_ueManager.GetTcp(static_cast<enSerialType>(i)))
+            m_status.SendSerialTransferInfo({i == SERIAL_TYPE_AT ? static_cast<uint32_t>(CHANNEL_AT) : i, 0,
+                                             pLink->GetTotalBytesRead(), pLink->GetTotalBytesWrite()});
+}
+
+void CStatusService::StatusQueryFun()
+{
+    const CUniqueFd queryFd(socket(AF_INET, SOCK_DGRAM, 0));
+    if (!queryFd.IsOpen()) {
+        CDebug::Instance()->PrintError("StatusQuery socket create fail!");
+        return;
+    }
+    sockaddr_in stAddr{};
+    stAddr.sin_family = AF_INET;
+    stAddr.sin_port = htons(STATUS_QUERY_PORT);
+    stAddr.sin_addr.s_addr = htonl(INADDR_ANY);
+    if (bind(queryFd.Get(), reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr)) != 0) {
+        CDebug::Instance()->PrintError("Status Query socket bind address fail!");
+        return;
+    }
+    while (m_bRun) {
+        std::array<unsigned char, STATUS_QUERY_MAX> aucQuery;
+        const ssize_t lRead = recvfrom(queryFd.Get(), aucQuery.data(), aucQuery.size(), 0, nullptr, nullptr);
+        if (lRead < 0)
+            sleep(1); // a broken socket must not keep a core busy
+        if (lRead < 1 || aucQuery[0] != AGENT_STATUS_QUERY_CURRENT)
+            continue;
+        CDebug::Instance()->PrintInfo("Receive AGENT_STATUS_QUERY_CURRENT cmd");
+        SendAgentCurrentStatus(); // to the monitor, whoever asked
+    }
+}
+
+void CStatusService::SendAgentCurrentStatus()
+{
+    m_status.SendAgentVer();
+    for (UE_INDEX i = 0; i < MAXUENUM; ++i)
+        for (const enChannelType enChannel : ALL_CHANNELS)
+            SendRowStatus(i, enChannel);
+}
+
+/// The lock is held while the row is read, not while it is sent: a picture may mix states before and after a change.
+void CStatusService::SendRowStatus(UE_INDEX ulUeIdx, enChannelType enChannel)
+{
+    xtl::MutexGuard guard(m_bindings.Mutex());
+    const SERIALCHANNELINFO stRow = m_table.Row(ulUeIdx, enChannel);
+    if (!stRow.bAttached)
+        return;
+    const auto ulPort = static_cast<uint32_t>(stRow.nPort);
+    std::optional<UEConnect> stUe;
+    if (enChannel == CHANNEL_LTE_DIAG && stRow.bConfirmed) {
+        stUe = m_bindings.UeInfo(ulUeIdx);
+        stUe->szGroupId = stRow.strGroupId;
+    }
+    std::optional<ClientConnect> stClient;
+    if (stRow.pClient)
+        stClient = {ulPort, static_cast<uint32_t>(stRow.pClient->GetClientType()), stRow.pClient->GetAddressText()};
+    guard.Unlock();
+
+    m_status.SendSerialConnectInfo({stRow.strGroupId, ulPort, static_cast<uint32_t>(enChannel)});
+    if (stUe)
+        m_status.SendUEConnectInfo(*stUe);
+    if (stClient)
+        m_status.SendClientConnectInfo(*stClient);
+}

@@ -1,0 +1,301 @@
+#include "agent/UeEvents.h"
+
+#include "agent/Client.h"
+#include "agent/ClientServer.h"
+#include "common/Debug.h"
+#include "common/LteDiagInitCmd.h"
+#include "data/DpLteDiag.h"
+#include "data/gu/OperationGUData.h"
+#include "ue/UEManager.h"
+
+#include <algorithm>
+#include <unistd.h>
+
+// What the UE side reports, taken by one thread: ports that come and go, and packets. Two handshakes start here
+// when a channel appears: host connect on the LTE diag channel, link set-up on the GU command channel.
+
+namespace
+{
+constexpr unsigned int HOST_CONNECT_DELAY_S = 2; // a port that was just opened needs this before it listens
+constexpr useconds_t SWITCH_INTERVAL_US = 50000; // between two switch requests
+
+ByteSpan PacketOf(const MSG_AGENT& stMsg)
+{
+    return {stMsg.pucData, stMsg.pucData ? stMsg.ulDataLen : 0};
+}
+
+/// How many of the records, of which there is one at least, come at the head as packets of one channel; 1 for a
+/// record of another kind.
+size_t RunLength(std::span<const MSG_AGENT> msgs)
+{
+    const MSG_AGENT& stFirst = msgs.front();
+    if (stFirst.ulMsgType != AGENT_MSG_DATA)
+        return 1;
+    const auto isOther = [&](const MSG_AGENT& stMsg) {
+        return stMsg.ulMsgType != AGENT_MSG_DATA || stMsg.ulUeIdx != stFirst.ulUeIdx ||
+               stMsg.enChannel != stFirst.enChannel;
+    };
+    return static_cast<size_t>(std::ranges::find_if(msgs, isOther) - msgs.begin());
+}
+
+/// The channels that an attach or detach message speaks for.
+std::vector<enChannelType> ChannelsOf(const MSG_AGENT& stMsg)
+{
+    if (stMsg.ulUeIdx == TCP_UE_INDEX)
+        return {ALL_CHANNELS.begin(), ALL_CHANNELS.end()};
+    return {stMsg.enChannel};
+}
+
+UE_ATTACH_INFO_STRU AttachInfoOf(const MSG_AGENT& stMsg)
+{
+    UE_ATTACH_INFO_STRU stInfo;
+    stInfo.ulPortNum = static_cast<uint32_t>(-1); // of a message without block
+    if (stMsg.pucData) {
+        CByteReader reader(PacketOf(stMsg));
+        AttachInfo(reader, stInfo);
+    }
+    return stInfo;
+}
+
+/// What is kept of a full host connect confirmation.
+ADE_UE_CONNECTION_ACK_STRU ConnectionAckOf(ByteView payload)
+{
+    using Ack = ADE_UE_CONNECTION_ACK_STRU;
+    Ack stAck;
+    std::ranges::copy(Slice(payload, 0, Ack::TAKEN_OVER), stAck.aucData.begin());
+    StoreLe<uint32_t>(stAck.aucData, Ack::UE_VER, payload.size() == Ack::FULL_PAYLOAD ? 1 : 2);
+    return stAck;
+}
+} // namespace
+
+CUeEvents::CUeEvents(CBindings& bindings, CChannelTable& table, CStatusReporter& status, CClientServer& clients,
+                     CUEManager& ueManager, const CGuOperations& operations)
+    : m_bindings(bindings),
+      m_table(table),
+      m_status(status),
+      m_clients(clients),
+      m_ueManager(ueManager),
+      m_operations(operations)
+{
+}
+
+void CUeEvents::SetConfirmed(UE_INDEX ulUeIdx, bool bConfirmed)
+{
+    const xtl::MutexGuard guard(m_bindings.Mutex());
+    m_table.SetConfirmed(ulUeIdx, bConfirmed);
+}
+
+void CUeEvents::ReadAgentMsgFun()
+{
+    std::array<MSG_AGENT, MSG_RUN_MAX> astMsg;
+    while (m_bRun) {
+        const size_t szCount = CMsgBuf::Instance()->AgentQueue().get(astMsg);
+        if (szCount == 0) {
+            sleep(1);
+            continue;
+        }
+        const auto msgs = std::span<const MSG_AGENT>(astMsg).first(szCount);
+        ProcessAgentMsgs(msgs);
+        for (const MSG_AGENT& stMsg : msgs)
+            delete[] stMsg.pucData;
+    }
+}
+
+void CUeEvents::ProcessAgentMsgs(std::span<const MSG_AGENT> msgs)
+{
+    while (!msgs.empty()) {
+        const auto run = msgs.first(RunLength(msgs));
+        ProcessRun(run);
+        msgs = msgs.subspan(run.size());
+    }
+}
+
+/// One record, or packets of one channel.
+void CUeEvents::ProcessRun(std::span<const MSG_AGENT> run)
+{
+    const MSG_AGENT& stMsg = run.front();
+    switch (stMsg.ulMsgType) {
+    case AGENT_MSG_CONNECT:
+        UpdateSerialInfo(stMsg);
+        ConnectUE(stMsg);
+        break;
+    case AGENT_MSG_DISCONNECT:
+        UpdateSerialInfo(stMsg);
+        DisconnectUE(stMsg);
+        break;
+    case AGENT_MSG_DATA:
+        OnUeDataArrive(run);
+        break;
+    default:
+        CDebug::Instance()->PrintWarn("Invalid data from Agent Msg Deque");
+        break;
+    }
+}
+
+void CUeEvents::UpdateSerialInfo(const MSG_AGENT& stMsg)
+{
+    if (!CChannelTable::IsRow(stMsg.ulUeIdx, stMsg.enChannel))
+        return;
+    const char* const pszLabel = strChannelType[static_cast<size_t>(stMsg.enChannel)];
+    const xtl::MutexGuard guard(m_bindings.Mutex());
+    if (stMsg.ulMsgType == AGENT_MSG_CONNECT) {
+        const UE_ATTACH_INFO_STRU stInfo = AttachInfoOf(stMsg);
+        CDebug::Instance()->PrintInfo("UE %d %s attached, Serial port name is %s", static_cast<int>(stMsg.ulUeIdx),
+                                      pszLabel, stInfo.szSerialName.c_str());
+        for (const enChannelType enChannel : ChannelsOf(stMsg))
+            AttachRow(stMsg.ulUeIdx, enChannel, stInfo);
+        return;
+    }
+    CDebug::Instance()->PrintInfo("UE %d %s detached", static_cast<int>(stMsg.ulUeIdx), pszLabel);
+    for (const enChannelType enChannel : ChannelsOf(stMsg))
+        ProcessDetach(stMsg.ulUeIdx, enChannel);
+}
+
+void CUeEvents::AttachRow(UE_INDEX ulUeIdx, enChannelType enChannel, const UE_ATTACH_INFO_STRU& stInfo)
+{
+    m_table.Attach(ulUeIdx, enChannel, static_cast<int>(stInfo.ulPortNum), stInfo.szSerialName, stInfo.szGroupId);
+    m_status.SendSerialConnectInfo({stInfo.szGroupId, stInfo.ulPortNum, static_cast<uint32_t>(enChannel)});
+}
+
+void CUeEvents::ProcessDetach(UE_INDEX ulUeIdx, enChannelType enChannel)
+{
+    const SERIALCHANNELINFO stRow = m_table.Row(ulUeIdx, enChannel);
+    const auto ulPort = static_cast<uint32_t>(stRow.nPort);
+    m_status.SendSerialDisconnectInfo({ulPort});
+    if (stRow.pClient) {
+        m_status.SendClientDisconnectInfo({ulPort, static_cast<uint32_t>(stRow.pClient->GetClientType())});
+        m_table.SetClient(ulUeIdx, enChannel, nullptr);
+        m_clients.RemoveLostClient(stRow.pClient);
+        CDebug::Instance()->PrintInfo("disconnect client because device loss");
+    }
+    m_table.Free(ulUeIdx, enChannel);
+}
+
+void CUeEvents::ConnectUE(const MSG_AGENT& stMsg)
+{
+    if (stMsg.ulUeIdx >= MAXUENUM)
+        return;
+    if (stMsg.enChannel == CHANNEL_LTE_DIAG)
+        SendHostConnect(stMsg.ulUeIdx);
+    else if (stMsg.enChannel == CHANNEL_GU_CMD)
+        CGuLink::SendLinkRequest(stMsg.ulUeIdx);
+}
+
+void CUeEvents::SendHostConnect(UE_INDEX ulUeIdx)
+{
+    OwnedBytes pReq;
+    size_t szLen = 0;
+    if (BuildLteDiagReq(UE_CMD_HOST_CONNECT, {}, pReq, szLen)) {
+        sleep(HOST_CONNECT_DELAY_S); // on this thread: no UE is served meanwhile, once per UE
+        CDebug::Instance()->PrintInfo("Send HOST_CONNECT cmd to UE");
+        SendData2UE(std::move(pReq), szLen, ulUeIdx, CHANNEL_LTE_DIAG);
+    }
+    if (BuildLteDiagReq(UE_CMD_TIME_STAMP, {}, pReq, szLen)) {
+        CDebug::Instance()->PrintInfo("Send DT_CMD_PACKET_SERIAL_TIMESTAMPID to UE");
+        SendData2UE(std::move(pReq), szLen, ulUeIdx, CHANNEL_LTE_DIAG);
+    }
+}
+
+/// Whichever channel went, the GU state of the UE starts anew.
+void CUeEvents::DisconnectUE(const MSG_AGENT& stMsg)
+{
+    if (stMsg.ulUeIdx >= MAXUENUM)
+        return;
+    CUE* const pUE = m_ueManager.GetUE(stMsg.ulUeIdx);
+    if (stMsg.enChannel == CHANNEL_LTE_DIAG && pUE)
+        pUE->ClearUEConnectionAck();
+    m_operations[stMsg.ulUeIdx]->ClearData();
+}
+
+void CUeEvents::OnUeDataArrive(std::span<const MSG_AGENT> run)
+{
+    const MSG_AGENT& stFirst = run.front();
+    if (!CChannelTable::IsRow(stFirst.ulUeIdx, stFirst.enChannel))
+        return;
+    if (stFirst.enChannel == CHANNEL_LTE_DIAG) {
+        for (const MSG_AGENT& stMsg : run)
+            OnLteDiagArrive(stMsg);
+    } else if (stFirst.enChannel == CHANNEL_GU_CMD) {
+        for (const MSG_AGENT& stMsg : run)
+            m_operations[stMsg.ulUeIdx]->OnUePacket(&m_bindings, PacketOf(stMsg), stMsg.ulUeIdx);
+    } else {
+        Deliver2Client(run);
+    }
+}
+
+void CUeEvents::OnLteDiagArrive(const MSG_AGENT& stMsg)
+{
+    PACKET_CATEGORY_ENUM enCategory = PACKET_CATEGORY_INVALID;
+    (void)CDataProcessorLteDiag::GetPacketType(PacketOf(stMsg), enCategory); // the category says all
+    if (enCategory == PACKET_CATEGORY_MGR_ACK)
+        OnLteDiagMgrArrive(stMsg.ulUeIdx, PacketOf(stMsg));
+    else
+        Deliver2Client({&stMsg, 1});
+}
+
+/// Packets of one channel. What they make for the client is sent together: they are all there, so none of it waits
+/// for a packet that is still to come.
+void CUeEvents::Deliver2Client(std::span<const MSG_AGENT> run)
+{
+    const xtl::MutexGuard guard(m_bindings.Mutex());
+    CClient* const pClient = m_table.GetBindedClient(run.front().ulUeIdx, run.front().enChannel);
+    if (!pClient)
+        return;
+    const CClient::CSendTogether together(*pClient);
+    for (const MSG_AGENT& stMsg : run)
+        pClient->OnSerialData(PacketOf(stMsg));
+}
+
+void CUeEvents::OnLteDiagMgrArrive(UE_INDEX ulUeIdx, ByteView packet)
+{
+    ADE_ACK_PACKET_STRU stAck;
+    if (!CDataProcessorLteDiag::GetAdeAck(packet, stAck))
+        return;
+    if (stAck.ulCmdId == UE_CMD_HOST_CONNECT || stAck.ulCmdId == UE_CMD_HOST_CONNECT_CNF)
+        OnHostConnectCnf(ulUeIdx, stAck);
+    else if (stAck.ulCmdId == UE_CMD_TIME_STAMP)
+        m_bindings.StoreTimeStamp(ulUeIdx, stAck);
+    else
+        CDebug::Instance()->PrintInfo("Received Manager Packet(%x) from lte diag channel", stAck.ulCmdId);
+}
+
+void CUeEvents::OnHostConnectCnf(UE_INDEX ulUeIdx, const ADE_ACK_PACKET_STRU& stAck)
+{
+    CDebug::Instance()->PrintInfo("Received host connect cnf msg(%x) from lte diag channel", stAck.ulCmdId);
+    CUE* const pUE = m_ueManager.GetUE(ulUeIdx);
+    if (!pUE)
+        return;
+    if (stAck.pData.size() < ADE_UE_CONNECTION_ACK_STRU::FULL_PAYLOAD) {
+        SetConfirmed(ulUeIdx, false);
+        return;
+    }
+    pUE->SetUEConnectionAck(ConnectionAckOf(stAck.pData));
+    SetConfirmed(ulUeIdx, true);
+    SendDspModuleSwitch(ulUeIdx);
+    UEConnect stInfo = m_bindings.UeInfo(ulUeIdx);
+    stInfo.szGroupId = m_table.Row(ulUeIdx, CHANNEL_LTE_DIAG).strGroupId;
+    m_status.SendUEConnectInfo(stInfo);
+}
+
+void CUeEvents::SendDspModuleSwitch(UE_INDEX ulUeIdx)
+{
+    for (const LTE_DIAG_INIT_CMD_STRU& stRow : LTE_DIAG_INIT_CMD) {
+        OwnedBytes pReq;
+        size_t szLen = 0;
+        if (BuildLteDiagReq(stRow.ulCmdId, stRow.Data(), pReq, szLen))
+            SendData2UE(std::move(pReq), szLen, ulUeIdx, CHANNEL_LTE_DIAG);
+        usleep(SWITCH_INTERVAL_US); // the UE takes no faster; once per UE
+    }
+}
+
+bool CUeEvents::BuildLteDiagReq(unsigned int ulCmdId, ByteView data, OwnedBytes& pucOut, size_t& szOutLen)
+{
+    DIAG_PACKET_REQ_VIEW stReq;
+    stReq.stHead.ulCmdId = ulCmdId;
+    stReq.stHead.usLen = static_cast<uint16_t>(data.size());
+    stReq.data = data;
+    if (CDataProcessorLteDiag::BuildUeBuf(stReq, 0, pucOut, szOutLen))
+        return true;
+    CDebug::Instance()->PrintError("Agent BuildLteDiagReq Error!");
+    return false;
+}

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "agent/Bindings.h"
+#include "common/MsgBuf.h"
+
+#include <atomic>
+#include <span>
+
+class CClientServer;
+
+/// Takes everything that the UE side reports, on the agent message thread: ports that come and go, and packets. Two
+/// handshakes start here when a channel appears: host connect on the LTE diag channel, link set-up on the GU command
+/// channel.
+class CUeEvents
+{
+public:
+    CUeEvents(CBindings& bindings, CChannelTable& table, CStatusReporter& status, CClientServer& clients,
+              CUEManager& ueManager, const CGuOperations& operations);
+
+    /// Tells the loop to end; it does once its queue gives it something, or is stopped.
+    void Stop() { m_bRun = false; }
+
+    /// Body of the thread.
+    void ReadAgentMsgFun();
+    /// Handles the records in order; the buffers behind them stay the caller's.
+    void ProcessAgentMsgs(std::span<const MSG_AGENT> msgs);
+    void UpdateSerialInfo(const MSG_AGENT& stMsg);
+    /// Starts the handshake of the channel. On the LTE diag channel this takes two seconds.
+    void ConnectUE(const MSG_AGENT& stMsg);
+    void DisconnectUE(const MSG_AGENT& stMsg);
+    /// Marks all five rows of a UE as confirmed or not.
+    void SetConfirmed(UE_INDEX ulUeIdx, bool bConfirmed);
+    /// Packets of one channel.
+    void OnUeDataArrive(std::span<const MSG_AGENT> run);
+    /// Sends the 24 switches of LTE_DIAG_INIT_CMD, 50 ms apart: 1.2 seconds.
+    void SendDspModuleSwitch(UE_INDEX ulUeIdx);
+    static bool BuildLteDiagReq(unsigned int ulCmdId, ByteView data, OwnedBytes& pucOut, size_t& szOutLen);
+
+private:
+    void AttachRow(UE_INDEX ulUeIdx, enChannelType enChannel, const UE_ATTACH_INFO_STRU& stInfo)
+        REQUIRES(m_bindings.Mutex());
+    void ProcessDetach(UE_INDEX ulUeIdx, enChannelType enChannel) REQUIRES(m_bindings.Mutex());
+    void SendHostConnect(UE_INDEX ulUeIdx);
+    void ProcessRun(std::span<const MSG_AGENT> run);
+    void OnLteDiagArrive(const MSG_AGENT& stMsg);
+    void Deliver2Client(std::span<const MSG_AGENT> run);
+    void OnLteDiagMgrArrive(UE_INDEX ulUeIdx, ByteView packet);
+    void OnHostConnectCnf(UE_INDEX ulUeIdx, const ADE_ACK_PACKET_STRU& stAck);
+
+    CBindings& m_bindings;
+    CChannelTable& m_table;
+    CStatusReporter& m_status;
+    CClientServer& m_clients;
+    CUEManager& m_ueManager;
+    const CGuOperations& m_operations;
+    std::atomic<bool> m_bRun = true;
+};
