@@ -69,6 +69,13 @@ unsigned short Word(ByteView payload, size_t szIndex)
     return LoadLe<uint16_t>(payload, 2 * szIndex);
 }
 
+/// Blocks whose timeslot and code lie in the payload.
+size_t BlocksIn(ByteView payload)
+{
+    const size_t szWords = payload.size() / 2;
+    return szWords <= BLOCK_CODE ? 0 : (szWords - BLOCK_CODE - 1) / BLOCK_WORDS + 1;
+}
+
 constexpr size_t SCALE_ROWS_OFFSET = 4; // in the report, behind u16 block count and u16 0
 constexpr size_t SCALE_ROW_SIZE = CPhpPacketDataIndMsg::SCALE_COLUMNS * sizeof(float);
 constexpr size_t SCALE_REPORT_SIZE = SCALE_ROWS_OFFSET + CPhpPacketDataIndMsg::BLOCKS * SCALE_ROW_SIZE;
@@ -248,17 +255,19 @@ bool CPhpPacketDataIndMsg::ProcessInd(ByteView packet)
     if (!pPeriods || pPeriods->ulPeriod == 0)
         return false;
     const ByteView payload = GuPayload(packet);
-    const auto usBlocks = std::min<unsigned short>(Word(payload, BLOCK_COUNT), BLOCKS);
-    CountBlocks(payload, usBlocks);
+    CountBlocks(payload);
     if (!IsReportDue(PACKET_CODE_SCALE, GuTimeStamp(packet)))
         return false;
-    Report(usBlocks, GuTimeStamp(packet));
+    Report(std::min<unsigned short>(Word(payload, BLOCK_COUNT), BLOCKS), GuTimeStamp(packet));
     return true;
 }
 
-void CPhpPacketDataIndMsg::CountBlocks(ByteView payload, unsigned short usBlocks)
+/// All blocks, also those that the report has no room for. The count may say up to 65535, whatever the message holds:
+/// blocks that aren't there must neither count as timeslot 0 nor cost time.
+void CPhpPacketDataIndMsg::CountBlocks(ByteView payload)
 {
-    for (size_t i = 0; i < usBlocks; ++i) {
+    const size_t szBlocks = std::min<size_t>(Word(payload, BLOCK_COUNT), BlocksIn(payload));
+    for (size_t i = 0; i < szBlocks; ++i) {
         const unsigned short usPos = GetPosOfTsNumber(Word(payload, BLOCK_TN + BLOCK_WORDS * i));
         if (usPos < TS_POS_NONE)
             SetCodeType(Word(payload, BLOCK_CODE + BLOCK_WORDS * i), static_cast<unsigned char>(usPos));
