@@ -179,6 +179,54 @@ TEST(RegHsupa, MissingRegistersLeaveTheResult)
     EXPECT_EQ(bench.Sample(), LeWords({1, F(0), F(0), F(0)})) << "a record that isn't read may be missing";
 }
 
+// Served 3072 in one sample: / 1024 x 1000 / 10 ms = 300. Two samples without a base leave the result alone, but with
+// the next one 6144 bits stand against four of them: 6000 / 40 = 150.
+TEST(RegHsupa, SamplesCountWithoutABase)
+{
+    CStatBench<CRegHsupaLinkThroughput> bench;
+    Prepare(bench);
+    bench.Word(0x38) = 1;
+    bench.Word(0x48) = 3072;
+    const Bytes before = bench.Sample(1);
+    EXPECT_EQ(before, LeWords({1, F(0), F(300), F(0)}));
+    EXPECT_TRUE(bench.Manager().ChangeRegListByMode(MODE_0)); // forgets the base
+    bench.Regs()[0x37] = 1;                                   // where T0 would be behind an address of 0xFFFFFFFF
+    EXPECT_EQ(bench.Sample(2), before);
+    EXPECT_EQ(bench.Sample(3), before);
+    EXPECT_EQ(bench.TimeStamp(), 1U);
+    MakeBasesKnown(bench.Manager());
+    EXPECT_EQ(bench.Sample(4), LeWords({1, F(0), F(150), F(0)}));
+}
+
+TEST(RegHsupa, WithoutABaseTheOtherRegistersMustBeThereToo)
+{
+    struct
+    {
+        const char* pszName;
+        unsigned int ulMissing; // while the base is unknown
+        bool bCounts;
+    } const aRow[] = {
+        {"all there", 0, true},
+        {"no time slot word", TIME_SLOT, false},
+        {"no enable register", WBBP + ENABLE_0, false},
+        {"carrier 1's enable register isn't reached", WBBP + ENABLE_1, true},
+    };
+    for (const auto& stRow : aRow) {
+        CStatBench<CRegHsupaLinkThroughput> bench;
+        Prepare(bench);
+        bench.Word(0x38) = 1;
+        bench.Word(0x48) = 1024;
+        const RegMap all = bench.Regs();
+        EXPECT_TRUE(bench.Manager().ChangeRegListByMode(MODE_0));
+        bench.Regs().erase(stRow.ulMissing);
+        EXPECT_EQ(bench.Sample(), Bytes());
+        bench.Regs() = all;
+        MakeBasesKnown(bench.Manager());
+        // 1024 bits in one sample of 10 ms, or in two.
+        EXPECT_EQ(bench.Sample(), LeWords({1, F(0), F(stRow.bCounts ? 50 : 100), F(0)})) << stRow.pszName;
+    }
+}
+
 // One record: a = 1, b = 3, c = 5, d = 0, e = 1.
 //   DTX: b isn't 0: count 0 -> (1 - 0) x 100 = 100. SBLER 0 / 1. First: 0 errors / 1. Limits: 1 / 1, 0, 0. Happy 1 / 1.
 // Then a = 0, b = 1, c = 5, d = 1, e = 0:

@@ -39,19 +39,16 @@ CRegHsupaBase::CRegHsupaBase(const REG_STAT_SETUP& stSetup, std::span<const unsi
 {
 }
 
-bool CRegHsupaBase::GetRegAddr(std::vector<unsigned int>& addrs) const
+CRegHsupaBase::Registers CRegHsupaBase::GetRegisters() const
 {
-    constexpr unsigned int UNKNOWN = REG_BASE_ADDR_STRU::ADDR_UNKNOWN;
-    const REG_BASE_ADDR_STRU stBase = m_pRegMsgProcess->Manager().GetBaseAddr();
-    const unsigned int ulTimeSlot = m_pRegMsgProcess->Manager().GetTimeSlotAddr();
-    if (stBase.ulWBBPBaseAddr == UNKNOWN || stBase.ulWUPABaseAddr == UNKNOWN || ulTimeSlot == UNKNOWN)
-        return false;
-    for (const unsigned int ulOffset : m_pulRegTable.subspan(HSUPA_GROUP))
-        addrs.push_back(stBase.ulWUPABaseAddr + ulOffset);
-    addrs.push_back(ulTimeSlot);
-    for (const unsigned int ulOffset : m_pulRegTable.subspan(HSUPA_ENABLE, CARRIER_COUNT))
-        addrs.push_back(stBase.ulWBBPBaseAddr + ulOffset);
-    return true;
+    static constexpr unsigned int c_aulWordItself[] = {0};
+    const CRegisterManager& manager = m_pRegMsgProcess->Manager();
+    const REG_BASE_ADDR_STRU stBase = manager.GetBaseAddr();
+    Registers registers;
+    AppendRegisters(registers, stBase.ulWUPABaseAddr, m_pulRegTable.subspan(HSUPA_GROUP));
+    AppendRegisters(registers, manager.GetTimeSlotAddr(), c_aulWordItself);
+    AppendRegisters(registers, stBase.ulWBBPBaseAddr, m_pulRegTable.subspan(HSUPA_ENABLE, CARRIER_COUNT));
+    return registers;
 }
 
 void CRegHsupaBase::CleanStat()
@@ -60,7 +57,8 @@ void CRegHsupaBase::CleanStat()
     CPeriodRegMsgFromUe::CleanStat();
 }
 
-/// A carrier that isn't enabled ends the walk, so carrier 1 is never reported without carrier 0.
+/// A carrier that isn't enabled ends the walk, so carrier 1 is never reported without carrier 0. The sample counts
+/// before its words are looked for, so it does also while the base of the data area isn't known.
 void CRegHsupaBase::Process(const RegStruct& stReg, unsigned int ulTimeStamp)
 {
     std::array<unsigned char, 4 + CARRIER_COUNT * HSUPA_Link_Quality_Statistics_STRU::SIZE> aucResult{};
