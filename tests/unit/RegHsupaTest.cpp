@@ -98,6 +98,15 @@ TEST(RegHsupa, RatesAreRoundedOnce)
     EXPECT_EQ(bench.Sample(), LeWords({1, F(0), F(4369.10791F), F(0)}));
 }
 
+// 483644127 x 1000 / 1024 / (2586545951 x 10) = (19606751 - 1 / 2586545951) / 2^30. 19606751 is odd and has 25 bits, so
+// the rate lies just below the middle of the floats 9803375 / 2^29 and 9803376 / 2^29, by a part of 2E-17. A double
+// (1E-16) can't tell it from the middle, and that rounds to the even 9803376.
+TEST(RegHsupa, RatesAreOfExtendedPrecision)
+{
+    EXPECT_EQ(HsupaRunRate(483644127, 2586545951), 0x1.2b2cdep-6F);
+    EXPECT_EQ(HsupaRunRate(134219, 3), 4369.10791F);
+}
+
 TEST(RegHsupa, ThroughputMarks)
 {
     struct
@@ -292,6 +301,21 @@ TEST(RegHsupa, AChangeOfTheTtiIsNotEvenedOut)
     EXPECT_NEAR(Dtx(), 40.0F, 0.00001F);
     bench.Regs()[TIME_SLOT] = 0;
     EXPECT_NEAR(Dtx(), -133.33333F, 0.0001F);
+}
+
+// DTX in 5 of 11 records. 5 / 11 as a float is 15252015 / 2^25 = 0.45454547, and (1 - that) x 100 = 54.5454532, of
+// which the nearest float is 54.545452. With 1 - 0.45454547 as a float it would be 54.545448, with 5 / 11 as a
+// double 54.545456.
+TEST(RegHsupa, DtxShareIsOfARoundedQuotientAndThenRoundedOnce)
+{
+    CStatBench<CRegHsupaLinkQuality> bench;
+    Prepare(bench);
+    Bytes result;
+    for (int i = 0; i < 11; ++i) {
+        bench.Word(0x38) = i < 5 ? 0 : 2;
+        result = bench.Sample();
+    }
+    EXPECT_EQ(LoadLe<uint32_t>(result, 4), F(54.545452F));
 }
 
 // r0: AG flag; r1: scope 1 in bits 8 and 9, value 21 in bits 1 to 5; r2: RG flag; r3: code 2; r4: serving 40.

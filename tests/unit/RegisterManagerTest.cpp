@@ -295,6 +295,10 @@ TEST(RegisterManager, AModeChangeForgetsCountsListsAndHsupaBase)
     EXPECT_FALSE(manager->CheckBaseAddrOK());
     EXPECT_FALSE(manager->ChangeRegListByMode(0));
     EXPECT_TRUE(manager.ToUe().empty());
+    MakeBasesKnown(*manager.operator->());
+    (void)manager.ToUe();
+    EXPECT_FALSE(manager->SendAllRegReq(true, MODE_0)) << "nothing is counted, though the bases are known again";
+    EXPECT_TRUE(manager.ToUe().empty());
 }
 
 TEST(RegisterManager, ModesOfBothModems)

@@ -12,13 +12,6 @@ constexpr unsigned int INVALID = 0xFFFF;
 constexpr unsigned int TTI_2MS = 1; // value of the time slot word
 constexpr unsigned int ENABLED = 1; // value of an enable register
 
-/// Kbit/s of 1024 bits over a run of 10 ms samples, in extended precision up to the end.
-float RunRate(unsigned int ulBits, unsigned int ulSamples)
-{
-    return static_cast<float>(static_cast<long double>(ulBits) * 1000 / 1024 /
-                              (static_cast<long double>(ulSamples) * 10));
-}
-
 bool IsWritten(unsigned int ulHalf)
 {
     return ulHalf != UNWRITTEN;
@@ -29,6 +22,12 @@ bool IsValid(unsigned int ulHalf)
 }
 
 } // namespace
+
+float HsupaRunRate(unsigned int ulBits, unsigned int ulSamples)
+{
+    return static_cast<float>(static_cast<long double>(ulBits) * 1000 / 1024 /
+                              (static_cast<long double>(ulSamples) * 10));
+}
 
 // ---- CRegHsupaBase ----
 
@@ -133,9 +132,9 @@ void CRegHsupaLinkThroughput::CountRecord(Words words, size_t szCarrier)
 void CRegHsupaLinkThroughput::WriteResult(CByteWriter& writer, size_t szCarrier, unsigned int) const
 {
     const unsigned int ulSamples = m_aulSampleCnt[szCarrier];
-    const HSUPA_Link_Throughput_Statistics_STRU stRec = {RunRate(m_aulNonDtxBits[szCarrier], ulSamples),
-                                                         RunRate(m_aulServedBits[szCarrier], ulSamples),
-                                                         RunRate(m_aulAvailableBits[szCarrier], ulSamples)};
+    const HSUPA_Link_Throughput_Statistics_STRU stRec = {HsupaRunRate(m_aulNonDtxBits[szCarrier], ulSamples),
+                                                         HsupaRunRate(m_aulServedBits[szCarrier], ulSamples),
+                                                         HsupaRunRate(m_aulAvailableBits[szCarrier], ulSamples)};
     stRec.Fields(writer, stRec);
 }
 

@@ -3,6 +3,10 @@
 #include "data/gu/RegPeriodMsg.h"
 #include "data/gu/RegRecords.h"
 
+/// Kbit/s of 1024 bits over a run of 10 ms samples, of which there is one at least; in extended precision up to the
+/// end.
+float HsupaRunRate(unsigned int ulBits, unsigned int ulSamples);
+
 /// What the HSUPA statistics share: their registers in the DSP's data area, and the walk over carriers and TTI
 /// records. They accumulate from start to stop; every indication gives a result over the whole run.
 class CRegHsupaBase : public CPeriodRegMsgFromUe
