@@ -81,7 +81,7 @@ constexpr size_t SCALE_ROW_SIZE = CPhpPacketDataIndMsg::SCALE_COLUMNS * sizeof(f
 constexpr size_t SCALE_REPORT_SIZE = SCALE_ROWS_OFFSET + CPhpPacketDataIndMsg::BLOCKS * SCALE_ROW_SIZE;
 static_assert(SCALE_REPORT_SIZE == 304);
 constexpr size_t SCALE_SUM_1 = 13; // column: sum of columns 0 to 7
-constexpr size_t SCALE_SUM_2 = 14; // column: sum of columns 8 to 11; column 12 belongs to neither, as required
+constexpr size_t SCALE_SUM_2 = 14; // column: sum of columns 8 to 11; client tools rely on 12 being in neither
 constexpr size_t SCALE_SPLIT = 8;
 constexpr size_t SCALE_END = 12;
 
@@ -170,7 +170,7 @@ void CGrmMntnInfoMsg::GetCurrentCodeType(unsigned short usCode, unsigned char& u
 }
 
 // u8 number of timeslots of each direction, u8 of each direction, u32, u16 scheme seen most often of each direction.
-// Only what passes this report's gate is counted; required.
+// Only what passes this report's gate is counted; client tools rely on it.
 void CGrmMntnInfoMsg::ReportUsage(ByteView payload, unsigned int ulTimeStamp)
 {
     if (!IsReportDue(PACKET_USAGE, ulTimeStamp))
@@ -190,7 +190,7 @@ void CGrmMntnInfoMsg::ReportUsage(ByteView payload, unsigned int ulTimeStamp)
 }
 
 /// u8 number of timeslots of each direction, then the lists: the first from byte 2, the second from byte 6 over it.
-/// What doesn't fit the report is left out; required.
+/// What doesn't fit the report is left out; client tools rely on the 12 bytes.
 void CGrmMntnInfoMsg::ReportTimeslots(ByteView payload, unsigned int ulTimeStamp)
 {
     if (!IsReportDue(PACKET_TIMESLOTS, ulTimeStamp))
@@ -289,7 +289,7 @@ void CPhpPacketDataIndMsg::Report(unsigned short usBlocks, unsigned int ulTimeSt
     SendReport(PACKET_CODE_SCALE, ulTimeStamp, aucReport, PKT_TYPE_GU_TRACE);
 }
 
-/// The first modem's set serves both modems; required.
+/// The first modem's set serves both modems; client tools rely on it.
 unsigned short CPhpPacketDataIndMsg::GetPosOfTsNumber(unsigned short usTn) const
 {
     const CGrmMntnInfoMsg* const pMaintenance = Maintenance(Operation(), MNTN_INDICATION);

@@ -178,7 +178,7 @@ void CRegHsupaLinkQuality::CalculateSBLER(QUALITY_STRU& st, unsigned int ulC, un
     st.ulSblerErr += ulD != 0 ? 1 : 0;
 }
 
-/// A failed first transmission counts whatever ulC says, unlike a good one. Required.
+/// A failed first transmission counts whatever ulC says, unlike a good one. Client tools rely on it.
 void CRegHsupaLinkQuality::Calculate1stSBLER(QUALITY_STRU& st, unsigned int ulC, unsigned int ulD)
 {
     st.ulFirstAll += IsValid(ulC) && ulD == 0 ? 1 : 0;
@@ -202,7 +202,8 @@ void CRegHsupaLinkQuality::CalculateHappyRate(QUALITY_STRU& st, unsigned int ulA
 }
 
 /// The DTX count is of the records without transmission, while the field says the share of the others; and it is
-/// divided by the present number of TTI records for the whole run, also after that number has changed. Both required.
+/// divided by the present number of TTI records for the whole run, also after that number has changed. Client tools
+/// rely on both.
 void CRegHsupaLinkQuality::WriteResult(CByteWriter& writer, size_t szCarrier, unsigned int ulTtis) const
 {
     const QUALITY_STRU& st = m_astQuality[szCarrier];
@@ -245,7 +246,7 @@ void CRegHsupaGrant::CalculateAg(GRANT_STRU& st, Words words, size_t szCarrier)
     ++st.aulAgCnt[ulScope - 1];
 }
 
-/// Looks at the low halves for either carrier; required.
+/// Looks at the low halves for either carrier; client tools rely on it.
 bool CRegHsupaGrant::IsRgSuppressed(Words words)
 {
     return GetBitValue(words[5], 0, 0) == 1 && GetBitValue(words[4], 0, 1) == 3;
@@ -263,7 +264,7 @@ void CRegHsupaGrant::CalculateRgRate(GRANT_STRU& st, Words words, size_t szCarri
     st.ulRgCode3 += ulCode == 3 ? 1 : 0;
 }
 
-/// The serving grant is divided by the present number of TTI records for the whole run; required.
+/// The serving grant is divided by the present number of TTI records for the whole run; client tools rely on it.
 void CRegHsupaGrant::WriteResult(CByteWriter& writer, size_t szCarrier, unsigned int ulTtis) const
 {
     const GRANT_STRU& st = m_astGrant[szCarrier];

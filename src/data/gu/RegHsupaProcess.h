@@ -3,8 +3,7 @@
 #include "data/gu/RegPeriodMsg.h"
 #include "data/gu/RegRecords.h"
 
-/// Kbit/s of 1024 bits over a run of 10 ms samples, of which there is one at least; in extended precision up to the
-/// end.
+/// ulBits x 1000 / 1024 / (ulSamples x 10), in extended precision up to the end. ulSamples isn't 0.
 float HsupaRunRate(unsigned int ulBits, unsigned int ulSamples);
 
 /// What the HSUPA statistics share: their registers in the DSP's data area, and the walk over carriers and TTI
