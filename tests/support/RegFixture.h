@@ -126,6 +126,7 @@ public:
     }
 
     Stat& Statistic() { return m_stat; }
+    CRegisterManager& Manager() { return m_manager; }
 
 private:
     CRegisterManager m_manager{nullptr};

@@ -302,11 +302,34 @@ TEST_F(Ttf, MoreThanFiveBlocks)
 {
     Start(0xE57C, 500, 81);
     Ind(0xD006, Mntn({0, 0, 0, 0xFE, 0, 0})); // seven timeslots
-    Trace(0x7502, PacketData({{4, 0}, {5, 0}, {6, 0}, {0, 0}, {1, 0}, {2, 0}, {3, 0}}));
-    const Bytes row5 = Row({{0, 100}, {13, 100}});
-    EXPECT_EQ(Report(0xE57E, 81), Scale(5, {row5, row5, Row(), Row(), row5})) << "positions 5 and 6 have no counters";
-    Trace(0x7502, PacketData({{0, 0}}, 0xFFFF));
-    EXPECT_EQ(Report(0xE57E, 81).size(), 304U);
+    Trace(0x7502, PacketData({{4, 0}, {5, 0}, {6, 0}, {0, 0}, {1, 0}, {2, 1}, {3, 0x1000}}));
+    const Bytes cs1 = Row({{0, 100}, {13, 100}});
+    const Bytes cs2 = Row({{1, 100}, {13, 100}});
+    const Bytes mcs1 = Row({{4, 100}, {13, 100}});
+    EXPECT_EQ(Report(0xE57E, 81), Scale(5, {cs1, cs1, cs2, mcs1, cs1})) << "positions 5 and 6 have no counters";
+    Trace(0x7502, PacketData({{0, 1}}, 6));
+    EXPECT_EQ(Report(0xE57E, 81), Scale(5, {Row({{0, 50}, {1, 50}, {13, 100}}), cs1, cs2, mcs1, cs1}));
+}
+
+// One block of CS 2 in timeslot 0, whatever the count says: the blocks that aren't there would read as CS 1.
+TEST_F(Ttf, BlocksBeyondTheMessageDoNotCount)
+{
+    Start(0xE57C, 500, 81);
+    Ind(0xD006, Mntn({0, 0, 0, 0xFE, 0, 0}));
+    const Bytes cs2 = Row({{1, 100}, {13, 100}});
+    for (const unsigned int ulCount : {1U, 2U, 5U, 6U, 0xFFFFU}) {
+        Trace(0x7502, PacketData({{0, 1}}, ulCount));
+        EXPECT_EQ(Report(0xE57E, 81), Scale(std::min(ulCount, 5U), {cs2})) << ulCount;
+    }
+    // Block i has its timeslot at byte 28 + 168 i and its code at 30 + 168 i.
+    const Bytes blocks = PacketData({{0, 1}, {0, 0}});
+    for (const size_t szCut : {29U, 31U, 196U, 199U}) {
+        Trace(0x7502, Bytes(Slice(ByteView(blocks), 0, szCut)));
+        EXPECT_EQ(Report(0xE57E, 81), Scale(2, {cs2})) << szCut;
+    }
+    // Seven of CS 2 so far, and one of each more: 1 / 9 and 8 / 9.
+    Trace(0x7502, Bytes(Slice(ByteView(blocks), 0, 200)));
+    EXPECT_EQ(Report(0xE57E, 81), Scale(2, {Row({{0, 11.111111F}, {1, 88.888889F}, {13, 100}})}));
 }
 
 TEST_F(Ttf, TimeslotPositions)

@@ -121,6 +121,28 @@ TEST(RegDecodingTbs, OneCarrierSingleStream)
               {.ulTbs = 2000, .qam64 = {2}, .crcOk = {2}, .tbsChange = {1}, .firstBler = {50}, .phase = {1, 0, 1}}}}));
 }
 
+// 11 blocks with new data, 5 of them good. First BLER (1 - 5 / 11) x 100 = 54.5454545, whose nearest float
+// is 54.545456; with 5 / 11 as a float, 15252015 / 2^25, it would be 54.545452. BLER 6 / 11 as a float is 9151209 /
+// 2^24 = 0.54545456, and 100 times that 54.5454562.
+TEST(RegDecodingTbs, FirstBlerIsRoundedOnce)
+{
+    Bench bench;
+    SetActive(bench, 0);
+    const TestFrame good = {.ulTbs0 = 1000};
+    const TestFrame bad = {.ulCrc0 = 0, .ulTbs0 = 1000};
+    for (const auto& frames : {std::vector(5, good), std::vector(5, bad), std::vector(1, bad)}) {
+        SetFrames(bench, 0, frames);
+        (void)bench.Sample();
+    }
+    EXPECT_EQ(bench.Report(), Result({{{.ulTbs = 1000,
+                                        .qpsk = {11},
+                                        .blockErr = {6},
+                                        .crcOk = {5},
+                                        .bler = {54.545456F},
+                                        .firstBler = {54.545456F},
+                                        .phase = {5}}}}));
+}
+
 // New data after a failed retransmission: process 0 new and bad, old and bad, then new: given up once.
 // Good 1, given up 1: 50 %. Bad 2 of 3: 0.6666667 x 100 = 66.66667; first: 1 - 1 / 3 = 66.666664.
 TEST(RegDecodingTbs, GivenUp)

@@ -98,6 +98,15 @@ TEST(RegHsupa, RatesAreRoundedOnce)
     EXPECT_EQ(bench.Sample(), LeWords({1, F(0), F(4369.10791F), F(0)}));
 }
 
+// 483644127 x 1000 / 1024 / (2586545951 x 10) = (19606751 - 1 / 2586545951) / 2^30. 19606751 is odd and has 25 bits, so
+// the rate lies just below the middle of the floats 9803375 / 2^29 and 9803376 / 2^29, by a part of 2E-17. A double
+// (1E-16) can't tell it from the middle, and that rounds to the even 9803376.
+TEST(RegHsupa, RatesAreOfExtendedPrecision)
+{
+    EXPECT_EQ(HsupaRunRate(483644127, 2586545951), 0x1.2b2cdep-6F);
+    EXPECT_EQ(HsupaRunRate(134219, 3), 4369.10791F);
+}
+
 TEST(RegHsupa, ThroughputMarks)
 {
     struct
@@ -179,6 +188,54 @@ TEST(RegHsupa, MissingRegistersLeaveTheResult)
     EXPECT_EQ(bench.Sample(), LeWords({1, F(0), F(0), F(0)})) << "a record that isn't read may be missing";
 }
 
+// Served 3072 in one sample: / 1024 x 1000 / 10 ms = 300. Two samples without a base leave the result alone, but with
+// the next one 6144 bits stand against four of them: 6000 / 40 = 150.
+TEST(RegHsupa, SamplesCountWithoutABase)
+{
+    CStatBench<CRegHsupaLinkThroughput> bench;
+    Prepare(bench);
+    bench.Word(0x38) = 1;
+    bench.Word(0x48) = 3072;
+    const Bytes before = bench.Sample(1);
+    EXPECT_EQ(before, LeWords({1, F(0), F(300), F(0)}));
+    EXPECT_TRUE(bench.Manager().ChangeRegListByMode(MODE_0)); // forgets the base
+    bench.Regs()[0x37] = 1;                                   // where T0 would be behind an address of 0xFFFFFFFF
+    EXPECT_EQ(bench.Sample(2), before);
+    EXPECT_EQ(bench.Sample(3), before);
+    EXPECT_EQ(bench.TimeStamp(), 1U);
+    MakeBasesKnown(bench.Manager());
+    EXPECT_EQ(bench.Sample(4), LeWords({1, F(0), F(150), F(0)}));
+}
+
+TEST(RegHsupa, WithoutABaseTheOtherRegistersMustBeThereToo)
+{
+    struct
+    {
+        const char* pszName;
+        unsigned int ulMissing; // while the base is unknown
+        bool bCounts;
+    } const aRow[] = {
+        {"all there", 0, true},
+        {"no time slot word", TIME_SLOT, false},
+        {"no enable register", WBBP + ENABLE_0, false},
+        {"carrier 1's enable register isn't reached", WBBP + ENABLE_1, true},
+    };
+    for (const auto& stRow : aRow) {
+        CStatBench<CRegHsupaLinkThroughput> bench;
+        Prepare(bench);
+        bench.Word(0x38) = 1;
+        bench.Word(0x48) = 1024;
+        const RegMap all = bench.Regs();
+        EXPECT_TRUE(bench.Manager().ChangeRegListByMode(MODE_0));
+        bench.Regs().erase(stRow.ulMissing);
+        EXPECT_EQ(bench.Sample(), Bytes());
+        bench.Regs() = all;
+        MakeBasesKnown(bench.Manager());
+        // 1024 bits in one sample of 10 ms, or in two.
+        EXPECT_EQ(bench.Sample(), LeWords({1, F(0), F(stRow.bCounts ? 50 : 100), F(0)})) << stRow.pszName;
+    }
+}
+
 // One record: a = 1, b = 3, c = 5, d = 0, e = 1.
 //   DTX: b isn't 0: count 0 -> (1 - 0) x 100 = 100. SBLER 0 / 1. First: 0 errors / 1. Limits: 1 / 1, 0, 0. Happy 1 / 1.
 // Then a = 0, b = 1, c = 5, d = 1, e = 0:
@@ -244,6 +301,21 @@ TEST(RegHsupa, AChangeOfTheTtiIsNotEvenedOut)
     EXPECT_NEAR(Dtx(), 40.0F, 0.00001F);
     bench.Regs()[TIME_SLOT] = 0;
     EXPECT_NEAR(Dtx(), -133.33333F, 0.0001F);
+}
+
+// DTX in 5 of 11 records. 5 / 11 as a float is 15252015 / 2^25 = 0.45454547, and (1 - that) x 100 = 54.5454532, of
+// which the nearest float is 54.545452. With 1 - 0.45454547 as a float it would be 54.545448, with 5 / 11 as a
+// double 54.545456.
+TEST(RegHsupa, DtxShareIsOfARoundedQuotientAndThenRoundedOnce)
+{
+    CStatBench<CRegHsupaLinkQuality> bench;
+    Prepare(bench);
+    Bytes result;
+    for (int i = 0; i < 11; ++i) {
+        bench.Word(0x38) = i < 5 ? 0 : 2;
+        result = bench.Sample();
+    }
+    EXPECT_EQ(LoadLe<uint32_t>(result, 4), F(54.545452F));
 }
 
 // r0: AG flag; r1: scope 1 in bits 8 and 9, value 21 in bits 1 to 5; r2: RG flag; r3: code 2; r4: serving 40.

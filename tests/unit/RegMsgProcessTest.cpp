@@ -1,7 +1,9 @@
 #include "data/gu/RegMsgProcess.h"
 
 #include "support/RegFixture.h"
+#include "support/WaitFor.h"
 
+#include <atomic>
 #include <gtest/gtest.h>
 #include <set>
 #include <thread>
@@ -15,6 +17,7 @@ constexpr unsigned short REQ_POWER = 62729;
 constexpr unsigned short REQ_TPC = 62732;
 constexpr unsigned short REQ_DSCH = 62735;
 constexpr unsigned short REQ_DPCCH = 62741;
+constexpr unsigned short REQ_DECODING_STAT = 62756;
 constexpr unsigned short REQ_DECODING_TBS = 62759;
 
 /// Registers of the baseband bank, sorted.
@@ -61,6 +64,54 @@ void ExpectRefusal(CRegUe& ue, unsigned short usCnfId, unsigned int ulStatus)
     const auto confirms = ue.Gu().Confirms();
     ASSERT_EQ(confirms.size(), 1U);
     ExpectPacket(confirms[0], {0x01540000U | usCnfId, ulStatus, 0, 0x0154, Le(ulStatus)});
+}
+
+/// Both carriers active, all five subframes of each a scheduled, good frame of one stream with new data and 1000 bits.
+RegMap GoodSubframes()
+{
+    RegMap regs;
+    for (const unsigned int ulOffset : g_aulDecodingStatistics_V9)
+        regs[CRegUe::BASE + ulOffset] = 0;
+    const auto registers = TestFrame{.ulTbs0 = 1000}.Registers();
+    for (const unsigned int ulCarrier : {CRegUe::BASE, CRegUe::BASE + 0x20000}) {
+        regs[ulCarrier + 0x9070] = 1;
+        for (unsigned int i = 0; i < 5; ++i)
+            for (unsigned int k = 0; k < 4; ++k)
+                regs[ulCarrier + 0x9700 + 0x30 * i + 4 * k] = registers[k];
+    }
+    return regs;
+}
+
+// Of these subframes each is scheduled, single stream and good: C0 and C1 have n of 5, 10, ... in all three counters,
+// 100 % and no retransmission; the total has 2 n.
+void ExpectWholeDecodingReport(ByteView payload)
+{
+    const unsigned int ulCount = LoadLe<uint32_t>(payload, 4); // of C0
+    EXPECT_TRUE(ulCount > 0 && ulCount % 5 == 0) << ulCount;
+    const auto Record = [](uint32_t n) {
+        return LeWords({n, n, F(100), F(0), F(0), n, 0, F(100), F(0), F(100), F(0), F(0), F(0), F(0)});
+    };
+    EXPECT_EQ(Bytes(payload), Join(Le(3U), Record(ulCount), Record(ulCount), Record(2 * ulCount)));
+}
+
+// A block each of C0, C1 and the total, with one size in it: n QPSK frames, n good, n of them at the first
+// transmission.
+void ExpectWholeTbsReport(ByteView payload)
+{
+    const unsigned int ulCount = LoadLe<uint32_t>(payload, 12); // QPSK frames of C0
+    EXPECT_TRUE(ulCount > 0 && ulCount % 5 == 0) << ulCount;
+    const auto Block = [](uint32_t n, uint32_t ulQpsk1, float fFirstBler) {
+        std::vector<uint32_t> record(31);
+        record[0] = 1000;
+        record[1] = record[9] = record[21] = record[25] = n;
+        record[2] = ulQpsk1;
+        record[17] = F(fFirstBler);
+        return Join(Le(1U), LeWords(record));
+    };
+    // Stream 1 of the total gets the frames of C1's stream 0, and its first BLER is of C0's first good ones: 1 - n / 2
+    // n.
+    EXPECT_EQ(Bytes(payload),
+              Join(Le(3U), Block(ulCount, 0, 0), Block(ulCount, 0, 0), Block(2 * ulCount, ulCount, 50)));
 }
 } // namespace
 
@@ -497,6 +548,85 @@ TEST(RegMsgProcess, TheLengthOfAReportHasSixteenBits)
     ASSERT_EQ(indications.size(), 1U);
     EXPECT_EQ(indications[0].payload.size(), 192U);
     EXPECT_EQ(LoadLe<uint32_t>(indications[0].payload, 4), 530U) << "the count still tells all";
+}
+
+// The client's requests come on the main thread. A mode answer on the other thread makes the HSUPA base unknown between
+// the request's look at the bases and what it sends: held at the statistic's lock, the request is just there. When it
+// came too late for that it is refused with 4, and it is tried again.
+TEST(RegMsgProcess, AModeChangeUnderARequest)
+{
+    CGuFixture gu("CEDAR-03C10");
+    CRegisterManager manager(&gu.Operation());
+    CRegMsgProcess process(&manager);
+    MODE_ENUM enMode = MODE_0;
+    const auto Status = [&](const Bytes& params, int iYields) {
+        MakeBasesKnown(manager);
+        gu.Forget();
+        std::thread request;
+        {
+            const xtl::MutexGuard guard(process.Find(REQ_DPCCH)->Mutex());
+            request = std::thread([&] { process.ProcessRegReqPacket(REQ_DPCCH, params); });
+            for (int i = 0; i < iYields; ++i)
+                std::this_thread::yield();
+            enMode = enMode == MODE_0 ? MODE_1 : MODE_0;
+            EXPECT_TRUE(manager.ChangeRegListByMode(enMode));
+        }
+        request.join();
+        EXPECT_EQ(gu.ToUe(), (Messages{AskForList(1), AskForList(0)})) << "nothing of the request";
+        const auto confirms = gu.Confirms();
+        EXPECT_EQ(confirms.size(), 1U);
+        return confirms.empty() ? 0 : LoadLe<uint32_t>(confirms[0].payload, 0);
+    };
+    for (const Bytes& params : {Hex("01 00 64 00"), Hex("00 00 00 00")}) {
+        unsigned int ulStatus = 4;
+        for (int iYields = 1; ulStatus == 4 && iYields < 1 << 20; iYields *= 2)
+            ulStatus = Status(params, iYields);
+        EXPECT_EQ(ulStatus, 46U);
+        EXPECT_EQ(process.Find(REQ_DPCCH)->GetPeriod(), params[0] == 1 ? 100 : 0);
+    }
+}
+
+// What a start or stop changes and what a sample with its report does never mix.
+TEST(RegMsgProcess, ReportsAreWholeWhileTheirStatisticsStartAndStop)
+{
+    CRegUe ue;
+    ue.Stream(GoodSubframes());
+    std::atomic<bool> bEnd = false;
+    std::atomic<unsigned int> ulFed = 0;
+    std::atomic<unsigned int> ulRead = 0; // indications whose reports have been read
+    std::thread messages([&] {
+        while (!bEnd) {
+            if (ulFed - ulRead < 100) // the reports of so many are sure to fit the client's socket
+                ue.Indicate(50 * ++ulFed);
+            else
+                std::this_thread::yield();
+        }
+    });
+    unsigned int ulReports[2] = {};
+    const auto ReadReports = [&] {
+        const unsigned int ulBefore = ulFed;
+        for (const ClientPacket& packet : ue.Gu().Indications()) {
+            const bool bTbs = (packet.stHead.ulCmdId & 0xFFFF) == REQ_DECODING_TBS + 2U;
+            (bTbs ? ExpectWholeTbsReport : ExpectWholeDecodingReport)(packet.payload);
+            ++ulReports[bTbs ? 1 : 0];
+        }
+        ulRead = ulBefore == 0 ? 0 : ulBefore - 1; // the last one may be under way
+    };
+    for (int i = 0; i < 100 && !testing::Test::HasFailure(); ++i) {
+        for (const unsigned short usId : {REQ_DECODING_STAT, REQ_DECODING_TBS})
+            ue.Start(usId, 100);
+        const auto aulBefore = std::to_array(ulReports);
+        EXPECT_TRUE(WaitFor([&] {
+            ReadReports();
+            return ulReports[0] > aulBefore[0] && ulReports[1] > aulBefore[1];
+        })) << "both report";
+        for (const unsigned short usId : {REQ_DECODING_STAT, REQ_DECODING_TBS})
+            ue.Stop(usId);
+        (void)ue.Gu().ToUe();
+        (void)ue.Gu().Cmd().Pending();
+    }
+    bEnd = true;
+    messages.join();
 }
 
 // The main thread starts and stops statistics while indications, lists and mode changes arrive.

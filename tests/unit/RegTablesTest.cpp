@@ -2,9 +2,12 @@
 
 #include "data/gu/HsdschTbs.h"
 #include "data/gu/RegStruct.h"
+#include "support/RegFixture.h"
 
 #include <cmath>
+#include <fstream>
 #include <gtest/gtest.h>
+#include <sstream>
 #include <vector>
 
 namespace
@@ -129,6 +132,33 @@ TEST(RegTables, Hsupa)
                        0x7A4,  0x20,   0x200, 0x3E0, 0x5C0, 0x7A0, 0x110, 0x2F0, 0x4D0, 0x6B0, 0x890}));
 }
 
+TEST(HsdschTbs, EverySizeIsTheOneOfTheStandard)
+{
+    std::ifstream file(VEX_TEST_DATA_DIR "/hsdsch_tbs.csv");
+    std::map<char, std::vector<unsigned int>> sizes; // by table, from k = 1 on
+    for (std::string strLine; std::getline(file, strLine);) {
+        if (strLine.starts_with('#') || strLine.starts_with("table,"))
+            continue;
+        char cTable = 0;
+        char cComma = 0;
+        size_t szK = 0;
+        unsigned int ulBits = 0;
+        std::istringstream row(strLine);
+        ASSERT_TRUE(row >> cTable >> cComma >> szK >> cComma >> ulBits) << strLine;
+        sizes[cTable].push_back(ulBits);
+        ASSERT_EQ(szK, sizes[cTable].size()) << strLine;
+    }
+    const auto Compare = [](const auto& table, const std::vector<unsigned int>& expected) {
+        ASSERT_EQ(table.size(), expected.size());
+        for (size_t i = 0; i < table.size(); ++i) {
+            EXPECT_EQ(table[i].k, static_cast<int>(i + 1));
+            EXPECT_EQ(table[i].tbs, expected[i]) << "k = " << i + 1;
+        }
+    };
+    Compare(g_arrTableTbsize_LessA, sizes['A']);
+    Compare(g_arrTableTbsize_LessB, sizes['B']);
+}
+
 // The rules that generate the sizes: 125 + 12 k below k = 40, else floor(296 (2085/2048)^k), and
 // 8 (14 + k) below k = 40, else 8 floor(27 (5274/27)^(k/295)).
 TEST(HsdschTbs, SizesFollowTheRulesOfTheStandard)
@@ -150,6 +180,29 @@ TEST(HsdschTbs, SizesFollowTheRulesOfTheStandard)
     EXPECT_EQ(g_arrTableTbsize_LessA.back().tbs, 27952U);
     EXPECT_EQ(g_arrTableTbsize_LessB.back().tbs, 42192U);
     EXPECT_EQ(g_arrTableTbsize_LessB.back().k, 295);
+}
+
+// 16777217 and 33554435 aren't floats; as floats they give 16777216 / 33554436 = 0.49999994. 3538501297 / 4275361147 =
+// (27771315 - 1 / 4275361147) / 2^25, just below the middle of the floats 13885657 / 2^24 and 13885658 / 2^24, by a
+// part of 8E-18: as a double it is the middle, and that rounds to the even 13885658.
+TEST(RegPeriodMsg, QuotientsAreDoublesRoundedOnceToFloats)
+{
+    const struct
+    {
+        unsigned int ulA, ulB;
+        float fQuotient;
+    } aRow[] = {
+        {0, 0, 0},
+        {7, 0, 0},
+        {0, 7, 0},
+        {1, 3, 11184811 * 0x1p-25F},
+        {0xFFFFFFFF, 1, 4294967296.0F},
+        {16777217, 33554435, 0.5F},
+        {3538501297, 4275361147, 13885658 * 0x1p-24F},
+    };
+    for (const auto& stRow : aRow)
+        EXPECT_EQ(F(CPeriodRegMsgFromUe::CalcuDivision(stRow.ulA, stRow.ulB)), F(stRow.fQuotient))
+            << stRow.ulA << " / " << stRow.ulB;
 }
 
 TEST(RegStruct, GetBitValue)

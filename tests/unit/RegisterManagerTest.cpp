@@ -8,7 +8,14 @@
 
 namespace
 {
+using namespace std::chrono_literals;
 using Messages = std::vector<Bytes>;
+
+/// A moment on the agent's clock.
+CRegisterManager::Clock::time_point AtMs(unsigned int ulMs)
+{
+    return CRegisterManager::Clock::time_point(std::chrono::milliseconds(ulMs));
+}
 
 /// The five words of the DSP's query block.
 std::vector<uint32_t> QueryBlock(unsigned int ulQuery)
@@ -288,6 +295,10 @@ TEST(RegisterManager, AModeChangeForgetsCountsListsAndHsupaBase)
     EXPECT_FALSE(manager->CheckBaseAddrOK());
     EXPECT_FALSE(manager->ChangeRegListByMode(0));
     EXPECT_TRUE(manager.ToUe().empty());
+    MakeBasesKnown(*manager.operator->());
+    (void)manager.ToUe();
+    EXPECT_FALSE(manager->SendAllRegReq(true, MODE_0)) << "nothing is counted, though the bases are known again";
+    EXPECT_TRUE(manager.ToUe().empty());
 }
 
 TEST(RegisterManager, ModesOfBothModems)
@@ -316,8 +327,10 @@ TEST(RegisterManager, TheClientSeesTheUesStatus)
 TEST(RegisterManager, ConfirmedListsAreTakenOver)
 {
     CManagerBench manager;
+    CRegisterManager::Clock::time_point now{};
     const auto Fits = [&](size_t szCount, unsigned int ulSender) {
-        manager->ProcessRegIndMsg(RegInd(std::vector<uint32_t>(szCount, 0), 0, ulSender));
+        now += 1s; // every misfit asks
+        manager->ProcessRegIndMsg(RegInd(std::vector<uint32_t>(szCount, 0), 0, ulSender), now);
         return manager.ToUe().empty();
     };
     const auto Head = [](unsigned int ulMode, unsigned int ulStatus, unsigned int ulCount) {
@@ -341,22 +354,155 @@ TEST(RegisterManager, ConfirmedListsAreTakenOver)
     EXPECT_TRUE(Fits(3, 110)) << "a count that wraps in bytes";
     manager->ProcessRegCnfMsg(Head(0, 0, 0));
     EXPECT_TRUE(Fits(0, 110)) << "an empty list beside one that isn't";
-    manager->ProcessRegCnfMsg(Slice(ByteView(Head(1, 0, 0)), 0, 13));
-    EXPECT_TRUE(Fits(0, 110)) << "a cut message reads as mode 0, status 0, count 0";
+    EXPECT_FALSE(Fits(3, 110)) << "and it is empty";
+}
+
+// Mode at 16, status at 20, count at 24. Cut anywhere before byte 28 the message would read as an empty list of mode 0.
+TEST(RegisterManager, ACutConfirmationIsDropped)
+{
+    CManagerBench manager;
+    manager->ProcessRegCnfMsg(RegCnf(62724, 0, 0, {1, 2, 3}));
+    manager.Gu().Forget();
+    auto Fits = [&, now = AtMs(0)](size_t szCount) mutable {
+        manager->ProcessRegIndMsg(RegInd(std::vector<uint32_t>(szCount, 0)), now += 1s);
+        return manager.ToUe().empty();
+    };
+    const Bytes whole = RegCnf(62724, 0, 0, {});
+    ASSERT_EQ(whole.size(), 28U);
+    for (const size_t szCut : {0U, 16U, 19U, 20U, 23U, 24U, 27U}) {
+        CLogCapture log;
+        manager->ProcessRegCnfMsg(Slice(ByteView(whole), 0, szCut));
+        EXPECT_TRUE(log.Saw("[WAN] : register confirmation dropped: cut at byte " + std::to_string(szCut)));
+        EXPECT_TRUE(manager.Gu().Confirms().empty()) << szCut;
+        EXPECT_TRUE(Fits(3)) << szCut;
+    }
+    manager->ProcessRegCnfMsg(RegCnf(62724, 1, 0, {1}));
+    manager.Gu().Forget();
+    manager->ProcessRegCnfMsg(whole);
+    EXPECT_EQ(manager.Gu().Confirms().size(), 1U) << "28 bytes are a list without addresses";
+    EXPECT_TRUE(Fits(0));
+}
+
+// Count at 50, values from 52 on: three of them end at 64.
+TEST(RegisterManager, ACutIndicationIsDropped)
+{
+    CManagerBench manager;
+    manager->SetBaseAddr(WBBP, 0, 0x500, 0, TIME_SLOT);
+    (void)manager->ChangeRegListByMode(MODE_0); // the HSUPA base is unknown again: a sample would learn it
+    manager->ProcessRegCnfMsg(RegCnf(62724, 0, 0, {0x500, 0x504, 0x508}));
+    manager.Gu().Forget();
+    const Bytes fits = RegInd({0, 0x30000000, 7});
+    const Bytes other = RegInd({0, 0x30000000, 7, 8});
+    ASSERT_EQ(fits.size(), 64U);
+    CRegisterManager::Clock::time_point now{};
+    const struct
+    {
+        const char* pszName;
+        const Bytes& msg;
+        size_t szCut;
+        bool bAsks;
+    } aRow[] = {
+        {"no values, count fits", fits, 52, false},
+        {"half a value short", fits, 62, false},
+        {"one byte short", fits, 63, false},
+        {"count doesn't fit", other, 67, true},
+        {"no values, count doesn't", other, 52, true},
+        {"half a count word", other, 51, false},
+        {"no count word", other, 50, false},
+        {"common part only", other, 16, false},
+        {"nothing", other, 0, false},
+    };
+    for (const auto& stRow : aRow) {
+        CLogCapture log;
+        manager->ProcessRegIndMsg(Slice(ByteView(stRow.msg), 0, stRow.szCut), now += 1s);
+        EXPECT_TRUE(log.Saw("[WAN] : register indication dropped: cut at byte " + std::to_string(stRow.szCut)))
+            << stRow.pszName;
+        EXPECT_EQ(manager.ToUe(), stRow.bAsks ? Messages{AskForList(0)} : Messages{}) << stRow.pszName;
+        EXPECT_FALSE(manager->CheckBaseAddrOK()) << stRow.pszName;
+    }
+    CLogCapture log;
+    manager->ProcessRegIndMsg(fits, now);
+    EXPECT_TRUE(manager->CheckBaseAddrOK()) << "whole";
+    EXPECT_EQ(log.Count("dropped"), 0);
 }
 
 TEST(RegisterManager, AnIndicationThatDoesNotFitAsksForTheList)
 {
     CManagerBench manager;
     manager->ProcessRegCnfMsg(RegCnf(62724, 0, 0, {1, 2, 3}));
-    manager->ProcessRegIndMsg(RegInd({1, 2}));
+    manager->ProcessRegIndMsg(RegInd({1, 2}), AtMs(0));
     EXPECT_EQ(manager.ToUe(), (Messages{AskForList(0)}));
-    manager->ProcessRegIndMsg(RegInd({1, 2, 3, 4}, 0, 123));
+    manager->ProcessRegIndMsg(RegInd({1, 2, 3, 4}, 0, 123), AtMs(1000));
     EXPECT_EQ(manager.ToUe(), (Messages{AskForList(0)})) << "any sender but 122";
-    manager->ProcessRegIndMsg(RegInd({1, 2, 3}, 0, 122));
+    manager->ProcessRegIndMsg(RegInd({1, 2, 3}, 0, 122), AtMs(1000));
     EXPECT_EQ(manager.ToUe(), (Messages{AskForList(1)})) << "list 1 is empty";
-    manager->ProcessRegIndMsg(RegInd({1, 2, 3}, 0, 0x0001007A));
+    manager->ProcessRegIndMsg(RegInd({1, 2, 3}, 0, 0x0001007A), AtMs(1000));
     EXPECT_TRUE(manager.ToUe().empty()) << "the sender is a whole word";
+}
+
+TEST(RegisterManager, AStaleListIsAskedForOnceASecond)
+{
+    CManagerBench manager;
+    manager->ProcessRegCnfMsg(RegCnf(62724, 0, 0, {1, 2, 3}));
+    const auto Asks = [&](const std::vector<uint32_t>& values, unsigned int ulMs) {
+        manager->ProcessRegIndMsg(RegInd(values), AtMs(ulMs));
+        const Messages sent = manager.ToUe();
+        EXPECT_TRUE(sent.empty() || sent == Messages{AskForList(0)});
+        return !sent.empty();
+    };
+    EXPECT_TRUE(Asks({1, 2}, 5000)) << "the first";
+    for (unsigned int ulMs = 5000; ulMs < 6000; ulMs += 10)
+        EXPECT_FALSE(Asks({1, 2}, ulMs)) << ulMs;
+    EXPECT_FALSE(Asks({1}, 5999)) << "another count, the same list";
+    EXPECT_TRUE(Asks({1, 2}, 6000));
+    EXPECT_FALSE(Asks({1, 2}, 6999));
+    EXPECT_TRUE(Asks({1, 2}, 7500));
+    EXPECT_FALSE(Asks({1, 2}, 8400)) << "a second from the last question";
+    manager->ProcessRegCnfMsg(RegCnf(62724, 0, 0, {1, 2, 3, 4}));
+    EXPECT_FALSE(Asks({1, 2}, 8410)) << "a new list that doesn't fit either";
+    EXPECT_FALSE(Asks({1, 2, 3, 4}, 8420)) << "it fits";
+    EXPECT_TRUE(Asks({1, 2}, 8430)) << "the next misfit is a first one";
+    EXPECT_FALSE(Asks({1, 2}, 8440));
+}
+
+// The first misfit of either list is asked for; further questions share the second.
+TEST(RegisterManager, TwoStaleListsOfAUe)
+{
+    CManagerBench manager;
+    manager->ProcessRegCnfMsg(RegCnf(62724, 0, 0, {1, 2, 3}));
+    const auto Sent = [&](unsigned int ulSender, unsigned int ulMs) {
+        manager->ProcessRegIndMsg(RegInd({1, 2}, 0, ulSender), AtMs(ulMs));
+        return manager.ToUe();
+    };
+    EXPECT_EQ(Sent(110, 0), Messages{AskForList(0)});
+    EXPECT_EQ(Sent(122, 500), Messages{AskForList(1)});
+    EXPECT_EQ(Sent(110, 1000), Messages{});
+    EXPECT_EQ(Sent(122, 1500), Messages{AskForList(1)});
+    EXPECT_EQ(Sent(110, 2499), Messages{});
+    EXPECT_EQ(Sent(110, 2500), Messages{AskForList(0)});
+}
+
+TEST(RegisterManager, EachUeHasItsOwnSecond)
+{
+    CManagerBench first;
+    CRegisterManager second(&first.Gu().Operation());
+    for (CRegisterManager* const pManager : {first.operator->(), &second}) {
+        pManager->ProcessRegCnfMsg(RegCnf(62724, 0, 0, {1, 2, 3}));
+        pManager->ProcessRegIndMsg(RegInd({1}), AtMs(0));
+        EXPECT_EQ(first.ToUe(), Messages{AskForList(0)});
+    }
+}
+
+TEST(RegisterManager, AModeChangeMakesTheNextMisfitAFirstOne)
+{
+    CManagerBench manager;
+    manager->ProcessRegCnfMsg(RegCnf(62724, 0, 0, {1, 2, 3}));
+    manager->ProcessRegIndMsg(RegInd({1}), AtMs(0));
+    EXPECT_TRUE(manager->ChangeRegListByMode(MODE_0));
+    manager->ProcessRegCnfMsg(RegCnf(62724, 0, 0, {1, 2, 3}));
+    (void)manager.ToUe();
+    manager->ProcessRegIndMsg(RegInd({1}), AtMs(10));
+    EXPECT_EQ(manager.ToUe(), Messages{AskForList(0)});
 }
 
 TEST(RegisterManager, AUesIndicationOfTheSecondModemIsNotTaken)
@@ -365,11 +511,12 @@ TEST(RegisterManager, AUesIndicationOfTheSecondModemIsNotTaken)
     ue.Confirm({1, 2, 3});
     ue.Gu().Forget();
     Bytes msg = RegInd({1});
-    ue.Gu().FromUe(msg);
-    EXPECT_EQ(ue.Gu().ToUe(), (Messages{AskForList(0)}));
     msg[0] = 68;
     ue.Gu().FromUe(msg);
     EXPECT_TRUE(ue.Gu().ToUe().empty());
+    ue.Gu().FromUe(RegInd({1}));
+    EXPECT_EQ(ue.Gu().ToUe(), (Messages{AskForList(0)}));
+    ue.Gu().FromUe(RegInd({1, 2, 3}));
     msg = RegInd({1});
     StoreLe<uint16_t>(msg, 12, 0xE501);
     ue.Gu().FromUe(msg);

@@ -28,6 +28,8 @@ vex_test(test_reg
     LIBS vex_agent_fixture
 )
 
+target_compile_definitions(test_reg PRIVATE VEX_TEST_DATA_DIR="${CMAKE_SOURCE_DIR}/tests/data")
+
 vex_test(test_gu_reports
     SOURCES
         GuReportsPropertyTest.cpp

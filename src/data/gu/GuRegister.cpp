@@ -44,7 +44,7 @@ CGuRegister::CGuRegister()
 }
 
 /// The GSM base (s4) is written where the second DSP address (s6) then overwrites it, so strGBBPBase stays empty and
-/// the GSM base reads as 0. Required: the UEs' GSM bank is never read, and 0 counts as a known address.
+/// the GSM base reads as 0. Statistics rely on it: the UEs' GSM bank is never read, and 0 counts as a known address.
 REG_PAIR CGuRegister::CreateElement(const char* s0, const char* s1, const char* s2, const char* s3, const char* s4,
                                     const char* s5, const char* s6, const char* s7)
 {

@@ -69,12 +69,19 @@ unsigned short Word(ByteView payload, size_t szIndex)
     return LoadLe<uint16_t>(payload, 2 * szIndex);
 }
 
+/// Blocks whose timeslot and code lie in the payload.
+size_t BlocksIn(ByteView payload)
+{
+    const size_t szWords = payload.size() / 2;
+    return szWords <= BLOCK_CODE ? 0 : (szWords - BLOCK_CODE - 1) / BLOCK_WORDS + 1;
+}
+
 constexpr size_t SCALE_ROWS_OFFSET = 4; // in the report, behind u16 block count and u16 0
 constexpr size_t SCALE_ROW_SIZE = CPhpPacketDataIndMsg::SCALE_COLUMNS * sizeof(float);
 constexpr size_t SCALE_REPORT_SIZE = SCALE_ROWS_OFFSET + CPhpPacketDataIndMsg::BLOCKS * SCALE_ROW_SIZE;
 static_assert(SCALE_REPORT_SIZE == 304);
 constexpr size_t SCALE_SUM_1 = 13; // column: sum of columns 0 to 7
-constexpr size_t SCALE_SUM_2 = 14; // column: sum of columns 8 to 11; column 12 belongs to neither, as required
+constexpr size_t SCALE_SUM_2 = 14; // column: sum of columns 8 to 11; client tools rely on 12 being in neither
 constexpr size_t SCALE_SPLIT = 8;
 constexpr size_t SCALE_END = 12;
 
@@ -163,7 +170,7 @@ void CGrmMntnInfoMsg::GetCurrentCodeType(unsigned short usCode, unsigned char& u
 }
 
 // u8 number of timeslots of each direction, u8 of each direction, u32, u16 scheme seen most often of each direction.
-// Only what passes this report's gate is counted; required.
+// Only what passes this report's gate is counted; client tools rely on it.
 void CGrmMntnInfoMsg::ReportUsage(ByteView payload, unsigned int ulTimeStamp)
 {
     if (!IsReportDue(PACKET_USAGE, ulTimeStamp))
@@ -183,7 +190,7 @@ void CGrmMntnInfoMsg::ReportUsage(ByteView payload, unsigned int ulTimeStamp)
 }
 
 /// u8 number of timeslots of each direction, then the lists: the first from byte 2, the second from byte 6 over it.
-/// What doesn't fit the report is left out; required.
+/// What doesn't fit the report is left out; client tools rely on the 12 bytes.
 void CGrmMntnInfoMsg::ReportTimeslots(ByteView payload, unsigned int ulTimeStamp)
 {
     if (!IsReportDue(PACKET_TIMESLOTS, ulTimeStamp))
@@ -248,17 +255,19 @@ bool CPhpPacketDataIndMsg::ProcessInd(ByteView packet)
     if (!pPeriods || pPeriods->ulPeriod == 0)
         return false;
     const ByteView payload = GuPayload(packet);
-    const auto usBlocks = std::min<unsigned short>(Word(payload, BLOCK_COUNT), BLOCKS);
-    CountBlocks(payload, usBlocks);
+    CountBlocks(payload);
     if (!IsReportDue(PACKET_CODE_SCALE, GuTimeStamp(packet)))
         return false;
-    Report(usBlocks, GuTimeStamp(packet));
+    Report(std::min<unsigned short>(Word(payload, BLOCK_COUNT), BLOCKS), GuTimeStamp(packet));
     return true;
 }
 
-void CPhpPacketDataIndMsg::CountBlocks(ByteView payload, unsigned short usBlocks)
+/// All blocks, also those that the report has no room for. The count may say up to 65535, whatever the message holds:
+/// blocks that aren't there must neither count as timeslot 0 nor cost time.
+void CPhpPacketDataIndMsg::CountBlocks(ByteView payload)
 {
-    for (size_t i = 0; i < usBlocks; ++i) {
+    const size_t szBlocks = std::min<size_t>(Word(payload, BLOCK_COUNT), BlocksIn(payload));
+    for (size_t i = 0; i < szBlocks; ++i) {
         const unsigned short usPos = GetPosOfTsNumber(Word(payload, BLOCK_TN + BLOCK_WORDS * i));
         if (usPos < TS_POS_NONE)
             SetCodeType(Word(payload, BLOCK_CODE + BLOCK_WORDS * i), static_cast<unsigned char>(usPos));
@@ -280,7 +289,7 @@ void CPhpPacketDataIndMsg::Report(unsigned short usBlocks, unsigned int ulTimeSt
     SendReport(PACKET_CODE_SCALE, ulTimeStamp, aucReport, PKT_TYPE_GU_TRACE);
 }
 
-/// The first modem's set serves both modems; required.
+/// The first modem's set serves both modems; client tools rely on it.
 unsigned short CPhpPacketDataIndMsg::GetPosOfTsNumber(unsigned short usTn) const
 {
     const CGrmMntnInfoMsg* const pMaintenance = Maintenance(Operation(), MNTN_INDICATION);

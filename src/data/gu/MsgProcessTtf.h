@@ -74,7 +74,7 @@ public:
 class CPhpPacketDataIndMsg : public IMsgProcess
 {
 public:
-    static constexpr size_t BLOCKS = 5; // timeslots of the statistics; further ones are left out
+    static constexpr size_t BLOCKS = 5; // timeslots of the tables and of the report; further ones are left out
     static constexpr size_t SCALE_COLUMNS = 15;
     using SCALE_TABLE = float (*)[SCALE_COLUMNS];
 
@@ -97,7 +97,7 @@ private:
     /// Number of blocks counted at a position.
     unsigned long long StaticCodeTypeByTN(unsigned char ucPos) const REQUIRES(m_Lock);
     void ClearCounts() EXCLUDES(m_Lock);
-    void CountBlocks(ByteView payload, unsigned short usBlocks);
+    void CountBlocks(ByteView payload);
     void Report(unsigned short usBlocks, unsigned int ulTimeStamp);
     void StartMaintenance(unsigned char ucSwitch);
 

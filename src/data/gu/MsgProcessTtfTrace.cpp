@@ -31,7 +31,8 @@ unsigned short Length(ByteView payload, const LENGTH_FIELD& stField)
 }
 } // namespace
 
-// u32 bytes, float kilobits per second. No time between two reports gives an infinity, or NaN without bytes; required.
+// u32 bytes, float kilobits per second. No time between two reports gives an infinity, or NaN without
+// bytes; client tools rely on both.
 void CMsgProcessThroughput::SendIndPacketToClient(unsigned int ulTimeStamp, CMsgPeriods* pstPeriods, CMsgDisp* pDisp)
 {
     const unsigned int ulNow = TicksToMs(ulTimeStamp);
@@ -42,7 +43,7 @@ void CMsgProcessThroughput::SendIndPacketToClient(unsigned int ulTimeStamp, CMsg
     CByteWriter writer(aucReport);
     writer.Field(uint32_t{m_ulBytes});
     writer.Field(fRate);
-    // The stamp is real time already and is made so once more; required.
+    // The stamp is real time already and is made so once more; client tools rely on it.
     pDisp->Operation().BuildMsgIndPacket(PKT_TYPE_GU_TRACE, ulTimeStamp, pstPeriods->usIndPacket, aucReport);
     m_ulLastTime = ulNow;
     m_ulBytes = 0;

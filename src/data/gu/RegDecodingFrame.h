@@ -70,7 +70,8 @@ public:
     /// Drops the oldest frame when full.
     void AddFrmToBuf(const TBSCalInfoSTRU& stFrame);
     /// The frame that many places before the newest one, if it is there. The newest frame of a full buffer is out of
-    /// reach: the test allows 13 frames at most. Required.
+    /// reach: the test allows 13 frames at most. Client tools rely on the counts that come of
+    /// it.
     std::optional<TBSCalInfoSTRU> GetLessFrm(uint8_t ucOffset) const;
     void Clear() { m_szCount = 0; }
 

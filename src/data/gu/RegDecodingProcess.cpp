@@ -54,7 +54,8 @@ void UpdateTypeRates(HsScchDecodingStatisticsSTRU& stStat)
     stStat.dDualRate = RoundedPercent(stStat.ulDual, stStat.ulSingle + stStat.ulDual);
 }
 
-/// The total takes twice carrier 0's retransmissions and HS-SCCH-less frames in the place of the sums. Required.
+/// The total takes twice carrier 0's retransmissions and HS-SCCH-less frames in the place of the sums; client tools
+/// rely on it.
 void DoubleFirstCarrier(HsScchDecodingStatisticsSTRU& stTotal, const HsScchDecodingStatisticsSTRU& stFirst)
 {
     stTotal.ulAckRetrans = 2 * stFirst.ulAckRetrans;

@@ -66,7 +66,7 @@ std::vector<unsigned char> BuildResult(std::vector<TBSOfSixPhaseSTRU>& vector)
 }
 
 /// Adds carrier 1's counters to an entry of the total. Carrier 1's stream 0 modulations go to both streams, and its
-/// blocks good at new data aren't added though the sums that they are divided by are. Required.
+/// blocks good at new data aren't added though the sums that they are divided by are; client tools rely on it.
 void AddToTotal(TBSOfSixPhaseSTRU& stTotal, const TBSOfSixPhaseSTRU& stSecond)
 {
     const auto add = [](auto& sums, const auto& counters) {

@@ -12,13 +12,6 @@ constexpr unsigned int INVALID = 0xFFFF;
 constexpr unsigned int TTI_2MS = 1; // value of the time slot word
 constexpr unsigned int ENABLED = 1; // value of an enable register
 
-/// Kbit/s of 1024 bits over a run of 10 ms samples, in extended precision up to the end.
-float RunRate(unsigned int ulBits, unsigned int ulSamples)
-{
-    return static_cast<float>(static_cast<long double>(ulBits) * 1000 / 1024 /
-                              (static_cast<long double>(ulSamples) * 10));
-}
-
 bool IsWritten(unsigned int ulHalf)
 {
     return ulHalf != UNWRITTEN;
@@ -30,6 +23,12 @@ bool IsValid(unsigned int ulHalf)
 
 } // namespace
 
+float HsupaRunRate(unsigned int ulBits, unsigned int ulSamples)
+{
+    return static_cast<float>(static_cast<long double>(ulBits) * 1000 / 1024 /
+                              (static_cast<long double>(ulSamples) * 10));
+}
+
 // ---- CRegHsupaBase ----
 
 CRegHsupaBase::CRegHsupaBase(const REG_STAT_SETUP& stSetup, std::span<const unsigned int> table)
@@ -39,19 +38,16 @@ CRegHsupaBase::CRegHsupaBase(const REG_STAT_SETUP& stSetup, std::span<const unsi
 {
 }
 
-bool CRegHsupaBase::GetRegAddr(std::vector<unsigned int>& addrs) const
+CRegHsupaBase::Registers CRegHsupaBase::GetRegisters() const
 {
-    constexpr unsigned int UNKNOWN = REG_BASE_ADDR_STRU::ADDR_UNKNOWN;
-    const REG_BASE_ADDR_STRU stBase = m_pRegMsgProcess->Manager().GetBaseAddr();
-    const unsigned int ulTimeSlot = m_pRegMsgProcess->Manager().GetTimeSlotAddr();
-    if (stBase.ulWBBPBaseAddr == UNKNOWN || stBase.ulWUPABaseAddr == UNKNOWN || ulTimeSlot == UNKNOWN)
-        return false;
-    for (const unsigned int ulOffset : m_pulRegTable.subspan(HSUPA_GROUP))
-        addrs.push_back(stBase.ulWUPABaseAddr + ulOffset);
-    addrs.push_back(ulTimeSlot);
-    for (const unsigned int ulOffset : m_pulRegTable.subspan(HSUPA_ENABLE, CARRIER_COUNT))
-        addrs.push_back(stBase.ulWBBPBaseAddr + ulOffset);
-    return true;
+    static constexpr unsigned int c_aulWordItself[] = {0};
+    const CRegisterManager& manager = m_pRegMsgProcess->Manager();
+    const REG_BASE_ADDR_STRU stBase = manager.GetBaseAddr();
+    Registers registers;
+    AppendRegisters(registers, stBase.ulWUPABaseAddr, m_pulRegTable.subspan(HSUPA_GROUP));
+    AppendRegisters(registers, manager.GetTimeSlotAddr(), c_aulWordItself);
+    AppendRegisters(registers, stBase.ulWBBPBaseAddr, m_pulRegTable.subspan(HSUPA_ENABLE, CARRIER_COUNT));
+    return registers;
 }
 
 void CRegHsupaBase::CleanStat()
@@ -60,7 +56,8 @@ void CRegHsupaBase::CleanStat()
     CPeriodRegMsgFromUe::CleanStat();
 }
 
-/// A carrier that isn't enabled ends the walk, so carrier 1 is never reported without carrier 0.
+/// A carrier that isn't enabled ends the walk, so carrier 1 is never reported without carrier 0. The sample counts
+/// before its words are looked for, so it does also while the base of the data area isn't known.
 void CRegHsupaBase::Process(const RegStruct& stReg, unsigned int ulTimeStamp)
 {
     std::array<unsigned char, 4 + CARRIER_COUNT * HSUPA_Link_Quality_Statistics_STRU::SIZE> aucResult{};
@@ -135,9 +132,9 @@ void CRegHsupaLinkThroughput::CountRecord(Words words, size_t szCarrier)
 void CRegHsupaLinkThroughput::WriteResult(CByteWriter& writer, size_t szCarrier, unsigned int) const
 {
     const unsigned int ulSamples = m_aulSampleCnt[szCarrier];
-    const HSUPA_Link_Throughput_Statistics_STRU stRec = {RunRate(m_aulNonDtxBits[szCarrier], ulSamples),
-                                                         RunRate(m_aulServedBits[szCarrier], ulSamples),
-                                                         RunRate(m_aulAvailableBits[szCarrier], ulSamples)};
+    const HSUPA_Link_Throughput_Statistics_STRU stRec = {HsupaRunRate(m_aulNonDtxBits[szCarrier], ulSamples),
+                                                         HsupaRunRate(m_aulServedBits[szCarrier], ulSamples),
+                                                         HsupaRunRate(m_aulAvailableBits[szCarrier], ulSamples)};
     stRec.Fields(writer, stRec);
 }
 
@@ -181,7 +178,7 @@ void CRegHsupaLinkQuality::CalculateSBLER(QUALITY_STRU& st, unsigned int ulC, un
     st.ulSblerErr += ulD != 0 ? 1 : 0;
 }
 
-/// A failed first transmission counts whatever ulC says, unlike a good one. Required.
+/// A failed first transmission counts whatever ulC says, unlike a good one. Client tools rely on it.
 void CRegHsupaLinkQuality::Calculate1stSBLER(QUALITY_STRU& st, unsigned int ulC, unsigned int ulD)
 {
     st.ulFirstAll += IsValid(ulC) && ulD == 0 ? 1 : 0;
@@ -205,7 +202,8 @@ void CRegHsupaLinkQuality::CalculateHappyRate(QUALITY_STRU& st, unsigned int ulA
 }
 
 /// The DTX count is of the records without transmission, while the field says the share of the others; and it is
-/// divided by the present number of TTI records for the whole run, also after that number has changed. Both required.
+/// divided by the present number of TTI records for the whole run, also after that number has changed. Client tools
+/// rely on both.
 void CRegHsupaLinkQuality::WriteResult(CByteWriter& writer, size_t szCarrier, unsigned int ulTtis) const
 {
     const QUALITY_STRU& st = m_astQuality[szCarrier];
@@ -248,7 +246,7 @@ void CRegHsupaGrant::CalculateAg(GRANT_STRU& st, Words words, size_t szCarrier)
     ++st.aulAgCnt[ulScope - 1];
 }
 
-/// Looks at the low halves for either carrier; required.
+/// Looks at the low halves for either carrier; client tools rely on it.
 bool CRegHsupaGrant::IsRgSuppressed(Words words)
 {
     return GetBitValue(words[5], 0, 0) == 1 && GetBitValue(words[4], 0, 1) == 3;
@@ -266,7 +264,7 @@ void CRegHsupaGrant::CalculateRgRate(GRANT_STRU& st, Words words, size_t szCarri
     st.ulRgCode3 += ulCode == 3 ? 1 : 0;
 }
 
-/// The serving grant is divided by the present number of TTI records for the whole run; required.
+/// The serving grant is divided by the present number of TTI records for the whole run; client tools rely on it.
 void CRegHsupaGrant::WriteResult(CByteWriter& writer, size_t szCarrier, unsigned int ulTtis) const
 {
     const GRANT_STRU& st = m_astGrant[szCarrier];

@@ -3,6 +3,9 @@
 #include "data/gu/RegPeriodMsg.h"
 #include "data/gu/RegRecords.h"
 
+/// ulBits x 1000 / 1024 / (ulSamples x 10), in extended precision up to the end. ulSamples isn't 0.
+float HsupaRunRate(unsigned int ulBits, unsigned int ulSamples);
+
 /// What the HSUPA statistics share: their registers in the DSP's data area, and the walk over carriers and TTI
 /// records. They accumulate from start to stop; every indication gives a result over the whole run.
 class CRegHsupaBase : public CPeriodRegMsgFromUe
@@ -11,11 +14,12 @@ public:
     CRegHsupaBase(const REG_STAT_SETUP& stSetup, std::span<const unsigned int> table);
 
     void Process(const RegStruct& stReg, unsigned int ulTimeStamp) REQUIRES(m_Mutex) override;
-    /// The words of the data area, then the time slot word, then the enable registers of both carriers.
-    bool GetRegAddr(std::vector<unsigned int>& addrs) const override;
     void CleanStat() REQUIRES(m_Mutex) override;
 
 protected:
+    /// The words of the data area, then the time slot word, then the enable registers of both carriers.
+    Registers GetRegisters() const override;
+
     static constexpr size_t MAX_GROUPS = 7;
     using Counters = std::array<unsigned int, CARRIER_COUNT>;
     /// The words of one TTI record, a group each. A word holds carrier 0 in its low and carrier 1 in its high half.
@@ -35,7 +39,7 @@ private:
     [[nodiscard]] bool CountCarrier(const RegStruct& stReg, size_t szCarrier, unsigned int ulTtis) REQUIRES(m_Mutex);
 
     const size_t m_szGroups;
-    const size_t m_szTimeSlot; // position of the time slot word in GetRegAddr's list; the enable registers follow
+    const size_t m_szTimeSlot; // position of the time slot word in GetRegisters' list; the enable registers follow
 };
 
 /// Uplink rates. Requests 62768.

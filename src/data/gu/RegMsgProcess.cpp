@@ -23,7 +23,7 @@ constexpr unsigned int NO_TIME_STAMP = 0xFFFFFFFF;
 constexpr unsigned int REPORT_ADVANCE = 5; // ms
 
 /// The length of a report is held in 16 bits on its way to the client, so of a longer one only the rest above whole
-/// multiples of 65536 leaves. Required.
+/// multiples of 65536 leaves. Client tools rely on it.
 ByteView ReportData(ByteView data)
 {
     return data.first(data.size() & 0xFFFF);
@@ -79,7 +79,7 @@ void CRegMsgProcess::Process(const RegStruct& stReg, unsigned int ulTimeStamp)
 }
 
 /// The stored stamp is made real once the packet has left, though the packet's own stamp is made real on the way
-/// too; required. It shows where a report goes out without a new sample's stamp.
+/// too; client tools rely on it. It shows where a report goes out without a new sample's stamp.
 void CRegMsgProcess::Timer_BuildIndPacket(CPeriodRegMsgFromUe* pStat)
 {
     if (m_pOperation == nullptr)

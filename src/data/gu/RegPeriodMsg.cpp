@@ -3,6 +3,9 @@
 #include "data/gu/RegMsgProcess.h"
 #include "data/gu/RegisterManager.h"
 
+#include <algorithm>
+#include <iterator>
+
 CPeriodRegMsgFromUe::CPeriodRegMsgFromUe(const REG_STAT_SETUP& stSetup, std::span<const unsigned int> table)
     : m_pRegMsgProcess(stSetup.pRegMsgProcess),
       m_pulRegTable(table),
@@ -16,12 +19,26 @@ void CPeriodRegMsgFromUe::Process(const RegStruct&, unsigned int) {}
 
 bool CPeriodRegMsgFromUe::GetRegAddr(std::vector<unsigned int>& addrs) const
 {
-    const unsigned int ulBase = m_pRegMsgProcess->Manager().GetBaseAddr().ulWBBPBaseAddr;
-    if (ulBase == REG_BASE_ADDR_STRU::ADDR_UNKNOWN)
+    const Registers registers = GetRegisters();
+    if (std::ranges::find(registers, Registers::value_type()) != registers.end())
         return false;
-    for (const unsigned int ulOffset : m_pulRegTable)
-        addrs.push_back(ulBase + ulOffset);
+    std::ranges::transform(registers, std::back_inserter(addrs), [](const auto& ulAddr) { return *ulAddr; });
     return true;
+}
+
+CPeriodRegMsgFromUe::Registers CPeriodRegMsgFromUe::GetRegisters() const
+{
+    Registers registers;
+    AppendRegisters(registers, m_pRegMsgProcess->Manager().GetBaseAddr().ulWBBPBaseAddr, m_pulRegTable);
+    return registers;
+}
+
+void CPeriodRegMsgFromUe::AppendRegisters(Registers& registers, unsigned int ulBase,
+                                          std::span<const unsigned int> offsets)
+{
+    const bool bKnown = ulBase != REG_BASE_ADDR_STRU::ADDR_UNKNOWN;
+    for (const unsigned int ulOffset : offsets)
+        registers.push_back(bKnown ? std::optional(ulBase + ulOffset) : std::nullopt);
 }
 
 void CPeriodRegMsgFromUe::CleanStat()
@@ -56,12 +73,9 @@ void CPeriodRegMsgFromUe::Locate(const RegStruct& stReg)
     if (stKey.ullGeneration != 0 && stKey == m_stKey)
         return;
     m_stKey = stKey;
-    m_aulAddr.clear();
     m_aszPos.clear();
-    if (!GetRegAddr(m_aulAddr))
-        return;
-    for (const unsigned int ulAddr : m_aulAddr)
-        m_aszPos.push_back(FindReg(stReg.m_aulRegAddrs, ulAddr));
+    for (const auto& ulAddr : GetRegisters())
+        m_aszPos.push_back(ulAddr ? FindReg(stReg.m_aulRegAddrs, *ulAddr) : REG_NOT_FOUND);
 }
 
 bool CPeriodRegMsgFromUe::GetValue(const RegStruct& stReg, size_t szIdx, unsigned int& ulValue) const

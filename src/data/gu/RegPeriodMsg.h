@@ -6,6 +6,7 @@
 #include "data/gu/RegTables.h"
 
 #include <array>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -33,8 +34,9 @@ public:
     /// Takes one indication as a sample; the stamp is the message's own. Leaves everything as it is when a register
     /// is missing, as happens for a moment whenever the stream is rebuilt.
     virtual void Process(const RegStruct& stReg, unsigned int ulTimeStamp) REQUIRES(m_Mutex);
-    /// Appends the absolute addresses of the registers, duplicates included. False while a base is unknown.
-    virtual bool GetRegAddr(std::vector<unsigned int>& addrs) const;
+    /// Appends the absolute addresses of the registers, duplicates included. False, and nothing is appended, while a
+    /// base is unknown.
+    bool GetRegAddr(std::vector<unsigned int>& addrs) const;
     /// Puts everything back to the start but the time of the last report, and sets the period to 0.
     virtual void CleanStat() REQUIRES(m_Mutex);
 
@@ -55,8 +57,15 @@ public:
     static float CalcuPercent(unsigned int ulA, unsigned int ulB) { return CalcuDivision(ulA, ulB) * 100; }
 
 protected:
+    /// Absolute address of each register that the statistic needs, in order; none for one whose base is unknown.
+    using Registers = std::vector<std::optional<unsigned int>>;
+    virtual Registers GetRegisters() const;
+    /// Appends the registers at these offsets from a base, which may be unknown.
+    static void AppendRegisters(Registers& registers, unsigned int ulBase, std::span<const unsigned int> offsets);
+
     /// Finds this statistic's registers in the list of the indication. First step of every Process; costs nothing
-    /// while list and bases stay the same. Afterwards registers go by their position in GetRegAddr's list.
+    /// while list and bases stay the same. Afterwards registers go by their position in GetRegisters' list; one whose
+    /// base is unknown is missing.
     void Locate(const RegStruct& stReg) REQUIRES(m_Mutex);
     /// Sets ulValue to the value of register szIdx, or to 0 when the indication doesn't have it. False then.
     [[nodiscard]] bool GetValue(const RegStruct& stReg, size_t szIdx, unsigned int& ulValue) const REQUIRES(m_Mutex);
@@ -82,7 +91,6 @@ private:
         bool operator==(const REG_LOCATION_KEY&) const = default;
     };
 
-    REG_LOCATION_KEY m_stKey GUARDED_BY(m_Mutex); // what the positions below were found for
-    std::vector<unsigned int> m_aulAddr GUARDED_BY(m_Mutex);
+    REG_LOCATION_KEY m_stKey GUARDED_BY(m_Mutex);     // what the positions below were found for
     std::vector<size_t> m_aszPos GUARDED_BY(m_Mutex); // in the UE's list, or REG_NOT_FOUND
 };

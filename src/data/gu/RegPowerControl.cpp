@@ -36,7 +36,7 @@ float SetPower(unsigned int ulWord)
     return static_cast<float>(((lField & 0x400) != 0 ? lField - 2048 : lField) / 8.0);
 }
 
-/// 0x400 itself counts as positive here, unlike in a set's own words; required.
+/// 0x400 itself counts as positive here, unlike in a set's own words; client tools rely on both.
 int SlotPower(unsigned int ulWord)
 {
     const int lField = static_cast<int>(GetBitValue(ulWord, 0, 10));

@@ -282,7 +282,7 @@ struct Power_Control_TPC_STRU
     }
 };
 
-/// Indication 62770: per enabled carrier, kbit/s of 1024 bits.
+/// Indication 62770: per enabled carrier, values of HsupaRunRate.
 struct HSUPA_Link_Throughput_Statistics_STRU
 {
     static constexpr size_t SIZE = 12;

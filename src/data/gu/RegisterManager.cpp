@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <utility>
 
 namespace
 {
@@ -20,8 +21,9 @@ constexpr unsigned short MSG_TOOL_STATUS = 65027;      // u32 1: a diagnostic to
 constexpr unsigned int PID_REG = 110;
 constexpr unsigned int PID_DSP = 201;
 
-constexpr unsigned short MSG_REG_LIST = 62725; // one of the two ids of a confirmation
-constexpr size_t MAX_REQ_ADDRS = 1024;         // of one request
+constexpr unsigned short MSG_REG_LIST = 62725;                // one of the two ids of a confirmation
+constexpr size_t MAX_REQ_ADDRS = 1024;                        // of one request
+constexpr auto LIST_QUESTION_PAUSE = std::chrono::seconds(1); // between two questions for lists that don't fit
 
 // Messages from the UE: offsets from the start.
 constexpr size_t MSG_TIME_STAMP = 8; // u32
@@ -173,6 +175,7 @@ void CRegisterManager::ClearRegMap()
     for (const MODE_ENUM enMode : {MODE_1, MODE_0}) {
         m_aRegRefMap[enMode].clear();
         SetRegList(enMode, {});
+        m_abListStale[enMode] = false;
     }
 }
 
@@ -319,6 +322,10 @@ void CRegisterManager::ProcessRegReqPacket(unsigned short usMsgId, ByteView data
 
 void CRegisterManager::ProcessRegCnfMsg(ByteView msg)
 {
+    if (msg.size() < CNF_ADDRS) {
+        CDebug::Instance()->PrintWarn("register confirmation dropped: cut at byte %zu", msg.size());
+        return;
+    }
     const unsigned short usMsgId = LoadLe<unsigned short>(msg, MSG_ID);
     if (usMsgId == MSG_REG_LIST)
         m_bRegCfgCnfRcvd = true;
@@ -355,7 +362,7 @@ void CRegisterManager::SetRegList(MODE_ENUM enMode, std::vector<unsigned int> ad
     m_aRegList[enMode] = {std::make_shared<const std::vector<unsigned int>>(std::move(addrs)), ++m_ullGeneration};
 }
 
-void CRegisterManager::ProcessRegIndMsg(ByteView msg)
+void CRegisterManager::ProcessRegIndMsg(ByteView msg, Clock::time_point now)
 {
     const MODE_ENUM enMode = LoadLe<unsigned int>(msg, IND_SENDER) == SENDER_MODE_1 ? MODE_1 : MODE_0;
     REG_LIST_STRU stList; // keeps the list alive while the statistics look at it
@@ -365,13 +372,39 @@ void CRegisterManager::ProcessRegIndMsg(ByteView msg)
             return;
         stList = m_aRegList[enMode];
     }
-    if (LoadLe<unsigned short>(msg, IND_COUNT) != stList.pAddrs->size()) {
-        InformOmSendRegCfg(enMode);
+    const size_t szCount = LoadLe<unsigned short>(msg, IND_COUNT);
+    const bool bWhole = msg.size() >= IND_VALUES + 4 * szCount;
+    if (!bWhole)
+        CDebug::Instance()->PrintWarn("register indication dropped: cut at byte %zu", msg.size());
+    if (msg.size() < IND_VALUES)
+        return; // without its count it says nothing about the list
+    if (szCount != stList.pAddrs->size()) {
+        if (IsListQuestionDue(enMode, now))
+            InformOmSendRegCfg(enMode);
         return;
     }
+    SetListFits(enMode);
+    if (!bWhole)
+        return;
     const RegStruct stReg{*stList.pAddrs, Slice(msg, IND_VALUES), stList.ullGeneration};
     RefreshUPABaseAddr(stReg);
     m_pRegMsgProcess->Process(stReg, LoadLe<unsigned int>(msg, MSG_TIME_STAMP));
+}
+
+void CRegisterManager::SetListFits(MODE_ENUM enMode)
+{
+    const xtl::MutexGuard guard(m_Lock);
+    m_abListStale[enMode] = false;
+}
+
+/// The UE may send a hundred indications before its list arrives, and a question for each would hold them up.
+bool CRegisterManager::IsListQuestionDue(MODE_ENUM enMode, Clock::time_point now)
+{
+    const xtl::MutexGuard guard(m_Lock);
+    if (std::exchange(m_abListStale[enMode], true) && now - m_ListAsked < LIST_QUESTION_PAUSE)
+        return false;
+    m_ListAsked = now;
+    return true;
 }
 
 void CRegisterManager::RefreshUPABaseAddr(const RegStruct& stReg)

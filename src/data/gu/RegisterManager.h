@@ -6,6 +6,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <memory>
 #include <vector>
@@ -33,6 +34,8 @@ struct REG_BASE_ADDR_STRU
 class CRegisterManager
 {
 public:
+    using Clock = std::chrono::steady_clock;
+
     /// pParentAdapter isn't owned. Without one (null) nothing is sent and the UE counts as of an unknown kind.
     explicit CRegisterManager(COperationGUData* pParentAdapter);
     virtual ~CRegisterManager();
@@ -53,9 +56,11 @@ public:
 
     /// A client's start or stop request, its parameters without the packet head.
     void ProcessRegReqPacket(unsigned short usMsgId, ByteView data);
-    // Whole messages from the UE, common part included.
+    // Whole messages from the UE, common part included. One that ends before what it says it has is dropped.
     void ProcessRegCnfMsg(ByteView msg);
-    void ProcessRegIndMsg(ByteView msg);
+    /// Asks the UE for its list when the indication doesn't fit: at once for the first one, then once a second at
+    /// most until one fits.
+    void ProcessRegIndMsg(ByteView msg, Clock::time_point now = Clock::now());
     /// The answer to DspShareAddrQuery; ignored below 20 bytes.
     void RefreshWdspQueryAddr(ByteView msg);
 
@@ -99,6 +104,8 @@ private:
     void ClearRegMap() REQUIRES(m_Lock);
     void ForgetHsupaBase() REQUIRES(m_Lock);
     void SetRegList(MODE_ENUM enMode, std::vector<unsigned int> addrs) REQUIRES(m_Lock);
+    void SetListFits(MODE_ENUM enMode);
+    bool IsListQuestionDue(MODE_ENUM enMode, Clock::time_point now);
     void StoreConfirmedList(ByteView msg);
     bool LearnUPABaseAddr(const RegStruct& stReg);
     void RefreshUPABaseAddr(const RegStruct& stReg);
@@ -117,7 +124,10 @@ private:
     COperationGUData* const m_pParentAdapter;
     std::array<std::map<unsigned int, int>, REG_LIST_COUNT> m_aRegRefMap GUARDED_BY(m_Lock);
     std::array<REG_LIST_STRU, REG_LIST_COUNT> m_aRegList GUARDED_BY(m_Lock);
-    uint64_t m_ullGeneration GUARDED_BY(m_Lock) = 0;  // of the list stored last
+    uint64_t m_ullGeneration GUARDED_BY(m_Lock) = 0; // of the list stored last
+    /// An indication didn't fit the list, and none has fitted since.
+    std::array<bool, REG_LIST_COUNT> m_abListStale GUARDED_BY(m_Lock){};
+    Clock::time_point m_ListAsked GUARDED_BY(m_Lock); // last question for a stale list
     unsigned int m_ulUPAQueryWord GUARDED_BY(m_Lock); // first word of the DSP's query block
     std::atomic<bool> m_bBaseAddrOK = false;
     std::atomic<bool> m_bRegCfgCnfRcvd = false; // a 62725 came; for whoever looks at the object in a debugger
