@@ -13,8 +13,10 @@
 #include <atomic>
 #include <chrono>
 #include <ctime>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 class CAgent;
 class CClient;
@@ -42,6 +44,13 @@ constexpr bool IsKnownUeVersion(unsigned int ulVersion)
     return ulVersion == 0 || (ulVersion >= 2 && ulVersion <= 4);
 }
 
+/// What tells a COperationGUData the time: the system, unless a test does.
+struct GU_CLOCK
+{
+    std::function<std::chrono::steady_clock::time_point()> fnSteady = std::chrono::steady_clock::now; // of the tick
+    std::function<time_t()> fnWall = [] { return std::time(nullptr); }; // seconds; of the UE's RLC counters
+};
+
 /// All GU state of one UE. Lives as long as the agent. Requests come on the main thread, UE packets and the UE's
 /// disconnect on the agent message thread; what both touch is atomic or under one of the small locks below. No
 /// lock is held across a send.
@@ -66,6 +75,8 @@ public:
     void ClearData();
     /// A client goes away: nothing points to it afterwards.
     void ForgetClient(CClient* pClient);
+    /// For tests, while no other thread uses the object.
+    void SetClock(GU_CLOCK stClock) { m_stClock = std::move(stClock); }
 
     // For the processors, the register reader among them. Any thread.
 
@@ -211,6 +222,7 @@ private:
     // The agent message thread only.
     bool m_bImeiOk = false;
     bool m_bVersionOk = false;
+    GU_CLOCK m_stClock;
     std::chrono::steady_clock::time_point m_LastTick{};
     unsigned int m_ulTick = 0; // of 100 ms
     time_t m_tRlcStart = 0;    // start of the UE's RLC counters

@@ -21,7 +21,7 @@ void COperationGUData::ProcessSerialData(CAgent* pAgent, ByteSpan data, unsigned
 {
     SetEntry(pAgent);
     m_iUeId = ucUeIdx;
-    const auto now = std::chrono::steady_clock::now();
+    const auto now = m_stClock.fnSteady();
     if (now - m_LastTick >= TICK_INTERVAL) {
         TimerProc();
         m_LastTick = now;
@@ -249,7 +249,7 @@ template <size_t PART> void COperationGUData::StoreWCell(ByteView packet)
 
 void COperationGUData::StartRlcTime(ByteView)
 {
-    m_tRlcStart = std::time(nullptr);
+    m_tRlcStart = m_stClock.fnWall();
 }
 
 void COperationGUData::BuildRlcReports(ByteView packet)

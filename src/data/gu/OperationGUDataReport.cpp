@@ -134,7 +134,7 @@ bool COperationGUData::IsRlcReportDue(CPeriodMsgFromUe& report, ByteView packet,
 {
     if (!report.IsReport(GetRealTimeStamp(GuTimeStamp(packet)), REPORT_ADVANCE_MS))
         return false;
-    iSeconds = static_cast<int>(std::time(nullptr) - m_tRlcStart);
+    iSeconds = static_cast<int>(m_stClock.fnWall() - m_tRlcStart);
     return iSeconds > 0;
 }
 
