@@ -232,7 +232,7 @@ void CAgent::SendLinkRequest(int nUeIdx)
     SendData2UE(std::move(pReq), LINK_REQUEST.size(), nUeIdx, CHANNEL_GU_CMD);
 }
 
-/// Whichever channel went, the GU state of the UE starts anew.
+/// Whichever channel went, what the UE said of itself on its GU channel is forgotten and the GU link counts as down.
 void CAgent::DisconnectUE(const MSG_AGENT& stMsg)
 {
     if (stMsg.ulUeIdx >= MAXUENUM)
@@ -240,7 +240,7 @@ void CAgent::DisconnectUE(const MSG_AGENT& stMsg)
     CUE* const pUE = m_UEManager.GetUE(static_cast<int>(stMsg.ulUeIdx));
     if (stMsg.enChannel == CHANNEL_LTE_DIAG && pUE)
         pUE->ClearUEConnectionAck();
-    m_apOperationGU[stMsg.ulUeIdx]->ClearData();
+    m_apOperationGU[stMsg.ulUeIdx]->ClearData(ChannelsOf(stMsg));
     m_abJianLian[stMsg.ulUeIdx] = false;
 }
 

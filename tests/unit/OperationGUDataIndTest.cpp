@@ -38,14 +38,14 @@ TEST(OperationGUDataInd, FrameModes)
     EXPECT_EQ(Take({}), MODEM_NUM_UNKNOWN);
     EXPECT_EQ(Take(Join(Fill(13), OmFrame(card))), MODEM_NUM_UNKNOWN) << "a mark at another place: dropped";
     EXPECT_EQ(Take(OmBlock(2, {card})), MODEM_NUM_DUAL) << "offset 9";
-    operation.ClearData();
+    operation.ClearData(ALL_CHANNELS);
     EXPECT_EQ(Take(OmBlock(1, {card})), MODEM_NUM_DUAL)
         << "mode 2 stays, the search finds the mark behind a longer head";
     COperationGUData other;
     Bytes block = OmBlock(1, {card});
     other.ProcessSerialData(nullptr, block, 3);
     EXPECT_EQ(other.GetModemNum(), MODEM_NUM_DUAL) << "offset 17";
-    other.ClearData();
+    other.ClearData(ALL_CHANNELS);
     block = OmBlock(2, {card}); // 24 bytes from offset 17 on don't hold the mark
     other.ProcessSerialData(nullptr, block, 3);
     EXPECT_EQ(other.GetModemNum(), MODEM_NUM_UNKNOWN) << "and mode 1 stays too";

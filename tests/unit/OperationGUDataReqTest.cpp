@@ -400,7 +400,7 @@ TEST(OperationGUDataReq, RequestsAndUeMessagesAtOnce)
         gu.FromUe(GuTrace(8, 133, Fill(60, 0xFF), Ticks(i * 500)));
         gu.Operation().TimerProc();
         if (i % 50 == 49) {
-            gu.Operation().ClearData();
+            gu.Operation().ClearData({}); // as at the detach of another channel
             gu.FromUe(GuVersion("CEDAR-03"));
         }
         gu.Forget();

@@ -7,6 +7,7 @@
 #include "data/gu/GuRegister.h"
 #include "data/gu/RegisterManager.h"
 
+#include <algorithm>
 #include <thread>
 #include <utility>
 
@@ -65,7 +66,7 @@ unsigned int COperationGUData::GetRealTimeStamp(unsigned int ulStamp) const
     return IsKnownUeVersion(m_enUeVersion) ? ulStamp : ~ulStamp;
 }
 
-void COperationGUData::ClearData()
+void COperationGUData::ClearData(std::span<const enChannelType> gone)
 {
     std::shared_ptr<CRegisterManager> pOld;
     {
@@ -75,6 +76,12 @@ void COperationGUData::ClearData()
     m_bImeiOk = false;
     m_bVersionOk = false;
     m_enModemNum = MODEM_NUM_UNKNOWN;
+    if (std::ranges::find(gone, CHANNEL_GU_CMD) != gone.end())
+        OnCmdChannelGone();
+}
+
+void COperationGUData::OnCmdChannelGone()
+{
     m_stDataProcess.OM_InitDecap(); // the rest of a frame held won't come; it would swallow what the UE says next
 }
 

@@ -2,6 +2,7 @@
 
 #include "common/Bytes.h"
 #include "common/ThreadAnnotations.h"
+#include "common/Types.h"
 #include "common/xtl.h"
 #include "data/DiagPacket.h"
 #include "data/gu/GUDataProcess.h"
@@ -15,6 +16,7 @@
 #include <ctime>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -71,8 +73,10 @@ public:
     int TranslateProbePacket(ByteView req, CAgent* pAgent, CClient* pClient);
     /// A GU packet out of a frame. One of GU_RESULT_...
     int TranslateUEPacket(ByteView packet);
-    /// The UE went away; a frame of which it sent only a part is lost. Frame mode, SN books and report periods stay.
-    void ClearData();
+    /// Channels of the UE went away: what it said about itself is forgotten. A frame of which only a part came is
+    /// dropped with the GU command channel alone, since its rest comes there. Frame mode, SN books and report periods
+    /// stay. Agent message thread.
+    void ClearData(std::span<const enChannelType> gone);
     /// A client goes away: nothing points to it afterwards.
     void ForgetClient(CClient* pClient);
     /// For tests, while no other thread uses the object.
@@ -144,6 +148,7 @@ private:
     static constexpr unsigned long long SN_UNSET = ~0ULL;
 
     void ResetSn();
+    void OnCmdChannelGone();
     void SetEntry(CAgent* pAgent) { m_pAgent = pAgent; }
     std::shared_ptr<CClient> LastClient();
     std::shared_ptr<CRegisterManager> RegisterManager();
