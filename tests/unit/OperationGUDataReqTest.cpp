@@ -310,6 +310,108 @@ TEST(OperationGUDataReq, ForgottenClientLeavesTheOwnUe)
     EXPECT_EQ(gu.ToUe(), std::vector<Bytes>{TraceSwitch({})});
 }
 
+namespace
+{
+constexpr unsigned int PORT_UE_0 = 7; // of the fixture
+constexpr unsigned int PORT_UE_1 = 9;
+constexpr unsigned int PORT_NETWORK = 20;
+constexpr int NOWHERE = -1;
+
+/// The UE that a request of this object's own goes to, when there is one.
+int OwnRequestGoesTo(COperationGUData& operation)
+{
+    operation.BuildTraceReqMsg();
+    const auto sent = DrainUeQueue();
+    return sent.empty() ? NOWHERE : static_cast<int>(sent[0].ulUeIdx);
+}
+
+struct OwnRequests : testing::Test
+{
+    OwnRequests()
+    {
+        for (const auto& [ulUeIdx, ulPort] : {std::pair{1U, PORT_UE_1}, std::pair{15U, PORT_NETWORK}}) {
+            gu.Agent().AttachUe(ulUeIdx, ulPort);
+            gu.Agent().Confirm(ulUeIdx);
+        }
+        gu.Request(0x1111, 90, Fill(4)); // nobody knows the id, but the client is the last one now
+    }
+    /// The UE has spoken, so the object knows which one it is.
+    static void Speak(CGuFixture& gu, COperationGUData& operation, unsigned char ucUeIdx)
+    {
+        operation.ProcessSerialData(&gu.Agent().Agent(), {}, ucUeIdx);
+    }
+    void Unbind()
+    {
+        const xtl::MutexGuard guard(gu.Agent().Agent().BindMutex());
+        gu.Agent().Agent().UnBindUE(gu.Cmd().Get());
+    }
+
+    CGuFixture gu;
+};
+} // namespace
+
+TEST_F(OwnRequests, StayWithTheUeWhereverTheLastClientWent)
+{
+    Speak(gu, gu.Operation(), 0);
+    EXPECT_EQ(OwnRequestGoesTo(gu.Operation()), 0) << "bound here";
+    ASSERT_TRUE(gu.Agent().Bind(gu.Cmd(), PORT_UE_1));
+    EXPECT_EQ(OwnRequestGoesTo(gu.Operation()), 0) << "bound to another UE";
+    ASSERT_TRUE(gu.Agent().Bind(gu.Cmd(), PORT_UE_0));
+    EXPECT_EQ(OwnRequestGoesTo(gu.Operation()), 0) << "bound here again";
+}
+
+TEST_F(OwnRequests, AreDroppedWhileTheLastClientIsUnbound)
+{
+    const CLogCapture log;
+    Speak(gu, gu.Operation(), 0);
+    Unbind();
+    EXPECT_EQ(OwnRequestGoesTo(gu.Operation()), NOWHERE);
+    EXPECT_EQ(log.Count("[WAN] : client is not bind to any channel"), 1);
+}
+
+TEST_F(OwnRequests, GoToTheClientsUeBeforeTheOwnIndexIsKnown)
+{
+    EXPECT_EQ(OwnRequestGoesTo(gu.Operation()), 0);
+    ASSERT_TRUE(gu.Agent().Bind(gu.Cmd(), PORT_UE_1));
+    EXPECT_EQ(OwnRequestGoesTo(gu.Operation()), 1);
+}
+
+TEST_F(OwnRequests, SetUpOfAUeThatCameBackStaysWithIt)
+{
+    ASSERT_TRUE(gu.Agent().Bind(gu.Cmd(), PORT_UE_1));
+    gu.FromUe(GuVersion("CEDAR-03"));
+    const auto sent = gu.Agent().ToUe();
+    EXPECT_GE(sent.size(), 4U) << "tool attached, DSP address, mode, cards";
+    for (const QueuedMsg& stMsg : sent)
+        EXPECT_EQ(stMsg.ulUeIdx, 0U);
+}
+
+TEST_F(OwnRequests, LastClientIsForgottenAtTheDetachOfTheCommandChannel)
+{
+    Speak(gu, gu.Operation(), 0);
+    Unbind(); // or the detach would close it
+    for (const enChannelType enGone : {CHANNEL_LTE_DIAG, CHANNEL_LTE_DATA, CHANNEL_GU_DATA, CHANNEL_AT}) {
+        gu.Agent().Detach(0, enGone);
+        EXPECT_EQ(OwnRequestGoesTo(gu.Operation()), NOWHERE) << enGone;
+    }
+    gu.Agent().Detach(1, CHANNEL_GU_CMD);
+    EXPECT_EQ(OwnRequestGoesTo(gu.Operation()), NOWHERE) << "another UE's";
+    gu.Agent().Detach(0, CHANNEL_GU_CMD);
+    EXPECT_EQ(OwnRequestGoesTo(gu.Operation()), 0);
+}
+
+TEST_F(OwnRequests, LastClientOfTheNetworkUeIsForgottenAtItsOneDetach)
+{
+    ASSERT_TRUE(gu.Agent().Bind(gu.Cmd(), PORT_NETWORK));
+    COperationGUData& network = *gu.Agent().Agent().GetOperationGUFromClient(gu.Cmd().Get());
+    Speak(gu, network, 15);
+    gu.Request(0x1111, 90, Fill(4));
+    Unbind();
+    EXPECT_EQ(OwnRequestGoesTo(network), NOWHERE);
+    gu.Agent().Detach(15, CHANNEL_LTE_DIAG);
+    EXPECT_EQ(OwnRequestGoesTo(network), 15);
+}
+
 TEST(OperationGUDataReq, RegisterRange)
 {
     CGuFixture gu;

@@ -83,6 +83,8 @@ void COperationGUData::ClearData(std::span<const enChannelType> gone)
 void COperationGUData::OnCmdChannelGone()
 {
     m_stDataProcess.OM_InitDecap(); // the rest of a frame held won't come; it would swallow what the UE says next
+    const xtl::MutexGuard guard(m_ClientLock);
+    m_pClient.reset(); // whether it is bound is nothing to the UE that comes back
 }
 
 void COperationGUData::ForgetClient(CClient* pClient)
@@ -355,13 +357,18 @@ void COperationGUData::BuildTraceReqMsg()
     SendReq2UE(packet);
 }
 
+/// This UE, wherever the last client went since: what is sent may be the UE's own set-up or registers, which no other
+/// UE may get. Only while the index isn't known is it that client's UE. Negative for a last client that is bound to
+/// none, and without an agent.
 int COperationGUData::TargetUe()
 {
     CAgent* const pAgent = m_pAgent;
     if (!pAgent)
         return -1;
+    const int nOwnIdx = m_iUeId;
     const std::shared_ptr<CClient> pClient = LastClient();
-    return pClient ? pAgent->GetBindedUE(pClient.get()) : m_iUeId.load();
+    const int nBoundIdx = pClient ? pAgent->GetBindedUE(pClient.get()) : nOwnIdx;
+    return nBoundIdx < 0 || nOwnIdx < 0 ? nBoundIdx : nOwnIdx;
 }
 
 void COperationGUData::SendReq2UE(ByteView packet)

@@ -73,9 +73,9 @@ public:
     int TranslateProbePacket(ByteView req, CAgent* pAgent, CClient* pClient);
     /// A GU packet out of a frame. One of GU_RESULT_...
     int TranslateUEPacket(ByteView packet);
-    /// Channels of the UE went away: what it said about itself is forgotten. A frame of which only a part came is
-    /// dropped with the GU command channel alone, since its rest comes there. Frame mode, SN books and report periods
-    /// stay. Agent message thread.
+    /// Channels of the UE went away: what it said about itself is forgotten. With the GU command channel go a frame of
+    /// which only a part came, since its rest comes there, and the last client. Frame mode, SN books and report
+    /// periods stay. Agent message thread.
     void ClearData(std::span<const enChannelType> gone);
     /// A client goes away: nothing points to it afterwards.
     void ForgetClient(CClient* pClient);
@@ -96,8 +96,9 @@ public:
     void BuildTransReqMsg(unsigned short usId, ByteView params, unsigned int ulPid);
     /// Tells the UE which PIDs to trace.
     void BuildTraceReqMsg();
-    /// Sends a GU packet in segments, with the configured pause behind each, to the UE that the client of the last
-    /// request is bound to; without a client to this UE.
+    /// Sends a GU packet to this UE in segments, with the configured pause behind each. While the last client that
+    /// sent a request is bound to no UE the packet is dropped with a warning; before this UE's first block, when the
+    /// object doesn't know which one it is, the packet goes to the UE of that client.
     void SendReq2UE(ByteView packet);
 
     /// The stamp as it stands for the known version classes; its complement for all others.
