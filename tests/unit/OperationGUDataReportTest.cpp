@@ -209,6 +209,35 @@ TEST_F(GuReport, WCellPartsCutShort)
     EXPECT_EQ(payloads[0].size(), (65535U * 24 + 28) & 0xFFFF) << "a length has 16 bits";
 }
 
+TEST_F(GuReport, WCellWaitsForTheVersion)
+{
+    CGuFixture fresh;
+    fresh.Operation().SetClock({.fnSteady = [] { return std::chrono::steady_clock::time_point(); }}); // no tick
+    fresh.Request(0xB010, 84, Hex("01 02 2C 01"));                                                    // 3 ticks
+    fresh.Operation().ProcTransMsgFromUe(GuMsg(0xB012, Fill(8)), 0);
+    for (int i = 0; i < 5; ++i)
+        fresh.Operation().TimerProc();
+    EXPECT_TRUE(fresh.Indications().empty());
+    fresh.FromUe(GuVersion("CEDAR-03"));
+    EXPECT_TRUE(fresh.Indications().empty());
+    fresh.Operation().TimerProc();
+    EXPECT_EQ(fresh.Indications().size(), 1U) << "the sixth: ticks were counted";
+}
+
+TEST_F(GuReport, WCellPartsEndWithTheConnection)
+{
+    Start(0xB010, Hex("01 02 64 00"));
+    for (const unsigned short usId : Words{0xB012, 0xB015, 0xB065})
+        gu.Operation().ProcTransMsgFromUe(GuMsg(usId, Join(Fill(6, 0x11), Fill(6))), 0);
+    gu.Agent().Detach(0, CHANNEL_AT);
+    gu.FromUe(GuVersion("CEDAR-03"));
+    gu.Operation().TimerProc();
+    EXPECT_TRUE(gu.Indications().empty());
+    gu.FromUe(GuMsg(0xB012, Fill(8)));
+    gu.Operation().TimerProc();
+    EXPECT_EQ(Payloads(0xB012), std::vector<Bytes>{Fill(28)}) << "the period survives, no part does";
+}
+
 TEST_F(GuReport, TicksComeWithDataOnly)
 {
     auto now = std::chrono::steady_clock::now() + 1h; // the version's block made a tick in real time
@@ -324,6 +353,22 @@ TEST_F(GuReport, MacAndReorderingReports)
     packets = gu.Indications();
     ASSERT_EQ(packets.size(), 1U);
     EXPECT_EQ(packets[0].stHead.ulCmdId, 0x0154F51DU);
+}
+
+TEST_F(GuReport, ConfigurationsEndWithTheConnection)
+{
+    Start(0xF518, Hex("01"));
+    Start(0xF51B, Hex("01"));
+    const Bytes config = GuTrace(8, 133, Hex("34 12 10 00 00 01 11 12 13 14 15 00")); // waits for its confirmation
+    const Bytes confirm = GuTrace(0, 133, Hex("34 12 00 00"));
+    gu.FromUe(config);
+    gu.Agent().Detach(0, CHANNEL_AT);
+    gu.FromUe(GuVersion("CEDAR-03"));
+    gu.FromUe(confirm);
+    EXPECT_TRUE(gu.Indications().empty()) << "of a configuration from before";
+    gu.FromUe(config);
+    gu.FromUe(confirm);
+    EXPECT_EQ(gu.Indications().size(), 2U) << "the reports still run";
 }
 
 // A UE of no known class counts downwards: the gates see the complement of its stamps.

@@ -76,6 +76,7 @@ void COperationGUData::ClearData(std::span<const enChannelType> gone)
     m_bImeiOk = false;
     m_bVersionOk = false;
     m_enModemNum = MODEM_NUM_UNKNOWN;
+    ForgetReportData();
     if (std::ranges::find(gone, CHANNEL_GU_CMD) != gone.end())
         OnCmdChannelGone();
 }

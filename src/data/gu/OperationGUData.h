@@ -73,9 +73,9 @@ public:
     int TranslateProbePacket(ByteView req, CAgent* pAgent, CClient* pClient);
     /// A GU packet out of a frame. One of GU_RESULT_...
     int TranslateUEPacket(ByteView packet);
-    /// Channels of the UE went away: what it said about itself is forgotten. With the GU command channel go a frame of
-    /// which only a part came, since its rest comes there, and the last client. Frame mode, SN books and report
-    /// periods stay. Agent message thread.
+    /// Channels of the UE went away: what it said is forgotten, about itself and for reports still to come. With the GU
+    /// command channel go a frame of which only a part came, since its rest comes there, and the last client. Frame
+    /// mode, SN books and report periods stay. Agent message thread.
     void ClearData(std::span<const enChannelType> gone);
     /// A client goes away: nothing points to it afterwards.
     void ForgetClient(CClient* pClient);
@@ -188,6 +188,7 @@ private:
     static void SendTo(CClient* pClient, const DIAG_PACKET_ACK_STRU& stAck, ByteView payload);
 
     // Reports.
+    void ForgetReportData();
     bool JoinWCellParts(std::vector<unsigned char>& payload, unsigned int& ulTimeStamp);
     void SendByArrival(CPeriodMsgFromUe& report, ByteView packet, unsigned short usId, size_t szLen);
     void BuildWBlerIndPacket(ByteView packet);
