@@ -97,7 +97,7 @@ TEST(OperationGUDataInd, SsidOutOfTheBooks)
     COperationGUData operation;
     EXPECT_EQ(operation.CheckWhetherMsgIsLost(5, 8), 0);
     EXPECT_EQ(operation.CheckWhetherMsgIsLost(9, 255), 0);
-    EXPECT_EQ(log.Count("error fail file:./src/data/gu/OperationGUData, line:"), 2);
+    EXPECT_EQ(log.Count("[INF] : error fail file:./src/data/gu/OperationGUData, line:"), 2);
 }
 
 TEST(OperationGUDataInd, PacketsEnterTheSnBooks)

@@ -388,7 +388,7 @@ void COperationGUData::SendReq2UE(ByteView packet)
             return;
         OwnedBytes pFrame = CopyOnHeap(frame);
         if (!pFrame) {
-            CDebug::Instance()->PrintError("DpGuCmd function SendReq2UE Get memory Faild");
+            CDebug::Instance()->PrintInfo("DpGuCmd function SendReq2UE Get memory Faild");
             return;
         }
         m_pAgent.load()->SendData2UE(std::move(pFrame), static_cast<unsigned int>(frame.size()), nUeIdx,

@@ -79,7 +79,7 @@ int COperationGUData::CheckWhetherMsgIsLost(unsigned int ulSn, unsigned char ucS
     if (ulSn == 0)
         return 1;
     if (ucSsid >= SSID_COUNT) {
-        CDebug::Instance()->PrintError("error fail file:%s, line:%d", "./src/data/gu/OperationGUData", __LINE__);
+        CDebug::Instance()->PrintInfo("error fail file:%s, line:%d", "./src/data/gu/OperationGUData", __LINE__);
         return 0;
     }
     const xtl::MutexGuard guard(m_hSnLock);
@@ -373,7 +373,7 @@ void COperationGUData::SendTo(CClient* pClient, const DIAG_PACKET_ACK_STRU& stAc
     size_t szTotal = 0;
     OwnedBytes pPacket = BuildClientPacket(stAck, payload, szTotal);
     if (!pPacket) {
-        CDebug::Instance()->PrintError("DpGuCmd: function SendGUAckToClient Get memory faild");
+        CDebug::Instance()->PrintInfo("DpGuCmd: function SendGUAckToClient Get memory faild");
         return;
     }
     (void)pClient->SendData2Client(std::move(pPacket), szTotal); // always true
