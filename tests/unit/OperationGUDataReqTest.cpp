@@ -2,7 +2,7 @@
 
 #include "agent/Client.h"
 #include "common/Config.h"
-#include "support/GuFixture.h"
+#include "support/GuEvents.h"
 #include "support/LogCapture.h"
 
 #include <gtest/gtest.h>
@@ -481,6 +481,25 @@ TEST(OperationGUDataReq, MacRequests)
     EXPECT_EQ(gu.ToUe(), std::vector<Bytes>{TraceSwitch({133})});
     gu.Request(0xF51B, 84, Hex("00"));
     EXPECT_EQ(gu.ToUe(), std::vector<Bytes>{Hex("01 00 0C 00 01 81 00 00 01 00 01 00 00 00 00 00")});
+}
+
+TEST(OperationGUDataReq, OrderOfUeRequestAndConfirm)
+{
+    const struct
+    {
+        unsigned short usId;
+        unsigned int ulToUe;
+    } astCase[] = {{0xF539, 0xD001}, {0xF53C, 0xD001}, {0xF53F, 0xD001},
+                   {0xF542, 0xD001}, {0xF518, 0x8101}, {0xF51B, 0x8101}};
+    CGuFixture gu("CEDAR-03");
+    CGuEvents events(gu);
+    for (const auto& stCase : astCase)
+        for (const Bytes& params : {Hex("01 00 E8 03"), Hex("00 00 00 00")}) {
+            gu.Request(stCase.usId, 84, params);
+            EXPECT_EQ(events.Take(), (std::vector<GuEvent>{{GuEvent::UE, stCase.ulToUe},
+                                                           {GuEvent::CLIENT, 0x01540001U + stCase.usId}}))
+                << stCase.usId;
+        }
 }
 
 TEST(OperationGUDataReq, RequestsAndUeMessagesAtOnce)
