@@ -196,7 +196,7 @@ void CUeEvents::SendHostConnect(UE_INDEX ulUeIdx)
     }
 }
 
-/// Whichever channel went, the GU state of the UE starts anew.
+/// Whichever channel went, what the UE said of itself on its GU channel is forgotten and the GU link counts as down.
 void CUeEvents::DisconnectUE(const MSG_AGENT& stMsg)
 {
     if (stMsg.ulUeIdx >= MAXUENUM)
@@ -204,7 +204,7 @@ void CUeEvents::DisconnectUE(const MSG_AGENT& stMsg)
     CUE* const pUE = m_ueManager.GetUE(stMsg.ulUeIdx);
     if (stMsg.enChannel == CHANNEL_LTE_DIAG && pUE)
         pUE->ClearUEConnectionAck();
-    m_operations[stMsg.ulUeIdx]->ClearData();
+    m_operations[stMsg.ulUeIdx]->ClearData(ChannelsOf(stMsg));
 }
 
 void CUeEvents::OnUeDataArrive(std::span<const MSG_AGENT> run)

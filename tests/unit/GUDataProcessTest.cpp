@@ -124,16 +124,26 @@ TEST(GUDataProcess, LengthNotDivisibleByFour)
         Decoder decoder;
         EXPECT_FALSE(decoder.Take(Join(OmBlock(ulMode, {PACKET_A}), Bytes{0}), ulMode));
         EXPECT_TRUE(decoder.taken.empty());
-        const Bytes whole = OmBlock(ulMode, {PACKET_A});
-        EXPECT_TRUE(decoder.Take(Bytes(Slice(ByteView(whole), 0, Lead(ulMode) + 8)), ulMode));
-        EXPECT_FALSE(
-            decoder.Take(Join(LeadBytes(ulMode, 0), Slice(ByteView(whole), Lead(ulMode) + 8), Bytes{0}), ulMode))
-            << "refused also while a frame is held";
-        EXPECT_TRUE(decoder.taken.empty());
-        EXPECT_TRUE(decoder.Take(Join(LeadBytes(ulMode, 0), Slice(ByteView(whole), Lead(ulMode) + 8)), ulMode))
-            << "the frame held is still held";
-        EXPECT_EQ(decoder.taken.size(), 1U);
+        EXPECT_TRUE(decoder.Take(OmBlock(ulMode, {PACKET_B}, 5), ulMode)) << "the next block";
+        EXPECT_EQ(decoder.taken, std::vector<Bytes>{WithSsid(PACKET_B, 5)});
     }
+}
+
+TEST(GUDataProcess, RefusedBlockClearsTheHeldFrame)
+{
+    for (const unsigned int ulMode : BOTH_MODES)
+        for (const size_t szHeld : {size_t{4}, size_t{8}}) { // the mark alone, and with the length field
+            SCOPED_TRACE("mode " + std::to_string(ulMode) + ", held " + std::to_string(szHeld));
+            Decoder decoder;
+            const Bytes frame = OmFrame(PACKET_A);
+            EXPECT_TRUE(decoder.Take(Join(LeadBytes(ulMode, 3), Slice(ByteView(frame), 0, szHeld)), ulMode));
+            EXPECT_FALSE(decoder.Take(Join(LeadBytes(ulMode, 3), Slice(ByteView(frame), szHeld), Bytes{0}), ulMode));
+            EXPECT_FALSE(decoder.Take(Join(LeadBytes(ulMode, 3), Slice(ByteView(frame), szHeld)), ulMode))
+                << "the rest of a frame that is held no more";
+            EXPECT_TRUE(decoder.taken.empty());
+            EXPECT_TRUE(decoder.Take(OmBlock(ulMode, {PACKET_B}, 5), ulMode));
+            EXPECT_EQ(decoder.taken, std::vector<Bytes>{WithSsid(PACKET_B, 5)});
+        }
 }
 
 TEST(GUDataProcess, FrameOverThreeBlocks)

@@ -1,6 +1,7 @@
 #include "support/GuReports.h"
 
 #include "data/gu/MsgDispTable.h"
+#include "support/GuEvents.h"
 
 #include <set>
 
@@ -159,6 +160,26 @@ TEST_F(GuRequests, EveryPacketOfBothModems)
             FromUe(stPacket, ulModem);
             EXPECT_TRUE(NoReport()) << "stopped";
         }
+}
+
+// The road test answers the client and then asks the UE, all others the other way round.
+TEST_F(GuRequests, OrderOfConfirmAndUeRequest)
+{
+    CGuEvents events(gu);
+    for (const PACKET& stPacket : PACKETS)
+        for (unsigned int ulModem = 0; ulModem < 2; ++ulModem)
+            for (const bool bStart : {true, false}) {
+                SCOPED_TRACE(testing::Message() << std::hex << stPacket.usReq << " modem " << ulModem << " " << bStart);
+                const GuEvent confirm{GuEvent::CLIENT,
+                                      0x01000000U | unsigned{TypeOf(stPacket)} << 16 | Id(stPacket.usCnf, ulModem)};
+                const GuEvent request{GuEvent::UE, IsTrace(stPacket) ? 0x8101U : stPacket.usUeReq};
+                auto expected = IsGas(stPacket) ? std::vector{confirm, request} : std::vector{request, confirm};
+                if (stPacket.usReq == 0xE57C) // keeps the maintenance information running
+                    expected.insert(expected.begin(), {GuEvent::UE, 0xD004});
+                gu.Request(Id(stPacket.usReq, ulModem), TypeOf(stPacket),
+                           bStart ? Join(Hex("01 00"), W(stPacket.usPeriod)) : Fill(4));
+                EXPECT_EQ(events.Take(), expected);
+            }
 }
 
 TEST_F(GuRequests, BadPeriodsAndSwitches)

@@ -59,6 +59,32 @@ TEST_F(Gdsp, SmoothingOverTenIndications)
     }
 }
 
+TEST_F(Gdsp, IndicationsWithoutCellsTakePlacesInTheHistory)
+{
+    struct
+    {
+        unsigned int ulFull;  // indications with the cell at 10
+        unsigned int ulEmpty; // behind them
+        unsigned int ulExpected;
+    } const astCase[] = {
+        {1, 8, 30},  // the tenth: (20 + 10) / 1
+        {1, 9, 20},  // the eleventh pushes the cell out
+        {10, 8, 30}, // one of ten is left
+        {10, 10, 20},
+    };
+    Start(0xE506, 500);
+    for (const auto& stCase : astCase) {
+        Ind(0xE601, Fill(4)); // starts anew
+        for (unsigned int i = 0; i < stCase.ulFull; ++i)
+            Ind(0xE602, Cells(1, {CellOf(0x11, 10)}));
+        for (unsigned int i = 0; i < stCase.ulEmpty; ++i)
+            Ind(0xE602, Join(Cells(0, {}), Fill(2))); // a shorter packet is none
+        gu.Forget();
+        Ind(0xE602, Cells(1, {CellOf(0x11, 20)}));
+        EXPECT_EQ(Report(0xE508), Le(stCase.ulExpected)) << stCase.ulFull << " and " << stCase.ulEmpty;
+    }
+}
+
 TEST_F(Gdsp, SmoothingLooksAtTheFirstCellOfAnEntry)
 {
     Start(0xE52C, 500);

@@ -1,6 +1,6 @@
 #include "data/gu/MsgProcessNas.h"
 
-#include "support/GuFixture.h"
+#include "support/GuEvents.h"
 
 #include <gtest/gtest.h>
 
@@ -62,6 +62,25 @@ Bytes Counting(size_t szCount)
     return bytes;
 }
 } // namespace
+
+TEST_F(Nas, OrderOfConfirmAndUeRequest)
+{
+    CGuEvents events(gu);
+    for (const ONE_SHOT& stRow : ONE_SHOTS)
+        for (unsigned int ulModem = 0; ulModem < 2; ++ulModem) {
+            const unsigned short usReq = ReqId(stRow, ulModem);
+            SCOPED_TRACE(usReq);
+            gu.Request(usReq, 84, Fill(4));
+            EXPECT_EQ(events.Take(),
+                      (std::vector<GuEvent>{{GuEvent::CLIENT, 0x01540001U + usReq}, {GuEvent::UE, stRow.usReqMsgId}}))
+                << "the query is confirmed at once";
+        }
+    for (const unsigned short usReq : Words{0xE550, 0xE650, 0xE569, 0xE669, 0xE583, 0xE683}) {
+        gu.Request(usReq, 84, Hex("01 00 E8 03"));
+        EXPECT_EQ(events.Take(), (std::vector<GuEvent>{{GuEvent::UE, 0xC00B}, {GuEvent::CLIENT, 0x01540001U + usReq}}))
+            << usReq << ": a periodic report like others";
+    }
+}
 
 TEST_F(Nas, QueryAndAnswerOfBothModems)
 {

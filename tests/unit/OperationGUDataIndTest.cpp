@@ -38,14 +38,14 @@ TEST(OperationGUDataInd, FrameModes)
     EXPECT_EQ(Take({}), MODEM_NUM_UNKNOWN);
     EXPECT_EQ(Take(Join(Fill(13), OmFrame(card))), MODEM_NUM_UNKNOWN) << "a mark at another place: dropped";
     EXPECT_EQ(Take(OmBlock(2, {card})), MODEM_NUM_DUAL) << "offset 9";
-    operation.ClearData();
+    operation.ClearData(ALL_CHANNELS);
     EXPECT_EQ(Take(OmBlock(1, {card})), MODEM_NUM_DUAL)
         << "mode 2 stays, the search finds the mark behind a longer head";
     COperationGUData other;
     Bytes block = OmBlock(1, {card});
     other.ProcessSerialData(nullptr, block, 3);
     EXPECT_EQ(other.GetModemNum(), MODEM_NUM_DUAL) << "offset 17";
-    other.ClearData();
+    other.ClearData(ALL_CHANNELS);
     block = OmBlock(2, {card}); // 24 bytes from offset 17 on don't hold the mark
     other.ProcessSerialData(nullptr, block, 3);
     EXPECT_EQ(other.GetModemNum(), MODEM_NUM_UNKNOWN) << "and mode 1 stays too";
@@ -97,7 +97,7 @@ TEST(OperationGUDataInd, SsidOutOfTheBooks)
     COperationGUData operation;
     EXPECT_EQ(operation.CheckWhetherMsgIsLost(5, 8), 0);
     EXPECT_EQ(operation.CheckWhetherMsgIsLost(9, 255), 0);
-    EXPECT_EQ(log.Count("error fail file:./src/data/gu/OperationGUData, line:"), 2);
+    EXPECT_EQ(log.Count("[INF] : error fail file:./src/data/gu/OperationGUData, line:"), 2);
 }
 
 TEST(OperationGUDataInd, PacketsEnterTheSnBooks)
@@ -182,16 +182,37 @@ TEST(OperationGUDataInd, IndicationBytesAndSn)
 
 TEST(OperationGUDataInd, SilentWithoutVersion)
 {
-    CGuFixture gu;
-    for (const unsigned short usId : Words{0xB011, 0xB01E, 0xF021}) {
-        gu.FromUe(GuMsg(usId, Fill(8)));
-        gu.FromUe(GuMsg(usId, Fill(8), 0, 68));
-    }
-    gu.FromUe(GuMsg(0xA015, Fill(8), 0, 2));
-    gu.FromUe(GuTrace(0, 133, Fill(8)));
-    gu.FromUe(GuAnswer(0x80A6, 1));
-    EXPECT_TRUE(gu.Confirms().empty());
-    EXPECT_TRUE(gu.Indications().empty());
+    struct
+    {
+        const char* pszName;
+        Bytes packet;
+        size_t szConfirms; // once the version is known
+        size_t szIndications;
+    } const astCase[] = {
+        {"confirm", GuMsg(0xB011, Fill(8)), 1, 0},
+        {"confirm, second modem", GuMsg(0xB011, Fill(8), 0, 68), 1, 0},
+        {"indication", GuMsg(0xB01E, Fill(8)), 0, 1},
+        {"indication, second modem", GuMsg(0xB01E, Fill(8), 0, 68), 0, 1},
+        {"chain", GuMsg(0xF021, Fill(8)), 1, 0},
+        {"over the air", GuMsg(0xA015, Fill(8), 0, 2), 1, 0},
+        {"over the air, second modem", GuMsg(0xA025, Fill(8), 0, 66), 0, 1},
+        {"mode", GuAnswer(0x80A6, 1), 1, 0},
+        {"trace for a processor", GuTrace(0x1120, 130, Fill(20)), 0, 1},
+        {"trace of a configuration", GuTrace(8, 133, Hex("34 12 FF FF 00 00")), 0, 2},
+        {"trace of a confirmation", GuTrace(0, 133, Fill(4)), 0, 2},
+    };
+    for (const auto& stCase : astCase)
+        for (const bool bVersion : {false, true}) {
+            SCOPED_TRACE(std::string(stCase.pszName) + (bVersion ? ", version known" : ""));
+            CGuFixture gu(bVersion ? "TEAK-11" : "");
+            gu.Request(0xE560, 81, Hex("01 00 F4 01"));
+            gu.Request(0xF518, 84, Hex("01"));
+            gu.Request(0xF51B, 84, Hex("01"));
+            gu.Forget();
+            gu.FromUe(stCase.packet);
+            EXPECT_EQ(gu.Confirms().size(), bVersion ? stCase.szConfirms : 0);
+            EXPECT_EQ(gu.Indications().size(), bVersion ? stCase.szIndications : 0);
+        }
 }
 
 TEST(OperationGUDataInd, OtaTable)

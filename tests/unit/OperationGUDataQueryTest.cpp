@@ -121,7 +121,7 @@ TEST(OperationGUDataQuery, DspShareAddress)
     gu.FromUe(GuMsg(0xFE02, Le(0x1000U)));
     EXPECT_EQ(gu.ToUe(), std::vector<Bytes>{MODE_QUERY});
     EXPECT_EQ(log.Count("Already query dsp addr msg m_pRegisterManager = 0x"), 1);
-    gu.Operation().ClearData();
+    gu.Agent().Detach(0, CHANNEL_AT);
     EXPECT_EQ(gu.Operation().ProcTransMsgFromUe(GuMsg(0xFE02, Le(0x1000U)), 0), 0);
     EXPECT_EQ(log.Count("Already query dsp addr msg m_pRegisterManager = 0x0"), 1);
     EXPECT_TRUE(gu.ToUe().empty()) << "without a manager";
@@ -137,7 +137,7 @@ TEST(OperationGUDataQuery, RegisterConfirms)
         ASSERT_EQ(packets.size(), 1U);
         ExpectPacket(packets[0], {0x01540000U | usId, 0, ~5U, 0x0154, Le(3U)});
     }
-    gu.Operation().ClearData();
+    gu.Agent().Detach(0, CHANNEL_AT);
     EXPECT_EQ(gu.Operation().ProcTransMsgFromUe(GuMsg(0xF504, payload), 0), 0);
     EXPECT_TRUE(gu.Confirms().empty());
 }
@@ -235,7 +235,7 @@ TEST(OperationGUDataQuery, DisconnectForgetsTheUe)
     gu.FromUe(GuMsg(0xC002, Fill(288)));
     gu.Request(0xB016, 84, Hex("01 02 F4 01"));
     gu.Forget();
-    gu.Operation().ClearData();
+    gu.Agent().Detach(0, CHANNEL_AT);
     EXPECT_EQ(gu.Operation().GetModemNum(), MODEM_NUM_UNKNOWN);
     gu.FromUe(GuMsg(0xB011, Fill(4))); // the frame mode is still known
     EXPECT_TRUE(gu.Confirms().empty()) << "the version isn't";
@@ -247,15 +247,36 @@ TEST(OperationGUDataQuery, DisconnectForgetsTheUe)
     EXPECT_EQ(packets[0].stHead.ulRc, 2U) << "and so does the SN";
 }
 
-TEST(OperationGUDataQuery, DisconnectDropsTheFrameHeld)
+TEST(OperationGUDataQuery, FrameHeldAtADisconnect)
 {
-    CGuFixture gu("CEDAR-03");
-    Bytes block = OmBlock(2, {Fill(4000)});
-    block.resize(9 + 100); // the rest of the frame never comes
-    gu.Operation().ProcessSerialData(&gu.Agent().Agent().Bindings(), block, 0);
-    gu.Operation().ClearData();
-    gu.FromUe(GuVersion("CEDAR-03"));
-    EXPECT_TRUE(Holds(gu.ToUe(), MODE_QUERY)) << "the version is heard";
+    const struct
+    {
+        const char* pszName;
+        unsigned int ulUeIdx;
+        enChannelType enGone;
+        bool bDropped;
+    } astCase[] = {
+        {"LTE diag", 0, CHANNEL_LTE_DIAG, false},
+        {"LTE data", 0, CHANNEL_LTE_DATA, false},
+        {"GU command: the rest would come there", 0, CHANNEL_GU_CMD, true},
+        {"GU data", 0, CHANNEL_GU_DATA, false},
+        {"AT", 0, CHANNEL_AT, false},
+        {"network UE: one message for all channels", 15, CHANNEL_LTE_DIAG, true},
+    };
+    const Bytes frame = OmFrame(GuVersion("CEDAR-03"));
+    for (const auto& stCase : astCase) {
+        SCOPED_TRACE(stCase.pszName);
+        CGuFixture gu;
+        gu.Agent().AttachUe(15, 20);
+        const auto HearsVersion = [&](ByteView part) {
+            gu.Agent().FromUe(stCase.ulUeIdx, CHANNEL_GU_CMD, Join(Fill(17), part));
+            return Holds(gu.ToUe(), CARD_QUERY);
+        };
+        EXPECT_FALSE(HearsVersion(Slice(ByteView(frame), 0, 100)));
+        gu.Agent().Detach(stCase.ulUeIdx, stCase.enGone);
+        EXPECT_EQ(HearsVersion(Slice(ByteView(frame), 100)), !stCase.bDropped);
+        EXPECT_EQ(HearsVersion(frame), stCase.bDropped) << "a whole one, when the first wasn't heard";
+    }
 }
 
 TEST(OperationGUDataQuery, QueryAnswersOfNoKind)

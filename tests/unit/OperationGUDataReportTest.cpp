@@ -3,10 +3,9 @@
 #include "support/GuFixture.h"
 #include "support/LogCapture.h"
 
-#include <bit>
-#include <cmath>
 #include <gtest/gtest.h>
-#include <thread>
+
+using namespace std::chrono_literals;
 
 // Reports that the agent times. The UE is of class 0: its stamps are real time.
 
@@ -210,28 +209,56 @@ TEST_F(GuReport, WCellPartsCutShort)
     EXPECT_EQ(payloads[0].size(), (65535U * 24 + 28) & 0xFFFF) << "a length has 16 bits";
 }
 
-TEST_F(GuReport, TicksComeWithDataOnly)
+TEST_F(GuReport, WCellWaitsForTheVersion)
+{
+    CGuFixture fresh;
+    fresh.Operation().SetClock({.fnSteady = [] { return std::chrono::steady_clock::time_point(); }}); // no tick
+    fresh.Request(0xB010, 84, Hex("01 02 2C 01"));                                                    // 3 ticks
+    fresh.Operation().ProcTransMsgFromUe(GuMsg(0xB012, Fill(8)), 0);
+    for (int i = 0; i < 5; ++i)
+        fresh.Operation().TimerProc();
+    EXPECT_TRUE(fresh.Indications().empty());
+    fresh.FromUe(GuVersion("CEDAR-03"));
+    EXPECT_TRUE(fresh.Indications().empty());
+    fresh.Operation().TimerProc();
+    EXPECT_EQ(fresh.Indications().size(), 1U) << "the sixth: ticks were counted";
+}
+
+TEST_F(GuReport, WCellPartsEndWithTheConnection)
 {
     Start(0xB010, Hex("01 02 64 00"));
+    for (const unsigned short usId : Words{0xB012, 0xB015, 0xB065})
+        gu.Operation().ProcTransMsgFromUe(GuMsg(usId, Join(Fill(6, 0x11), Fill(6))), 0);
+    gu.Agent().Detach(0, CHANNEL_AT);
+    gu.FromUe(GuVersion("CEDAR-03"));
+    gu.Operation().TimerProc();
+    EXPECT_TRUE(gu.Indications().empty());
     gu.FromUe(GuMsg(0xB012, Fill(8)));
-    const auto Ticked = [this] {
-        gu.Operation().ProcTransMsgFromUe(GuMsg(0xB012, Fill(8)), 0);
-        Bytes nothing;
-        gu.Operation().ProcessSerialData(&gu.Agent().Agent().Bindings(), nothing, 0);
+    gu.Operation().TimerProc();
+    EXPECT_EQ(Payloads(0xB012), std::vector<Bytes>{Fill(28)}) << "the period survives, no part does";
+}
+
+TEST_F(GuReport, TicksComeWithDataOnly)
+{
+    auto now = std::chrono::steady_clock::now() + 1h; // the version's block made a tick in real time
+    gu.Operation().SetClock({.fnSteady = [&] { return now; }});
+    const auto StoreMessage = [this] { gu.Operation().ProcTransMsgFromUe(GuMsg(0xB012, Fill(8)), 0); };
+    const auto ReportsAfter = [&](std::chrono::milliseconds passed) {
+        now += passed;
+        StoreMessage();
+        gu.Operation().ProcessSerialData(&gu.Agent().Agent().Bindings(), {}, 0);
         return !Payloads(0xB012).empty();
     };
-    bool bWithinTick = false; // a machine that stalls lets the time pass
-    while (!bWithinTick) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(110));
-        (void)gu.Indications();
-        gu.Operation().ProcTransMsgFromUe(GuMsg(0xB012, Fill(8)), 0);
-        EXPECT_TRUE(gu.Indications().empty()) << "nothing but data from the UE makes a tick";
-        const auto start = std::chrono::steady_clock::now();
-        EXPECT_TRUE(Ticked());
-        const bool bTwice = Ticked();
-        bWithinTick = std::chrono::steady_clock::now() - start < std::chrono::milliseconds(100);
-        EXPECT_FALSE(bTwice && bWithinTick) << "not within 100 ms again";
-    }
+    Start(0xB010, Hex("01 02 64 00")); // with each tick
+    EXPECT_TRUE(ReportsAfter(0ms));
+    EXPECT_FALSE(ReportsAfter(99ms));
+    EXPECT_TRUE(ReportsAfter(1ms));
+    EXPECT_FALSE(ReportsAfter(99ms)) << "the interval starts anew";
+    now += 5s;
+    StoreMessage();
+    EXPECT_TRUE(gu.Indications().empty()) << "nothing but data from the UE makes a tick";
+    EXPECT_TRUE(ReportsAfter(0ms));
+    EXPECT_FALSE(ReportsAfter(0ms)) << "one tick, however long the UE was silent";
 }
 
 TEST_F(GuReport, ThroughputReports)
@@ -273,29 +300,28 @@ TEST_F(GuReport, ThroughputOfAllFourInOrder)
 
 TEST_F(GuReport, ThroughputNeedsASecondOfCounting)
 {
+    time_t now = 1000;
+    gu.Operation().SetClock({.fnWall = [&] { return now; }});
     Start(0xF53C, Hex("01 00 E8 03"));
     const Bytes payload = ActiveBearer(5, 6000000, 0);
-    // The two messages may lie on either side of a full second; then the report may come.
-    time_t before = 0;
-    do {
-        before = std::time(nullptr);
-        gu.FromUe(GuMsg(0xD002, Fill(4)));
-        gu.Forget();
-        gu.FromUe(GuMsg(0xD003, payload, Ticks(5000)));
-    } while (std::time(nullptr) != before);
+    gu.FromUe(GuMsg(0xD002, Fill(4)));
+    gu.FromUe(GuMsg(0xD003, payload, Ticks(5000)));
     EXPECT_TRUE(gu.Indications().empty()) << "no time has passed";
-    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    now = 1001;
     gu.FromUe(GuMsg(0xD003, payload, Ticks(5749)));
     EXPECT_TRUE(gu.Indications().empty()) << "the dropped one counts as reported";
     gu.FromUe(GuMsg(0xD003, payload, Ticks(5750)));
-    const auto payloads = Payloads(0xF53E);
-    ASSERT_EQ(payloads.size(), 1U);
-    // 6000000 by one second, or by as many more as a busy machine let pass.
-    const auto fPerSecond = std::bit_cast<float>(LoadLe<uint32_t>(payloads[0], 8));
-    const long lSeconds = std::lround(6000000.0F / fPerSecond);
-    EXPECT_GE(lSeconds, 1);
-    EXPECT_LE(lSeconds, std::time(nullptr) - before);
-    EXPECT_EQ(fPerSecond, 6000000.0F / static_cast<float>(lSeconds));
+    EXPECT_EQ(Payloads(0xF53E), std::vector<Bytes>{Hex("01 00 00 00 05 00 00 00 00 1B B7 4A")}) << "6000000.0";
+    now = 1004;
+    gu.FromUe(GuMsg(0xD003, payload, Ticks(6500)));
+    EXPECT_EQ(Payloads(0xF53E), std::vector<Bytes>{Hex("01 00 00 00 05 00 00 00 00 1B B7 49")}) << "6000000 / 4 s";
+    now = 999; // the system's time was set back
+    gu.FromUe(GuMsg(0xD003, payload, Ticks(7250)));
+    EXPECT_TRUE(gu.Indications().empty());
+    gu.FromUe(GuMsg(0xD002, Fill(4)));
+    now = 1001;
+    gu.FromUe(GuMsg(0xD003, payload, Ticks(8000)));
+    EXPECT_EQ(Payloads(0xF53E), std::vector<Bytes>{Hex("01 00 00 00 05 00 00 00 00 1B 37 4A")}) << "since the restart";
 }
 
 TEST_F(GuReport, MacAndReorderingReports)
@@ -327,6 +353,22 @@ TEST_F(GuReport, MacAndReorderingReports)
     packets = gu.Indications();
     ASSERT_EQ(packets.size(), 1U);
     EXPECT_EQ(packets[0].stHead.ulCmdId, 0x0154F51DU);
+}
+
+TEST_F(GuReport, ConfigurationsEndWithTheConnection)
+{
+    Start(0xF518, Hex("01"));
+    Start(0xF51B, Hex("01"));
+    const Bytes config = GuTrace(8, 133, Hex("34 12 10 00 00 01 11 12 13 14 15 00")); // waits for its confirmation
+    const Bytes confirm = GuTrace(0, 133, Hex("34 12 00 00"));
+    gu.FromUe(config);
+    gu.Agent().Detach(0, CHANNEL_AT);
+    gu.FromUe(GuVersion("CEDAR-03"));
+    gu.FromUe(confirm);
+    EXPECT_TRUE(gu.Indications().empty()) << "of a configuration from before";
+    gu.FromUe(config);
+    gu.FromUe(confirm);
+    EXPECT_EQ(gu.Indications().size(), 2U) << "the reports still run";
 }
 
 // A UE of no known class counts downwards: the gates see the complement of its stamps.

@@ -2,7 +2,7 @@
 
 #include "agent/Client.h"
 #include "common/Config.h"
-#include "support/GuFixture.h"
+#include "support/GuEvents.h"
 #include "support/LogCapture.h"
 
 #include <gtest/gtest.h>
@@ -310,6 +310,108 @@ TEST(OperationGUDataReq, ForgottenClientLeavesTheOwnUe)
     EXPECT_EQ(gu.ToUe(), std::vector<Bytes>{TraceSwitch({})});
 }
 
+namespace
+{
+constexpr unsigned int PORT_UE_0 = 7; // of the fixture
+constexpr unsigned int PORT_UE_1 = 9;
+constexpr unsigned int PORT_NETWORK = 20;
+constexpr int NOWHERE = -1;
+
+/// The UE that a request of this object's own goes to, when there is one.
+int OwnRequestGoesTo(COperationGUData& operation)
+{
+    operation.BuildTraceReqMsg();
+    const auto sent = DrainUeQueue();
+    return sent.empty() ? NOWHERE : static_cast<int>(sent[0].ulUeIdx);
+}
+
+struct OwnRequests : testing::Test
+{
+    OwnRequests()
+    {
+        for (const auto& [ulUeIdx, ulPort] : {std::pair{1U, PORT_UE_1}, std::pair{15U, PORT_NETWORK}}) {
+            gu.Agent().AttachUe(ulUeIdx, ulPort);
+            gu.Agent().Confirm(ulUeIdx);
+        }
+        gu.Request(0x1111, 90, Fill(4)); // nobody knows the id, but the client is the last one now
+    }
+    /// The UE has spoken, so the object knows which one it is.
+    static void Speak(CGuFixture& gu, COperationGUData& operation, unsigned char ucUeIdx)
+    {
+        operation.ProcessSerialData(&gu.Agent().Agent(), {}, ucUeIdx);
+    }
+    void Unbind()
+    {
+        const xtl::MutexGuard guard(gu.Agent().Agent().BindMutex());
+        gu.Agent().Agent().UnBindUE(gu.Cmd().Get());
+    }
+
+    CGuFixture gu;
+};
+} // namespace
+
+TEST_F(OwnRequests, StayWithTheUeWhereverTheLastClientWent)
+{
+    Speak(gu, gu.Operation(), 0);
+    EXPECT_EQ(OwnRequestGoesTo(gu.Operation()), 0) << "bound here";
+    ASSERT_TRUE(gu.Agent().Bind(gu.Cmd(), PORT_UE_1));
+    EXPECT_EQ(OwnRequestGoesTo(gu.Operation()), 0) << "bound to another UE";
+    ASSERT_TRUE(gu.Agent().Bind(gu.Cmd(), PORT_UE_0));
+    EXPECT_EQ(OwnRequestGoesTo(gu.Operation()), 0) << "bound here again";
+}
+
+TEST_F(OwnRequests, AreDroppedWhileTheLastClientIsUnbound)
+{
+    const CLogCapture log;
+    Speak(gu, gu.Operation(), 0);
+    Unbind();
+    EXPECT_EQ(OwnRequestGoesTo(gu.Operation()), NOWHERE);
+    EXPECT_EQ(log.Count("[WAN] : client is not bind to any channel"), 1);
+}
+
+TEST_F(OwnRequests, GoToTheClientsUeBeforeTheOwnIndexIsKnown)
+{
+    EXPECT_EQ(OwnRequestGoesTo(gu.Operation()), 0);
+    ASSERT_TRUE(gu.Agent().Bind(gu.Cmd(), PORT_UE_1));
+    EXPECT_EQ(OwnRequestGoesTo(gu.Operation()), 1);
+}
+
+TEST_F(OwnRequests, SetUpOfAUeThatCameBackStaysWithIt)
+{
+    ASSERT_TRUE(gu.Agent().Bind(gu.Cmd(), PORT_UE_1));
+    gu.FromUe(GuVersion("CEDAR-03"));
+    const auto sent = gu.Agent().ToUe();
+    EXPECT_GE(sent.size(), 4U) << "tool attached, DSP address, mode, cards";
+    for (const QueuedMsg& stMsg : sent)
+        EXPECT_EQ(stMsg.ulUeIdx, 0U);
+}
+
+TEST_F(OwnRequests, LastClientIsForgottenAtTheDetachOfTheCommandChannel)
+{
+    Speak(gu, gu.Operation(), 0);
+    Unbind(); // or the detach would close it
+    for (const enChannelType enGone : {CHANNEL_LTE_DIAG, CHANNEL_LTE_DATA, CHANNEL_GU_DATA, CHANNEL_AT}) {
+        gu.Agent().Detach(0, enGone);
+        EXPECT_EQ(OwnRequestGoesTo(gu.Operation()), NOWHERE) << enGone;
+    }
+    gu.Agent().Detach(1, CHANNEL_GU_CMD);
+    EXPECT_EQ(OwnRequestGoesTo(gu.Operation()), NOWHERE) << "another UE's";
+    gu.Agent().Detach(0, CHANNEL_GU_CMD);
+    EXPECT_EQ(OwnRequestGoesTo(gu.Operation()), 0);
+}
+
+TEST_F(OwnRequests, LastClientOfTheNetworkUeIsForgottenAtItsOneDetach)
+{
+    ASSERT_TRUE(gu.Agent().Bind(gu.Cmd(), PORT_NETWORK));
+    COperationGUData& network = *gu.Agent().Agent().GetOperationGUFromClient(gu.Cmd().Get());
+    Speak(gu, network, 15);
+    gu.Request(0x1111, 90, Fill(4));
+    Unbind();
+    EXPECT_EQ(OwnRequestGoesTo(network), NOWHERE);
+    gu.Agent().Detach(15, CHANNEL_LTE_DIAG);
+    EXPECT_EQ(OwnRequestGoesTo(network), 15);
+}
+
 TEST(OperationGUDataReq, RegisterRange)
 {
     CGuFixture gu;
@@ -381,6 +483,25 @@ TEST(OperationGUDataReq, MacRequests)
     EXPECT_EQ(gu.ToUe(), std::vector<Bytes>{Hex("01 00 0C 00 01 81 00 00 01 00 01 00 00 00 00 00")});
 }
 
+TEST(OperationGUDataReq, OrderOfUeRequestAndConfirm)
+{
+    const struct
+    {
+        unsigned short usId;
+        unsigned int ulToUe;
+    } astCase[] = {{0xF539, 0xD001}, {0xF53C, 0xD001}, {0xF53F, 0xD001},
+                   {0xF542, 0xD001}, {0xF518, 0x8101}, {0xF51B, 0x8101}};
+    CGuFixture gu("CEDAR-03");
+    CGuEvents events(gu);
+    for (const auto& stCase : astCase)
+        for (const Bytes& params : {Hex("01 00 E8 03"), Hex("00 00 00 00")}) {
+            gu.Request(stCase.usId, 84, params);
+            EXPECT_EQ(events.Take(), (std::vector<GuEvent>{{GuEvent::UE, stCase.ulToUe},
+                                                           {GuEvent::CLIENT, 0x01540001U + stCase.usId}}))
+                << stCase.usId;
+        }
+}
+
 TEST(OperationGUDataReq, RequestsAndUeMessagesAtOnce)
 {
     CGuFixture gu("CEDAR-03");
@@ -400,7 +521,7 @@ TEST(OperationGUDataReq, RequestsAndUeMessagesAtOnce)
         gu.FromUe(GuTrace(8, 133, Fill(60, 0xFF), Ticks(i * 500)));
         gu.Operation().TimerProc();
         if (i % 50 == 49) {
-            gu.Operation().ClearData();
+            gu.Operation().ClearData({}); // as at the detach of another channel
             gu.FromUe(GuVersion("CEDAR-03"));
         }
         gu.Forget();

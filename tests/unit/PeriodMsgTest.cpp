@@ -159,6 +159,17 @@ TEST(PeriodMac, WaitsForTheConfirmation)
     EXPECT_TRUE(report.ConfirmMsg(GuMsg(0x8003, Fill(24))));
 }
 
+TEST(PeriodMac, ForgottenConfiguration)
+{
+    CPeriodMACMsgFromUe report;
+    report.SetPeriod(1);
+    EXPECT_FALSE(report.MsgProcess(Config(0x1234, 0xFFFE, 1, Entry(0x11, 0x12, 0, 0, 0, 0))));
+    report.ForgetConfig();
+    EXPECT_FALSE(report.ConfirmMsg(GuMsg(0x8003, Join(Fill(22), Hex("34 12")))));
+    EXPECT_TRUE(report.ConfirmMsg(GuMsg(0x8003, Fill(24)))) << "0 is awaited, as at first";
+    EXPECT_EQ(Stored(report), Fill(4)) << "no flow is left";
+}
+
 TEST(PeriodMac, AtMostEightEntries)
 {
     CPeriodMACMsgFromUe report;
@@ -210,4 +221,15 @@ TEST(PeriodReordering, Confirmation)
     EXPECT_FALSE(report.ConfirmMsg(GuMsg(0x8003, Fill(24))));
     EXPECT_TRUE(report.ConfirmMsg(GuMsg(0x8003, Join(Fill(22), Hex("07 00")))));
     EXPECT_EQ(Stored(report).size(), 4U + 44);
+}
+
+TEST(PeriodReordering, ForgottenConfiguration)
+{
+    CPeriodReorderingMsgFromUe report;
+    report.SetPeriod(1);
+    EXPECT_FALSE(report.MsgProcess(Config(7, 0, 1, Entry(1, 0, 3, 2, 0, 0))));
+    report.ForgetConfig();
+    EXPECT_FALSE(report.ConfirmMsg(GuMsg(0x8003, Join(Fill(22), Hex("07 00")))));
+    EXPECT_TRUE(report.ConfirmMsg(GuMsg(0x8003, Fill(24)))) << "0 is awaited, as at first";
+    EXPECT_EQ(Stored(report), Fill(4)) << "no queue is left";
 }

@@ -2,6 +2,7 @@
 
 #include "support/TestBytes.h"
 
+#include <array>
 #include <gtest/gtest.h>
 
 namespace
@@ -62,6 +63,65 @@ TEST(RlcThroughput, DownlinkBearersTakeTheLowWord)
     // 0x800 / 4 = 512, 2048 / 4 = 512
     EXPECT_EQ(Bytes(ByteView(RbDlReport(Payload(), 4))),
               Hex("02 00 00 00  05 00 00 00 00 00 00 44  09 00 00 00 00 00 00 44"));
+}
+
+TEST(RlcThroughput, UplinkBearersTakeTheWholeCounter)
+{
+    // 0x1'0000'0800 / 4 = 0x4000'0200 = 4E800004 as a float; its low word alone would give 512
+    EXPECT_EQ(Bytes(ByteView(RbUlReport(Rb({1, 5, 0x1'0000'0800ULL, 0, 0, 0, 0, 0, 0, 0, 0}), 4))),
+              Hex("01 00 00 00  05 00 00 00 04 00 80 4E"));
+}
+
+TEST(RlcThroughput, CountersAAndBAddUpTo64Bits)
+{
+    // A: 0x1'8000'0000 + 0x8000'0000 = 0x2'0000'0000, by 2 s 2^32 = 4F800000: neither the sum nor a counter is cut.
+    // B: 0x2'C000'0000 + 0x4000'0000 = 0x3'0000'0000, by 2 s 1.5 * 2^32 = 4FC00000.
+    constexpr unsigned long long A1 = 0x1'8000'0000ULL;
+    constexpr unsigned long long A2 = 0x8000'0000ULL;
+    constexpr unsigned long long B1 = 0x2'C000'0000ULL;
+    constexpr unsigned long long B2 = 0x4000'0000ULL;
+    const Bytes rates = Hex("00 00 80 4F  00 00 C0 4F  00 00 00 00");
+    const Bytes up = Join(Rb({1, 1, A1, B1, 0, 0, 0, 0, 0, 0, 0}), Rb({1, 2, A2, B2, 0, 0, 0, 0, 0, 0, 0}));
+    const Bytes down = Join(Rb({1, 1, 0, 0, 0, 0, A1, B1, 0, 0, 0}), Rb({1, 2, 0, 0, 0, 0, A2, B2, 0, 0, 0}));
+    EXPECT_EQ(Bytes(ByteView(RlcUlReport(up, 2))), rates);
+    EXPECT_EQ(Bytes(ByteView(RlcDlReport(down, 2))), rates);
+}
+
+TEST(RlcThroughput, OtherSumsHave32Bits)
+{
+    const struct
+    {
+        const char* pszName;
+        std::array<unsigned int, 2> aulC, aulD;
+        const char* pszRatio;
+    } astUp[] = {
+        {"C: 3", {0xFFFFFFFF, 4}, {1, 0}, "00 00 80 3E"},                       // 1 / (1 + 3) = 0.25
+        {"D: 1", {3, 0}, {0xFFFFFFFF, 2}, "00 00 80 3E"},                       // the same
+        {"D: 0", {3, 0}, {0x80000000, 0x80000000}, "00 00 00 00"},              // no D
+        {"D + C: 0x40000000", {0x80000000, 0}, {0xC0000000, 0}, "00 00 40 40"}, // 3.0
+    };
+    for (const auto& stCase : astUp) {
+        const Bytes payload = Join(Rb({1, 1, 0, 0, stCase.aulC[0], stCase.aulD[0], 0, 0, 0, 0, 0}),
+                                   Rb({1, 2, 0, 0, stCase.aulC[1], stCase.aulD[1], 0, 0, 0, 0, 0}));
+        EXPECT_EQ(Bytes(ByteView(RlcUlReport(payload, 1))), Join(Fill(8), Hex(stCase.pszRatio))) << stCase.pszName;
+    }
+    const struct
+    {
+        const char* pszName;
+        std::array<unsigned int, 2> aulC, aulD, aulE;
+        const char* pszRatio;
+    } astDown[] = {
+        {"C: 1", {0xFFFFFFFF, 2}, {1, 0}, {3, 0}, "00 00 C8 41"}, // 1 / (1 + 3) * 100 = 25
+        {"D: 1", {1, 0}, {0xFFFFFFFF, 2}, {3, 0}, "00 00 C8 41"},
+        {"E: 3", {1, 0}, {1, 0}, {0xFFFFFFFF, 4}, "00 00 C8 41"},
+        {"D: 0", {1, 0}, {0x80000000, 0x80000000}, {3, 0}, "00 00 00 00"},
+        {"D + E: 0x40000000", {0x20000000, 0}, {0xC0000000, 0}, {0x80000000, 0}, "00 00 48 42"}, // 50
+    };
+    for (const auto& stCase : astDown) {
+        const Bytes payload = Join(Rb({1, 1, 0, 0, 0, 0, 0, 0, stCase.aulC[0], stCase.aulD[0], stCase.aulE[0]}),
+                                   Rb({1, 2, 0, 0, 0, 0, 0, 0, stCase.aulC[1], stCase.aulD[1], stCase.aulE[1]}));
+        EXPECT_EQ(Bytes(ByteView(RlcDlReport(payload, 1))), Join(Fill(8), Hex(stCase.pszRatio))) << stCase.pszName;
+    }
 }
 
 TEST(RlcThroughput, NoActiveBearer)

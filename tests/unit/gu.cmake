@@ -41,3 +41,8 @@ vex_test(test_gu_reports
         MsgProcessTtfTraceTest.cpp
     LIBS vex_agent_fixture
 )
+
+# CGuEvents sees what is sent, and when.
+foreach(NAME test_gu test_gu_reports)
+    target_link_options(${NAME} PRIVATE LINKER:--wrap=send)
+endforeach()

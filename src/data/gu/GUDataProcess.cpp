@@ -119,8 +119,10 @@ bool CGUDataProcess::OM_UsbFrameEncap(ByteView data, std::vector<unsigned char>&
 bool CGUDataProcess::OM_UsbFrameDecap(ByteSpan data, size_t szStart, unsigned int ulMode)
 {
     szStart = std::min(szStart, data.size());
-    if ((data.size() - szStart) % 4 != 0)
+    if ((data.size() - szStart) % 4 != 0) {
+        ClearRemain();
         return false;
+    }
     if (m_usRemainLen > 0) {
         size_t szConsumed = 0;
         if (OM_HandleRemain(data.subspan(szStart), szConsumed, ulMode))

@@ -6,6 +6,7 @@
 #include "data/gu/GuRegister.h"
 #include "data/gu/RegisterManager.h"
 
+#include <algorithm>
 #include <thread>
 #include <utility>
 
@@ -64,7 +65,7 @@ unsigned int COperationGUData::GetRealTimeStamp(unsigned int ulStamp) const
     return IsKnownUeVersion(m_enUeVersion) ? ulStamp : ~ulStamp;
 }
 
-void COperationGUData::ClearData()
+void COperationGUData::ClearData(std::span<const enChannelType> gone)
 {
     std::shared_ptr<CRegisterManager> pOld;
     {
@@ -75,7 +76,16 @@ void COperationGUData::ClearData()
     m_bImeiOk = false;
     m_bVersionOk = false;
     m_enModemNum = MODEM_NUM_UNKNOWN;
+    ForgetReportData();
+    if (std::ranges::find(gone, CHANNEL_GU_CMD) != gone.end())
+        OnCmdChannelGone();
+}
+
+void COperationGUData::OnCmdChannelGone()
+{
     m_stDataProcess.OM_InitDecap(); // the rest of a frame held won't come; it would swallow what the UE says next
+    const xtl::MutexGuard guard(m_ClientLock);
+    m_pClient.reset(); // whether it is bound is nothing to the UE that comes back
 }
 
 void COperationGUData::ForgetClient(IClientPort* pClient)
@@ -348,13 +358,18 @@ void COperationGUData::BuildTraceReqMsg()
     SendReq2UE(packet);
 }
 
+/// This UE, wherever the last client went since: what is sent may be the UE's own set-up or registers, which no other
+/// UE may get. Only while the index isn't known is it that client's UE. UE_NONE for a last client that is bound to
+/// none, and without an agent.
 UE_INDEX COperationGUData::TargetUe()
 {
     IBindings* const pBindings = m_pBindings;
     if (!pBindings)
         return UE_NONE;
+    const UE_INDEX ulOwnIdx = m_ulUeId;
     const std::shared_ptr<IClientPort> pClient = LastClient();
-    return pClient ? pBindings->GetBindedUE(pClient.get()) : m_ulUeId.load();
+    const UE_INDEX ulBoundIdx = pClient ? pBindings->GetBindedUE(pClient.get()) : ulOwnIdx;
+    return ulBoundIdx == UE_NONE || ulOwnIdx == UE_NONE ? ulBoundIdx : ulOwnIdx;
 }
 
 void COperationGUData::SendReq2UE(ByteView packet)
@@ -373,7 +388,7 @@ void COperationGUData::SendReq2UE(ByteView packet)
             return;
         OwnedBytes pFrame = CopyOnHeap(frame);
         if (!pFrame) {
-            CDebug::Instance()->PrintError("DpGuCmd function SendReq2UE Get memory Faild");
+            CDebug::Instance()->PrintInfo("DpGuCmd function SendReq2UE Get memory Faild");
             return;
         }
         SendData2UE(std::move(pFrame), frame.size(), ulUeIdx, CHANNEL_GU_CMD);

@@ -2,6 +2,7 @@
 
 #include "common/Bytes.h"
 #include "common/ThreadAnnotations.h"
+#include "common/Types.h"
 #include "common/xtl.h"
 #include "data/AgentInterfaces.h"
 #include "data/DiagPacket.h"
@@ -15,8 +16,11 @@
 #include <atomic>
 #include <chrono>
 #include <ctime>
+#include <functional>
 #include <memory>
+#include <span>
 #include <string>
+#include <utility>
 
 class CGuRegister;
 class CRegisterManager;
@@ -42,6 +46,13 @@ constexpr bool IsKnownUeVersion(unsigned int ulVersion)
     return ulVersion == 0 || (ulVersion >= 2 && ulVersion <= 4);
 }
 
+/// What tells a COperationGUData the time: the system, unless a test does.
+struct GU_CLOCK
+{
+    std::function<std::chrono::steady_clock::time_point()> fnSteady = std::chrono::steady_clock::now; // of the tick
+    std::function<time_t()> fnWall = [] { return std::time(nullptr); }; // seconds; of the UE's RLC counters
+};
+
 /// All GU state of one UE. Lives as long as the agent. Requests come on the main thread, UE packets and the UE's
 /// disconnect on the agent message thread; what both touch is atomic or under one of the small locks below. No
 /// lock is held across a send.
@@ -62,10 +73,14 @@ public:
     int TranslateProbePacket(ByteView req, IBindings* pBindings, IClientPort* pClient) override;
     /// A GU packet out of a frame. One of GU_RESULT_...
     int TranslateUEPacket(ByteView packet);
-    /// The UE went away; a frame of which it sent only a part is lost. Frame mode, SN books and report periods stay.
-    void ClearData();
+    /// Channels of the UE went away: what it said is forgotten, about itself and for reports still to come. With the GU
+    /// command channel go a frame of which only a part came, since its rest comes there, and the last client. Frame
+    /// mode, SN books and report periods stay. Agent message thread.
+    void ClearData(std::span<const enChannelType> gone);
     /// A client goes away: nothing points to it afterwards.
     void ForgetClient(IClientPort* pClient);
+    /// For tests, while no other thread uses the object.
+    void SetClock(GU_CLOCK stClock) { m_stClock = std::move(stClock); }
 
     // For the processors, the register reader among them. Any thread.
 
@@ -81,8 +96,9 @@ public:
     void BuildTransReqMsg(unsigned short usId, ByteView params, unsigned int ulPid);
     /// Tells the UE which PIDs to trace.
     void BuildTraceReqMsg();
-    /// Sends a GU packet in segments, with the configured pause behind each, to the UE that the client of the last
-    /// request is bound to; without a client to this UE.
+    /// Sends a GU packet to this UE in segments, with the configured pause behind each. While the last client that
+    /// sent a request is bound to no UE the packet is dropped with a warning; before this UE's first block, when the
+    /// object doesn't know which one it is, the packet goes to the UE of that client.
     void SendReq2UE(ByteView packet);
 
     /// The stamp as it stands for the known version classes; its complement for all others.
@@ -133,6 +149,7 @@ private:
     static constexpr unsigned long long SN_UNSET = ~0ULL;
 
     void ResetSn();
+    void OnCmdChannelGone();
     void SetEntry(IBindings* pBindings) { m_pBindings = pBindings; }
     std::shared_ptr<IClientPort> LastClient();
     std::shared_ptr<CRegisterManager> RegisterManager();
@@ -171,6 +188,7 @@ private:
     static void SendTo(IClientPort* pClient, const DIAG_PACKET_ACK_STRU& stAck, ByteView payload);
 
     // Reports.
+    void ForgetReportData();
     bool JoinWCellParts(std::vector<unsigned char>& payload, unsigned int& ulTimeStamp);
     void SendByArrival(CPeriodMsgFromUe& report, ByteView packet, unsigned short usId, size_t szLen);
     void BuildWBlerIndPacket(ByteView packet);
@@ -211,6 +229,7 @@ private:
     // The agent message thread only.
     bool m_bImeiOk = false;
     bool m_bVersionOk = false;
+    GU_CLOCK m_stClock;
     std::chrono::steady_clock::time_point m_LastTick{};
     unsigned int m_ulTick = 0; // of 100 ms
     time_t m_tRlcStart = 0;    // start of the UE's RLC counters

@@ -29,7 +29,7 @@ void COperationGUData::ProcessSerialData(IBindings* pBindings, ByteSpan data, UE
 {
     SetEntry(pBindings);
     m_ulUeId = ulUeIdx;
-    const auto now = std::chrono::steady_clock::now();
+    const auto now = m_stClock.fnSteady();
     if (now - m_LastTick >= TICK_INTERVAL) {
         TimerProc();
         m_LastTick = now;
@@ -87,7 +87,7 @@ int COperationGUData::CheckWhetherMsgIsLost(unsigned int ulSn, unsigned char ucS
     if (ulSn == 0)
         return 1;
     if (ucSsid >= SSID_COUNT) {
-        CDebug::Instance()->PrintError("error fail file:%s, line:%d", "./src/data/gu/OperationGUData", __LINE__);
+        CDebug::Instance()->PrintInfo("error fail file:%s, line:%d", "./src/data/gu/OperationGUData", __LINE__);
         return 0;
     }
     const xtl::MutexGuard guard(m_hSnLock);
@@ -257,7 +257,7 @@ template <size_t PART> void COperationGUData::StoreWCell(ByteView packet)
 
 void COperationGUData::StartRlcTime(ByteView)
 {
-    m_tRlcStart = std::time(nullptr);
+    m_tRlcStart = m_stClock.fnWall();
 }
 
 void COperationGUData::BuildRlcReports(ByteView packet)
@@ -381,7 +381,7 @@ void COperationGUData::SendTo(IClientPort* pClient, const DIAG_PACKET_ACK_STRU& 
     size_t szTotal = 0;
     OwnedBytes pPacket = BuildClientPacket(stAck, payload, szTotal);
     if (!pPacket) {
-        CDebug::Instance()->PrintError("DpGuCmd: function SendGUAckToClient Get memory faild");
+        CDebug::Instance()->PrintInfo("DpGuCmd: function SendGUAckToClient Get memory faild");
         return;
     }
     (void)pClient->SendData2Client(std::move(pPacket), szTotal); // always true

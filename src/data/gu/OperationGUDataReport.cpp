@@ -28,10 +28,20 @@ size_t WCellPartLen(size_t szPart, ByteView message)
 }
 } // namespace
 
+/// Everything from before a disconnect that a report behind it could be made of; the other reports keep nothing.
+void COperationGUData::ForgetReportData()
+{
+    for (CPeriodMsgFromUe& part : m_aWCellReport)
+        part.DeleteData();
+    m_MacReport.ForgetConfig();
+    m_ReorderReport.ForgetConfig();
+}
+
 void COperationGUData::TimerProc()
 {
     ++m_ulTick;
-    Timer_BuildIndPacket(m_aWCellReport[0]);
+    if (m_bVersionOk) // before it the clients hear nothing
+        Timer_BuildIndPacket(m_aWCellReport[0]);
 }
 
 void COperationGUData::Timer_BuildIndPacket(CPeriodMsgFromUe& report)
@@ -134,7 +144,7 @@ bool COperationGUData::IsRlcReportDue(CPeriodMsgFromUe& report, ByteView packet,
 {
     if (!report.IsReport(GetRealTimeStamp(GuTimeStamp(packet)), REPORT_ADVANCE_MS))
         return false;
-    iSeconds = static_cast<int>(std::time(nullptr) - m_tRlcStart);
+    iSeconds = static_cast<int>(m_stClock.fnWall() - m_tRlcStart);
     return iSeconds > 0;
 }
 

@@ -156,6 +156,12 @@ void CPeriodMACMsgFromUe::BuidIndPacket()
     InsertData(report);
 }
 
+void CPeriodMACMsgFromUe::ForgetConfig()
+{
+    m_vecFlows.clear();
+    m_usWaitTrans = 0;
+}
+
 bool CPeriodReorderingMsgFromUe::MsgProcess(ByteView packet)
 {
     if (m_usPeriod == 0)
@@ -183,4 +189,10 @@ void CPeriodReorderingMsgFromUe::BuidIndPacket()
     for (const auto& stQueue : m_vecQueues)
         ReorderingEntry(writer, stQueue);
     InsertData(report);
+}
+
+void CPeriodReorderingMsgFromUe::ForgetConfig()
+{
+    m_vecQueues.clear();
+    m_usWaitTrans = 0;
 }

@@ -98,6 +98,8 @@ public:
     /// The confirmation of a configuration. True when a report is stored.
     bool ConfirmMsg(ByteView packet);
     void BuidIndPacket();
+    /// The UE went away: its configuration won't be confirmed any more. The period stays.
+    void ForgetConfig();
 
 private:
     std::vector<MAC_d_Flow_Mapping_STRU> m_vecFlows;
@@ -111,6 +113,7 @@ public:
     bool MsgProcess(ByteView packet);
     bool ConfirmMsg(ByteView packet);
     void BuidIndPacket();
+    void ForgetConfig();
 
 private:
     std::vector<Reordering_Queue_Parameters_STRU> m_vecQueues;
