@@ -130,7 +130,7 @@ unsigned int CDataProcessorLteDiag::AckFilter(DIAG_PACKET_ACK_VIEW& stIn, CAcks&
 }
 
 /// Acks to plain commands lose the UE's result word. It isn't looked at: the client sees success here, unlike in
-/// the acks to the switches. Required.
+/// the acks to the switches. Client tools rely on it.
 unsigned int CDataProcessorLteDiag::FilterCmdAck(const DIAG_PACKET_ACK_VIEW& stIn, CAcks& out, unsigned int& ulCount)
 {
     const unsigned int ulId = stIn.stHead.ulCmdId;
