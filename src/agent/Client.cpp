@@ -16,7 +16,7 @@ namespace
 {
 constexpr size_t FRAME_HEAD_LEN = LEAD_LEN + DIAG_PACKET_REQ_STRU::SIZE;
 constexpr size_t LEAD_PAIR_RESTARTS = 7; // a pair of lead bytes that ends this early starts the frame anew
-constexpr size_t AT_RAW_MIN = 3;         // fewer bytes are no text
+constexpr size_t AT_RAW_MIN = 3;         // a shorter read is no text
 constexpr size_t HOLD_MAX = 16384;       // bytes held back at most, half of the socket's send buffer
 
 const char* ChannelLabel(enChannelType enType)
@@ -57,33 +57,57 @@ CClient::~CClient()
 
 void CClient::OnClientData(ByteView data)
 {
-    const bool bRawText = m_enType == CHANNEL_AT && data.size() >= AT_RAW_MIN;
-    while (!data.empty()) {
-        if (bRawText)
-            ProcessRawText(TextInFront(data));
-        OwnedBytes pFrame;
-        int nFrameLen = 0;
-        const int nTaken = GetDiagReqPacket(data, pFrame, nFrameLen);
-        if (pFrame && m_pProcessor)
-            m_pProcessor->ProcessClientData({pFrame.get(), static_cast<size_t>(nFrameLen)});
-        data = data.subspan(static_cast<size_t>(nTaken));
+    if (m_enType == CHANNEL_AT) {
+        OnAtData(data);
+        return;
     }
+    while (!data.empty())
+        data = CollectFrame(data);
 }
 
-/// The bytes up to the next pair of lead bytes; none while a frame is being collected.
-ByteView CClient::TextInFront(ByteView data) const
+/// Takes bytes up to the end of one frame, and gives the rest.
+ByteView CClient::CollectFrame(ByteView data)
 {
-    const bool bPairGoesOn = m_nReqLen == 1 && data.front() == LEAD_BYTE;
-    if (m_nReqLen >= LEAD_LEN || bPairGoesOn)
-        return {};
-    constexpr std::array<unsigned char, LEAD_LEN> LEAD = {LEAD_BYTE, LEAD_BYTE};
-    return {data.begin(), std::search(data.begin(), data.end(), LEAD.begin(), LEAD.end())};
+    OwnedBytes pFrame;
+    int nFrameLen = 0;
+    const int nTaken = GetDiagReqPacket(data, pFrame, nFrameLen);
+    if (pFrame && m_pProcessor)
+        m_pProcessor->ProcessClientData({pFrame.get(), static_cast<size_t>(nFrameLen)});
+    return data.subspan(static_cast<size_t>(nTaken));
 }
 
-void CClient::ProcessRawText(ByteView text)
+/// Text goes on in pieces that end where a frame starts, and with the read: a NUL ends the piece that it is in, and
+/// no other.
+void CClient::OnAtData(ByteView data)
 {
-    if (text.size() >= AT_RAW_MIN && m_pProcessor)
+    const bool bIsText = data.size() >= AT_RAW_MIN;
+    std::vector<unsigned char> text;
+    text.reserve(data.size() + CAtFrameSearch::START_LEN);
+    if (!data.empty() && m_nReqLen == 0)
+        m_AtSearch.Release(data.front(), text);
+    ProcessRawText(text); // of earlier reads
+    while (!data.empty()) {
+        if (m_nReqLen > 0) {
+            const ByteView room = Slice(data, 0, REQ_BUF_LEN - m_nReqLen); // a frame that fills it is given up
+            data = data.subspan(room.size() - CollectFrame(room).size());
+            continue;
+        }
+        const ByteView start = m_AtSearch.Take(data.front(), bIsText, text);
+        data = data.subspan(1);
+        if (start.empty())
+            continue;
+        ProcessRawText(text);
+        (void)CollectFrame(start); // a frame is longer: all of it is taken
+    }
+    ProcessRawText(text);
+}
+
+/// Hands the text to the processor and clears it.
+void CClient::ProcessRawText(std::vector<unsigned char>& text)
+{
+    if (!text.empty() && m_pProcessor)
         m_pProcessor->ProcessClientData(text);
+    text.clear();
 }
 
 int CClient::GetDiagReqPacket(ByteView data, OwnedBytes& pFrame, int& nFrameLen)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "agent/AtFrameSearch.h"
 #include "common/Bytes.h"
 #include "common/Types.h"
 #include "common/UniqueFd.h"
@@ -32,8 +33,9 @@ public:
     CClient(const CClient&) = delete;
     CClient& operator=(const CClient&) = delete;
 
-    /// Bytes from the socket: frames go to the processor. On the AT channel, where a terminal may talk as it is,
-    /// what lies outside of frames goes there too, as raw text; not from a chunk of fewer than three bytes.
+    /// Bytes of one read from the socket: frames go to the processor. On the AT channel, where a terminal may talk
+    /// as it is, all else goes there too, at once and in order, as raw text; but not from a read of fewer than three
+    /// bytes.
     void OnClientData(ByteView data);
     /// Takes bytes up to the end of one frame; gives the count taken. A complete frame, lead bytes cut off, is put
     /// in pFrame and nFrameLen; otherwise they are null and 0.
@@ -71,8 +73,9 @@ public:
 private:
     bool IsFrameComplete() const;
     void TakeByte(unsigned char ucByte);
-    ByteView TextInFront(ByteView data) const;
-    void ProcessRawText(ByteView text);
+    ByteView CollectFrame(ByteView data);
+    void OnAtData(ByteView data);
+    void ProcessRawText(std::vector<unsigned char>& text);
     void SetHolding(bool bHolding);
     void SendHeld() REQUIRES(m_SendMutex);
     void SendPackets(ByteView packets, std::span<const size_t> ends) REQUIRES(m_SendMutex);
@@ -82,6 +85,7 @@ private:
     enChannelType m_enType;
     std::array<unsigned char, REQ_BUF_LEN> m_aucReqBuf{}; // the frame being assembled, lead bytes included
     size_t m_nReqLen = 0;                                 // bytes held of it
+    CAtFrameSearch m_AtSearch;                            // AT channel: what comes between frames
     sockaddr_in m_stAddr{};
     unsigned int m_ulBindPort = 0;                   // COM port of the bound UE, also after an unbind; 0 until bound
     xtl::Mutex m_SendMutex;                          // keeps a packet together; held while the socket is waited for

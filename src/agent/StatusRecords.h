@@ -131,8 +131,8 @@ struct SerialPortTransfer
         io.Field(st.ullWriteBytes); // 16
     }
 };
-/// Bytes on the wire of a SerialPortTransfer datagram: required, although its head says 24. Receivers go by the
-/// head; what lies behind the record is zero.
+/// Bytes on the wire of a SerialPortTransfer datagram. The monitor gets one of this size from the first version on,
+/// although the head says 24; what lies behind the record is zero.
 constexpr size_t SERIAL_TRANSFER_DATAGRAM = 216;
 
 /// The agent's version.

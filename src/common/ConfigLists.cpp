@@ -31,7 +31,7 @@ uint32_t HexId(const std::string& strText)
     return ulId;
 }
 
-/// "(a,b)": every id from a - 1 to b - 1, nothing when a is 0. The shift by one is required.
+/// "(a,b)": every id from a - 1 to b - 1, nothing when a is 0. Configuration files in use rely on the shift.
 void SetShiftedRange(uint32_t ulLow, uint32_t ulHigh, bool bFlag, CIdFlags& flags)
 {
     if (ulLow > 0 && ulHigh > 0)

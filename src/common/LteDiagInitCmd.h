@@ -19,8 +19,8 @@ constexpr size_t LTE_INIT_DSPSWITCH_COUNT = 24;
 constexpr std::array<unsigned char, 16> ENABLE_ALL = {1};          // u32 1
 constexpr std::array<unsigned char, 16> ENABLE_RPT = {1, 0, 1, 0}; // u16 1, u16 1, then zeros
 
-/// The switches in the order in which they go out. Ids of reports that a client switches by itself are
-/// recognised by the same table.
+/// The switches that the agent itself sends to a UE at its host connect, in this order. The UE's acks to these ids are
+/// recognised by the same table and reach no client, also when a client has sent such a switch.
 // clang-format off
 inline constexpr std::array<LTE_DIAG_INIT_CMD_STRU, LTE_INIT_DSPSWITCH_COUNT> LTE_DIAG_INIT_CMD = {{
     {0x30900099,  4, ENABLE_ALL}, // S_LPHY_REQ_OM_ENA_PPT_ALL

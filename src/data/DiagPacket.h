@@ -107,7 +107,7 @@ struct DIAG_PACKET_REQ_STRU
     static constexpr size_t LEN_OFFSET = 6; // of usLen
 
     uint32_t ulCmdId = 0;   // whole id on the LTE channels; its low 16 bits on the GU command channel
-    uint16_t usPktType = 0; // bits 0-7 packet type; bits 8-15 come back unchanged in the ack
+    uint16_t usPktType = 0; // bits 0-7 packet type; bits 8-15 come back in the agent's own answers, not in UE acks
     uint16_t usLen = 0;     // bytes of parameters
 };
 /// Order on the wire, for CByteReader and CByteWriter alike.
@@ -127,7 +127,8 @@ struct DIAG_PACKET_ACK_STRU
     uint32_t ulCmdId = 0;      // id as the client is to see it
     uint32_t ulRc = 0;         // DIAG_RC_...; LTE indication: the UE's ulAckField; GU indication: the message SN
     uint64_t ullTimeStamp = 0; // UE clock, 32768 Hz ticks
-    uint16_t usPktType = 0;    // bits 0-7 type or kind of indication, 8-11 system mode, 12-15 reserved
+    uint16_t usPktType = 0;    // bits 0-7 type or kind of indication, 8-11 system mode, 12-15 reserved; in the
+                               // agent's own answers to bind, unbind and LTE requests, bits 8-15 of the request
     uint16_t usLen = 0;        // bytes of payload
 };
 template <class Io, class Ack> void AckHead(Io& io, Ack& stAck)

@@ -7,11 +7,6 @@
 namespace
 {
 constexpr unsigned char CARRIAGE_RETURN = 13;
-
-bool StartsWithLead(ByteView block)
-{
-    return block.size() >= LEAD_LEN && block[0] == LEAD_BYTE && block[1] == LEAD_BYTE;
-}
 } // namespace
 
 CDataProcessorAt::CDataProcessorAt(IBindings* pBindings, IClientPort* pClient) : CDataProcessor(pBindings, pClient)
@@ -26,9 +21,11 @@ int CDataProcessorAt::ProcessClientData(ByteView packet)
         return 0;
     }
     const DIAG_PACKET_REQ_VIEW stReq = ViewReq(packet);
-    if (stReq.stHead.ulCmdId == AGENT_CMD_AT)
+    if (packet.size() < sizeof(stReq.stHead.ulCmdId)) // too short for an id: a lone "!" isn't 33
+        TakeRawText(packet);
+    else if (stReq.stHead.ulCmdId == AGENT_CMD_AT)
         ProcessAtCmd(stReq.data);
-    else if (!ProcessBindCmd(stReq) && !StartsWithLead(packet))
+    else if (!ProcessBindCmd(stReq))
         TakeRawText(packet);
     return 1;
 }

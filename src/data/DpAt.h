@@ -13,8 +13,8 @@ public:
 
     CDataProcessorAt(IBindings* pBindings, IClientPort* pClient);
 
-    /// A framed packet, lead bytes stripped, or raw text. A block that starts with the lead bytes is a frame that
-    /// comes in its own call; it never enters the line.
+    /// A framed packet, lead bytes stripped, or raw text: whatever doesn't begin with the id of a command of this
+    /// channel. Raw text ends at its first NUL.
     int ProcessClientData(ByteView packet) override;
     int ProcessSerialData(ByteSpan data) override;
 

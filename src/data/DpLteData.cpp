@@ -62,7 +62,8 @@ void CDataProcessorLteData::PacketSequenceCalib(ADE_DATA_PACKET_STRU& stPacket)
         ullLastStamp = stPacket.ullTimeStamp;
         return;
     }
-    // The low words alone are compared, so a step back of a multiple of 2^32 counts as none: required.
+    // The low words alone are compared, so a step back of a multiple of 2^32 counts as none; client tools see the
+    // stamps so.
     const uint32_t ulStepBack = static_cast<uint32_t>(ullLastStamp) - static_cast<uint32_t>(stPacket.ullTimeStamp);
     if (ulStepBack < m_ulCalibWindow)
         stPacket.ullTimeStamp = ullLastStamp; // not 0 here, for something was below it

@@ -64,7 +64,8 @@ public:
     /// Splits an ack by the bit set behind its head; its usLen counts from there. DIAG_RC_FILTERED without one.
     static unsigned int DoAckPacketParamSpliyViaBit(unsigned int ulId, const DIAG_PACKET_ACK_VIEW& stIn, CAcks& out,
                                                     unsigned int& ulCount);
-    /// Second step of an NV write: the item was read, now it is changed and written back. Gives the UE's result.
+    /// Second step of an NV write: the item was read, now it is changed and written back. Gives the UE's result, or
+    /// DIAG_RC_FAIL for a read that doesn't hold the item.
     unsigned int SendWriteNvReq(const DIAG_PACKET_ACK_VIEW& stAck);
 
 private:

@@ -130,7 +130,7 @@ unsigned int CDataProcessorLteDiag::AckFilter(DIAG_PACKET_ACK_VIEW& stIn, CAcks&
 }
 
 /// Acks to plain commands lose the UE's result word. It isn't looked at: the client sees success here, unlike in
-/// the acks to the switches. Required.
+/// the acks to the switches. Client tools rely on it.
 unsigned int CDataProcessorLteDiag::FilterCmdAck(const DIAG_PACKET_ACK_VIEW& stIn, CAcks& out, unsigned int& ulCount)
 {
     const unsigned int ulId = stIn.stHead.ulCmdId;
@@ -239,22 +239,26 @@ unsigned int CDataProcessorLteDiag::SendWriteNvReq(const DIAG_PACKET_ACK_VIEW& s
         AckNvWrite(stAck.stHead, ulResult, ulNvId);
         return ulResult;
     }
+    // What is missing must not be written as zeros over the item. The descriptor stays here too.
+    if (!reader.Ok() || reader.Left() < ulNvLen) {
+        AckNvWrite(stAck.stHead, DIAG_RC_FAIL, ulNvId);
+        return DIAG_RC_FAIL;
+    }
     const std::unique_ptr<NV_WRITE_STRU> pWrite = TakeNvWrite(ulNvId);
     if (!pWrite)
         return DIAG_RC_OK;
 
     constexpr size_t NV_HEAD_SIZE = 2 * sizeof(uint32_t); // NV id, data length
-    constexpr size_t NV_LEN_MAX = UINT16_MAX - NV_HEAD_SIZE;
-    std::vector<unsigned char> params(NV_HEAD_SIZE + std::min<size_t>(ulNvLen, NV_LEN_MAX));
+    std::vector<unsigned char> params(NV_HEAD_SIZE + ulNvLen);
     StoreLe<uint32_t>(params, 0, ulNvId);
     StoreLe<uint32_t>(params, sizeof(uint32_t), ulNvLen);
     const ByteSpan nvData = ByteSpan(params).subspan(NV_HEAD_SIZE);
-    CopyPadded(nvData, reader.Take(nvData.size()));
+    std::ranges::copy(reader.Take(ulNvLen), nvData.begin());
     if (pWrite->ulItemCount > 0 && !ApplyNvWrite(*pWrite, nvData)) {
         AckNvWrite(stAck.stHead, DIAG_RC_FAIL, ulNvId);
         return DIAG_RC_FAIL;
     }
-    // An item too long for a request, cut here or not, is refused by the encoder.
+    // An item too long for a request is refused by the encoder.
     SendReq2UE({{UE_CMD_NV_WRITE, stAck.stHead.usPktType, static_cast<uint16_t>(params.size())}, params}, CMD_TYPE_DPI);
     return DIAG_RC_OK;
 }

@@ -126,7 +126,7 @@ bool DecodeAckPacket(const FILTER_CFG_STRU& stLayout, ByteView packet, ADE_ACK_P
         return false;
 
     // One value for all four fields, cleared once: a field of fewer than four bytes keeps the high bytes of the one
-    // before it. Required.
+    // before it. Layouts in use are made for it.
     uint32_t ulValue = 0;
     const auto Read = [&](size_t i) { return ReadField(ulValue, stLayout.astAckHeader[i], packet, packet.size()); };
     stAck.ulCmdId = Read(ACK_ID) ? ulValue : ID_INVALID;

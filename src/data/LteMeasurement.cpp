@@ -213,7 +213,7 @@ constexpr WORDS c_astLtGroup[] = {{8, 32, 1}, {10, 34, 1}};
 constexpr WORDS c_astLtEntry[] = {{12, 36, 4}};
 constexpr GROUP_LAYOUT LT_LAYOUT = {4, 264, 260, c_astLtGroup, 32, 8, c_astLtEntry};
 
-// The words at 36 of a group and at 42 of an entry are left out: required.
+// The words at 36 of a group and at 42 of an entry are left out: client tools expect zeros there.
 constexpr WORDS c_astTlGroup[] = {{8, 32, 1}, {10, 34, 1}, {14, 38, 1}};
 constexpr WORDS c_astTlEntry[] = {{16, 40, 1}, {20, 44, 1}, {22, 46, 1}};
 constexpr GROUP_LAYOUT TL_LAYOUT = {3, 268, 264, c_astTlGroup, 32, 8, c_astTlEntry};
@@ -332,7 +332,7 @@ unsigned int DoPacketMeasIdleIn(const ADE_DATA_PACKET_STRU& stIn, IND_OUTPUT& st
 unsigned int DoPaketTdsMeasIn(const ADE_DATA_PACKET_STRU& stIn, IND_OUTPUT& stOut, unsigned int& ulCount)
 {
     ADE_DATA_PACKET_STRU& stHead = stOut.astPacket[0];
-    stHead = stIn; // the system mode too: such a record doesn't go out marked as TDS, required
+    stHead = stIn; // the system mode too: client tools expect such a record without the TDS mark
     for (const TDS_ROW& stRow : c_astTdsRow) {
         if (stRow.pfnBuild(stIn, stHead, ClearedRecord(stOut, stRow.szRecord)) != DIAG_RC_OK)
             continue;

@@ -79,7 +79,8 @@ private:
 
     std::array<CUE, MAXUENUM> m_aUE; // slot 15 stands for the network UE and never has a group
     LinkTable m_apTcp GUARDED_BY(m_TcpTableLock);
-    /// Links that a second network attach pushed out of their slots. They stay open, which is required.
+    /// Links that a second network attach pushed out of their slots. They stay open: the modem at their
+    /// far end doesn't see a link cut that it still uses.
     std::vector<std::shared_ptr<TCPChannel>> m_vecReplacedTcp GUARDED_BY(m_TcpTableLock);
     CDeviceMonitor m_DeviceMonitor;
     std::atomic<bool> m_bRun = true;

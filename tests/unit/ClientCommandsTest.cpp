@@ -257,6 +257,26 @@ TEST(ClientCommands, BindShowsTheStatusRecordAndTheAgentVersion)
     EXPECT_EQ(agent.Requests()[0].params, Hex("05000000"));
 }
 
+TEST(ClientCommands, ABindTellsItsUeOnce)
+{
+    // The agent has bound the client by itself first, to UE 0, and says so too.
+    std::atomic<uint32_t> ulRc = 0;
+    CFakeAgent agent([&](CFakeAgent& self, const REQUEST& stRequest) {
+        for (const unsigned char ucUeIdx : Bytes{0, 2}) {
+            Bytes status = Fill(92);
+            status[0] = 1;
+            status[1] = ucUeIdx;
+            StoreText(Slice(ByteSpan(status), 4, 32), "V1");
+            self.Send(CHANNEL_LTE_DIAG, Answer(0x50000010, 0, 0x00F0, status));
+        }
+        self.Send(CHANNEL_LTE_DIAG, Answer(stRequest.stHead.ulCmdId, ulRc, 240, Hex("312E3000")));
+    });
+    EXPECT_EQ(Client({"bind", "5"}).strOut, "on UE 2, version V1\nbound to port 5, agent version 1.0\n");
+    EXPECT_EQ(Client({"bind", "5", "--json"}).Events("unsolicited").size(), 2U) << "there each packet is an event";
+    ulRc = 2;
+    EXPECT_EQ(Client({"bind", "5"}).strOut, "") << "refused, it is on none";
+}
+
 TEST(ClientCommands, EveryCommandBindsFirstWhenAsked)
 {
     CFakeAgent agent([](CFakeAgent& self, const REQUEST& stRequest) {

@@ -167,6 +167,14 @@ protected:
         m_fix.Confirm(3);
         m_pClient = std::make_unique<CTestClient>(m_fix.Agent(), CHANNEL_AT);
     }
+    /// Another client in the place of the one there was, with nothing held.
+    void NewClient()
+    {
+        m_fix.Detach(3, CHANNEL_AT);
+        m_fix.Attach(3, CHANNEL_AT, 42);
+        m_fix.Confirm(3);
+        m_pClient = std::make_unique<CTestClient>(m_fix.Agent(), CHANNEL_AT);
+    }
     std::vector<Bytes> Lines()
     {
         std::vector<Bytes> lines;
@@ -226,6 +234,109 @@ TEST_F(AtClientTest, TextAndFramesMayShareAChunk)
 {
     m_pClient->Send(Join(TEXT, FRAMED, TEXT, TEXT, FRAMED));
     EXPECT_THAT(Lines(), ElementsAre(TEXT, FRAMED_TEXT, TEXT, TEXT, FRAMED_TEXT));
+}
+
+TEST_F(AtClientTest, ALeadPairStartsAFrameOnlyInFrontOfACommandOfTheChannel)
+{
+    const struct
+    {
+        const char* pszName;
+        std::vector<Bytes> reads;
+        std::vector<Bytes> lines;
+    } astCase[] = {
+        {"an emoji, F0 9F 9F A2, in a message", // AT+CMGS="..."
+         {Hex("41 54 2B 43 4D 47 53 3D 22 F0 9F 9F A2 22 0D"), TEXT},
+         {Hex("41 54 2B 43 4D 47 53 3D 22 F0 9F 9F A2 22 0D"), TEXT}},
+        {"a pair behind a frame", {Join(FRAMED, Hex("9F 9F")), TEXT}, {FRAMED_TEXT, Join(Hex("9F 9F"), TEXT)}},
+        {"a pair on its own in a longer read", {Hex("41 54 9F 9F 0D")}, {Hex("41 54 9F 9F 0D")}},
+        {"an id that differs in its last byte",
+         {Join(Hex("9F 9F 40 41 42 43"), TEXT)},
+         {Join(Hex("9F 9F 40 41 42 43"), TEXT)}},
+        {"half a start, and a command in the next read", {Hex("9F 9F 21 00"), TEXT}, {Join(Hex("9F 9F 21"), TEXT)}},
+        {"half a start at the end of one read, more of it in the next",
+         {Hex("41 9F 9F"), Hex("21 42 0D")},
+         {Hex("41 9F 9F 21 42 0D")}},
+        {"three lead bytes: the first is text", {Join(Hex("9F"), FRAMED, TEXT)}, {FRAMED_TEXT, Join(Hex("9F"), TEXT)}},
+        {"a letter that ends in a lead byte, C3 9F, in front of a frame",
+         {Join(Hex("C3 9F"), FRAMED), TEXT},
+         {FRAMED_TEXT, Join(Hex("C3 9F"), TEXT)}},
+        {"a start that turns into another one",
+         {Join(Hex("9F 9F 21"), FRAMED), TEXT},
+         {FRAMED_TEXT, Join(Hex("9F 9F 21"), TEXT)}},
+        {"the other commands' starts in full", {Hex("9F 9F 50 00 00 50 F0 00 00 00"), TEXT}, {}}, // unbinds
+    };
+    for (const auto& stCase : astCase) {
+        NewClient();
+        for (const Bytes& read : stCase.reads)
+            m_pClient->Send(read);
+        EXPECT_EQ(Lines(), stCase.lines) << stCase.pszName;
+    }
+}
+
+TEST_F(AtClientTest, TheThreeByteMinimumIsThatOfARead)
+{
+    const struct
+    {
+        const char* pszName;
+        std::vector<Bytes> reads;
+        std::vector<Bytes> lines;
+    } astCase[] = {
+        {"single bytes beside a frame", {Join(Hex("41"), FRAMED, Hex("0D"))}, {FRAMED_TEXT, Hex("41 0D")}},
+        {"a lone 21, which is an id cut short",
+         {Join(FRAMED, Hex("21")), Hex("41 42 0D")},
+         {FRAMED_TEXT, Hex("21 41 42 0D")}},
+        {"a held byte of a short read", {Hex("9F"), TEXT}, {TEXT}},
+        {"a held pair of a short read", {Hex("9F 9F"), TEXT}, {TEXT}},
+        {"of a long and a short read", {Hex("41 54 9F"), Hex("9F"), Hex("42 43 0D")}, {Hex("41 54 9F 42 43 0D")}},
+        {"a short read ends what a long one left",
+         {Hex("41 54 9F"), Hex("42"), Hex("43 44 0D")},
+         {Hex("41 54 9F 43 44 0D")}},
+    };
+    for (const auto& stCase : astCase) {
+        for (const Bytes& read : stCase.reads)
+            m_pClient->Send(read);
+        EXPECT_EQ(Lines(), stCase.lines) << stCase.pszName;
+    }
+}
+
+TEST_F(AtClientTest, FramesAndTextAreTheSameHoweverTheStreamIsCut)
+{
+    const Bytes text = Hex("41 54 22 F0 9F 9F A2 22 0D");
+    const Bytes stream = Join(text, FRAMED, Hex("C3 9F"), FRAMED, Hex("9F 9F 9F"), text, FRAMED, TEXT);
+    const std::vector<Bytes> lines = {text,        FRAMED_TEXT, FRAMED_TEXT, Join(Hex("C3 9F 9F 9F 9F"), text),
+                                      FRAMED_TEXT, TEXT};
+    m_pClient->Send(stream);
+    ASSERT_EQ(Lines(), lines);
+    constexpr size_t LONG_READ = 3;
+    for (size_t szCut = 1; szCut < stream.size(); ++szCut) {
+        NewClient();
+        m_pClient->Send(Slice(ByteView(stream), 0, szCut));
+        m_pClient->Send(Slice(ByteView(stream), szCut));
+        const std::vector<Bytes> sent = Lines();
+        EXPECT_EQ(std::ranges::count(sent, FRAMED_TEXT), 3) << "cut at " << szCut;
+        if (szCut >= LONG_READ && stream.size() - szCut >= LONG_READ) {
+            EXPECT_EQ(sent, lines) << "cut at " << szCut;
+        }
+    }
+}
+
+TEST_F(AtClientTest, FramesMayComeByteByByte)
+{
+    const Bytes stream = Join(FRAMED, Hex("9F"), FRAMED, Hex("9F 9F 21 00"), FRAMED, Hex("41"), FRAMED);
+    for (const unsigned char ucByte : stream)
+        m_pClient->Send(Bytes{ucByte});
+    EXPECT_THAT(Lines(), ElementsAre(FRAMED_TEXT, FRAMED_TEXT, FRAMED_TEXT, FRAMED_TEXT));
+    m_pClient->Send(TEXT);
+    EXPECT_THAT(Lines(), ElementsAre(TEXT)) << "of reads that short nothing is text";
+}
+
+TEST_F(AtClientTest, AStartedFrameThatIsTooLongIsDroppedAndWhatFollowsIsTextAgain)
+{
+    CLogCapture log;
+    // 10240 bytes with the head: 9F 9F, id 33, type, 0xFFFF bytes announced, 10230 of them.
+    m_pClient->Send(Join(Hex("9F 9F 21 00 00 00 F0 00 FF FF"), Fill(10230, 0x5A), TEXT, FRAMED));
+    EXPECT_EQ(log.Count("[WAN] : Socket Request Data Too Big!"), 1);
+    EXPECT_THAT(Lines(), ElementsAre(TEXT, FRAMED_TEXT));
 }
 
 TEST_F(AtClientTest, OtherChannelsTakeNoText)

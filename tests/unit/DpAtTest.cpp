@@ -86,12 +86,15 @@ TEST_F(DpAt, AFramedCommandGoesOutAsItStands)
     EXPECT_EQ(Sent(), "") << "no text, nothing to send";
 }
 
-TEST_F(DpAt, AFrameSeenAsARawBlockDoesNotEnterTheLine)
+TEST_F(DpAt, TextThatBeginsLikeAFrameIsText)
 {
-    Raw("AT");
-    m_processor->ProcessClientData(Join(Hex("9F 9F  21 00 00 00  F0 00  03 00"), Text("ATI")));
+    m_processor->ProcessClientData(Hex("9F 9F 41 54 0D"));
+    EXPECT_EQ(Sent(), "[\x9F\x9F"
+                      "AT\r]");
+    Raw("!"); // 33, if three zeros stood behind it
+    Raw("P");
     Raw("\r");
-    EXPECT_EQ(Sent(), "[AT\r]");
+    EXPECT_EQ(Sent(), "[!P\r]");
 }
 
 TEST_F(DpAt, BothFormsWorkThroughTheClientsConnection)

@@ -515,24 +515,55 @@ TEST_F(DpLteDiag, OnlyTheFirstNvItemIsAppliedAndNoneForACountOf0)
     EXPECT_EQ(Sent(), Packets{NvWritten(Hex("AA BB CC DD"))});
 }
 
-TEST_F(DpLteDiag, NvDataThatThePacketDoesNotHaveReadsAsZeros)
+TEST_F(DpLteDiag, AnNvReadShorterThanItSaysIsToldAndNothingIsWritten)
+{
+    const struct
+    {
+        const char* pszName;
+        Bytes payload; // result, NV id, length, data
+        const char* pszNvId;
+    } astCase[] = {
+        {"one byte short", Hex("00 00 00 00  07 00 00 00  05 00 00 00  AA BB CC DD"), "07 00 00 00"},
+        {"all data missing", Hex("00 00 00 00  07 00 00 00  04 00 00 00"), "07 00 00 00"},
+        {"longer than a request, too", Hex("00 00 00 00  07 00 00 00  E5 0F 00 00  AA BB CC DD"), "07 00 00 00"},
+        {"the greatest length", Hex("00 00 00 00  07 00 00 00  FF FF FF FF  AA BB CC DD"), "07 00 00 00"},
+        {"cut in the length", Hex("00 00 00 00  07 00 00 00  04 00 00"), "07 00 00 00"},
+        {"cut in the id", Hex("00 00 00 00  07 00"), "07 00 00 00"},
+        {"the result alone", Hex("00 00 00 00"), "00 00 00 00"},
+    };
+    m_client->Request(0x10015501, PKT_TYPE_AGENT, NvWrite(0x2211));
+    (void)Sent();
+    for (const auto& stCase : astCase) {
+        m_fixture.FromUe(0, CHANNEL_LTE_DIAG, LteAck(0x10015503, stCase.payload, 99, 5));
+        EXPECT_EQ(m_client->Pending(), Join(Hex("9F 9F  01 55 01 10  02 00 00 00  63 00 00 00 00 00 00 00  F0 02  08 00"
+                                                "02 00 00 00"),
+                                            Hex(stCase.pszNvId)))
+            << stCase.pszName;
+        EXPECT_EQ(Sent(), Packets{}) << stCase.pszName;
+    }
+    m_fixture.FromUe(0, CHANNEL_LTE_DIAG, NvRead(0, Hex("AA BB CC DD")));
+    EXPECT_EQ(Sent(), Packets{NvWritten(Hex("AA 11 22 DD"))}) << "the descriptor stayed for a whole read";
+}
+
+TEST_F(DpLteDiag, BytesBehindTheNvDataAreNotWritten)
 {
     m_client->Request(0x10015501, PKT_TYPE_AGENT, NvWrite(0x2211));
     (void)Sent();
-    m_fixture.FromUe(0, CHANNEL_LTE_DIAG, LteAck(0x10015503, Hex("00 00 00 00 07 00 00 00 05 00 00 00 AA"), 99, 5));
-    EXPECT_EQ(Sent(), Packets{NvWritten(Hex("AA 11 22 00 00"))});
+    m_fixture.FromUe(0, CHANNEL_LTE_DIAG,
+                     LteAck(0x10015503, Hex("00 00 00 00  07 00 00 00  04 00 00 00  AA BB CC DD EE FF"), 99, 5));
+    EXPECT_EQ(Sent(), Packets{NvWritten(Hex("AA 11 22 DD"))});
 }
 
 TEST_F(DpLteDiag, AnNvItemTooLongForARequestIsNotWritten)
 {
     const CLogCapture log;
-    for (const unsigned int ulLen : {4069u, 70000u, 0xFFFFFFFFu}) {
+    for (const size_t szLen : {4069u, 8179u}) { // the second is the most that an ack carries
         m_client->Request(0x10015501, PKT_TYPE_AGENT, NvWrite(0x2211));
         (void)Sent();
-        m_fixture.FromUe(0, CHANNEL_LTE_DIAG, LteAck(0x10015503, Join(Le(0u), Le(7u), Le(ulLen), Fill(16, 1)), 99, 5));
-        EXPECT_EQ(Sent(), Packets{}) << ulLen;
+        m_fixture.FromUe(0, CHANNEL_LTE_DIAG, NvRead(0, Fill(szLen, 1)));
+        EXPECT_EQ(Sent(), Packets{}) << szLen;
     }
-    EXPECT_EQ(log.Count("[WAN] : Ade Req Packet Too big"), 3);
+    EXPECT_EQ(log.Count("[WAN] : Ade Req Packet Too big"), 2);
     m_client->Request(0x10015501, PKT_TYPE_AGENT, NvWrite(0x2211));
     (void)Sent();
     m_fixture.FromUe(0, CHANNEL_LTE_DIAG, NvRead(0, Fill(4068, 1)));

@@ -283,7 +283,7 @@ TEST(MeasTds, EachPositionHasItsRecordAndItsId)
         const Built built = Tds(st.ulPos, Fill(2000));
         EXPECT_EQ(built.ulRc, 0u) << st.ulPos;
         EXPECT_EQ(built.stHead.ulCmdId, st.ulId) << st.ulPos;
-        EXPECT_EQ(built.stHead.ucSysMode, 2) << "not marked as TDS: required";
+        EXPECT_EQ(built.stHead.ucSysMode, 2) << "not marked as TDS: client tools expect it so";
         if (st.ulPos > 2) {
             EXPECT_EQ(built.record,
                       Join(Hex("00 00"), Bytes{static_cast<unsigned char>(st.ulFlag)}, Fill(st.szRecord - 3)))
@@ -316,14 +316,18 @@ TEST(MeasTds, RoutinesRefuseOtherPositions)
         }
 }
 
-TEST(MeasTds, RenamingBeyondTheListGivesId0)
+TEST(MeasTds, AShortListServesThePositionsThatItHas)
 {
     ConfigureFresh("TDS_COMB_IND_MSG_FILTER=0xA0;0xA1\n");
-    Bytes message = Fill(400);
-    const ADE_DATA_PACKET_STRU stIn = Packet(message, 0xA1);
-    const Built st =
-        Build([&](IND_OUTPUT& stOut, unsigned int& ulCount) { return DoPaketTdsMeasIn(stIn, stOut, ulCount); });
-    EXPECT_EQ(st.stHead.ulCmdId, 0xA0u);
+    const auto BuildOf = [](unsigned int ulCmdId) {
+        Bytes message = Fill(400);
+        const ADE_DATA_PACKET_STRU stIn = Packet(message, ulCmdId);
+        return Build([&](IND_OUTPUT& stOut, unsigned int& ulCount) { return DoPaketTdsMeasIn(stIn, stOut, ulCount); });
+    };
+    const Built stSecond = BuildOf(0xA1);
+    EXPECT_EQ(stSecond.ulRc, DIAG_RC_OK);
+    EXPECT_EQ(stSecond.stHead.ulCmdId, 0xA0u) << "goes out under the id of the first";
+    EXPECT_EQ(BuildOf(0xA2).ulRc, DIAG_RC_FILTERED) << "not in the list";
 }
 
 namespace

@@ -338,12 +338,12 @@ struct OwnRequests : testing::Test
     /// The UE has spoken, so the object knows which one it is.
     static void Speak(CGuFixture& gu, COperationGUData& operation, unsigned char ucUeIdx)
     {
-        operation.ProcessSerialData(&gu.Agent().Agent(), {}, ucUeIdx);
+        operation.ProcessSerialData(&gu.Agent().Agent().Bindings(), {}, ucUeIdx);
     }
     void Unbind()
     {
-        const xtl::MutexGuard guard(gu.Agent().Agent().BindMutex());
-        gu.Agent().Agent().UnBindUE(gu.Cmd().Get());
+        const xtl::MutexGuard guard(gu.Agent().Agent().Bindings().Mutex());
+        gu.Agent().Agent().Bindings().UnBindUE(gu.Cmd().Get());
     }
 
     CGuFixture gu;
@@ -403,7 +403,8 @@ TEST_F(OwnRequests, LastClientIsForgottenAtTheDetachOfTheCommandChannel)
 TEST_F(OwnRequests, LastClientOfTheNetworkUeIsForgottenAtItsOneDetach)
 {
     ASSERT_TRUE(gu.Agent().Bind(gu.Cmd(), PORT_NETWORK));
-    COperationGUData& network = *gu.Agent().Agent().GetOperationGUFromClient(gu.Cmd().Get());
+    COperationGUData& network =
+        dynamic_cast<COperationGUData&>(*gu.Agent().Agent().Bindings().GetOperationGUFromClient(gu.Cmd().Get()));
     Speak(gu, network, 15);
     gu.Request(0x1111, 90, Fill(4));
     Unbind();

@@ -5,6 +5,7 @@
 #include "client/Stop.h"
 
 #include <array>
+#include <utility>
 
 namespace
 {
@@ -82,7 +83,12 @@ EXIT_CODE CSession::Bind(unsigned int ulPort, PACKET& stAck)
 {
     std::array<unsigned char, 4> aucPort{};
     StoreLe<uint32_t>(aucPort, 0, ulPort);
+    m_bBinding = true;
     const EXIT_CODE enCode = Ask(AGENT_CMD_BIND, PKT_TYPE_AGENT, aucPort, stAck);
+    m_bBinding = false;
+    const std::string strStatusLine = std::exchange(m_strStatusLine, {});
+    if (enCode == CODE_DONE && !strStatusLine.empty())
+        m_stContext.printer.Print({}, strStatusLine);
     if (enCode != CODE_REFUSED)
         return enCode;
     return m_stContext.Fail(enCode, std::string("bind of channel ") + Label() + " to port " + std::to_string(ulPort) +
@@ -101,8 +107,11 @@ void CSession::PrintUnsolicited(const PACKET& stPacket)
         stNote.decoded = Decode(*pstLayout, stPacket.payload);
         stNote.bHexDump = false;
     }
-    if (!m_stContext.printer.IsJson() && (ulId == AGENT_CMD_UE_STATUS || ulId == AGENT_CMD_GU_STATUS))
-        m_stContext.printer.Print({}, StatusLine(stNote.decoded));
-    else
+    const bool bStatus = ulId == AGENT_CMD_UE_STATUS || ulId == AGENT_CMD_GU_STATUS;
+    if (m_stContext.printer.IsJson() || !bStatus)
         m_stContext.printer.Packet(stPacket, stNote);
+    else if (m_bBinding)
+        m_strStatusLine = StatusLine(stNote.decoded);
+    else
+        m_stContext.printer.Print({}, StatusLine(stNote.decoded));
 }

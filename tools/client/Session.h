@@ -64,7 +64,8 @@ public:
     [[nodiscard]] EXIT_CODE Bind(unsigned int ulPort, PACKET& stAck);
 
     CConnection& Connection() { return m_connection; }
-    /// Prints a packet that nobody waits for: a status record, a late ack.
+    /// Prints a packet that nobody waits for: a status record, a late ack. As text, status records that come during
+    /// a bind are kept for its end: the agent has told of its own binding before.
     void PrintUnsolicited(const PACKET& stPacket);
     EXIT_CODE Lost() const;
 
@@ -76,4 +77,6 @@ private:
     const CONTEXT& m_stContext;
     enChannelType m_enChannel;
     CConnection m_connection;
+    bool m_bBinding = false;
+    std::string m_strStatusLine; // the last one of a bind
 };
