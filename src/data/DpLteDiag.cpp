@@ -396,7 +396,8 @@ unsigned int CDataProcessorLteDiag::DoAirLayerEventUserPlaneReqFilter(const DIAG
     for (unsigned int i = 0; i < usLogCatInCnt; ++i) {
         SWITCH_ENTRY stEntry;
         SwitchEntry(reader, stEntry);
-        // An entry of unknown kind holds the walk up for good: the entries behind it are lost, and client tools know it.
+        // An entry of unknown kind holds the walk up for good: the entries behind it are lost, and client tools know
+        // it.
         if (!SortSwitchEntry(stEntry, stLists))
             break;
     }

@@ -144,11 +144,11 @@ TEST(OperationGUDataQuery, RegisterConfirms)
 
 TEST(OperationGUDataQuery, RegisterIndicationsOfTheFirstModem)
 {
-    CGuFixture gu("TEAK-11");
-    gu.FromUe(GuMsg(0xF505, Join(Le(0U), Le(0U), Le(1U), Le(0x2000U)))); // the list of mode 0: one register
-    gu.Forget();
     const Bytes stale = Join(Fill(34), Le(static_cast<unsigned short>(9)), Fill(36)); // nine values
     for (const unsigned short usId : Words{0xE501, 0xF501}) {
+        CGuFixture gu("TEAK-11");
+        gu.FromUe(GuMsg(0xF505, Join(Le(0U), Le(0U), Le(1U), Le(0x2000U)))); // the list of mode 0: one register
+        gu.Forget();
         gu.FromUe(GuMsg(usId, stale, 0, 68));
         EXPECT_TRUE(gu.ToUe().empty()) << "the second modem's are dropped";
         gu.FromUe(GuMsg(usId, stale));
