@@ -3,6 +3,7 @@
 #include "agent/Client.h"
 #include "agent/PollSet.h"
 #include "common/Debug.h"
+#include "common/Wait.h"
 #include "data/gu/OperationGUData.h"
 
 #include <algorithm>
@@ -82,7 +83,7 @@ bool IsOutOfResources(int iError)
 bool WaitWritable(int nSocket, const char* pszChannel, int iTimeoutMs)
 {
     pollfd stFd{nSocket, POLLOUT, 0};
-    int iReady = poll(&stFd, 1, iTimeoutMs);
+    int iReady = PollFor({&stFd, 1}, iTimeoutMs);
     if (iReady > 0 && (stFd.revents & POLLNVAL) != 0) {
         errno = EBADF;
         iReady = -1;
@@ -93,12 +94,6 @@ bool WaitWritable(int nSocket, const char* pszChannel, int iTimeoutMs)
         CDebug::Instance()->PrintWarn("Client SendDataToClient select TimeOut, channel:%s, errno :%d", pszChannel,
                                       EAGAIN);
     return iReady > 0;
-}
-
-int MsUntil(Clock::time_point end)
-{
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
-    return static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
 }
 } // namespace
 
@@ -274,7 +269,7 @@ bool CAgent::AcceptClient(int nListen, enChannelType enType)
 {
     sockaddr_in stAddr{};
     socklen_t ulAddrLen = sizeof(stAddr);
-    CUniqueFd clientFd(accept(nListen, reinterpret_cast<sockaddr*>(&stAddr), &ulAddrLen));
+    CUniqueFd clientFd(RetryOnEintr([&] { return accept(nListen, reinterpret_cast<sockaddr*>(&stAddr), &ulAddrLen); }));
     if (!clientFd.IsOpen()) {
         if (errno == EAGAIN)
             return false; // all taken, or gone again
@@ -319,7 +314,8 @@ bool CAgent::SendData2Client(int nSocket, ByteView& data, const char* pszChannel
         return false; // it had its 20 ms; the threads that send must not spend them again on every packet
     const size_t szTotal = data.size();
     while (!data.empty()) {
-        const ssize_t lSent = send(nSocket, data.data(), data.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        const ssize_t lSent =
+            RetryOnEintr([&] { return send(nSocket, data.data(), data.size(), MSG_NOSIGNAL | MSG_DONTWAIT); });
         if (lSent >= 0) {
             data = data.subspan(static_cast<size_t>(lSent));
             continue;

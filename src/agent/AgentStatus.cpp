@@ -3,6 +3,7 @@
 #include "agent/Client.h"
 #include "common/Config.h"
 #include "common/Debug.h"
+#include "common/Wait.h"
 #include "ue/TcpChannel.h"
 #include "ue/UE.h"
 
@@ -105,8 +106,10 @@ void CAgent::SendStatus2UI(ByteView datagram)
     xtl::MutexGuard guard(m_StatusMutex);
     if (m_nStatusSocket < 0)
         return;
-    const ssize_t lSent = sendto(m_nStatusSocket, datagram.data(), datagram.size(), 0,
-                                 reinterpret_cast<const sockaddr*>(&m_stMonitorAddr), sizeof(m_stMonitorAddr));
+    const auto* const pAddr = reinterpret_cast<const sockaddr*>(&m_stMonitorAddr);
+    const int nSocket = m_nStatusSocket;
+    const ssize_t lSent =
+        RetryOnEintr([&] { return sendto(nSocket, datagram.data(), datagram.size(), 0, pAddr, sizeof(sockaddr_in)); });
     const int iError = errno;
     guard.Unlock();
     if (lSent <= 0)
@@ -154,7 +157,8 @@ void CAgent::StatusQueryFun()
     }
     while (m_bRun) {
         std::array<unsigned char, STATUS_QUERY_MAX> aucQuery;
-        const ssize_t lRead = recvfrom(queryFd.Get(), aucQuery.data(), aucQuery.size(), 0, nullptr, nullptr);
+        const ssize_t lRead = RetryOnEintr(
+            [&] { return recvfrom(queryFd.Get(), aucQuery.data(), aucQuery.size(), 0, nullptr, nullptr); });
         if (lRead < 0)
             sleep(1); // a broken socket must not keep a core busy
         if (lRead < 1 || aucQuery[0] != AGENT_STATUS_QUERY_CURRENT)
