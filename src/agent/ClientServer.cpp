@@ -3,6 +3,7 @@
 #include "agent/Client.h"
 #include "agent/PollSet.h"
 #include "common/Debug.h"
+#include "common/Wait.h"
 #include "data/gu/OperationGUData.h"
 
 #include <algorithm>
@@ -73,12 +74,6 @@ void SendWithoutDelay(int nSocket)
 bool IsOutOfResources(int iError)
 {
     return iError == EMFILE || iError == ENFILE || iError == ENOBUFS || iError == ENOMEM;
-}
-
-int MsUntil(Clock::time_point end)
-{
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
-    return static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
 }
 } // namespace
 
@@ -271,7 +266,7 @@ bool CClientServer::AcceptClient(int nListen, enChannelType enType)
 {
     sockaddr_in stAddr{};
     socklen_t ulAddrLen = sizeof(stAddr);
-    CUniqueFd clientFd(accept(nListen, reinterpret_cast<sockaddr*>(&stAddr), &ulAddrLen));
+    CUniqueFd clientFd(RetryOnEintr([&] { return accept(nListen, reinterpret_cast<sockaddr*>(&stAddr), &ulAddrLen); }));
     if (!clientFd.IsOpen()) {
         if (errno == EAGAIN)
             return false; // all taken, or gone again

@@ -1,9 +1,9 @@
 #include "agent/ClientSocket.h"
 
 #include "common/Debug.h"
+#include "common/Wait.h"
 
 #include <cerrno>
-#include <poll.h>
 #include <sys/socket.h>
 
 namespace
@@ -14,7 +14,7 @@ constexpr int CLIENT_SEND_TIMEOUT_MS = 20; // longest wait for a client to take 
 bool WaitWritable(int nSocket, const char* pszChannel, int iTimeoutMs)
 {
     pollfd stFd{nSocket, POLLOUT, 0};
-    int iReady = poll(&stFd, 1, iTimeoutMs);
+    int iReady = PollFor({&stFd, 1}, iTimeoutMs);
     if (iReady > 0 && (stFd.revents & POLLNVAL) != 0) {
         errno = EBADF;
         iReady = -1;
@@ -36,7 +36,8 @@ bool SendData2Client(int nSocket, ByteView& data, const char* pszChannel, bool b
         return false; // it had its 20 ms; the threads that send must not spend them again on every packet
     const size_t szTotal = data.size();
     while (!data.empty()) {
-        const ssize_t lSent = send(nSocket, data.data(), data.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        const ssize_t lSent =
+            RetryOnEintr([&] { return send(nSocket, data.data(), data.size(), MSG_NOSIGNAL | MSG_DONTWAIT); });
         if (lSent >= 0) {
             data = data.subspan(static_cast<size_t>(lSent));
             continue;

@@ -2,6 +2,7 @@
 #include "common/Debug.h"
 #include "ue/DeviceMonitor.h"
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -26,6 +27,7 @@ int RunAgent(CAgent& agent)
 
 int main()
 {
+    (void)std::signal(SIGPIPE, SIG_IGN); // a standard error that nobody reads must not end the run
     CAgent agent;
     const int iStatus = RunAgent(agent);
     agent.Stop();

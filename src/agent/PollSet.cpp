@@ -1,5 +1,7 @@
 #include "agent/PollSet.h"
 
+#include "common/Wait.h"
+
 #include <algorithm>
 #include <cerrno>
 
@@ -23,7 +25,7 @@ void CPollSet::Add(int nFd)
 
 int CPollSet::Wait(int iTimeOutMs)
 {
-    const int iReady = m_bInvalid ? 0 : poll(m_fds.data(), m_fds.size(), iTimeOutMs);
+    const int iReady = m_bInvalid ? 0 : PollFor(m_fds, iTimeOutMs);
     const auto isClosed = [](const pollfd& stFd) { return (stFd.revents & POLLNVAL) != 0; };
     if (m_bInvalid || (iReady > 0 && std::ranges::any_of(m_fds, isClosed))) {
         errno = EBADF;

@@ -3,6 +3,7 @@
 #include "common/Config.h"
 #include "common/Debug.h"
 #include "common/Types.h"
+#include "common/Wait.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -86,8 +87,10 @@ void CStatusReporter::SendStatus2UI(ByteView datagram)
     xtl::MutexGuard guard(m_StatusMutex);
     if (m_nStatusSocket < 0)
         return;
-    const ssize_t lSent = sendto(m_nStatusSocket, datagram.data(), datagram.size(), 0,
-                                 reinterpret_cast<const sockaddr*>(&m_stMonitorAddr), sizeof(m_stMonitorAddr));
+    const auto* const pAddr = reinterpret_cast<const sockaddr*>(&m_stMonitorAddr);
+    const int nSocket = m_nStatusSocket;
+    const ssize_t lSent =
+        RetryOnEintr([&] { return sendto(nSocket, datagram.data(), datagram.size(), 0, pAddr, sizeof(sockaddr_in)); });
     const int iError = errno;
     guard.Unlock();
     if (lSent <= 0)

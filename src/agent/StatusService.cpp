@@ -5,6 +5,7 @@
 #include "common/Config.h"
 #include "common/Debug.h"
 #include "common/UniqueFd.h"
+#include "common/Wait.h"
 #include "ue/TcpChannel.h"
 #include "ue/UEManager.h"
 
@@ -59,7 +60,8 @@ void CStatusService::StatusQueryFun()
     }
     while (m_bRun) {
         std::array<unsigned char, STATUS_QUERY_MAX> aucQuery;
-        const ssize_t lRead = recvfrom(queryFd.Get(), aucQuery.data(), aucQuery.size(), 0, nullptr, nullptr);
+        const ssize_t lRead = RetryOnEintr(
+            [&] { return recvfrom(queryFd.Get(), aucQuery.data(), aucQuery.size(), 0, nullptr, nullptr); });
         if (lRead < 0)
             sleep(1); // a broken socket must not keep a core busy
         if (lRead < 1 || aucQuery[0] != AGENT_STATUS_QUERY_CURRENT)

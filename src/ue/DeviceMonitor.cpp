@@ -3,6 +3,7 @@
 #include "common/Config.h"
 #include "common/Debug.h"
 #include "common/Thread.h"
+#include "common/Wait.h"
 #include "ue/UEManager.h"
 
 #include <arpa/inet.h>
@@ -14,7 +15,8 @@
 namespace
 {
 constexpr int LISTEN_BACKLOG = 80;
-constexpr time_t RECORD_TIME_LIMIT_S = 10;      // for each piece: a connection that says nothing holds up all others
+constexpr std::chrono::seconds
+    RECORD_TIME_LIMIT(10);                      // for each piece: a connection that says nothing holds up all others
 constexpr useconds_t ACCEPT_PAUSE_US = 100'000; // after a failed accept, which is likely to fail again at once
 constexpr int END_LIMIT_MS = 20'000;
 
@@ -177,17 +179,19 @@ void CDeviceMonitor::DeviceMonitorFun()
 std::optional<DEVICE_MONITOR_INFO_STRU> CDeviceMonitor::ReceiveRecord() NO_THREAD_SAFETY_ANALYSIS
 {
     // Without the lock: only this thread changes the listener.
-    const CUniqueFd peer(accept4(m_Listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+    const int nListener = m_Listener.Get();
+    const CUniqueFd peer(RetryOnEintr([=] { return accept4(nListener, nullptr, nullptr, SOCK_CLOEXEC); }));
     if (!peer.IsOpen()) {
         CDebug::Instance()->PrintError("Device Monitor accept error, errno:%d", errno);
         usleep(ACCEPT_PAUSE_US);
         return std::nullopt;
     }
-    const timeval stLimit{RECORD_TIME_LIMIT_S, 0};
+    const timeval stLimit{RECORD_TIME_LIMIT.count(), 0};
     (void)setsockopt(peer.Get(), SOL_SOCKET, SO_RCVTIMEO, &stLimit, sizeof(stLimit));
     std::array<unsigned char, DEVICE_MONITOR_INFO_STRU::SIZE> record{};
     for (ByteSpan rest(record); !rest.empty();) {
-        const ssize_t nRead = recv(peer.Get(), rest.data(), rest.size(), 0);
+        const ssize_t nRead = RetryOnEintr([&] { return recv(peer.Get(), rest.data(), rest.size(), 0); },
+                                           std::chrono::steady_clock::now() + RECORD_TIME_LIMIT);
         if (nRead <= 0) {
             CDebug::Instance()->PrintError("Device Monitor Thread Read Data Error %d", errno);
             return std::nullopt;

@@ -2,6 +2,7 @@
 
 #include "common/Debug.h"
 #include "common/MsgBuf.h"
+#include "common/Wait.h"
 
 #include <algorithm>
 
@@ -48,7 +49,7 @@ void CReadSet::AddLink(size_t szIndex, int nSocket)
 
 int CReadSet::Wait(int lTimeoutMs)
 {
-    const int nReady = poll(m_vecPoll.data(), m_vecPoll.size(), lTimeoutMs);
+    const int nReady = PollFor(m_vecPoll, lTimeoutMs);
     const auto isInvalid = [](const pollfd& stPoll) { return (stPoll.revents & POLLNVAL) != 0; };
     return nReady > 0 && std::ranges::any_of(m_vecPoll, isInvalid) ? -1 : nReady;
 }

@@ -2,18 +2,20 @@
 
 #include "common/Debug.h"
 #include "common/UniqueFd.h"
+#include "common/Wait.h"
 
 #include <cerrno>
 #include <chrono>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <thread>
 #include <unistd.h>
 
 namespace
 {
-constexpr unsigned int SETTLE_TIME_S = 1; // from the opening of a device until it is used
-constexpr int BAUD_NO_CONSTANT = 128000;  // a speed that the terminal interface has no constant for
+constexpr auto SETTLE_TIME = std::chrono::seconds(1); // from the opening of a device until it is used
+constexpr int BAUD_NO_CONSTANT = 128000;              // a speed that the terminal interface has no constant for
 constexpr int BAUD_DEFAULT = 9600;
 constexpr int WRITE_BASE_TIMEOUT_S = 2;
 constexpr int LINE_BITS_PER_BYTE = 20;      // allowed for in the write time-out, twice what 8N1 takes
@@ -35,12 +37,6 @@ constexpr BAUD_ROW g_astBaud[] = {
 };
 // clang-format on
 
-int MsUntil(std::chrono::steady_clock::time_point end)
-{
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-    return static_cast<int>(std::max<int64_t>(0, left.count()));
-}
-
 /// Gives the device a moment to send what it still holds, then discards the rest: a modem that keeps its flow
 /// control off must not hold a close, which would wait for it without a limit.
 void DrainOrDiscard(int nFd)
@@ -54,6 +50,13 @@ void DrainOrDiscard(int nFd)
         }
         usleep(10'000);
     }
+}
+
+void RestoreAndClose(int nFd, const termios& stTermios)
+{
+    DrainOrDiscard(nFd);
+    (void)RetryOnEintr([&] { return tcsetattr(nFd, TCSADRAIN, &stTermios); }); // fails when the device is gone
+    (void)close(nFd);
 }
 
 void SetNonBlocking(int nFd, bool bNonBlocking)
@@ -155,7 +158,7 @@ bool CSerial::OpenSerial()
     const std::string strName = GetName();
     // A port is no controlling terminal, or a vanishing modem would hang up the process; and without O_NONBLOCK
     // the open itself would wait for a carrier. It is cleared once the attributes with CLOCAL are set.
-    CUniqueFd fd(open(strName.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    CUniqueFd fd(RetryOnEintr([&] { return open(strName.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC); }));
     if (!fd.IsOpen()) {
         m_bOpen = false;
         CDebug::Instance()->PrintError("Open Serial %s fail!", strName.c_str());
@@ -175,13 +178,13 @@ bool CSerial::OpenSerial()
         CDebug::Instance()->PrintError("Set Serial %s attr fail!", strName.c_str());
         return false;
     }
-    sleep(SETTLE_TIME_S);
+    std::this_thread::sleep_for(SETTLE_TIME);
     return MarkOpen(nFd);
 }
 
 bool CSerial::SetAttributes(int nFd) const
 {
-    if (tcsetattr(nFd, TCSAFLUSH, &m_stNewTermios) != 0)
+    if (RetryOnEintr([&] { return tcsetattr(nFd, TCSAFLUSH, &m_stNewTermios); }) != 0)
         return false;
     SetNonBlocking(nFd, false);
     return true;
@@ -208,11 +211,8 @@ bool CSerial::CloseSerial()
     {
         const xtl::MutexGuard readGuard(m_ReadLock);
         const xtl::MutexGuard writeGuard(m_WriteLock);
-        if (m_iHandle != -1) {
-            DrainOrDiscard(m_iHandle);
-            (void)tcsetattr(m_iHandle, TCSADRAIN, &m_stOldTermios); // fails when the device is gone
-            (void)close(m_iHandle);
-        }
+        if (m_iHandle != -1)
+            RestoreAndClose(m_iHandle, m_stOldTermios);
         m_iHandle = -1;
         m_bOpen = false;
     }
@@ -230,6 +230,8 @@ bool CSerial::ReadSerial(CAgentMsgRun& run)
         OnSerialData({m_pReadBuf.get(), static_cast<size_t>(nRead)}, run);
         return true;
     }
+    if (nRead < 0 && errno == EINTR)
+        return true; // nothing now
     if (nRead == 0)
         CDebug::Instance()->PrintWarn("read Serial == 0, com:%d, type:%d, errno:%d", GetPortNum(), m_enType, errno);
     else
@@ -291,7 +293,7 @@ bool CSerial::WriteAll(ByteView data)
 bool CSerial::WaitWritable(int lTimeoutMs) const
 {
     pollfd stPoll{m_iHandle, POLLOUT, 0};
-    const int nReady = lTimeoutMs > 0 ? poll(&stPoll, 1, lTimeoutMs) : 0;
+    const int nReady = lTimeoutMs > 0 ? PollFor({&stPoll, 1}, lTimeoutMs) : 0;
     if (nReady > 0 && (stPoll.revents & POLLNVAL) == 0)
         return true;
     if (nReady == 0)
@@ -309,7 +311,7 @@ bool CSerial::WaitWritable(int lTimeoutMs) const
 ssize_t CSerial::WriteSome(ByteView data) const
 {
     SetNonBlocking(m_iHandle, true);
-    const ssize_t nWritten = write(m_iHandle, data.data(), data.size());
+    const ssize_t nWritten = RetryOnEintr([&] { return write(m_iHandle, data.data(), data.size()); });
     const int nError = errno;
     SetNonBlocking(m_iHandle, false);
     errno = nError;

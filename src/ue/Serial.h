@@ -62,7 +62,8 @@ public:
     /// Held by the read thread over its wait and its read.
     void SerialLock() ACQUIRE(m_ReadLock) { m_ReadLock.Lock(); }
     void SerialUnlock() RELEASE(m_ReadLock) { m_ReadLock.Unlock(); }
-    /// Reads once and hands the bytes to the channels. False on a closed port, a fault or the end of the file.
+    /// Reads once and hands the bytes to the channels. False on a closed port, a fault or the end of the file;
+    /// a signal that ends the read is no fault.
     bool ReadSerial(CAgentMsgRun& run) REQUIRES(m_ReadLock);
     /// Writes all bytes, or gives up after the time-out. Opens an AT port that is closed. What was written of a
     /// packet when it failed stays written.

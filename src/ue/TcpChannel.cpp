@@ -2,6 +2,7 @@
 
 #include "common/Debug.h"
 #include "common/MsgBuf.h"
+#include "common/Wait.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -12,8 +13,8 @@
 namespace
 {
 constexpr size_t RECVCACHELENGTH = 0x20000;
-constexpr time_t LINK_TIME_LIMIT_S = 5; // a connect, and a send that makes no headway, end after it
-constexpr int RECV_FAULT_LINE = 192;    // the fixed "line" of the log text
+constexpr std::chrono::seconds LINK_TIME_LIMIT(5); // a connect, and a send that makes no headway, end after it
+constexpr int RECV_FAULT_LINE = 192;               // the fixed "line" of the log text
 constexpr size_t MAX_PORT = 0xFFFF;
 
 struct LINK_ROW
@@ -39,6 +40,22 @@ sockaddr_in Address(in_addr_t ulAddress, unsigned int uiPort)
     stAddr.sin_port = htons(static_cast<uint16_t>(uiPort));
     stAddr.sin_addr.s_addr = ulAddress;
     return stAddr;
+}
+
+/// Connects, within the time at most: the socket's own limit holds for a connect that no signal interrupts. One that
+/// is interrupted goes on by itself, and must not be started again.
+bool ConnectWithin(int nSocket, const sockaddr_in& stAddr, std::chrono::milliseconds limit)
+{
+    const auto end = std::chrono::steady_clock::now() + limit;
+    if (connect(nSocket, reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr)) == 0)
+        return true;
+    if (errno != EINTR)
+        return false;
+    pollfd stPoll{nSocket, POLLOUT, 0};
+    int nError = 0;
+    socklen_t ulLen = sizeof(nError);
+    return PollFor({&stPoll, 1}, MsUntil(end)) > 0 && getsockopt(nSocket, SOL_SOCKET, SO_ERROR, &nError, &ulLen) == 0 &&
+           nError == 0;
 }
 
 /// What a call's result adds to a counter: -1 counts as 4294967295. Deliberate; the status records show it.
@@ -88,12 +105,12 @@ bool TCPChannel::Connect(const std::string& ip)
 {
     // The send time-out bounds the connect as well, and later a peer that stops reading: it must not hold the
     // write thread, on which all UEs wait. Requests are small and answered, so none waits for another's ack.
-    const timeval stLimit{LINK_TIME_LIMIT_S, 0};
+    const timeval stLimit{LINK_TIME_LIMIT.count(), 0};
     const int nOn = 1;
     (void)setsockopt(GetSocket(), SOL_SOCKET, SO_SNDTIMEO, &stLimit, sizeof(stLimit));
     (void)setsockopt(GetSocket(), IPPROTO_TCP, TCP_NODELAY, &nOn, sizeof(nOn));
     const sockaddr_in stAddr = Address(inet_addr(ip.c_str()), m_uiPort);
-    if (m_uiPort > MAX_PORT || connect(GetSocket(), reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr)) != 0) {
+    if (m_uiPort > MAX_PORT || !ConnectWithin(GetSocket(), stAddr, LINK_TIME_LIMIT)) {
         CDebug::Instance()->PrintInfo("TCP connect failed, port: %d", m_uiPort);
         return false;
     }
@@ -129,7 +146,9 @@ bool TCPChannel::DoSendData(ByteView data)
 {
     for (uint64_t ullTotal = 0; ullTotal < data.size();) {
         const ByteView rest = data.subspan(static_cast<size_t>(ullTotal));
-        const uint64_t ullSent = CountOf(send(GetSocket(), rest.data(), rest.size(), MSG_NOSIGNAL));
+        const uint64_t ullSent =
+            CountOf(RetryOnEintr([&] { return send(GetSocket(), rest.data(), rest.size(), MSG_NOSIGNAL); },
+                                 std::chrono::steady_clock::now() + LINK_TIME_LIMIT));
         m_ullTotalWrite += ullSent;
         ullTotal += ullSent;
     }

@@ -159,8 +159,11 @@ void CUEManager::OnSerialDetach(unsigned int port)
         pSerial->GetUE()->OnSerialDetach(pSerial->GetSerialType());
 }
 
+/// Null for the number that unused ports have, too.
 CSerial* CUEManager::FindPort(unsigned int port)
 {
+    if (port == UNUSED_PORT_NUM)
+        return nullptr;
     for (size_t i = 0; i < TCP_UE_INDEX; ++i) {
         for (size_t j = 0; j < SERIALNUM; ++j) {
             CSerial* pSerial = m_aUE[i].GetSerial(static_cast<enSerialType>(j));

@@ -29,9 +29,10 @@ CAgentBench::CAgentBench(const std::string& strExtraConfig)
     m_dir.Write("config/vex.cfg", ExampleConfig() + "\n" + strExtraConfig + "\n");
 }
 
-void CAgentBench::StartAgent()
+void CAgentBench::StartAgent(CUniqueFd errFd)
 {
-    m_pAgent = std::make_unique<CVexProcess>(Program("vex-agent"), std::vector<std::string>{}, m_dir.Path());
+    m_pAgent =
+        std::make_unique<CVexProcess>(Program("vex-agent"), std::vector<std::string>{}, m_dir.Path(), std::move(errFd));
 }
 
 CVexProcess& CAgentBench::StartModem(std::vector<std::string> args)

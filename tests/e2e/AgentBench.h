@@ -17,7 +17,8 @@ public:
     /// waits of the product stay as they are.
     explicit CAgentBench(const std::string& strExtraConfig = "");
 
-    void StartAgent();
+    /// With another file for its standard error, if one is given.
+    void StartAgent(CUniqueFd errFd = {});
     CVexProcess& Agent() { return *m_pAgent; }
     /// Starts the modem simulator, attached through the device monitor's port; UE n has the ports 100 n + 1 to + 4.
     CVexProcess& StartModem(std::vector<std::string> args);

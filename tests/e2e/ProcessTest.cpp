@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <regex>
 #include <sstream>
+#include <unistd.h>
 
 namespace
 {
@@ -113,6 +114,18 @@ TEST(Process, ATakenFirstPortEndsTheRunWithALineAndStatusZero)
     EXPECT_NE(bench.Log().find(" [ERR] : CreateListenSocket fail\n"), std::string::npos) << bench.Log();
     EXPECT_NE(bench.Agent().Errors().find("20260"), std::string::npos);
     EXPECT_EQ(Lines(bench.Agent().Errors()).size(), 1U);
+}
+
+TEST(Process, AStandardErrorThatNobodyReadsEndsNothing)
+{
+    const CUniqueFd taken = ListenTcp(20260); // the agent says so on its standard error
+    CAgentBench bench("debuglevel=7");
+    int anPipe[2];
+    ASSERT_EQ(pipe(anPipe), 0);
+    CUniqueFd(anPipe[0]).Reset();
+    bench.StartAgent(CUniqueFd(anPipe[1]));
+    EXPECT_EQ(bench.Agent().WaitExit(), 0) << "128 and more is a signal";
+    EXPECT_NE(bench.Log().find("[ERR] : CreateListenSocket fail"), std::string::npos);
 }
 
 TEST(Process, ATakenLaterPortEndsTheRunInTheSelectError)

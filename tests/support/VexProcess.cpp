@@ -30,6 +30,7 @@ std::string ReadFile(const std::string& strPath)
 [[noreturn]] void Become(char* const* ppszArgs, const char* pszWorkDir, int nOut, int nErr)
 {
     (void)prctl(PR_SET_PDEATHSIG, SIGKILL); // a test that dies takes its programs along
+    (void)signal(SIGPIPE, SIG_DFL);         // whoever runs the tests may ignore it, and a child inherits that
     if (dup2(nOut, STDOUT_FILENO) >= 0 && dup2(nErr, STDERR_FILENO) >= 0 && chdir(pszWorkDir) == 0)
         (void)execv(ppszArgs[0], ppszArgs);
     _exit(EXIT_NOT_STARTED);
@@ -71,8 +72,9 @@ std::vector<std::string> CTempDir::Files() const
 }
 
 CVexProcess::CVexProcess(const std::string& strProgram, const std::vector<std::string>& args,
-                         const std::string& strWorkDir)
-    : m_outFd(memfd_create("stdout", MFD_CLOEXEC)), m_errFd(memfd_create("stderr", MFD_CLOEXEC))
+                         const std::string& strWorkDir, CUniqueFd errFd)
+    : m_outFd(memfd_create("stdout", MFD_CLOEXEC)),
+      m_errFd(errFd.IsOpen() ? errFd.Release() : memfd_create("stderr", MFD_CLOEXEC))
 {
     std::vector<std::string> words = {strProgram};
     words.insert(words.end(), args.begin(), args.end());

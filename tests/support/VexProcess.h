@@ -36,8 +36,10 @@ private:
 class CVexProcess
 {
 public:
-    /// Starts a program, at a path, with arguments and a working folder.
-    CVexProcess(const std::string& strProgram, const std::vector<std::string>& args, const std::string& strWorkDir);
+    /// Starts a program, at a path, with arguments and a working folder. Its standard error is captured, unless
+    /// another file is given for it.
+    CVexProcess(const std::string& strProgram, const std::vector<std::string>& args, const std::string& strWorkDir,
+                CUniqueFd errFd = {});
     ~CVexProcess();
     CVexProcess(const CVexProcess&) = delete;
     CVexProcess& operator=(const CVexProcess&) = delete;

@@ -5,6 +5,7 @@
 #include "common/Config.h"
 #include "support/AgentFixture.h"
 #include "support/LogCapture.h"
+#include "support/Signals.h"
 #include "support/WaitFor.h"
 
 #include <arpa/inet.h>
@@ -176,6 +177,19 @@ TEST(PollSet, TellsWhichOnesAreReady)
     EXPECT_FALSE(fds.IsReady(100000));
     fds.Clear();
     EXPECT_FALSE(fds.IsReady(second.Get()));
+}
+
+TEST(PollSet, ASignalDoesntEndTheWait)
+{
+    const CUniqueFd open = Hold(5000, SOCK_DGRAM);
+    CPollSet fds;
+    fds.Add(open.Get());
+    const int nBefore = CSignals::Count();
+    const CSignals signals;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(fds.Wait(300), 0);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(300));
+    EXPECT_GT(CSignals::Count(), nBefore);
 }
 
 // The loop.

@@ -3,6 +3,7 @@
 
 #include "support/AgentFixture.h"
 #include "support/LogCapture.h"
+#include "support/Signals.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -407,6 +408,21 @@ TEST_F(SendTest, AClientThatStopsReadingLosesPacketsAndKeepsItsConnection)
     EXPECT_FALSE(m_client.IsClosed());
     EXPECT_TRUE(Send(3, 0x22));
     EXPECT_EQ(m_client.Pending(), Hex("22 22 22"));
+}
+
+TEST_F(SendTest, SignalsDontEndTheWaitForAClient)
+{
+    CLogCapture log;
+    while (send(m_client.Get()->GetClientSocket(), "xxxx", 4, MSG_DONTWAIT) > 0) { // now it takes no more
+    }
+    const CSignals signals;
+    const auto start = std::chrono::steady_clock::now();
+    const Bytes packet = Hex("01 02 03");
+    ByteView data(packet);
+    EXPECT_FALSE(m_fix.Agent().SendData2Client(m_client.Get()->GetClientSocket(), data, "Lte Data"));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(20));
+    EXPECT_EQ(log.Count("Client SendDataToClient select Fail"), 0);
+    EXPECT_EQ(log.Count("Client SendDataToClient select TimeOut"), 1);
 }
 
 TEST_F(SendTest, PacketsThatAreSentTogetherWaitForTheEndOrUntilTheyAreMany)

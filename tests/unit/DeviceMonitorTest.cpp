@@ -3,6 +3,7 @@
 #include "common/Config.h"
 #include "support/LogCapture.h"
 #include "support/Queues.h"
+#include "support/Signals.h"
 #include "support/Sockets.h"
 #include "support/WaitFor.h"
 #include "ue/TcpChannel.h"
@@ -11,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <thread>
 #include <unistd.h>
 
 namespace
@@ -168,6 +170,29 @@ TEST(DeviceMonitor, ARecordMayComeInPieces)
         std::this_thread::sleep_for(milliseconds(5)); // so that the pieces arrive apart
     }
     EXPECT_TRUE(monitor.log.Saw("serial /dev/ttyUSB3 attach, port is 7"));
+}
+
+TEST(DeviceMonitor, SignalsDisturbNeitherTheWaitForARecordNorItsRead)
+{
+    const CLogCapture log;
+    CUEManager manager;
+    CDeviceMonitor monitor;
+    monitor.SetUEManager(&manager);
+    std::thread thread([&] { monitor.DeviceMonitorFun(); });
+    {
+        const CSignals signals(thread.native_handle());
+        EXPECT_TRUE(CSignals::WaitForMore(20));
+        const auto attach = EncodeDeviceRecord(Record(7, SERIAL_TYPE_AT, 1, "/dev/ttyUSB3", "g1"));
+        const CUniqueFd fd = ConnectTcp(DEVICE_MONITOR_PORT);
+        EXPECT_TRUE(SendAll(fd, ByteView(attach).first(300)));
+        EXPECT_TRUE(CSignals::WaitForMore(20));
+        EXPECT_TRUE(SendAll(fd, ByteView(attach).subspan(300)));
+        EXPECT_TRUE(SawClose(fd));
+        EXPECT_TRUE(log.Saw("serial /dev/ttyUSB3 attach, port is 7"));
+    }
+    EXPECT_EQ(log.Count("rror"), 0);
+    monitor.EndThread();
+    thread.join();
 }
 
 TEST(DeviceMonitor, A519ByteRecordIsDropped)

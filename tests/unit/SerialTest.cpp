@@ -4,6 +4,7 @@
 #include "support/LogCapture.h"
 #include "support/PtyPair.h"
 #include "support/Queues.h"
+#include "support/Signals.h"
 #include "support/WaitFor.h"
 #include "ue/UE.h"
 
@@ -286,6 +287,64 @@ TEST(Serial, AWriteThatDoesntFitAtOnceGoesOutInPieces)
     reader.join();
     EXPECT_EQ(received, data);
     EXPECT_EQ(serial.GetTotalBytesWrite(), data.size());
+}
+
+TEST(Serial, SignalsDisturbNeitherAWriteThatWaitsNorItsTimeOut)
+{
+    CPtyPair modem;
+    CSerial serial;
+    Prepare(serial, SERIAL_TYPE_DIAG, modem.Name(), 5);
+    ASSERT_TRUE(serial.OpenSerial());
+    const CLogCapture log;
+    const Bytes data = Fill(300'000, 0x5A);
+    {
+        const CSignals signals;
+        Bytes received;
+        std::thread reader([&] {
+            CSignals::WaitForMore(50); // the write waits for room meanwhile
+            received = modem.Read(data.size());
+        });
+        EXPECT_TRUE(serial.WriteSerial(data));
+        reader.join();
+        EXPECT_EQ(received, data);
+    }
+    modem.Clog();
+    const CSignals signals;
+    const auto start = steady_clock::now();
+    EXPECT_FALSE(serial.WriteSerial(Hex("01 02")));
+    EXPECT_GE(steady_clock::now() - start, milliseconds(1990));
+    EXPECT_LT(steady_clock::now() - start, milliseconds(3500));
+    EXPECT_EQ(log.Count("Send data to UE(com 5) Timeout"), 1);
+    EXPECT_EQ(log.Count("Send data to UE(com 5) Error"), 0);
+    EXPECT_EQ(log.Count("fail"), 0);
+}
+
+TEST(Serial, AReadThatASignalEndsIsNoFault)
+{
+    CPtyPair modem;
+    CSerial serial;
+    Prepare(serial, SERIAL_TYPE_DIAG, modem.Name(), 5);
+    ASSERT_TRUE(serial.OpenSerial());
+    const CLogCapture log;
+    {
+        const CSignals signals;
+        EXPECT_TRUE(ReadLocked(serial)) << "nothing there";
+    }
+    EXPECT_EQ(log.Count("read serial fail"), 0);
+    modem.Write(Hex("01 02"));
+    EXPECT_TRUE(ReadLocked(serial));
+    EXPECT_EQ(serial.GetTotalBytesRead(), 2u);
+}
+
+TEST(Serial, SignalsDontShortenTheTimeThatAPortSettles)
+{
+    CPtyPair modem;
+    CSerial serial;
+    Prepare(serial, SERIAL_TYPE_DIAG, modem.Name(), 5);
+    const CSignals signals;
+    const auto start = steady_clock::now();
+    EXPECT_TRUE(serial.OpenSerial());
+    EXPECT_GE(steady_clock::now() - start, milliseconds(1000));
 }
 
 TEST(Serial, AModemThatVanishedIsLoggedAndThePortStaysOpen)

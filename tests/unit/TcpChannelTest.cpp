@@ -3,6 +3,7 @@
 #include "support/HdlcReference.h"
 #include "support/LogCapture.h"
 #include "support/Queues.h"
+#include "support/Signals.h"
 #include "support/Sockets.h"
 #include "support/WaitFor.h"
 
@@ -11,6 +12,7 @@
 #include <memory>
 #include <poll.h>
 #include <sys/socket.h>
+#include <thread>
 
 namespace
 {
@@ -171,6 +173,50 @@ TEST(TcpChannel, AConnectThatIsntAnsweredEndsAfterFiveSeconds)
     EXPECT_GE(took, milliseconds(4000));
     EXPECT_LT(took, milliseconds(6500));
     EXPECT_EQ(log.Count("TCP connect failed, port: 20000"), 1);
+}
+
+TEST(TcpChannel, SignalsDisturbNeitherAConnectNorASend)
+{
+    const CUniqueFd listener = ListenTcp(PORT, 0);
+    const CUniqueFd waiting = ConnectTcp(PORT); // there is no room for another one until this one is taken
+    ASSERT_TRUE(waiting.IsOpen());
+    const CSignals signals;
+    CUniqueFd peer;
+    std::thread server([&] {
+        CSignals::WaitForMore(20);
+        const CUniqueFd first = AcceptTcp(listener);
+        peer = AcceptTcp(listener);
+    });
+    const CLogCapture log;
+    TCPChannel channel("127.0.0.1", PORT, TCP, Index(3));
+    server.join();
+    ASSERT_NE(channel.GetSocket(), -1);
+    ASSERT_TRUE(peer.IsOpen());
+    EXPECT_EQ(log.Count("[INF] : tcp connect success, port : 20000"), 1);
+
+    const Bytes block = Fill(10'000'000, 'x'); // more than both ends' buffers
+    Bytes received;
+    std::thread reader([&] {
+        CSignals::WaitForMore(50); // the send waits for room meanwhile
+        received = ReceiveBytes(peer, block.size());
+    });
+    EXPECT_TRUE(channel.SendData(block));
+    reader.join();
+    EXPECT_EQ(received, block);
+    EXPECT_EQ(channel.GetTotalBytesWrite(), block.size());
+}
+
+TEST(TcpChannel, SignalsDontProlongAConnectThatIsntAnswered)
+{
+    const CUniqueFd listener = ListenTcp(PORT, 0);
+    const CUniqueFd waiting = ConnectTcp(PORT);
+    ASSERT_TRUE(waiting.IsOpen());
+    const CSignals signals;
+    const auto start = steady_clock::now();
+    TCPChannel channel("127.0.0.1", PORT, TCP, Index(0));
+    EXPECT_EQ(channel.GetSocket(), -1);
+    EXPECT_GE(steady_clock::now() - start, milliseconds(4000));
+    EXPECT_LT(steady_clock::now() - start, milliseconds(6500));
 }
 
 TEST(TcpChannel, AUdpLinkReceivesAndItsWritesVanish)

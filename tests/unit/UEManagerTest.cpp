@@ -5,8 +5,10 @@
 #include "support/LogCapture.h"
 #include "support/PtyPair.h"
 #include "support/Queues.h"
+#include "support/Signals.h"
 #include "support/Sockets.h"
 #include "support/WaitFor.h"
+#include "ue/ReadSet.h"
 #include "ue/TcpChannel.h"
 
 #include <ctime>
@@ -150,6 +152,7 @@ TEST(UEManager, DetachOfAnUnknownPortIsSilent)
     DrainAgentQueue();
     const CLogCapture log;
     manager.OnSerialDetach(2);
+    manager.OnSerialDetach(2147483647); // the number of ports that have none
     EXPECT_TRUE(TakenMsgs().empty());
     EXPECT_EQ(log.Count(""), 1) << "nothing but the mark";
 }
@@ -306,6 +309,17 @@ TEST(UEManager, AModemThatVanishesDoesntMakeTheReadLoopSpinNorHoldUpOthers)
     EXPECT_TRUE(manager.GetUE(0)->GetSerial(SERIAL_TYPE_DIAG)->IsOpen()) << "only a detach closes it";
     manager.OnSerialDetach(1);
     EXPECT_EQ(TakenMsgs(), (std::vector<Msg>{{3, 0, 0}}));
+}
+
+TEST(UEManager, ASignalDoesntEndTheWaitOfTheReadLoop)
+{
+    CReadSet readSet;
+    const int nBefore = CSignals::Count();
+    const CSignals signals;
+    const auto start = steady_clock::now();
+    EXPECT_EQ(readSet.Wait(300), 0);
+    EXPECT_GE(steady_clock::now() - start, milliseconds(300));
+    EXPECT_GT(CSignals::Count(), nBefore);
 }
 
 TEST(UEManager, AnInvalidDescriptorIsAFailedWait)

@@ -8,6 +8,7 @@ vex_test(test_common
         MsgBufTest.cpp
         ScanTest.cpp
         ThreadTest.cpp
+        WaitTest.cpp
         xtlTest.cpp
     LIBS vex_common
 )

@@ -1,0 +1,19 @@
+#include "common/Wait.h"
+
+#include <algorithm>
+#include <cstdint>
+
+int MsUntil(std::chrono::steady_clock::time_point end)
+{
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+    return static_cast<int>(std::max<int64_t>(0, left.count()));
+}
+
+int PollFor(std::span<pollfd> fds, int lTimeoutMs)
+{
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(lTimeoutMs);
+    int nReady = poll(fds.data(), fds.size(), lTimeoutMs);
+    while (nReady == -1 && errno == EINTR)
+        nReady = poll(fds.data(), fds.size(), MsUntil(end));
+    return nReady;
+}
