@@ -77,7 +77,8 @@ public:
     // UE events (AgentEvents.cpp).
 
     void ReadAgentMsgFun();
-    /// Handles the records in order; the buffers behind them stay the caller's.
+    /// Handles the records in order; the buffers behind them stay the caller's. A record that memory is too short for
+    /// is dropped alone.
     void ProcessAgentMsgs(std::span<const MSG_AGENT> msgs);
     void UpdateSerialInfo(const MSG_AGENT& stMsg);
     /// Starts the handshake of the channel. On the LTE diag channel this takes two seconds.
@@ -171,6 +172,7 @@ private:
 
     bool StartThread(int& hThread, void* (*pfn)(void*), const char* pszFail, const char* pszOk);
 
+    bool ServeClients(CPollSet& fds, const CListenSockets& anListen);
     int WaitForClients(CPollSet& fds, const CListenSockets& anListen);
     void FillPollSet(CPollSet& fds, const CListenSockets& anListen) const REQUIRES(m_ClientListMutex);
     void WakeUp();
@@ -180,6 +182,7 @@ private:
     void ReadClient(std::shared_ptr<CClient>& pClient) REQUIRES(m_BindMutex);
     void AcceptClients(int nListen, enChannelType enType) REQUIRES(m_BindMutex);
     bool AcceptClient(int nListen, enChannelType enType) REQUIRES(m_BindMutex);
+    void MakeRoomForClient();
     void ForgetClient(CClient* pClient);
     void RemoveLostClient(CClient* pClient) REQUIRES(m_BindMutex);
     void ReleaseClients();

@@ -3,6 +3,7 @@
 #include "agent/Client.h"
 #include "common/Debug.h"
 #include "common/LteDiagInitCmd.h"
+#include "common/NoMemory.h"
 #include "data/DpLteDiag.h"
 #include "data/gu/GUDataProcess.h"
 #include "data/gu/GuPacket.h"
@@ -55,6 +56,13 @@ ByteSpan PacketOf(const MSG_AGENT& stMsg)
     return {stMsg.pucData, stMsg.pucData ? stMsg.ulDataLen : 0};
 }
 
+/// Handles packet by packet; one that memory is too short for is dropped alone.
+template <class Handle> void ForEachPacket(std::span<const MSG_AGENT> run, Handle handle)
+{
+    for (const MSG_AGENT& stMsg : run)
+        (void)DropOnNoMemory("a packet of a UE", [&] { handle(stMsg); });
+}
+
 /// How many of the records, of which there is one at least, come at the head as packets of one channel; 1 for a
 /// record of another kind.
 size_t RunLength(std::span<const MSG_AGENT> msgs)
@@ -102,16 +110,17 @@ ADE_UE_CONNECTION_ACK_STRU ConnectionAckOf(ByteView payload)
 void CAgent::ReadAgentMsgFun()
 {
     std::array<MSG_AGENT, MSG_RUN_MAX> astMsg;
+    std::array<OwnedBytes, MSG_RUN_MAX> apData; // owners of what the records carry
     while (m_bRun) {
         const size_t szCount = CMsgBuf::Instance()->AgentQueue().get(astMsg);
         if (szCount == 0) {
             sleep(1);
             continue;
         }
-        const auto msgs = std::span<const MSG_AGENT>(astMsg).first(szCount);
-        ProcessAgentMsgs(msgs);
-        for (const MSG_AGENT& stMsg : msgs)
-            delete[] stMsg.pucData;
+        for (size_t i = 0; i < szCount; ++i)
+            apData[i].reset(astMsg[i].pucData);
+        ProcessAgentMsgs(std::span<const MSG_AGENT>(astMsg).first(szCount));
+        std::for_each_n(apData.begin(), szCount, [](OwnedBytes& pData) { pData.reset(); });
     }
 }
 
@@ -130,12 +139,16 @@ void CAgent::ProcessRun(std::span<const MSG_AGENT> run)
     const MSG_AGENT& stMsg = run.front();
     switch (stMsg.ulMsgType) {
     case AGENT_MSG_CONNECT:
-        UpdateSerialInfo(stMsg);
-        ConnectUE(stMsg);
+        (void)DropOnNoMemory("a port that came", [&] {
+            UpdateSerialInfo(stMsg);
+            ConnectUE(stMsg);
+        });
         break;
     case AGENT_MSG_DISCONNECT:
-        UpdateSerialInfo(stMsg);
-        DisconnectUE(stMsg);
+        (void)DropOnNoMemory("a port that went", [&] {
+            UpdateSerialInfo(stMsg);
+            DisconnectUE(stMsg);
+        });
         break;
     case AGENT_MSG_DATA:
         OnUeDataArrive(run);
@@ -250,11 +263,11 @@ void CAgent::OnUeDataArrive(std::span<const MSG_AGENT> run)
     if (!IsRow(stFirst.ulUeIdx, stFirst.enChannel))
         return;
     if (stFirst.enChannel == CHANNEL_LTE_DIAG) {
-        for (const MSG_AGENT& stMsg : run)
-            OnLteDiagArrive(stMsg);
+        ForEachPacket(run, [&](const MSG_AGENT& stMsg) { OnLteDiagArrive(stMsg); });
     } else if (stFirst.enChannel == CHANNEL_GU_CMD) {
-        for (const MSG_AGENT& stMsg : run)
+        ForEachPacket(run, [&](const MSG_AGENT& stMsg) {
             OnGuCmdArrive(static_cast<unsigned char>(stMsg.ulUeIdx), PacketOf(stMsg));
+        });
     } else {
         Deliver2Client(run);
     }
@@ -289,8 +302,7 @@ void CAgent::Deliver2Client(std::span<const MSG_AGENT> run)
     if (!pClient)
         return;
     const CClient::CSendTogether together(*pClient);
-    for (const MSG_AGENT& stMsg : run)
-        pClient->OnSerialData(PacketOf(stMsg));
+    ForEachPacket(run, [&](const MSG_AGENT& stMsg) { pClient->OnSerialData(PacketOf(stMsg)); });
 }
 
 bool CAgent::JudgeJIANLIANCMD(ByteView packet, unsigned char ucUeIdx)

@@ -3,6 +3,7 @@
 #include "agent/Client.h"
 #include "common/Config.h"
 #include "common/Debug.h"
+#include "common/NoMemory.h"
 #include "common/Wait.h"
 #include "ue/TcpChannel.h"
 #include "ue/UE.h"
@@ -120,7 +121,7 @@ void CAgent::StatusMonitorFun()
 {
     const int iInterval = CConfig::Instance()->GetStatusInfoReportInterval();
     while (m_bRun && iInterval > 0) {
-        SendTransferReport();
+        (void)DropOnNoMemory("a transfer report", [this] { SendTransferReport(); });
         sleep(static_cast<unsigned int>(iInterval));
     }
 }
@@ -164,7 +165,8 @@ void CAgent::StatusQueryFun()
         if (lRead < 1 || aucQuery[0] != AGENT_STATUS_QUERY_CURRENT)
             continue;
         CDebug::Instance()->PrintInfo("Receive AGENT_STATUS_QUERY_CURRENT cmd");
-        SendAgentCurrentStatus(); // to the monitor, whoever asked
+        // To the monitor, whoever asked.
+        (void)DropOnNoMemory("the answer to a status query", [this] { SendAgentCurrentStatus(); });
     }
 }
 
