@@ -52,7 +52,7 @@ void CAtFrameSearch::ReleaseFirst(std::vector<unsigned char>& text)
 {
     if (m_abIsText.front())
         text.push_back(m_aucHeld.front());
-    std::ranges::rotate(m_aucHeld, m_aucHeld.begin() + 1);
-    std::ranges::rotate(m_abIsText, m_abIsText.begin() + 1);
+    std::rotate(m_aucHeld.begin(), m_aucHeld.begin() + 1, m_aucHeld.end());
+    std::rotate(m_abIsText.begin(), m_abIsText.begin() + 1, m_abIsText.end());
     --m_szHeld;
 }

@@ -163,29 +163,31 @@ void CClient::OnSerialData(ByteSpan data)
 bool CClient::SendData2Client(OwnedBytes pucBuf, size_t szLen)
 {
     const xtl::MutexGuard guard(m_SendMutex);
-    if (m_vecHeld.size() + szLen > HOLD_MAX)
+    if (m_szHeld + szLen > HOLD_MAX)
         SendHeld();
     if (!m_bHolding || szLen > HOLD_MAX) {
         SendPackets({pucBuf.get(), szLen}, {&szLen, 1});
         return true;
     }
-    m_vecHeld.insert(m_vecHeld.end(), pucBuf.get(), pucBuf.get() + szLen);
-    m_vecHeldEnd.push_back(m_vecHeld.size());
+    m_vecHeldEnd.push_back(m_szHeld + szLen); // first, as it may fail
+    std::copy_n(pucBuf.get(), szLen, m_pHeld.get() + m_szHeld);
+    m_szHeld += szLen;
     return true;
 }
 
 void CClient::SetHolding(bool bHolding)
 {
     const xtl::MutexGuard guard(m_SendMutex);
-    m_vecHeld.reserve(HOLD_MAX);
     SendHeld();
-    m_bHolding = bHolding;
+    if (bHolding && !m_pHeld)
+        m_pHeld.reset(new (std::nothrow) unsigned char[HOLD_MAX]);
+    m_bHolding = bHolding && m_pHeld; // without room each packet is sent on its own
 }
 
 void CClient::SendHeld()
 {
-    SendPackets(m_vecHeld, m_vecHeldEnd);
-    m_vecHeld.clear();
+    SendPackets({m_pHeld.get(), m_szHeld}, m_vecHeldEnd);
+    m_szHeld = 0;
     m_vecHeldEnd.clear();
 }
 

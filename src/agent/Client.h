@@ -91,6 +91,7 @@ private:
     xtl::Mutex m_SendMutex;                          // keeps a packet together; held while the socket is waited for
     bool m_bStalled GUARDED_BY(m_SendMutex) = false; // the last send failed
     bool m_bHolding GUARDED_BY(m_SendMutex) = false; // a CSendTogether exists
-    std::vector<unsigned char> m_vecHeld GUARDED_BY(m_SendMutex); // packets not sent yet
-    std::vector<size_t> m_vecHeldEnd GUARDED_BY(m_SendMutex);     // where each of them ends
+    OwnedBytes m_pHeld GUARDED_BY(m_SendMutex);      // packets not sent yet; null until the first time
+    size_t m_szHeld GUARDED_BY(m_SendMutex) = 0;     // their bytes
+    std::vector<size_t> m_vecHeldEnd GUARDED_BY(m_SendMutex); // where each of them ends
 };

@@ -3,6 +3,7 @@
 #include "agent/Client.h"
 #include "agent/PollSet.h"
 #include "common/Debug.h"
+#include "common/NoMemory.h"
 #include "common/Wait.h"
 #include "data/gu/OperationGUData.h"
 
@@ -14,6 +15,7 @@
 #include <netinet/tcp.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <thread>
 
 // The main thread holds m_ClientListMutex while it waits for sockets, so a client that another thread removes is
 // gone from the wait before its socket is closed. That other thread must not wait for a whole second: it counts
@@ -28,6 +30,7 @@ constexpr int LISTEN_BACKLOG = 16;
 constexpr size_t CLIENT_READ_LEN = 1024; // bytes read from a client in one pass
 constexpr int CLIENT_SEND_BUF = 32768;   // SO_SNDBUF
 constexpr auto CLIENT_WAIT = 1s;         // an idle wait lasts this long
+constexpr auto NO_MEMORY_PAUSE = 100ms;  // after a pass that memory was too short for
 constexpr auto ACCEPT_PAUSE = 1s;        // before the next accept when the system is short of descriptors
 
 bool BindAndListen(int nSocket, unsigned short usPort)
@@ -121,20 +124,29 @@ int CClientServer::ListenFun()
     ReleaseClients();
     CPollSet fds;
     while (m_bRun) {
-        const int iReady = WaitForClients(fds, anListen);
-        if (iReady < 0) {
+        bool bWaited = true;
+        if (!DropOnNoMemory("a pass over the clients", [&] { bWaited = ServeClients(fds, anListen); }))
+            std::this_thread::sleep_for(NO_MEMORY_PAUSE); // what came is still in the sockets
+        if (!bWaited) {
             // Also the way out when a port other than the first was taken: all sockets are closed then.
             CDebug::Instance()->PrintError("socket select fail, errno:%d", errno);
             return 0;
         }
-        if (iReady == 0)
-            m_status.SendAgentVer(); // once in each idle second
-        else
-            OnClientDataArrive(fds, anListen);
     }
     std::ranges::for_each(anListen, CloseSocket);
     ReleaseClients();
     return 0;
+}
+
+/// One pass: waits, and takes what comes. False, with errno, when the wait failed.
+bool CClientServer::ServeClients(CPollSet& fds, const CListenSockets& anListen)
+{
+    const int iReady = WaitForClients(fds, anListen);
+    if (iReady == 0)
+        m_status.SendAgentVer(); // once in each idle second
+    else if (iReady > 0)
+        OnClientDataArrive(fds, anListen);
+    return iReady >= 0;
 }
 
 /// Waits for one second at most, also when m_WakeUp ends the wait now and then: such an end is no idle second.
@@ -205,7 +217,9 @@ void CClientServer::ReadClient(std::shared_ptr<CClient>& pClient)
     const ssize_t lRead = recv(nSocket, aucBuf.data(), aucBuf.size(), 0);
     const int iError = errno;
     if (lRead > 0) {
-        pClient->OnClientData({aucBuf.data(), static_cast<size_t>(lRead)});
+        (void)DropOnNoMemory("a client's request", [&] {
+            pClient->OnClientData({aucBuf.data(), static_cast<size_t>(lRead)});
+        });
         return;
     }
     if (lRead < 0 && (iError == EINTR || iError == EAGAIN))
@@ -282,22 +296,32 @@ bool CClientServer::AcceptClient(int nListen, enChannelType enType)
         CDebug::Instance()->PrintError("set(fcntl) client socket O_NONBLOCK fail");
         return true;
     }
-    AddClient(clientFd.Release(), enType, stAddr);
+    (void)DropOnNoMemory("a new client", [&] { AddClient(clientFd.Release(), enType, stAddr); });
     return true;
+}
+
+void CClientServer::MakeRoomForClient()
+{
+    const xtl::MutexGuard guard(m_ClientListMutex);
+    m_vecClients.reserve(m_vecClients.size() + 1);
 }
 
 CClient* CClientServer::AddClient(int nSocket, enChannelType enType, const sockaddr_in& stAddr)
 {
     CUniqueFd socketFd(nSocket);
-    const std::shared_ptr<CClient> pClient(new (std::nothrow) CClient(nSocket, enType, &m_bindings));
-    if (!pClient) {
+    std::unique_ptr<CClient> pNew(new (std::nothrow) CClient(nSocket, enType, &m_bindings));
+    if (!pNew) {
         CDebug::Instance()->PrintError("create CClient object fail");
         return nullptr;
     }
     (void)socketFd.Release(); // the client's from here on
+    const std::shared_ptr<CClient> pClient(std::move(pNew));
+    MakeRoomForClient();
     CDebug::Instance()->PrintInfo("new Client connect, type is %s", strChannelType[static_cast<size_t>(enType)]);
     pClient->GetAddress() = stAddr;
-    DefaultBindClient(pClient.get()); // looks at the clients that were there before this one
+    // The binding looks at the clients that were there before this one. Whatever becomes of it, the client is listed:
+    // a row of the channel table may know it.
+    (void)DropOnNoMemory("the default binding", [&] { DefaultBindClient(pClient.get()); });
     const xtl::MutexGuard guard(m_ClientListMutex);
     m_vecClients.push_back(pClient);
     return pClient.get();

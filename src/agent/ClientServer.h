@@ -43,6 +43,7 @@ public:
     void RemoveLostClient(CClient* pClient);
 
 private:
+    bool ServeClients(CPollSet& fds, const CListenSockets& anListen);
     int WaitForClients(CPollSet& fds, const CListenSockets& anListen);
     void FillPollSet(CPollSet& fds, const CListenSockets& anListen) const REQUIRES(m_ClientListMutex);
     void WakeUp();
@@ -52,6 +53,7 @@ private:
     void ReadClient(std::shared_ptr<CClient>& pClient) REQUIRES(m_bindings.Mutex());
     void AcceptClients(int nListen, enChannelType enType) REQUIRES(m_bindings.Mutex());
     bool AcceptClient(int nListen, enChannelType enType) REQUIRES(m_bindings.Mutex());
+    void MakeRoomForClient();
     void ForgetClient(CClient* pClient);
     void ReleaseClients();
 

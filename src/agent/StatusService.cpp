@@ -4,6 +4,7 @@
 #include "agent/Client.h"
 #include "common/Config.h"
 #include "common/Debug.h"
+#include "common/NoMemory.h"
 #include "common/UniqueFd.h"
 #include "common/Wait.h"
 #include "ue/TcpChannel.h"
@@ -23,7 +24,7 @@ void CStatusService::StatusMonitorFun()
 {
     const int iInterval = CConfig::Instance()->GetStatusInfoReportInterval();
     while (m_bRun && iInterval > 0) {
-        SendTransferReport();
+        (void)DropOnNoMemory("a transfer report", [this] { SendTransferReport(); });
         sleep(static_cast<unsigned int>(iInterval));
     }
 }
@@ -67,7 +68,8 @@ void CStatusService::StatusQueryFun()
         if (lRead < 1 || aucQuery[0] != AGENT_STATUS_QUERY_CURRENT)
             continue;
         CDebug::Instance()->PrintInfo("Receive AGENT_STATUS_QUERY_CURRENT cmd");
-        SendAgentCurrentStatus(); // to the monitor, whoever asked
+        // To the monitor, whoever asked.
+        (void)DropOnNoMemory("the answer to a status query", [this] { SendAgentCurrentStatus(); });
     }
 }
 

@@ -4,6 +4,7 @@
 #include "agent/ClientServer.h"
 #include "common/Debug.h"
 #include "common/LteDiagInitCmd.h"
+#include "common/NoMemory.h"
 #include "data/DpLteDiag.h"
 #include "data/gu/OperationGUData.h"
 #include "ue/UEManager.h"
@@ -22,6 +23,13 @@ constexpr useconds_t SWITCH_INTERVAL_US = 50000; // between two switch requests
 ByteSpan PacketOf(const MSG_AGENT& stMsg)
 {
     return {stMsg.pucData, stMsg.pucData ? stMsg.ulDataLen : 0};
+}
+
+/// Handles packet by packet; one that memory is too short for is dropped alone.
+template <class Handle> void ForEachPacket(std::span<const MSG_AGENT> run, Handle handle)
+{
+    for (const MSG_AGENT& stMsg : run)
+        (void)DropOnNoMemory("a packet of a UE", [&] { handle(stMsg); });
 }
 
 /// How many of the records, of which there is one at least, come at the head as packets of one channel; 1 for a
@@ -116,12 +124,16 @@ void CUeEvents::ProcessRun(std::span<const MSG_AGENT> run)
     const MSG_AGENT& stMsg = run.front();
     switch (stMsg.ulMsgType) {
     case AGENT_MSG_CONNECT:
-        UpdateSerialInfo(stMsg);
-        ConnectUE(stMsg);
+        (void)DropOnNoMemory("a port that came", [&] {
+            UpdateSerialInfo(stMsg);
+            ConnectUE(stMsg);
+        });
         break;
     case AGENT_MSG_DISCONNECT:
-        UpdateSerialInfo(stMsg);
-        DisconnectUE(stMsg);
+        (void)DropOnNoMemory("a port that went", [&] {
+            UpdateSerialInfo(stMsg);
+            DisconnectUE(stMsg);
+        });
         break;
     case AGENT_MSG_DATA:
         OnUeDataArrive(run);
@@ -213,11 +225,11 @@ void CUeEvents::OnUeDataArrive(std::span<const MSG_AGENT> run)
     if (!CChannelTable::IsRow(stFirst.ulUeIdx, stFirst.enChannel))
         return;
     if (stFirst.enChannel == CHANNEL_LTE_DIAG) {
-        for (const MSG_AGENT& stMsg : run)
-            OnLteDiagArrive(stMsg);
+        ForEachPacket(run, [&](const MSG_AGENT& stMsg) { OnLteDiagArrive(stMsg); });
     } else if (stFirst.enChannel == CHANNEL_GU_CMD) {
-        for (const MSG_AGENT& stMsg : run)
+        ForEachPacket(run, [&](const MSG_AGENT& stMsg) {
             m_operations[stMsg.ulUeIdx]->OnUePacket(&m_bindings, PacketOf(stMsg), stMsg.ulUeIdx);
+        });
     } else {
         Deliver2Client(run);
     }
@@ -242,8 +254,7 @@ void CUeEvents::Deliver2Client(std::span<const MSG_AGENT> run)
     if (!pClient)
         return;
     const CClient::CSendTogether together(*pClient);
-    for (const MSG_AGENT& stMsg : run)
-        pClient->OnSerialData(PacketOf(stMsg));
+    ForEachPacket(run, [&](const MSG_AGENT& stMsg) { pClient->OnSerialData(PacketOf(stMsg)); });
 }
 
 void CUeEvents::OnLteDiagMgrArrive(UE_INDEX ulUeIdx, ByteView packet)

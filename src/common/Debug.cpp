@@ -69,6 +69,15 @@ OwnedFile OpenLog(const std::string& strName)
     return pFile;
 }
 
+/// Makes and queues a line. One that there is no memory for is lost: whoever prints may have none left to go on with.
+template <class Call> void LoseOnNoMemory(Call call)
+{
+    try {
+        call();
+    } catch (const std::bad_alloc&) { // nobody could be told
+    }
+}
+
 } // namespace
 
 CDebug::CDebug() : m_queue(QUEUE_CAPACITY) {}
@@ -154,7 +163,7 @@ void CDebug::PrintLevel(unsigned char ucLevel, const char* pszFormat, va_list ar
         return;
     char szText[TEXT_BUF_SIZE] = {};
     (void)vsnprintf(szText, sizeof(szText), pszFormat, args);
-    Output(szText, ucLevel);
+    LoseOnNoMemory([&] { Output(szText, ucLevel); });
 }
 
 void CDebug::PrintRawData(const char* pszTitle, ByteView data)
@@ -164,15 +173,17 @@ void CDebug::PrintRawData(const char* pszTitle, ByteView data)
     char szHead[80];
     (void)snprintf(szHead, sizeof(szHead),
                    " Buffer=0x%08" PRIxPTR ",Length=%zu,dump=", reinterpret_cast<uintptr_t>(data.data()), data.size());
-    std::string strText = std::string(pszTitle) + szHead;
-    strText.reserve(strText.size() + 5 * data.size());
-    for (const unsigned char ucByte : data) {
-        strText += "0x";
-        strText += HEX_DIGITS[ucByte >> 4];
-        strText += HEX_DIGITS[ucByte & 0x0F];
-        strText += ',';
-    }
-    Output(strText, DEBUGLEVEL_DATA);
+    LoseOnNoMemory([&] {
+        std::string strText = std::string(pszTitle) + szHead;
+        strText.reserve(strText.size() + 5 * data.size());
+        for (const unsigned char ucByte : data) {
+            strText += "0x";
+            strText += HEX_DIGITS[ucByte >> 4];
+            strText += HEX_DIGITS[ucByte & 0x0F];
+            strText += ',';
+        }
+        Output(strText, DEBUGLEVEL_DATA);
+    });
 }
 
 void CDebug::Output(const std::string& strText, unsigned char ucLevel)

@@ -38,7 +38,8 @@ public:
     /// the file doesn't take them. Always true.
     bool Stop();
 
-    // printf-style, one class of line each; nothing happens unless the configuration's mask has the class.
+    // printf-style, one class of line each; nothing happens unless the configuration's mask has the class. A line that
+    // there is no memory for is lost: nothing is thrown.
     void PrintInfo(const char* pszFormat, ...) __attribute__((format(printf, 2, 3)));
     void PrintWarn(const char* pszFormat, ...) __attribute__((format(printf, 2, 3)));
     void PrintError(const char* pszFormat, ...) __attribute__((format(printf, 2, 3)));

@@ -2,6 +2,7 @@
 
 #include "common/Debug.h"
 #include "common/MsgBuf.h"
+#include "common/NoMemory.h"
 #include "ue/Serial.h"
 #include "ue/UE.h"
 
@@ -144,7 +145,8 @@ size_t CChildChannel::GetTextPacket(ByteView data, OwnedBytes& out, unsigned int
     const size_t szTaken = szLine + sizeof(CRLF);
     if (szLine == 0)
         return szTaken; // a reply's leading CR LF
-    out = OwnedBytes(new unsigned char[sizeof(CRLF) + szTaken]);
+    if (!DropOnNoMemory("a line of a port", [&] { out = OwnedBytes(new unsigned char[sizeof(CRLF) + szTaken]); }))
+        return szTaken;
     std::memcpy(out.get(), CRLF, sizeof(CRLF));
     std::memcpy(out.get() + sizeof(CRLF), data.data(), szTaken);
     outLen = static_cast<unsigned int>(sizeof(CRLF) + szTaken);

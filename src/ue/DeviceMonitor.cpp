@@ -2,6 +2,7 @@
 
 #include "common/Config.h"
 #include "common/Debug.h"
+#include "common/NoMemory.h"
 #include "common/Thread.h"
 #include "common/Wait.h"
 #include "ue/UEManager.h"
@@ -170,8 +171,10 @@ void CDeviceMonitor::DeviceMonitorFun()
     if (!Listen())
         return;
     while (m_bRun)
-        if (const auto stInfo = ReceiveRecord())
-            HandleRecord(*stInfo);
+        (void)DropOnNoMemory("a device record", [this] {
+            if (const auto stInfo = ReceiveRecord())
+                HandleRecord(*stInfo);
+        });
     CloseListener();
 }
 

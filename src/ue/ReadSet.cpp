@@ -2,6 +2,7 @@
 
 #include "common/Debug.h"
 #include "common/MsgBuf.h"
+#include "common/NoMemory.h"
 #include "common/Wait.h"
 
 #include <algorithm>
@@ -17,6 +18,8 @@ void CReadSet::LockPorts()
 {
     m_vecPoll.clear();
     m_anLink.fill(-1);
+    m_vecLocked.reserve(m_vecOpen.size()); // so that no lock is taken that can't be noted
+    m_vecPoll.reserve(m_vecOpen.size() + SERIALNUM);
     ForgetOldFaults();
     for (CSerial* pSerial : m_vecOpen)
         if (!m_mapFault.contains(pSerial))
@@ -59,13 +62,19 @@ void CReadSet::ReadPorts() NO_THREAD_SAFETY_ANALYSIS
     {
         CAgentMsgRun run;
         for (size_t i = 0; i < m_vecLocked.size(); ++i) {
-            if (m_vecPoll[i].revents == 0 || m_vecLocked[i]->ReadSerial(run))
-                continue;
-            CDebug::Instance()->PrintError("Read Serial fail!");
-            m_mapFault[m_vecLocked[i]] = std::chrono::steady_clock::now();
+            if (m_vecPoll[i].revents != 0)
+                (void)DropOnNoMemory("what a port received", [&] { ReadPort(m_vecLocked[i], run); });
         }
     } // posted before a lock is released: what a port read comes before its detach
     ReleasePorts();
+}
+
+void CReadSet::ReadPort(CSerial* pSerial, CAgentMsgRun& run) NO_THREAD_SAFETY_ANALYSIS
+{
+    if (pSerial->ReadSerial(run))
+        return;
+    CDebug::Instance()->PrintError("Read Serial fail!");
+    m_mapFault[pSerial] = std::chrono::steady_clock::now();
 }
 
 void CReadSet::ReleasePorts() NO_THREAD_SAFETY_ANALYSIS

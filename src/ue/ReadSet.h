@@ -41,6 +41,7 @@ public:
 
 private:
     void LockPort(CSerial* pSerial);
+    void ReadPort(CSerial* pSerial, CAgentMsgRun& run);
     void ForgetOldFaults();
 
     std::vector<CSerial*> m_vecOpen;

@@ -2,6 +2,7 @@
 
 #include "common/Config.h"
 #include "common/Debug.h"
+#include "common/NoMemory.h"
 #include "common/Thread.h"
 #include "ue/ReadSet.h"
 #include "ue/TcpChannel.h"
@@ -272,20 +273,27 @@ void CUEManager::ReadSerialFun()
 {
     CReadSet readSet;
     while (m_bRun) {
-        GetOpenedSerial(readSet.OpenPorts());
-        readSet.LockPorts();
-        const int nReady = WaitForData(readSet);
-        if (nReady <= 0) {
-            readSet.ReleasePorts();
-            if (nReady < 0) {
-                CDebug::Instance()->PrintError("read serial select fail!");
-                usleep(READ_TICK_MS * 1000); // what is wrong now is most likely wrong on the next pass
-            }
-            continue;
-        }
+        bool bWaited = true;
+        const bool bDone = DropOnNoMemory("a pass over the ports", [&] { bWaited = ReadPass(readSet); });
+        readSet.ReleasePorts();
+        if (!bWaited)
+            CDebug::Instance()->PrintError("read serial select fail!");
+        if (!bWaited || !bDone)
+            usleep(READ_TICK_MS * 1000); // what is wrong now is most likely wrong on the next pass
+    }
+}
+
+/// Waits, and reads what is there. False when the wait failed. Ports may be left locked.
+bool CUEManager::ReadPass(CReadSet& readSet)
+{
+    GetOpenedSerial(readSet.OpenPorts());
+    readSet.LockPorts();
+    const int nReady = WaitForData(readSet);
+    if (nReady > 0) {
         readSet.ReadPorts();
         ReadLinks(readSet);
     }
+    return nReady >= 0;
 }
 
 /// Adds the links to the set and waits.
@@ -305,7 +313,7 @@ void CUEManager::ReadLinks(const CReadSet& readSet)
     const LinkTable apLink = Links();
     for (size_t i = 0; i < SERIALNUM; ++i)
         if (apLink[i] && readSet.IsLinkReadable(i, apLink[i]->GetSocket()))
-            apLink[i]->RecvData();
+            (void)DropOnNoMemory("what a link received", [&] { apLink[i]->RecvData(); });
 }
 
 void CUEManager::WriteSerialFun()
@@ -317,7 +325,9 @@ void CUEManager::WriteSerialFun()
             continue;
         }
         const OwnedBytes pData(stMsg.pucData);
-        WriteToUE(stMsg, {pData.get(), pData ? stMsg.ulDataLen : 0});
+        (void)DropOnNoMemory("a packet for a UE", [&] {
+            WriteToUE(stMsg, {pData.get(), pData ? stMsg.ulDataLen : 0});
+        });
     }
 }
 

@@ -73,6 +73,7 @@ private:
     void SetTcp(size_t szIndex, std::shared_ptr<TCPChannel> pLink) EXCLUDES(m_TcpTableLock);
     LinkTable Links() const EXCLUDES(m_TcpTableLock);
     void DropLinks() REQUIRES(m_TcpReadLock, m_TcpWriteLock);
+    bool ReadPass(CReadSet& readSet) EXCLUDES(m_UELock, m_TcpReadLock);
     int WaitForData(CReadSet& readSet) EXCLUDES(m_TcpReadLock);
     void ReadLinks(const CReadSet& readSet) EXCLUDES(m_TcpReadLock);
     void WriteToUE(const MSG_UE& stMsg, ByteView data) EXCLUDES(m_TcpWriteLock);
