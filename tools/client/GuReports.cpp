@@ -90,7 +90,7 @@ constexpr RECORD_LAYOUT CS_TX{"CS transmit power", 8, CS_TX_FIELDS};
 constexpr FIELD_ROW CS_FER_FIELDS[] = {{"first_percent", 0, F32}, {"second_percent", 4, F32}};
 constexpr RECORD_LAYOUT CS_FER{"CS frame erasures", 8, CS_FER_FIELDS};
 constexpr FIELD_ROW DSC_FIELDS[] = {{"dsc", 0, U32}};
-constexpr RECORD_LAYOUT DSC{"downlink signalling counter", 4, DSC_FIELDS};
+constexpr RECORD_LAYOUT DSC{"current DSC", 4, DSC_FIELDS};
 
 // GAS road test.
 constexpr FIELD_ROW RADIO_FIELDS[] = {
@@ -267,7 +267,7 @@ constexpr REPORT_ROW g_astGu[] = {
     {"amr-stat-1",     0xE590, 0xE591, 0xE592, TRANS, PARAM_PERIOD, 500, 0x100, &AMR_STAT,      "AMR codec statistics, first block"},
     {"cs-tx",          0xE503, 0xE504, 0xE505, TRANS, PARAM_PERIOD, 500, 0x100, &CS_TX,         "CS transmit power"},
     {"cs-fer",         0xE509, 0xE50A, 0xE50B, TRANS, PARAM_PERIOD, 500, 0x100, &CS_FER,        "CS frame erasures"},
-    {"dsc",            0xE50C, 0xE50D, 0xE50E, TRANS, PARAM_PERIOD, 500, 0x100, &DSC,           "downlink signalling counter"},
+    {"dsc",            0xE50C, 0xE50D, 0xE50E, TRANS, PARAM_PERIOD, 500, 0x100, &DSC,           "current DSC"},
     {"gprs-status",    0xE546, 0xE547, 0xE548, TRANS, PARAM_ONCE,     0, 0x100, &GPRS_STATUS,   "GPRS attach status, once"},
     {"gprs-data",      0xE550, 0xE551, 0xE552, TRANS, PARAM_PERIOD, 1000, 0x100, &P0_P1,        "GPRS data counters"},
     {"gprs-words",     0xE569, 0xE56A, 0xE56B, TRANS, PARAM_PERIOD, 1000, 0x100, &P3_P6,        "GPRS data words 3 to 6"},
@@ -289,8 +289,8 @@ constexpr REPORT_ROW g_astGu[] = {
     {"w-cell",         0xB010, 0xB011, 0xB012, TRANS, PARAM_CELL,   500, 0, &W_CELL,            "W cells, three messages in one"},
     {"gsm-neighbour",  0xB016, 0xB017, 0xB018, TRANS, PARAM_CELL,   500, 0, &GSM_NEIGHBOUR,     "GSM neighbours in W"},
     {"lte-neighbour",  0xB060, 0xB061, 0xB062, TRANS, PARAM_CELL,   500, 0, &LTE_NEIGHBOUR,     "LTE neighbours in W", 0xB017},
-    {"w-b019",         0xB019, 0xB01A, 0xB01B, TRANS, PARAM_PERIOD, 500, 0, nullptr,            "24 bytes of the W access stratum"},
-    {"w-b01c",         0xB01C, 0xB01D, 0xB01E, TRANS, PARAM_PERIOD, 500, 0, nullptr,            "4 bytes of the W access stratum"},
+    {"w-b019",         0xB019, 0xB01A, 0xB01B, TRANS, PARAM_PERIOD, 500, 0, nullptr,            "24 bytes of message 0xB01B"},
+    {"w-b01c",         0xB01C, 0xB01D, 0xB01E, TRANS, PARAM_PERIOD, 500, 0, nullptr,            "4 bytes of message 0xB01E"},
     {"nas",            0xC001, 0xC011, 0xC002, TRANS, PARAM_PERIOD, 500, 0, &NAS,               "NAS information"},
     {"rlc-ul",         0xF539, 0xF53A, 0xF53B, TRANS, PARAM_PERIOD, 1000, 0, &RLC,              "W RLC uplink throughput"},
     {"rb-ul",          0xF53C, 0xF53D, 0xF53E, TRANS, PARAM_PERIOD, 1000, 0, &RB,               "W uplink throughput by radio bearer"},
@@ -299,7 +299,7 @@ constexpr REPORT_ROW g_astGu[] = {
     {"mac-d",          0xF518, 0xF519, 0xF51A, TRANS, PARAM_SWITCH,   0, 0, &MAC,               "MAC-d flow mapping"},
     {"reordering",     0xF51B, 0xF51C, 0xF51D, TRANS, PARAM_SWITCH,   0, 0, &REORDER,           "reordering queues"},
     {"ota-gas",        0xA005, 0xA015, 0xA025, OTA,   PARAM_WORD,     0, 0x30, nullptr,         "over-the-air messages, GSM access stratum"},
-    {"ota-was",        0xB020, 0xB021, 0xB022, OTA,   PARAM_WORD,     0, 0, nullptr,            "over-the-air messages, W access stratum"},
+    {"ota-was",        0xB020, 0xB021, 0xB022, OTA,   PARAM_WORD,     0, 0, nullptr,            "over-the-air messages, W"},
     {"ota-nas",        0xC101, 0xC102, 0xC103, OTA,   PARAM_WORD,     0, 3, nullptr,            "over-the-air messages, NAS"},
     {"mode",           0x80A5, 0x80A6, 0,      QUERY, PARAM_QUERY,    0, 2, &MODE,              "radio mode of the modem"},
 };

@@ -184,7 +184,7 @@ bool IMsgProcess::SendTransReqToUe(ByteView request)
 namespace
 {
 /// The period at which a trace is to run; 0: there is none such. A packet without a range is only on or off; the
-/// upper bound of a range isn't looked at here. Required.
+/// upper bound of a range isn't looked at here: client tools ask for longer periods.
 unsigned int TracePeriod(const CMsgPeriods& stPeriods, unsigned int ulPeriodMs)
 {
     if (stPeriods.ulMinPeriod == 0 && stPeriods.ulMaxPeriod == 0)

@@ -10,7 +10,7 @@ namespace
 constexpr size_t IND_KIND = 18; // u16 in the packet
 constexpr size_t IND_BODY = 20; // u16 words for the most part
 
-constexpr unsigned short UNKNOWN_VALUE = 0xFFFF;
+constexpr unsigned short NO_VALUE = 0xFFFF; // of a word, and of a ratio of such words
 constexpr size_t WORD_SIZE = 2;
 
 /// Word n of the body.
@@ -32,7 +32,7 @@ void PutRange(CByteWriter& writer, ByteView body, size_t szFirst, size_t szCount
         writer.Field(uint16_t{B(body, szFirst + i)});
 }
 
-/// Part of whole in units of 0.01 per cent, the low 16 bits of it.
+/// Ten thousand times part by whole, the low 16 bits of it.
 unsigned short Ratio(unsigned short usPart, unsigned short usWhole)
 {
     if (usWhole == 0)
@@ -40,16 +40,16 @@ unsigned short Ratio(unsigned short usPart, unsigned short usWhole)
     return static_cast<unsigned short>(static_cast<unsigned int>(static_cast<double>(usPart) / usWhole * 100 * 100));
 }
 
-/// Only the divisor is tested for being unknown; required.
+/// Only the divisor is tested: client tools know this ratio with a part of 0xFFFF as a number.
 unsigned short FirstRatio(unsigned short usPart, unsigned short usWhole)
 {
-    return usWhole == UNKNOWN_VALUE ? UNKNOWN_VALUE : Ratio(usPart, usWhole);
+    return usWhole == NO_VALUE ? NO_VALUE : Ratio(usPart, usWhole);
 }
 
-/// Here both are tested; required.
+/// Here both are tested: client tools know this ratio as 0xFFFF then.
 unsigned short SecondRatio(unsigned short usPart, unsigned short usWhole)
 {
-    return usPart == UNKNOWN_VALUE || usWhole == UNKNOWN_VALUE ? UNKNOWN_VALUE : Ratio(usPart, usWhole);
+    return usPart == NO_VALUE || usWhole == NO_VALUE ? NO_VALUE : Ratio(usPart, usWhole);
 }
 
 // Measurement result: serving and neighbour cells.
@@ -67,7 +67,7 @@ constexpr size_t NEIGHBOUR_ENTRY_SIZE = 16; // in the table
 constexpr size_t NEIGHBOUR_TABLE_SIZE = 4 + NEIGHBOUR_ENTRIES * NEIGHBOUR_ENTRY_SIZE;
 static_assert(NEIGHBOUR_TABLE_SIZE == 1540);
 
-// u16 x 3, 4 bytes of 0, u16, float in whole units of a value that comes in halves.
+// u16 x 3, 4 bytes of 0, u16, float: half of a signed word.
 void PutNeighbour(CByteWriter& writer, ByteView body, size_t szFirst)
 {
     PutRange(writer, body, szFirst, 3);
@@ -173,7 +173,7 @@ void CGasRoadTestInfoMsg::Report(const REPORT_ROW& stRow, ByteView packet)
     SendReport(stRow.usReq, GuTimeStamp(packet), report);
 }
 
-// Words: 3 to 7, 20, 25, 33, 41, 49, 57, 65, 9, 8 of the body, then two ratios in units of 0.01 per cent.
+// Words: 3 to 7, 20, 25, 33, 41, 49, 57, 65, 9, 8 of the body, then two ratios.
 void CGasRoadTestInfoMsg::CalculateRadioParameter(ByteView body, ByteSpan report)
 {
     CByteWriter writer(report);
@@ -197,8 +197,8 @@ void CGasRoadTestInfoMsg::CalculateServingAndNeighborCells(ByteView body, ByteSp
     }
 }
 
-/// The whole table is u32 count and 96 entries, of which the report holds the count and the start of the first entry;
-/// required.
+/// The whole table is u32 count and 96 entries, of which the report holds the count and the start of the first entry:
+/// client tools expect 16 bytes.
 void CGasRoadTestInfoMsg::Calculate3GNeighborCellMeasurement(ByteView body, ByteSpan report)
 {
     std::array<unsigned char, NEIGHBOUR_TABLE_SIZE> aucTable{};
@@ -300,7 +300,7 @@ bool CGasRoadTestInfoMsg::SendReqToUe(ByteView request)
 }
 
 /// Starts and stops are counted as they come: a second start of a running packet counts again, and a stop without a
-/// start takes the count below 0; required.
+/// start takes the count below 0. Client tools stop as often as they start.
 bool CGasRoadTestInfoMsg::Switch(CMsgPeriods& stPeriods, unsigned short usGroup, ByteView params)
 {
     int& nCount = m_anGroupCount[usGroup];

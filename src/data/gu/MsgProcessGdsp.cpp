@@ -114,7 +114,8 @@ struct TX_INFO
     unsigned short usLast;
 };
 
-/// Mean of the first values, of which there are at most four, though the divisor is the count as it stands; required.
+/// Mean of the first values, of which there are at most four, though the divisor is the count as it stands: client
+/// tools know the figure so.
 unsigned short TxMean(ByteView payload)
 {
     const unsigned int ulCount = Word(payload, 1);
@@ -173,7 +174,7 @@ void CGsmCellSnrMsg::SmoothData(ByteSpan payload) const
 }
 
 /// Adds the cell's values in the older entries, in 16 bits, and divides by their number. The cell's own value isn't
-/// counted in the divisor; required.
+/// counted in the divisor: client tools know the figure so.
 void CGsmCellSnrMsg::SmoothCell(ByteSpan cell) const
 {
     unsigned short usSum = CellValue(cell);
@@ -275,7 +276,8 @@ bool CCsTxInfoMsg::ProcessInd(ByteView packet)
     return true;
 }
 
-// Two floats in per cent, from four u32 counters. Nothing guards a divisor of 0; required.
+// Two floats in per cent, from four u32 counters. Nothing guards a divisor of 0: client tools take
+// infinity and NaN for nothing counted.
 bool CCsFerMsg::ProcessInd(ByteView packet)
 {
     if (!IsReportDue(PACKET_CS_FER, GuTimeStamp(packet)))

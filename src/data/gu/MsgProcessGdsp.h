@@ -56,7 +56,7 @@ private:
     void ReportAdjacent(ByteView payload, unsigned int ulTimeStamp);
 };
 
-/// Transmit power and timing of a call.
+/// Transmit info of a call: three words.
 class CCsTxInfoMsg : public CGphyMsgProcess
 {
 public:
@@ -73,7 +73,7 @@ public:
     bool ProcessInd(ByteView packet) override;
 };
 
-/// Downlink signalling counter.
+/// Current DSC, one word.
 class CGetCurrentDscMsg : public CGphyMsgProcess
 {
 public:

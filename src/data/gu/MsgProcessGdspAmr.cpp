@@ -25,7 +25,8 @@ unsigned short Mode(ByteView payload, size_t szMode)
     return LoadLe<uint16_t>(payload, AMR_MODES + 2 * szMode);
 }
 
-// Setting: between four modes there are three borders, each with a hysteresis and a threshold in half decibels.
+// Setting: between four modes there are three borders, each with a hysteresis and a threshold; the bounds of
+// the report are half of these.
 constexpr size_t SETTING_HYSTERESIS = 12; // u16[3]
 constexpr size_t SETTING_THRESHOLD = 18;  // u16[3]
 constexpr size_t SETTING_BORDERS = AMR_MODE_MAX - 1;

@@ -11,7 +11,7 @@ public:
     bool ProcessInd(ByteView packet) override;
 };
 
-/// How often each AMR mode is used, in both directions.
+/// How often each AMR mode is used, by two sets of counters.
 class CAmrCodecUsageMsg : public CGphyMsgProcess
 {
 public:

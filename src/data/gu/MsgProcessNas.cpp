@@ -72,7 +72,7 @@ bool CNasQueryMsg::TakeAnswer(unsigned short usReqPacket)
     return true;
 }
 
-/// The query of either modem goes to the first modem's PID; required.
+/// The query of either modem goes to the first modem's PID: the UE answers there.
 unsigned int CGPRSStatusNasMsg::QueryPid() const
 {
     return PID_STATUS_QUERY;

@@ -194,7 +194,7 @@ struct OWN_REQ_ROW
 };
 constexpr OWN_REQ_ROW g_astOwnReq[] = {
     {ID_W_CELL, 0xB010, 133},        {ID_W_CELL, 0xB013, 133},        {ID_W_CELL, 0xB063, 133},
-    {ID_GSM_NEIGHBOUR, 0xB016, 133}, {ID_LTE_NEIGHBOUR, 0xB016, 133}, // not 0xB060; required
+    {ID_GSM_NEIGHBOUR, 0xB016, 133}, {ID_LTE_NEIGHBOUR, 0xB016, 133}, // the UE's one request for both
     {0xB019, 0xB019, 133},           {0xB01C, 0xB01C, 133},           {0xC001, 0xC001, 141},
 };
 } // namespace

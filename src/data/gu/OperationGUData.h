@@ -54,8 +54,8 @@ struct GU_CLOCK
 };
 
 /// All GU state of one UE. Lives as long as the agent. Requests come on the main thread, UE packets and the UE's
-/// disconnect on the agent message thread; what both touch is atomic or under one of the small locks below. No
-/// lock is held across a send.
+/// disconnect on the agent message thread; what both touch is atomic or under one of the small locks below. None
+/// of them is held across a send; the caller may hold one of its own, as a register statistic does in its report.
 class COperationGUData : public IGuRequests
 {
 public:

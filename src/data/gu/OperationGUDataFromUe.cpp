@@ -75,7 +75,8 @@ int COperationGUData::TranslateUEPacket(ByteView packet)
     }
 }
 
-/// The second modem's query answers count as messages with an SN, unlike the first's; required.
+/// The second modem's query answers count as messages with an SN, unlike the first's: readers of the log see their
+/// bad SSIDs too.
 bool COperationGUData::CheckIfMsgHasSn(unsigned char ucCategory)
 {
     return ucCategory != 3 && ucCategory != GU_CATEGORY_QUERY && ucCategory != 46;

@@ -62,7 +62,7 @@ int COperationGUData::ProcQueryMsgFromUe(ByteView packet, unsigned int ulModem)
     }
 }
 
-/// The confirm has the type 10, the UE's category, not the 90 of the request; required.
+/// The confirm has the type 10, the UE's category, not the 90 of the request: client tools look for that.
 int COperationGUData::OnModeAnswer(ByteView packet)
 {
     const auto pManager = RegisterManager();

@@ -91,7 +91,8 @@ std::vector<MAC_d_Flow_Mapping_STRU> ReadFlows(ByteView payload)
 
 /// Fills the list of a queue and gives the index of the entry at which that ended. The walk counts the entries, not
 /// the places of the list: as long as an entry has a list, the first place takes its value and the walk moves on. So
-/// a list holds one value, and the caller passes over all entries walked, the one without a list included. Required.
+/// a list holds one value, and the caller passes over all entries walked, the one without a list included.
+/// Client tools know the report so.
 size_t WalkLists(ByteView payload, size_t szIndex, Reordering_Queue_Parameters_STRU& stQueue)
 {
     for (; LoadLe<uint8_t>(Entry(payload, szIndex), ENTRY_LIST_COUNT) > 0; ++szIndex)

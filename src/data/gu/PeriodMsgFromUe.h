@@ -40,7 +40,8 @@ public:
     size_t GetDataLength() const REQUIRES(m_Mutex) { return m_data.size(); }
 
     /// True when a report is due: ulAdvance ms before its time at the earliest. It counts as sent then. The stamp is
-    /// real time in 32768 Hz ticks. The wrap of the UE's counter isn't evened out; required. Agent message thread.
+    /// real time in 32768 Hz ticks. The wrap of the UE's counter isn't evened out: client
+    /// tools get a report at once then. Agent message thread.
     bool IsReport(unsigned int ulTimeStamp, unsigned int ulAdvance);
 
     /// Milliseconds, 0 = off. Any thread.
