@@ -12,8 +12,7 @@ class CPacket
 {
 public:
     CPacket() = default;
-    CPacket(CPacket&& other) noexcept
-        : m_pBytes(std::move(other.m_pBytes)), m_szSize(std::exchange(other.m_szSize, 0))
+    CPacket(CPacket&& other) noexcept : m_pBytes(std::move(other.m_pBytes)), m_szSize(std::exchange(other.m_szSize, 0))
     {
     }
     CPacket& operator=(CPacket&& other) noexcept

@@ -419,7 +419,7 @@ TEST_F(SendTest, SignalsDontEndTheWaitForAClient)
     const auto start = std::chrono::steady_clock::now();
     const Bytes packet = Hex("01 02 03");
     ByteView data(packet);
-    EXPECT_FALSE(m_fix.Agent().SendData2Client(m_client.Get()->GetClientSocket(), data, "Lte Data"));
+    EXPECT_FALSE(SendData2Client(m_client.Get()->GetClientSocket(), data, "Lte Data"));
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(20));
     EXPECT_EQ(log.Count("Client SendDataToClient select Fail"), 0);
     EXPECT_EQ(log.Count("Client SendDataToClient select TimeOut"), 1);

@@ -93,7 +93,7 @@ TEST_P(NoMemoryTest, APacketOfAUeIsDroppedAlone)
     const std::array<MSG_AGENT, 3> astMsg = {Msg(first), Msg(second), Msg(third)};
     const size_t szPacket = AtPacket(LINE).size();
     const int nFailures = FailEach(
-        GetParam(), [&] { m_fix.Agent().ProcessAgentMsgs(astMsg); },
+        GetParam(), [&] { m_fix.Agent().Events().ProcessAgentMsgs(astMsg); },
         [&](int n) {
             const Bytes received = client.Pending();
             EXPECT_EQ(received.size() % szPacket, 0u) << n;
