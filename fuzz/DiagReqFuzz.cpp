@@ -25,14 +25,12 @@ Frames FramesOf(ByteView stream, size_t szChunk)
     Frames frames;
     for (size_t szStart = 0; szStart < stream.size(); szStart += szChunk)
         for (ByteView rest = Slice(stream, szStart, szChunk); !rest.empty();) {
-            OwnedBytes pFrame;
-            int nFrameLen = 0;
-            const int nTaken = client.GetDiagReqPacket(rest, pFrame, nFrameLen);
-            if (nTaken <= 0 || static_cast<size_t>(nTaken) > rest.size())
+            const CClient::TAKEN_FRAME stTaken = client.GetDiagReqPacket(rest);
+            if (stTaken.szTaken == 0 || stTaken.szTaken > rest.size())
                 std::abort();
-            if (pFrame)
-                frames.emplace_back(pFrame.get(), pFrame.get() + nFrameLen);
-            rest = rest.subspan(static_cast<size_t>(nTaken));
+            if (!stTaken.frame.empty())
+                frames.emplace_back(stTaken.frame.begin(), stTaken.frame.end());
+            rest = rest.subspan(stTaken.szTaken);
         }
     return frames;
 }

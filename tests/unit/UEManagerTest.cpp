@@ -40,16 +40,9 @@ std::vector<Msg> TakenMsgs()
     return msgs;
 }
 
-OwnedBytes Owned(ByteView bytes)
-{
-    OwnedBytes pData(new unsigned char[bytes.size()]);
-    std::ranges::copy(bytes, pData.get());
-    return pData;
-}
-
 void PostToUe(unsigned int ulKind, unsigned int ulUeIdx, enChannelType enChannel, ByteView packet)
 {
-    PostUeMsg(ulKind, ulUeIdx, enChannel, Owned(packet), static_cast<unsigned int>(packet.size()));
+    PostUeMsg(ulKind, ulUeIdx, enChannel, CPacket::Copy(packet));
 }
 
 /// An attach that takes no time, as the port isn't opened.
@@ -254,7 +247,7 @@ TEST(UEManager, MovesPacketsBetweenPortsAndQueues)
     PostToUe(UE_MSG_SERIAL, 15, CHANNEL_LTE_DIAG, PACKET);
     PostToUe(UE_MSG_TCP, 15, CHANNEL_LTE_DIAG, PACKET);
     PostToUe(UE_MSG_SERIAL, 0, CHANNEL_GU_DATA, PACKET);
-    PostUeMsg(UE_MSG_SERIAL, 0, CHANNEL_LTE_DIAG, nullptr, 7);
+    PostUeMsg(UE_MSG_SERIAL, 0, CHANNEL_LTE_DIAG, {});
     PostToUe(UE_MSG_SERIAL, 0, CHANNEL_LTE_DIAG, Hex("01 02 7E 7D"));
     PostToUe(UE_MSG_SERIAL, 0, CHANNEL_LTE_DIAG, PACKET);
     EXPECT_EQ(diag.Read(10 + FRAME.size()), Join(Hex("7E 01 02 7D 5E 7D 5D 6B 97 7E"), FRAME));
