@@ -21,7 +21,7 @@ CAgent& Agent()
 
 Frames FramesOf(ByteView stream, size_t szChunk)
 {
-    CClient client(-1, CHANNEL_LTE_DIAG, &Agent(), &Agent().UEManager());
+    CClient client(-1, CHANNEL_LTE_DIAG, &Agent().Bindings());
     Frames frames;
     for (size_t szStart = 0; szStart < stream.size(); szStart += szChunk)
         for (ByteView rest = Slice(stream, szStart, szChunk); !rest.empty();) {
@@ -52,7 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* pData, size_t szSize)
     for (const auto& frame : whole)
         if (frame.size() != DIAG_PACKET_REQ_STRU::SIZE + ViewReq(frame).stHead.usLen)
             std::abort();
-    CClient at(-1, CHANNEL_AT, &Agent(), &Agent().UEManager());
+    CClient at(-1, CHANNEL_AT, &Agent().Bindings());
     for (size_t szStart = 0; szStart < stream.size(); szStart += 1 + pData[0])
         at.OnClientData(Slice(stream, szStart, 1 + pData[0]));
     return 0;

@@ -54,17 +54,18 @@ inline constexpr std::array<CHANNEL_ROW, CHANNELNUM> CHANNEL_TABLE = {{
 }};
 // clang-format on
 
-/// The row of a channel, which must be one.
-constexpr const CHANNEL_ROW& RowOf(enChannelType enChannel)
+/// The row of a channel; null for what is none.
+constexpr const CHANNEL_ROW* RowOf(enChannelType enChannel)
 {
-    return CHANNEL_TABLE[static_cast<size_t>(enChannel)];
+    const auto found = std::ranges::find(CHANNEL_TABLE, enChannel, &CHANNEL_ROW::enChannel);
+    return found != CHANNEL_TABLE.end() ? &*found : nullptr;
 }
 
 /// The rows of the channels that a port carries; none for a role that doesn't exist.
 constexpr std::span<const CHANNEL_ROW> ChannelsOf(enSerialType enPort)
 {
-    const auto [first, last] = std::ranges::equal_range(CHANNEL_TABLE, enPort, {}, &CHANNEL_ROW::enPort);
-    return {first, last};
+    const auto first = std::ranges::find(CHANNEL_TABLE, enPort, &CHANNEL_ROW::enPort);
+    return {first, static_cast<size_t>(std::ranges::count(CHANNEL_TABLE, enPort, &CHANNEL_ROW::enPort))};
 }
 static_assert(std::ranges::is_sorted(CHANNEL_TABLE, {}, &CHANNEL_ROW::enPort), "a port's channels stand together");
 

@@ -60,9 +60,8 @@ CSerial* CUE::GetSerial(enSerialType enType)
 
 CChildChannel& CUE::GetSerialChannel(enChannelType enType)
 {
-    const auto found = std::ranges::find(CHANNEL_TABLE, enType, &CHANNEL_ROW::enChannel);
-    const enSerialType enPort = found != CHANNEL_TABLE.end() ? found->enPort : SERIAL_TYPE_AT;
-    return m_aSerial[static_cast<size_t>(enPort)].Channel();
+    const CHANNEL_ROW* const pRow = RowOf(enType);
+    return m_aSerial[static_cast<size_t>(pRow ? pRow->enPort : SERIAL_TYPE_AT)].Channel();
 }
 
 bool CUE::IsUEPresent() const

@@ -329,7 +329,8 @@ void CUEManager::WriteToUE(const MSG_UE& stMsg)
             (void)pChannel->WriteChannel(stMsg.packet.Bytes());
     } else if (stMsg.ulMsgType == UE_MSG_TCP) {
         const xtl::MutexGuard guard(m_TcpWriteLock);
-        if (const auto pLink = GetTcp(RowOf(stMsg.enChannel).enPort))
+        const CHANNEL_ROW* const pRow = RowOf(stMsg.enChannel);
+        if (const auto pLink = pRow ? GetTcp(pRow->enPort) : nullptr)
             (void)pLink->SendData(stMsg.packet.Bytes());
     }
 }
