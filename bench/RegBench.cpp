@@ -1,6 +1,6 @@
 #include "data/gu/OperationGUData.h"
-#include "data/gu/RegTables.h"
-#include "data/gu/RegisterManager.h"
+#include "data/gu/reg/RegTables.h"
+#include "data/gu/reg/RegisterManager.h"
 
 #include <benchmark/benchmark.h>
 #include <random>

@@ -1,5 +1,5 @@
 #include "common/Config.h"
-#include "data/gu/RegisterManager.h"
+#include "data/gu/reg/RegisterManager.h"
 
 // Register confirmations and indications to a manager whose statistics all run. The input is steps of a byte for the
 // kind and, behind most, a u16 length and its bytes: a whole message, or values for the list that was confirmed last.

@@ -3,8 +3,8 @@
 #include "common/Config.h"
 #include "common/Debug.h"
 #include "common/MsgBuf.h"
-#include "data/gu/GuRegister.h"
-#include "data/gu/RegisterManager.h"
+#include "data/gu/reg/GuRegister.h"
+#include "data/gu/reg/RegisterManager.h"
 
 #include <algorithm>
 #include <thread>

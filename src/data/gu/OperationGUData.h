@@ -8,9 +8,9 @@
 #include "data/DiagPacket.h"
 #include "data/gu/GUDataProcess.h"
 #include "data/gu/GuLink.h"
-#include "data/gu/MsgProcess.h"
-#include "data/gu/PeriodMsgFromUe.h"
-#include "data/gu/TraceReqCounter.h"
+#include "data/gu/base/PeriodMsgFromUe.h"
+#include "data/gu/report/MsgProcess.h"
+#include "data/gu/report/TraceReqCounter.h"
 
 #include <array>
 #include <atomic>
