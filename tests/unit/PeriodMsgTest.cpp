@@ -1,4 +1,4 @@
-#include "data/gu/base/PeriodMsgFromUe.h"
+#include "data/gu/report/ChannelConfigReports.h"
 
 #include "data/gu/report/MsgProcess.h"
 #include "support/GuFixture.h"

@@ -1,7 +1,8 @@
 #include "data/gu/reg/RegMsgProcess.h"
 
 #include "data/DiagPacket.h"
-#include "data/gu/OperationGUData.h"
+#include "data/gu/base/GuOperation.h"
+#include "data/gu/base/GuRequest.h"
 #include "data/gu/reg/RegCqiProcess.h"
 #include "data/gu/reg/RegDecodingProcess.h"
 #include "data/gu/reg/RegDecodingTbs.h"
@@ -9,7 +10,6 @@
 #include "data/gu/reg/RegLinkProcess.h"
 #include "data/gu/reg/RegPowerControl.h"
 #include "data/gu/reg/RegisterManager.h"
-#include "data/gu/report/MsgProcess.h"
 
 namespace
 {
@@ -19,7 +19,6 @@ constexpr unsigned int STATUS_BAD_REQUEST = 2; // bad start or stop byte, or per
 constexpr unsigned int STATUS_NO_BASE = 4;     // base addresses not known
 constexpr unsigned int STATUS_NOT_SENT = 46;   // request to the UE could not be built
 
-constexpr unsigned int NO_TIME_STAMP = 0xFFFFFFFF;
 constexpr unsigned int REPORT_ADVANCE = 5; // ms
 
 /// The length of a report is held in 16 bits on its way to the client, so of a longer one only the rest above whole
@@ -146,7 +145,7 @@ void CRegMsgProcess::Answer(const CPeriodRegMsgFromUe& stat, unsigned int ulStat
         return;
     std::array<unsigned char, sizeof(ulStatus)> aucStatus{};
     StoreLe(aucStatus, 0, ulStatus);
-    m_pOperation->BuildMsgCnfPacket(PKT_TYPE_GU_TRANS, ulStatus, NO_TIME_STAMP, stat.GetCnfMsgId(), aucStatus);
+    m_pOperation->BuildMsgCnfPacket(PKT_TYPE_GU_TRANS, ulStatus, STAMP_NONE, stat.GetCnfMsgId(), aucStatus);
 }
 
 void CRegMsgProcess::Refuse(const CPeriodRegMsgFromUe& stat, unsigned int ulStatus)

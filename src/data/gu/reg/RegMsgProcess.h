@@ -5,7 +5,7 @@
 #include <map>
 #include <memory>
 
-class COperationGUData;
+class IGuOperation;
 class CRegisterManager;
 
 /// Owns the thirteen register statistics: answers the client's start and stop requests and runs every started
@@ -41,7 +41,7 @@ private:
     void Refuse(const CPeriodRegMsgFromUe& stat, unsigned int ulStatus);
 
     CRegisterManager* const m_pRegisterManager;
-    COperationGUData* const m_pOperation; // null: no client, no UE kind
+    IGuOperation* const m_pOperation; // null: no client, no UE kind
     std::map<unsigned int, std::unique_ptr<CPeriodRegMsgFromUe>>
         m_mapRegProcessor; // by request id; fixed after construction
 };

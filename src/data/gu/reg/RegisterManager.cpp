@@ -2,7 +2,7 @@
 
 #include "common/Debug.h"
 #include "data/DiagPacket.h"
-#include "data/gu/OperationGUData.h"
+#include "data/gu/base/GuOperation.h"
 #include "data/gu/reg/RegMsgProcess.h"
 
 #include <algorithm>
@@ -59,7 +59,7 @@ void SortUIntArray(std::vector<unsigned int>& values, bool bDescending)
 
 } // namespace
 
-CRegisterManager::CRegisterManager(COperationGUData* pParentAdapter)
+CRegisterManager::CRegisterManager(IGuOperation* pParentAdapter)
     : m_pParentAdapter(pParentAdapter), m_ulUPAQueryWord(UPA_QUERY_WORD_UNREAD)
 {
     for (REG_LIST_STRU& stList : m_aRegList)

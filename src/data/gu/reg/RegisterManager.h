@@ -11,7 +11,7 @@
 #include <memory>
 #include <vector>
 
-class COperationGUData;
+class IGuOperation;
 class CRegMsgProcess;
 
 /// Base addresses of the UE's register banks, each ADDR_UNKNOWN until it is known.
@@ -37,12 +37,12 @@ public:
     using Clock = std::chrono::steady_clock;
 
     /// pParentAdapter isn't owned. Without one (null) nothing is sent and the UE counts as of an unknown kind.
-    explicit CRegisterManager(COperationGUData* pParentAdapter);
+    explicit CRegisterManager(IGuOperation* pParentAdapter);
     virtual ~CRegisterManager();
     CRegisterManager(const CRegisterManager&) = delete;
     CRegisterManager& operator=(const CRegisterManager&) = delete;
 
-    COperationGUData* GetParentAdapter() const { return m_pParentAdapter; }
+    IGuOperation* GetParentAdapter() const { return m_pParentAdapter; }
 
     /// Stops both streams, forgets lists, counts and all addresses but that of the time slot word, and asks the UE
     /// for both lists.
@@ -121,7 +121,7 @@ private:
     unsigned int ulWTimeSlotAddr GUARDED_BY(m_Lock) = 0; // counts time slots; neither cleared nor set to unknown
     std::unique_ptr<CRegMsgProcess> m_pRegMsgProcess;
     std::array<MODE_ENUM, REG_LIST_COUNT> m_enRegMode GUARDED_BY(m_Lock) = {MODE_NONE, MODE_NONE};
-    COperationGUData* const m_pParentAdapter;
+    IGuOperation* const m_pParentAdapter;
     std::array<std::map<unsigned int, int>, REG_LIST_COUNT> m_aRegRefMap GUARDED_BY(m_Lock);
     std::array<REG_LIST_STRU, REG_LIST_COUNT> m_aRegList GUARDED_BY(m_Lock);
     uint64_t m_ullGeneration GUARDED_BY(m_Lock) = 0; // of the list stored last

@@ -1,7 +1,8 @@
 #include "data/gu/report/MsgProcess.h"
 
-#include "data/gu/OperationGUData.h"
 #include "data/gu/report/MsgDispTable.h"
+#include "data/gu/report/ReportOperation.h"
+#include "data/gu/report/TraceReqCounter.h"
 
 namespace
 {
@@ -15,7 +16,7 @@ unsigned short PacketOfModem(unsigned short usId, unsigned int ulModem)
 }
 
 /// PID_G is settled when the processor is built, long before the UE tells its version.
-unsigned int PidOfModem(const MSG_PROCESS_ROW& stRow, unsigned int ulModem, const COperationGUData& operation)
+unsigned int PidOfModem(const MSG_PROCESS_ROW& stRow, unsigned int ulModem, const IReportOperation& operation)
 {
     const unsigned int ulPid = ulModem < MODEM_COUNT ? stRow.aulPid[ulModem] : 0;
     return ulPid == PID_G ? PID_GPHY[IsKnownUeVersion(operation.GetUeVersion()) ? 0 : 1] : ulPid;
@@ -33,13 +34,6 @@ IMsgProcess* Find(const std::map<unsigned int, IMsgProcess*>& map, unsigned int 
     return it == map.end() ? nullptr : it->second;
 }
 } // namespace
-
-std::vector<unsigned char> ReqParams(const DIAG_PACKET_REQ_VIEW& stReq)
-{
-    std::vector<unsigned char> params(stReq.stHead.usLen);
-    CopyPadded(params, stReq.data);
-    return params;
-}
 
 bool CMsgPeriods::IsReport(unsigned int ulTimeStamp, unsigned int ulAdvance)
 {
@@ -102,7 +96,7 @@ CMsgPeriods* IMsgProcess::Packet(unsigned short usReqPacket)
     return FindPacket(PacketOfModem(usReqPacket, m_ulModem));
 }
 
-COperationGUData& IMsgProcess::Operation() const
+IReportOperation& IMsgProcess::Operation() const
 {
     return m_pMsgDisp->Operation();
 }
@@ -217,7 +211,7 @@ bool IMsgProcess::SendTraceReqToUe(ByteView request, const unsigned int* pulPids
     return true;
 }
 
-CMsgDisp::CMsgDisp(COperationGUData* pOperation, unsigned int ulKind) : m_pOperation(pOperation)
+CMsgDisp::CMsgDisp(IReportOperation* pOperation, unsigned int ulKind) : m_pOperation(pOperation)
 {
     if (ulKind == MSG_DISP_TRANS)
         m_ulPktType = PKT_TYPE_GU_TRANS;

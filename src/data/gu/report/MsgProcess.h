@@ -3,6 +3,7 @@
 #include "common/Bytes.h"
 #include "data/DiagPacket.h"
 #include "data/gu/base/GuPacket.h"
+#include "data/gu/base/GuRequest.h"
 
 #include <array>
 #include <atomic>
@@ -16,7 +17,7 @@
 // both touch (periods, flags, active counts) is atomic.
 
 class CMsgDisp;
-class COperationGUData;
+class IReportOperation;
 class IMsgProcess;
 
 /// One client packet of a processor.
@@ -53,29 +54,7 @@ constexpr unsigned int ElapsedMs(unsigned int ulNowMs, unsigned int ulLastMs)
     return ulNowMs - ulLastMs + (ulLastMs > ulNowMs ? COUNTER_WRAP_MS : 0);
 }
 
-// Parameters of most requests: {u8 switch, u8 spare, u16 period, ...}.
-constexpr unsigned char SWITCH_OFF = 0;
-constexpr unsigned char SWITCH_ON = 1;
-inline unsigned char ReqSwitch(ByteView params)
-{
-    return LoadLe<uint8_t>(params, 0);
-}
-constexpr size_t REQ_PERIOD = 2;
-inline unsigned short ReqPeriod(ByteView params)
-{
-    return LoadLe<uint16_t>(params, REQ_PERIOD);
-}
-
-/// The packet id that a client asks for on the GU command channel.
-inline unsigned short ReqPacketId(const DIAG_PACKET_REQ_VIEW& stReq)
-{
-    return static_cast<unsigned short>(stReq.stHead.ulCmdId);
-}
-/// A copy of a request's parameters, usLen bytes.
-std::vector<unsigned char> ReqParams(const DIAG_PACKET_REQ_VIEW& stReq);
-
 constexpr unsigned int REPORT_ADVANCE_MS = 250; // tolerance of every processor's reports
-constexpr unsigned int STAMP_NONE = 0xFFFFFFFF; // time stamp of a confirm that the agent makes
 
 /// A client packet in the tables: request, confirm and report id of modem 0. Those of modem 1 are 0x100 higher.
 struct MSG_PACKET_ROW
@@ -154,7 +133,7 @@ protected:
     /// with the UE's default period in a start.
     virtual std::vector<unsigned char> UeReqParams(const DIAG_PACKET_REQ_VIEW& stReq) const;
 
-    COperationGUData& Operation() const;
+    IReportOperation& Operation() const;
     /// The packet of this processor's modem; the id is that of modem 0 and must be in the processor's row.
     CMsgPeriods* Packet(unsigned short usReqPacket);
     /// The gate of a report, REPORT_ADVANCE_MS early at most. The stamp is the message's own.
@@ -187,7 +166,7 @@ class CMsgDisp
 {
 public:
     /// Builds every processor of the kind's table for both modems; another kind leaves it empty.
-    CMsgDisp(COperationGUData* pOperation, unsigned int ulKind);
+    CMsgDisp(IReportOperation* pOperation, unsigned int ulKind);
     virtual ~CMsgDisp();
     CMsgDisp(const CMsgDisp&) = delete;
     CMsgDisp& operator=(const CMsgDisp&) = delete;
@@ -208,12 +187,12 @@ public:
     void IncreaseCounter(const unsigned int* pulPids, int nCount);
     void DecreaseCounter(const unsigned int* pulPids, int nCount);
 
-    COperationGUData& Operation() const { return *m_pOperation; }
+    IReportOperation& Operation() const { return *m_pOperation; }
 
 private:
     std::map<unsigned int, IMsgProcess*> m_mapInd;
     std::map<unsigned int, IMsgProcess*> m_mapCnf;
-    COperationGUData* m_pOperation;
+    IReportOperation* m_pOperation;
     std::vector<std::unique_ptr<IMsgProcess>> m_vecProcess;
     unsigned int m_ulPktType = 0;
 };

@@ -1,7 +1,7 @@
 #include "data/gu/report/MsgProcessGdspAmr.h"
 
-#include "data/gu/OperationGUData.h"
 #include "data/gu/base/Percent.h"
+#include "data/gu/report/ReportOperation.h"
 
 #include <limits>
 

@@ -1,8 +1,8 @@
 #include "data/gu/report/MsgProcessTtf.h"
 
 #include "common/Debug.h"
-#include "data/gu/OperationGUData.h"
 #include "data/gu/base/Percent.h"
+#include "data/gu/report/ReportOperation.h"
 
 #include <algorithm>
 #include <bit>
@@ -88,7 +88,7 @@ constexpr size_t SCALE_END = 12;
 constexpr unsigned int MNTN_INDICATION = 0xD006;
 
 /// The maintenance processor behind an indication key; null without one.
-CGrmMntnInfoMsg* Maintenance(const COperationGUData& operation, unsigned int ulKey)
+CGrmMntnInfoMsg* Maintenance(const IReportOperation& operation, unsigned int ulKey)
 {
     const CMsgDisp* const pDisp = operation.GetTransMsgDisp();
     return pDisp ? dynamic_cast<CGrmMntnInfoMsg*>(pDisp->GetProcessorByUeIND(ulKey)) : nullptr;

@@ -1,6 +1,6 @@
 #include "data/gu/report/MsgProcessTtfTrace.h"
 
-#include "data/gu/OperationGUData.h"
+#include "data/gu/report/ReportOperation.h"
 
 namespace
 {
