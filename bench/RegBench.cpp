@@ -1,5 +1,6 @@
 #include "data/gu/OperationGUData.h"
-#include "data/gu/reg/RegTables.h"
+#include "data/gu/reg/RegMsgProcess.h"
+#include "data/gu/reg/RegStatTable.h"
 #include "data/gu/reg/RegisterManager.h"
 
 #include <benchmark/benchmark.h>
@@ -14,8 +15,6 @@ constexpr unsigned int WBBP = 0x50900000;
 constexpr unsigned int WUPA = 0x30000000;
 constexpr unsigned int WDSP_QUERY = 0x20000004;
 constexpr unsigned int TIME_SLOT = 0x2000000C;
-constexpr unsigned short REQUESTS[] = {62726, 62729, 62732, 62735, 62738, 62741, 62750,
-                                       62753, 62756, 62759, 62768, 62771, 62774};
 constexpr size_t CNF_HEAD = 28;
 constexpr size_t IND_HEAD = 52;
 
@@ -39,29 +38,22 @@ std::vector<unsigned char> Indication(const std::vector<unsigned int>& values)
     return msg;
 }
 
+void MakeBasesKnown(CRegisterManager& manager)
+{
+    manager.SetBaseAddr(WBBP, 0, WDSP_QUERY, 0, TIME_SLOT);
+    manager.ProcessRegCnfMsg(Confirmation({WDSP_QUERY, WDSP_QUERY + 4}));
+    manager.ProcessRegIndMsg(Indication({0, WUPA}));
+}
+
 /// Registers of all statistics, of an unknown kind.
 std::vector<unsigned int> AllAddresses()
 {
-    std::vector<unsigned int> addrs = {TIME_SLOT};
-    const auto Add = [&](unsigned int ulBase, const auto& table) {
-        for (const unsigned int ulOffset : table)
-            addrs.push_back(ulBase + ulOffset);
-    };
-    Add(WBBP, g_aulPowerControlSir);
-    Add(WBBP, g_aulPowerControlPower);
-    Add(WBBP, g_aulPowerControlTpc);
-    Add(WBBP, g_aulDschConfiguration);
-    Add(WBBP, g_aulScchConfiguration);
-    Add(WBBP, g_aulDpcchConfiguration);
-    Add(WBBP, g_aulHsdpaCqi);
-    Add(WBBP, g_aulDecodingStatistics);
-    Add(WBBP, g_aulLinkStatistics);
-    for (const auto table :
-         {std::span<const unsigned int>(g_aulHsupaLinkThroughput), std::span<const unsigned int>(g_aulHsupaLinkQuality),
-          std::span<const unsigned int>(g_aulHsupaGrant)}) {
-        Add(WBBP, table.first(HSUPA_GROUP));
-        Add(WUPA, table.subspan(HSUPA_GROUP));
-    }
+    CRegisterManager manager(nullptr);
+    MakeBasesKnown(manager);
+    const CRegMsgProcess statistics(&manager);
+    std::vector<unsigned int> addrs;
+    for (const REG_STAT_ROW& stRow : RegStatTable())
+        (void)statistics.Find(stRow.usReq)->GetRegAddr(addrs); // all bases are known
     std::ranges::sort(addrs);
     addrs.erase(std::unique(addrs.begin(), addrs.end()), addrs.end());
     return addrs;
@@ -107,12 +99,10 @@ private:
 /// Started at 100 ms, each statistic reports with every tenth indication.
 void StartAll(CRegisterManager& manager)
 {
-    manager.SetBaseAddr(WBBP, 0, WDSP_QUERY, 0, TIME_SLOT);
-    manager.ProcessRegCnfMsg(Confirmation({WDSP_QUERY, WDSP_QUERY + 4}));
-    manager.ProcessRegIndMsg(Indication({0, WUPA}));
+    MakeBasesKnown(manager);
     static constexpr unsigned char aucStart[] = {1, 0, 100, 0};
-    for (const unsigned short usId : REQUESTS)
-        manager.ProcessRegReqPacket(usId, aucStart);
+    for (const REG_STAT_ROW& stRow : RegStatTable())
+        manager.ProcessRegReqPacket(stRow.usReq, aucStart);
 }
 
 void AllStatistics(benchmark::State& state)

@@ -1,4 +1,5 @@
 #include "common/Config.h"
+#include "data/gu/reg/RegStatTable.h"
 #include "data/gu/reg/RegisterManager.h"
 
 // Register confirmations and indications to a manager whose statistics all run. The input is steps of a byte for the
@@ -19,8 +20,6 @@ enum STEP : unsigned char
 
 constexpr unsigned int WBBP = 0x50900000;
 constexpr unsigned int WDSP_QUERY = 0x20000004;
-constexpr unsigned short REQUESTS[] = {62726, 62729, 62732, 62735, 62738, 62741, 62750,
-                                       62753, 62756, 62759, 62768, 62771, 62774};
 
 constexpr size_t CNF_HEAD = 28;
 constexpr size_t IND_HEAD = 52;
@@ -53,8 +52,8 @@ void BringUp(CRegisterManager& manager)
     static constexpr unsigned char aucBase[] = {0, 0, 0, 0, 0, 0, 0, 0x30};
     Indicate(manager, aucBase, 2);
     static constexpr unsigned char aucStart[] = {1, 0, 100, 0};
-    for (const unsigned short usId : REQUESTS)
-        manager.ProcessRegReqPacket(usId, aucStart);
+    for (const REG_STAT_ROW& stRow : RegStatTable())
+        manager.ProcessRegReqPacket(stRow.usReq, aucStart);
 }
 
 /// Every word of the banks that a statistic of an unknown kind may look at, as far as a list can be long.
@@ -128,7 +127,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* pucData, size_t szSiz
             break;
         default:
             input.Field(ucArg);
-            manager.ProcessRegReqPacket(REQUESTS[ucArg % std::size(REQUESTS)], NextBytes());
+            manager.ProcessRegReqPacket(RegStatTable()[ucArg % RegStatTable().size()].usReq, NextBytes());
         }
     }
     return 0;

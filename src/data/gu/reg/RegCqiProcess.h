@@ -2,7 +2,7 @@
 
 #include "data/gu/reg/RegPeriodMsg.h"
 
-/// Channel quality reports. Requests 62750.
+/// Channel quality reports.
 class CRegHsdpaCqi : public CPeriodRegMsgFromUe
 {
 public:
@@ -12,7 +12,7 @@ public:
 
 // Snapshots of the configuration, a new one with every indication.
 
-/// Requests 62735.
+/// The HS-DSCH: the value that the UE matched to its key.
 class CRegDschCfg : public CPeriodRegMsgFromUe
 {
 public:
@@ -24,7 +24,7 @@ private:
         REQUIRES(m_Mutex);
 };
 
-/// Requests 62738.
+/// The enabled HS-SCCHs and their codes.
 class CRegScchCfg : public CPeriodRegMsgFromUe
 {
 public:
@@ -32,7 +32,7 @@ public:
     void Process(const RegStruct& stReg, unsigned int ulTimeStamp) REQUIRES(m_Mutex) override;
 };
 
-/// Requests 62741.
+/// Fields of the HS-DPCCH.
 class CRegDpcchCfg : public CPeriodRegMsgFromUe
 {
 public:

@@ -69,7 +69,7 @@ struct HsScchDecodingStatisticsSTRU
     uint32_t ulLess = 0;
 };
 
-/// Decoding rates per carrier. Requests 62756.
+/// Decoding rates per carrier.
 class CRegDecodingStat : public CRegDecodingBase
 {
 public:

@@ -2,7 +2,7 @@
 
 #include "data/gu/reg/RegDecodingProcess.h"
 
-/// A table per transport block size, of each carrier and of both. Requests 62759. Samples only count; the result is
+/// A table per transport block size, of each carrier and of both. Samples only count; the result is
 /// built when a report is due, from the entries that were touched since the last one.
 class CRegDecodingTbs : public CRegDecodingBase
 {

@@ -42,7 +42,7 @@ private:
     const size_t m_szTimeSlot; // position of the time slot word in GetRegisters' list; the enable registers follow
 };
 
-/// Uplink rates. Requests 62768.
+/// Uplink rates.
 class CRegHsupaLinkThroughput : public CRegHsupaBase
 {
 public:
@@ -58,7 +58,7 @@ private:
     Counters m_aulAvailableBits GUARDED_BY(m_Mutex){};
 };
 
-/// Uplink errors, limits and happiness. Requests 62771.
+/// Uplink errors, limits and happiness.
 class CRegHsupaLinkQuality : public CRegHsupaBase
 {
 public:
@@ -88,7 +88,7 @@ private:
     std::array<QUALITY_STRU, CARRIER_COUNT> m_astQuality GUARDED_BY(m_Mutex){};
 };
 
-/// Absolute, relative and serving grants. Requests 62774.
+/// Absolute, relative and serving grants.
 class CRegHsupaGrant : public CRegHsupaBase
 {
 public:

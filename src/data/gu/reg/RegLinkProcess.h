@@ -30,7 +30,7 @@ struct HsDpaLinkStatisticsSTRU
     uint32_t ulUnmonitored = 0; // not reported
 };
 
-/// Data rates and counters of the HSDPA link. Requests 62753.
+/// Data rates and counters of the HSDPA link.
 class CRegLinkStatistics : public CRegDecodingBase
 {
 public:

@@ -3,12 +3,7 @@
 #include "data/DiagPacket.h"
 #include "data/gu/base/GuOperation.h"
 #include "data/gu/base/GuRequest.h"
-#include "data/gu/reg/RegCqiProcess.h"
-#include "data/gu/reg/RegDecodingProcess.h"
-#include "data/gu/reg/RegDecodingTbs.h"
-#include "data/gu/reg/RegHsupaProcess.h"
-#include "data/gu/reg/RegLinkProcess.h"
-#include "data/gu/reg/RegPowerControl.h"
+#include "data/gu/reg/RegStatTable.h"
 #include "data/gu/reg/RegisterManager.h"
 
 namespace
@@ -30,28 +25,12 @@ ByteView ReportData(ByteView data)
 
 } // namespace
 
-template <class Stat> void CRegMsgProcess::Create(unsigned short usReqMsgId, bool bV9)
-{
-    m_mapRegProcessor[usReqMsgId] = std::make_unique<Stat>(REG_STAT_SETUP{this, usReqMsgId, bV9});
-}
-
 CRegMsgProcess::CRegMsgProcess(CRegisterManager* pRegisterManager)
     : m_pRegisterManager(pRegisterManager), m_pOperation(pRegisterManager->GetParentAdapter())
 {
     const bool bV9 = m_pOperation != nullptr && IsKnownUeVersion(m_pOperation->GetUeVersion());
-    Create<CRegPowerControlSir>(62726, bV9);
-    Create<CRegPowerControlPower>(62729, bV9);
-    Create<CRegPowerControlTpc>(62732, bV9);
-    Create<CRegDschCfg>(62735, bV9);
-    Create<CRegScchCfg>(62738, bV9);
-    Create<CRegDpcchCfg>(62741, bV9);
-    Create<CRegHsdpaCqi>(62750, bV9);
-    Create<CRegHsupaLinkThroughput>(62768, bV9);
-    Create<CRegHsupaLinkQuality>(62771, bV9);
-    Create<CRegHsupaGrant>(62774, bV9);
-    Create<CRegDecodingStat>(62756, bV9);
-    Create<CRegDecodingTbs>(62759, bV9);
-    Create<CRegLinkStatistics>(62753, bV9);
+    for (const REG_STAT_ROW& stRow : RegStatTable())
+        m_mapRegProcessor[stRow.usReq] = stRow.pfnCreate({this, stRow.usReq, bV9});
 }
 
 CPeriodRegMsgFromUe* CRegMsgProcess::Find(unsigned int ulReqMsgId) const

@@ -8,7 +8,7 @@
 class IGuOperation;
 class CRegisterManager;
 
-/// Owns the thirteen register statistics: answers the client's start and stop requests and runs every started
+/// Owns one of each of the register statistics: answers the client's start and stop requests and runs every started
 /// statistic on every indication. Requests come on the main thread, indications on the agent message thread.
 class CRegMsgProcess
 {
@@ -34,7 +34,6 @@ public:
     CPeriodRegMsgFromUe* Find(unsigned int ulReqMsgId) const;
 
 private:
-    template <class Stat> void Create(unsigned short usReqMsgId, bool bV9);
     unsigned int Start(CPeriodRegMsgFromUe& stat, unsigned short usPeriod, const std::vector<unsigned int>& addrs);
     unsigned int Stop(CPeriodRegMsgFromUe& stat, const std::vector<unsigned int>& addrs);
     void Answer(const CPeriodRegMsgFromUe& stat, unsigned int ulStatus);

@@ -10,8 +10,7 @@ CPeriodRegMsgFromUe::CPeriodRegMsgFromUe(const REG_STAT_SETUP& stSetup, std::spa
     : m_pRegMsgProcess(stSetup.pRegMsgProcess),
       m_pulRegTable(table),
       m_ulRegNum(static_cast<unsigned int>(table.size())),
-      m_usReqMsgId(stSetup.usReqMsgId),
-      m_usCnfMsgId(static_cast<unsigned short>(stSetup.usReqMsgId + 1))
+      m_usReqMsgId(stSetup.usReqMsgId)
 {
 }
 

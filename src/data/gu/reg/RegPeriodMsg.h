@@ -12,6 +12,16 @@
 
 class CRegMsgProcess;
 
+// A statistic's confirm and its indication have the next two ids behind that of the request.
+constexpr unsigned short RegCnfId(unsigned short usReqMsgId)
+{
+    return static_cast<unsigned short>(usReqMsgId + 1);
+}
+constexpr unsigned short RegIndId(unsigned short usReqMsgId)
+{
+    return static_cast<unsigned short>(usReqMsgId + 2);
+}
+
 /// How a statistic comes to be: who owns it, the id of its request, and whether the UE is of a known kind and so has
 /// the "_V9" registers.
 struct REG_STAT_SETUP
@@ -44,8 +54,8 @@ public:
     void InsertData(ByteView data, unsigned int ulTimeStamp) REQUIRES(m_Mutex);
 
     unsigned short GetReqMsgId() const { return m_usReqMsgId; }
-    unsigned short GetCnfMsgId() const { return m_usCnfMsgId; }
-    unsigned short GetIndMsgId() const { return static_cast<unsigned short>(m_usCnfMsgId + 1); }
+    unsigned short GetCnfMsgId() const { return RegCnfId(m_usReqMsgId); }
+    unsigned short GetIndMsgId() const { return RegIndId(m_usReqMsgId); }
     unsigned int GetTimeStamp() const REQUIRES(m_Mutex) { return m_ulTimeStamp; }
     void SetTimeStamp(unsigned int ulTimeStamp) REQUIRES(m_Mutex) { m_ulTimeStamp = ulTimeStamp; }
 
@@ -78,7 +88,6 @@ protected:
     const std::span<const unsigned int> m_pulRegTable;  // of m_ulRegNum offsets
     const unsigned int m_ulRegNum;
     const unsigned short m_usReqMsgId;
-    const unsigned short m_usCnfMsgId;                                            // the indication has the next id
     std::array<unsigned int, CARRIER_COUNT> m_aulSampleCnt GUARDED_BY(m_Mutex){}; // samples per carrier
 
 private:

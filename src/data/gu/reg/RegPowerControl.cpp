@@ -88,22 +88,18 @@ CRegPowerControlPower::CRegPowerControlPower(const REG_STAT_SETUP& stSetup)
 
 void CRegPowerControlPower::Process(const RegStruct& stReg, unsigned int ulTimeStamp)
 {
-    CRegRecordList<Power_Control_Power_STRU, CARRIER_COUNT> records;
+    float fAverage = 0;
     Locate(stReg);
+    if (!ReadSlotAverage(stReg, fAverage))
+        return;
+    CRegRecordList<Power_Control_Power_STRU, CARRIER_COUNT, Power_Control_Head_STRU> records({fAverage});
     for (size_t i = 0; i < CARRIER_COUNT; ++i) {
         std::array<unsigned int, POWER_SET_SIZE> aulWords{};
         if (!GetRegValues(stReg, POWER_SET + i * POWER_SET_SIZE, aulWords))
             return;
         records.Add({SetPower(aulWords[0]), SetPower(aulWords[1])});
     }
-    float fAverage = 0;
-    if (!ReadSlotAverage(stReg, fAverage))
-        return;
-    std::array<unsigned char, 8 + CARRIER_COUNT * Power_Control_Power_STRU::SIZE> aucResult{};
-    CByteWriter writer(aucResult);
-    writer.Field(fAverage);
-    writer.Bytes(records.Bytes());
-    InsertData(aucResult, ulTimeStamp);
+    InsertData(records.Bytes(), ulTimeStamp);
 }
 
 /// The average of the slot words, while the state is active or isn't there; else fAverage stays as it is. False when

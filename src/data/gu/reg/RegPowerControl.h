@@ -6,7 +6,7 @@
 // WCDMA inner loop power control, from one frame of 15 slots. No history: every indication gives a whole new result of
 // two sets, one per carrier.
 
-/// Measured and target SIR. Requests 62726.
+/// Measured and target SIR.
 class CRegPowerControlSir : public CPeriodRegMsgFromUe
 {
 public:
@@ -14,7 +14,7 @@ public:
     void Process(const RegStruct& stReg, unsigned int ulTimeStamp) REQUIRES(m_Mutex) override;
 };
 
-/// Powers. Requests 62729.
+/// Powers.
 class CRegPowerControlPower : public CPeriodRegMsgFromUe
 {
 public:
@@ -25,7 +25,7 @@ private:
     [[nodiscard]] bool ReadSlotAverage(const RegStruct& stReg, float& fAverage) const REQUIRES(m_Mutex);
 };
 
-/// TPC commands. Requests 62732.
+/// TPC commands.
 class CRegPowerControlTpc : public CPeriodRegMsgFromUe
 {
 public:

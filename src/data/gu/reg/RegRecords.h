@@ -1,17 +1,30 @@
 #pragma once
 
 #include "common/Bytes.h"
+#include "data/RecordLayout.h"
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 
-// The result records of the register statistics as clients get them. Each record knows its size and the order of its
-// fields, for CByteReader and CByteWriter alike. Rates are percentages, unless something else stands beside them.
-// All but three results are a u32 count and that many records (CRegRecordList): the two configurations of one record
-// each stand alone, and the power result has its slot average before the count.
+// The result records of the register statistics as clients get them. Each record knows its size, and the order of its
+// fields with their names, for the agent and for who shows results. Rates are percentages, unless something else
+// stands beside them. RegStatTable.cpp says which records make up the result of a statistic.
 
-/// Indication 62758: per active carrier, then the total of both.
+/// Head of most results: that many records follow.
+struct Record_Count_STRU
+{
+    static constexpr size_t SIZE = 4;
+
+    uint32_t ulCount = 0;
+
+    template <class Io, class Rec> static constexpr void Fields(Io& io, Rec& st)
+    {
+        NamedField(io, "count", st.ulCount); // 0
+    }
+};
+
+/// Decoding: per active carrier, then the total of both.
 struct HSDPA_Decoding_Statistics_STRU
 {
     static constexpr size_t SIZE = 56;
@@ -31,26 +44,26 @@ struct HSDPA_Decoding_Statistics_STRU
     float fDualBler0 = 0;
     float fDualBler1 = 0;
 
-    template <class Io, class Rec> static void Fields(Io& io, Rec& st)
+    template <class Io, class Rec> static constexpr void Fields(Io& io, Rec& st)
     {
-        io.Field(st.ulSubframes);     //  0
-        io.Field(st.ulScchOk);        //  4
-        io.Field(st.fScchOkRate);     //  8
-        io.Field(st.fAckRetransRate); // 12
-        io.Field(st.fLessRate);       // 16
-        io.Field(st.ulSingle);        // 20
-        io.Field(st.ulDual);          // 24
-        io.Field(st.fSingleRate);     // 28
-        io.Field(st.fDualRate);       // 32
-        io.Field(st.fSingleRate2);    // 36
-        io.Field(st.fDualRate2);      // 40
-        io.Field(st.fSingleBler);     // 44
-        io.Field(st.fDualBler0);      // 48
-        io.Field(st.fDualBler1);      // 52
+        NamedField(io, "subframes", st.ulSubframes);            //  0
+        NamedField(io, "scch_ok", st.ulScchOk);                 //  4
+        NamedField(io, "scch_ok_rate", st.fScchOkRate);         //  8
+        NamedField(io, "ack_retrans_rate", st.fAckRetransRate); // 12
+        NamedField(io, "less_rate", st.fLessRate);              // 16
+        NamedField(io, "single", st.ulSingle);                  // 20
+        NamedField(io, "dual", st.ulDual);                      // 24
+        NamedField(io, "single_rate", st.fSingleRate);          // 28
+        NamedField(io, "dual_rate", st.fDualRate);              // 32
+        NamedField(io, "single_rate_2", st.fSingleRate2);       // 36
+        NamedField(io, "dual_rate_2", st.fDualRate2);           // 40
+        NamedField(io, "single_bler", st.fSingleBler);          // 44
+        NamedField(io, "dual_bler_0", st.fDualBler0);           // 48
+        NamedField(io, "dual_bler_1", st.fDualBler1);           // 52
     }
 };
 
-/// Indication 62761: u32 count of blocks (C0, C1, total), each a u32 count and that many of these.
+/// Block sizes: blocks of C0, C1 and the total, each with that many of these.
 struct Tbs_STRU
 {
     static constexpr size_t SIZE = 124;
@@ -83,39 +96,38 @@ struct Tbs_STRU
     float fNewAfterErrRate1 = 0;
     std::array<uint32_t, PHASE_COUNT> aulPhase{}; // good blocks by number of the transmission
 
-    template <class Io, class Rec> static void Fields(Io& io, Rec& st)
+    template <class Io, class Rec> static constexpr void Fields(Io& io, Rec& st)
     {
-        io.Field(st.ulTbs);             //   0
-        io.Field(st.ulQpsk0);           //   4
-        io.Field(st.ulQpsk1);           //   8
-        io.Field(st.ul16Qam0);          //  12
-        io.Field(st.ul16Qam1);          //  16
-        io.Field(st.ul64Qam0);          //  20
-        io.Field(st.ul64Qam1);          //  24
-        io.Field(st.ulBlockErr0);       //  28
-        io.Field(st.ulBlockErr1);       //  32
-        io.Field(st.ulCrcOk0);          //  36
-        io.Field(st.ulCrcOk1);          //  40
-        io.Field(st.ulAckRetrans0);     //  44
-        io.Field(st.ulAckRetrans1);     //  48
-        io.Field(st.ulTbsChange0);      //  52
-        io.Field(st.ulTbsChange1);      //  56
-        io.Field(st.fBler0);            //  60
-        io.Field(st.fBler1);            //  64
-        io.Field(st.fFirstBler0);       //  68
-        io.Field(st.fFirstBler1);       //  72
-        io.Field(st.ulNewAfterErr0);    //  76
-        io.Field(st.ulNewAfterErr1);    //  80
-        io.Field(st.ulCrcOk0Copy);      //  84
-        io.Field(st.ulCrcOk1Copy);      //  88
-        io.Field(st.fNewAfterErrRate0); //  92
-        io.Field(st.fNewAfterErrRate1); //  96
-        for (auto& ulPhase : st.aulPhase)
-            io.Field(ulPhase); // 100
+        NamedField(io, "tbs", st.ulTbs);                              //   0
+        NamedField(io, "qpsk_0", st.ulQpsk0);                         //   4
+        NamedField(io, "qpsk_1", st.ulQpsk1);                         //   8
+        NamedField(io, "16qam_0", st.ul16Qam0);                       //  12
+        NamedField(io, "16qam_1", st.ul16Qam1);                       //  16
+        NamedField(io, "64qam_0", st.ul64Qam0);                       //  20
+        NamedField(io, "64qam_1", st.ul64Qam1);                       //  24
+        NamedField(io, "block_err_0", st.ulBlockErr0);                //  28
+        NamedField(io, "block_err_1", st.ulBlockErr1);                //  32
+        NamedField(io, "crc_ok_0", st.ulCrcOk0);                      //  36
+        NamedField(io, "crc_ok_1", st.ulCrcOk1);                      //  40
+        NamedField(io, "ack_retrans_0", st.ulAckRetrans0);            //  44
+        NamedField(io, "ack_retrans_1", st.ulAckRetrans1);            //  48
+        NamedField(io, "tbs_change_0", st.ulTbsChange0);              //  52
+        NamedField(io, "tbs_change_1", st.ulTbsChange1);              //  56
+        NamedField(io, "bler_0", st.fBler0);                          //  60
+        NamedField(io, "bler_1", st.fBler1);                          //  64
+        NamedField(io, "first_bler_0", st.fFirstBler0);               //  68
+        NamedField(io, "first_bler_1", st.fFirstBler1);               //  72
+        NamedField(io, "new_after_err_0", st.ulNewAfterErr0);         //  76
+        NamedField(io, "new_after_err_1", st.ulNewAfterErr1);         //  80
+        NamedField(io, "crc_ok_0_copy", st.ulCrcOk0Copy);             //  84
+        NamedField(io, "crc_ok_1_copy", st.ulCrcOk1Copy);             //  88
+        NamedField(io, "new_after_err_rate_0", st.fNewAfterErrRate0); //  92
+        NamedField(io, "new_after_err_rate_1", st.fNewAfterErrRate1); //  96
+        NamedField(io, "phase", st.aulPhase);                         // 100
     }
 };
 
-/// Indication 62755: per active carrier, then the total of both. Rates in kbit/s (bits per millisecond), ratios in
+/// Link: per active carrier, then the total of both. Rates in kbit/s (bits per millisecond), ratios in
 /// percent. "Win" is the last window of 50 subframes, the others run since the start.
 struct HSDPA_Link_Statistics_STRU
 {
@@ -140,30 +152,30 @@ struct HSDPA_Link_Statistics_STRU
     float fRetransRate = 0;
     uint32_t ulHistMean = 0;
 
-    template <class Io, class Rec> static void Fields(Io& io, Rec& st)
+    template <class Io, class Rec> static constexpr void Fields(Io& io, Rec& st)
     {
-        io.Field(st.fWinRate);        //  0
-        io.Field(st.fRate0);          //  4
-        io.Field(st.fRate1);          //  8
-        io.Field(st.fWinServedRate);  // 12
-        io.Field(st.fServedRate0);    // 16
-        io.Field(st.fServedRate1);    // 20
-        io.Field(st.fWinOkRate);      // 24
-        io.Field(st.fOkRate0);        // 28
-        io.Field(st.fOkRate1);        // 32
-        io.Field(st.fWinRatioA);      // 36
-        io.Field(st.fRatioA);         // 40
-        io.Field(st.fWinRatioB);      // 44
-        io.Field(st.fRatioB);         // 48
-        io.Field(st.fWinRatioC);      // 52
-        io.Field(st.fRatioC);         // 56
-        io.Field(st.fWinRetransRate); // 60
-        io.Field(st.fRetransRate);    // 64
-        io.Field(st.ulHistMean);      // 68
+        NamedField(io, "win_rate", st.fWinRate);                //  0
+        NamedField(io, "rate_0", st.fRate0);                    //  4
+        NamedField(io, "rate_1", st.fRate1);                    //  8
+        NamedField(io, "win_served_rate", st.fWinServedRate);   // 12
+        NamedField(io, "served_rate_0", st.fServedRate0);       // 16
+        NamedField(io, "served_rate_1", st.fServedRate1);       // 20
+        NamedField(io, "win_ok_rate", st.fWinOkRate);           // 24
+        NamedField(io, "ok_rate_0", st.fOkRate0);               // 28
+        NamedField(io, "ok_rate_1", st.fOkRate1);               // 32
+        NamedField(io, "win_ratio_a", st.fWinRatioA);           // 36
+        NamedField(io, "ratio_a", st.fRatioA);                  // 40
+        NamedField(io, "win_ratio_b", st.fWinRatioB);           // 44
+        NamedField(io, "ratio_b", st.fRatioB);                  // 48
+        NamedField(io, "win_ratio_c", st.fWinRatioC);           // 52
+        NamedField(io, "ratio_c", st.fRatioC);                  // 56
+        NamedField(io, "win_retrans_rate", st.fWinRetransRate); // 60
+        NamedField(io, "retrans_rate", st.fRetransRate);        // 64
+        NamedField(io, "hist_mean", st.ulHistMean);             // 68
     }
 };
 
-/// Indication 62752: per enabled carrier.
+/// Channel quality: per enabled carrier.
 struct HSDPA_CQI_STRU
 {
     static constexpr size_t SIZE = 16;
@@ -173,16 +185,16 @@ struct HSDPA_CQI_STRU
     uint32_t ulCqiFirst = 0;
     uint32_t ulCqiSecond = 0;
 
-    template <class Io, class Rec> static void Fields(Io& io, Rec& st)
+    template <class Io, class Rec> static constexpr void Fields(Io& io, Rec& st)
     {
-        io.Field(st.ulCqi);       //  0
-        io.Field(st.ulCqiCopy);   //  4
-        io.Field(st.ulCqiFirst);  //  8
-        io.Field(st.ulCqiSecond); // 12
+        NamedField(io, "mean_cqi", st.ulCqi);              //  0
+        NamedField(io, "mean_cqi_copy", st.ulCqiCopy);     //  4
+        NamedField(io, "mean_first_cqi", st.ulCqiFirst);   //  8
+        NamedField(io, "mean_second_cqi", st.ulCqiSecond); // 12
     }
 };
 
-/// Indication 62737, one record without a count.
+/// One record without a count.
 struct HS_DSCH_Configuration_STRU
 {
     static constexpr size_t SIZE = 8;
@@ -190,14 +202,14 @@ struct HS_DSCH_Configuration_STRU
     uint32_t ulMatched = 0; // shifted left by 8; 0 without a match
     uint32_t ulField = 0;   // 4 bits
 
-    template <class Io, class Rec> static void Fields(Io& io, Rec& st)
+    template <class Io, class Rec> static constexpr void Fields(Io& io, Rec& st)
     {
-        io.Field(st.ulMatched); // 0
-        io.Field(st.ulField);   // 4
+        NamedField(io, "match", st.ulMatched); // 0
+        NamedField(io, "field", st.ulField);   // 4
     }
 };
 
-/// Indication 62740: per enabled channel.
+/// Per enabled channel.
 struct HS_SCCH_Configuration_STRU
 {
     static constexpr size_t SIZE = 8;
@@ -205,14 +217,14 @@ struct HS_SCCH_Configuration_STRU
     uint32_t ulChannel = 0; // 1 to 4
     uint32_t ulCode = 0;    // 7 bits
 
-    template <class Io, class Rec> static void Fields(Io& io, Rec& st)
+    template <class Io, class Rec> static constexpr void Fields(Io& io, Rec& st)
     {
-        io.Field(st.ulChannel); // 0
-        io.Field(st.ulCode);    // 4
+        NamedField(io, "channel", st.ulChannel); // 0
+        NamedField(io, "code", st.ulCode);       // 4
     }
 };
 
-/// Indication 62743, one record without a count: fields of three registers A, B and C.
+/// One record without a count: fields of three registers A, B and C.
 struct HS_DPCCH_Configuration_STRU
 {
     static constexpr size_t SIZE = 28;
@@ -225,19 +237,19 @@ struct HS_DPCCH_Configuration_STRU
     uint32_t ulC5 = 0;  // C bits 5 to 9
     uint32_t ulC10 = 0; // C bits 10 to 14
 
-    template <class Io, class Rec> static void Fields(Io& io, Rec& st)
+    template <class Io, class Rec> static constexpr void Fields(Io& io, Rec& st)
     {
-        io.Field(st.ulA16); //  0
-        io.Field(st.ulA8);  //  4
-        io.Field(st.ulA0);  //  8
-        io.Field(st.ulB0);  // 12
-        io.Field(st.ulC0);  // 16
-        io.Field(st.ulC5);  // 20
-        io.Field(st.ulC10); // 24
+        NamedField(io, "a_16_19", st.ulA16); //  0
+        NamedField(io, "a_8_10", st.ulA8);   //  4
+        NamedField(io, "a_0_2", st.ulA0);    //  8
+        NamedField(io, "b_0_12", st.ulB0);   // 12
+        NamedField(io, "c_0_4", st.ulC0);    // 16
+        NamedField(io, "c_5_9", st.ulC5);    // 20
+        NamedField(io, "c_10_14", st.ulC10); // 24
     }
 };
 
-/// Indication 62728: per carrier, always two.
+/// Per carrier, always two.
 struct Power_Control_SIR_STRU
 {
     static constexpr size_t SIZE = 8;
@@ -245,14 +257,29 @@ struct Power_Control_SIR_STRU
     float fSir = 0;       // dB
     float fSirTarget = 0; // dB
 
-    template <class Io, class Rec> static void Fields(Io& io, Rec& st)
+    template <class Io, class Rec> static constexpr void Fields(Io& io, Rec& st)
     {
-        io.Field(st.fSir);       // 0
-        io.Field(st.fSirTarget); // 4
+        NamedField(io, "sir_db", st.fSir);              // 0
+        NamedField(io, "sir_target_db", st.fSirTarget); // 4
     }
 };
 
-/// Indication 62731: float slot average, u32 count, then per carrier, always two.
+/// Head of the powers.
+struct Power_Control_Head_STRU
+{
+    static constexpr size_t SIZE = 8;
+
+    float fSlotAverage = 0;
+    uint32_t ulCount = 0;
+
+    template <class Io, class Rec> static constexpr void Fields(Io& io, Rec& st)
+    {
+        NamedField(io, "slot_average", st.fSlotAverage); // 0
+        NamedField(io, "count", st.ulCount);             // 4
+    }
+};
+
+/// Per carrier, always two.
 struct Power_Control_Power_STRU
 {
     static constexpr size_t SIZE = 8;
@@ -260,14 +287,14 @@ struct Power_Control_Power_STRU
     float fPower0 = 0;
     float fPower1 = 0;
 
-    template <class Io, class Rec> static void Fields(Io& io, Rec& st)
+    template <class Io, class Rec> static constexpr void Fields(Io& io, Rec& st)
     {
-        io.Field(st.fPower0); // 0
-        io.Field(st.fPower1); // 4
+        NamedField(io, "power_0", st.fPower0); // 0
+        NamedField(io, "power_1", st.fPower1); // 4
     }
 };
 
-/// Indication 62734: per carrier, always two.
+/// Per carrier, always two.
 struct Power_Control_TPC_STRU
 {
     static constexpr size_t SIZE = 8;
@@ -275,14 +302,14 @@ struct Power_Control_TPC_STRU
     int32_t lUlTpcSum = 0;
     int32_t lDlTpcSum = 0;
 
-    template <class Io, class Rec> static void Fields(Io& io, Rec& st)
+    template <class Io, class Rec> static constexpr void Fields(Io& io, Rec& st)
     {
-        io.Field(st.lUlTpcSum); // 0
-        io.Field(st.lDlTpcSum); // 4
+        NamedField(io, "ul_tpc_sum", st.lUlTpcSum); // 0
+        NamedField(io, "dl_tpc_sum", st.lDlTpcSum); // 4
     }
 };
 
-/// Indication 62770: per enabled carrier, values of HsupaRunRate.
+/// Per enabled carrier, values of HsupaRunRate.
 struct HSUPA_Link_Throughput_Statistics_STRU
 {
     static constexpr size_t SIZE = 12;
@@ -291,15 +318,15 @@ struct HSUPA_Link_Throughput_Statistics_STRU
     float fServedRate = 0;
     float fAvailableRate = 0;
 
-    template <class Io, class Rec> static void Fields(Io& io, Rec& st)
+    template <class Io, class Rec> static constexpr void Fields(Io& io, Rec& st)
     {
-        io.Field(st.fNonDtxRate);    // 0
-        io.Field(st.fServedRate);    // 4
-        io.Field(st.fAvailableRate); // 8
+        NamedField(io, "non_dtx_rate", st.fNonDtxRate);      // 0
+        NamedField(io, "served_rate", st.fServedRate);       // 4
+        NamedField(io, "available_rate", st.fAvailableRate); // 8
     }
 };
 
-/// Indication 62773: per enabled carrier.
+/// Per enabled carrier.
 struct HSUPA_Link_Quality_Statistics_STRU
 {
     static constexpr size_t SIZE = 28;
@@ -312,19 +339,19 @@ struct HSUPA_Link_Quality_Statistics_STRU
     float fLimitRate2 = 0;
     float fHappyRate = 0;
 
-    template <class Io, class Rec> static void Fields(Io& io, Rec& st)
+    template <class Io, class Rec> static constexpr void Fields(Io& io, Rec& st)
     {
-        io.Field(st.fDtxProbability); //  0
-        io.Field(st.fSbler);          //  4
-        io.Field(st.f1stSbler);       //  8
-        io.Field(st.fLimitRate1);     // 12
-        io.Field(st.fLimitRate0);     // 16
-        io.Field(st.fLimitRate2);     // 20
-        io.Field(st.fHappyRate);      // 24
+        NamedField(io, "dtx_probability", st.fDtxProbability); //  0
+        NamedField(io, "sbler", st.fSbler);                    //  4
+        NamedField(io, "first_sbler", st.f1stSbler);           //  8
+        NamedField(io, "limit_rate_1", st.fLimitRate1);        // 12
+        NamedField(io, "limit_rate_0", st.fLimitRate0);        // 16
+        NamedField(io, "limit_rate_2", st.fLimitRate2);        // 20
+        NamedField(io, "happy_rate", st.fHappyRate);           // 24
     }
 };
 
-/// Indication 62776: per enabled carrier.
+/// Per enabled carrier.
 struct HSUPA_Grant_Statistics_STRU
 {
     static constexpr size_t SIZE = 20;
@@ -335,34 +362,43 @@ struct HSUPA_Grant_Statistics_STRU
     float fRgCode3Rate = 0;
     float fSgMean = 0; // mean serving grant, as its index
 
-    template <class Io, class Rec> static void Fields(Io& io, Rec& st)
+    template <class Io, class Rec> static constexpr void Fields(Io& io, Rec& st)
     {
-        io.Field(st.fAgMean);      //  0
-        io.Field(st.fRgCode2Rate); //  4
-        io.Field(st.fRgCode1Rate); //  8
-        io.Field(st.fRgCode3Rate); // 12
-        io.Field(st.fSgMean);      // 16
+        NamedField(io, "ag_mean", st.fAgMean);             //  0
+        NamedField(io, "rg_code_2_rate", st.fRgCode2Rate); //  4
+        NamedField(io, "rg_code_1_rate", st.fRgCode1Rate); //  8
+        NamedField(io, "rg_code_3_rate", st.fRgCode3Rate); // 12
+        NamedField(io, "sg_mean", st.fSgMean);             // 16
     }
 };
 
-/// A result of a u32 count and at most MAX records, built without the heap.
-template <class Rec, size_t MAX> class CRegRecordList
+/// A result of a head and at most MAX records, built without the heap. The head's ulCount is their number.
+template <class Rec, size_t MAX, class Head = Record_Count_STRU> class CRegRecordList
 {
 public:
+    /// Everything of the head but the count.
+    explicit CRegRecordList(const Head& stHead = {}) : m_stHead(stHead) { WriteHead(); }
+
     void Add(const Rec& stRec)
     {
-        CByteWriter writer(Slice(ByteSpan(m_aucBytes), COUNT_SIZE + m_ulCount * Rec::SIZE, Rec::SIZE));
+        CByteWriter writer(Slice(ByteSpan(m_aucBytes), Size(), Rec::SIZE));
         Rec::Fields(writer, stRec);
-        StoreLe<uint32_t>(m_aucBytes, 0, ++m_ulCount);
+        ++m_stHead.ulCount;
+        WriteHead();
     }
 
-    ByteView Bytes() const { return ByteView(m_aucBytes).first(COUNT_SIZE + m_ulCount * Rec::SIZE); }
+    ByteView Bytes() const { return ByteView(m_aucBytes).first(Size()); }
 
 private:
-    static constexpr size_t COUNT_SIZE = 4;
+    size_t Size() const { return Head::SIZE + m_stHead.ulCount * Rec::SIZE; }
+    void WriteHead()
+    {
+        CByteWriter writer(m_aucBytes);
+        Head::Fields(writer, m_stHead);
+    }
 
-    std::array<unsigned char, COUNT_SIZE + MAX * Rec::SIZE> m_aucBytes{};
-    uint32_t m_ulCount = 0;
+    std::array<unsigned char, Head::SIZE + MAX * Rec::SIZE> m_aucBytes{};
+    Head m_stHead;
 };
 
 /// One record as bytes.
