@@ -1,6 +1,7 @@
 #include "client/Reports.h"
 
 #include "data/DiagPacket.h"
+#include "data/gu/report/ChannelConfigReports.h"
 
 // Fields whose meaning is the modem's own business carry their place in its message: b3 is the 16-bit word 3 of a
 // road-test body, p0 the 32-bit word 0 of a payload, byte_15 the byte 15.
@@ -42,13 +43,9 @@ constexpr FIELD_ROW RB_ITEM_FIELDS[] = {{"rb", 0, U32}, {"rate", 4, F32}};
 constexpr RECORD_LAYOUT RB_ITEM{nullptr, 8, RB_ITEM_FIELDS};
 constexpr GROUP_ROW RB_GROUPS[] = {{"rbs", &RB_ITEM, 0}};
 constexpr RECORD_LAYOUT RB{"radio bearer throughput", 4, COUNT_FIELDS, RB_GROUPS};
-constexpr FIELD_ROW MAC_ITEM_FIELDS[] = {{"flow", 0, U32}, {"zero", 4, U32}, {"value", 8, U32}};
-constexpr RECORD_LAYOUT MAC_ITEM{nullptr, 12, MAC_ITEM_FIELDS};
-constexpr GROUP_ROW MAC_GROUPS[] = {{"flows", &MAC_ITEM, 0}};
+constexpr GROUP_ROW MAC_GROUPS[] = {{"flows", &PLAIN_RECORD<MAC_d_Flow_Mapping_STRU>, 0}};
 constexpr RECORD_LAYOUT MAC{"MAC-d flow mapping", 4, COUNT_FIELDS, MAC_GROUPS};
-constexpr FIELD_ROW REORDER_ITEM_FIELDS[] = {{"first", 0, U32}, {"second", 4, U32}, {"third", 8, U32}, {"list", 12, U32, 8}};
-constexpr RECORD_LAYOUT REORDER_ITEM{nullptr, 44, REORDER_ITEM_FIELDS};
-constexpr GROUP_ROW REORDER_GROUPS[] = {{"queues", &REORDER_ITEM, 0}};
+constexpr GROUP_ROW REORDER_GROUPS[] = {{"queues", &PLAIN_RECORD<Reordering_Queue_Parameters_STRU>, 0}};
 constexpr RECORD_LAYOUT REORDER{"reordering queues", 4, COUNT_FIELDS, REORDER_GROUPS};
 
 // GSM physical layer.

@@ -23,7 +23,7 @@ constexpr size_t ENTRY_LIST = 6;       // u16
 
 constexpr size_t CNF_TRANSACTION = 38; // u16, offset in the packet of a confirmation
 
-ByteView Entry(ByteView payload, size_t szIndex)
+ByteView EntryAt(ByteView payload, size_t szIndex)
 {
     return Slice(payload, CFG_FIRST_ENTRY + szIndex * CFG_ENTRY_SIZE);
 }
@@ -33,11 +33,13 @@ size_t EntryCount(ByteView payload)
     return std::min(LoadLe<uint8_t>(payload, CFG_COUNT), CFG_MAX_COUNT);
 }
 
-std::vector<MAC_d_Flow_Mapping_STRU> ReadFlows(ByteView payload)
+template <class Entry> std::vector<Entry> ReadEntries(ByteView payload);
+
+template <> std::vector<MAC_d_Flow_Mapping_STRU> ReadEntries(ByteView payload)
 {
     std::vector<MAC_d_Flow_Mapping_STRU> vecFlows;
     for (size_t i = 0; i < EntryCount(payload); ++i) {
-        const ByteView entry = Entry(payload, i);
+        const ByteView entry = EntryAt(payload, i);
         vecFlows.push_back({LoadLe<uint8_t>(entry, ENTRY_FLOW), 0, LoadLe<uint8_t>(entry, ENTRY_FIRST)});
     }
     return vecFlows;
@@ -49,16 +51,16 @@ std::vector<MAC_d_Flow_Mapping_STRU> ReadFlows(ByteView payload)
 /// Client tools know the report so.
 size_t WalkLists(ByteView payload, size_t szIndex, Reordering_Queue_Parameters_STRU& stQueue)
 {
-    for (; LoadLe<uint8_t>(Entry(payload, szIndex), ENTRY_LIST_COUNT) > 0; ++szIndex)
-        stQueue.aulList[0] = LoadLe<uint16_t>(Entry(payload, szIndex), ENTRY_LIST);
+    for (; LoadLe<uint8_t>(EntryAt(payload, szIndex), ENTRY_LIST_COUNT) > 0; ++szIndex)
+        stQueue.aulList[0] = LoadLe<uint16_t>(EntryAt(payload, szIndex), ENTRY_LIST);
     return szIndex;
 }
 
-std::vector<Reordering_Queue_Parameters_STRU> ReadQueues(ByteView payload)
+template <> std::vector<Reordering_Queue_Parameters_STRU> ReadEntries(ByteView payload)
 {
     std::vector<Reordering_Queue_Parameters_STRU> vecQueues;
     for (size_t i = 0; i < EntryCount(payload); ++i) {
-        const ByteView entry = Entry(payload, i);
+        const ByteView entry = EntryAt(payload, i);
         auto& stQueue = vecQueues.emplace_back();
         stQueue.ulFirst = LoadLe<uint8_t>(entry, ENTRY_FIRST);
         stQueue.ulSecond = LoadLe<uint8_t>(entry, ENTRY_SECOND);
@@ -82,18 +84,18 @@ bool Confirms(ByteView packet, unsigned short usWaitTrans)
 }
 } // namespace
 
-bool CPeriodMACMsgFromUe::MsgProcess(ByteView packet)
+template <class Entry> bool CPeriodConfigMsgFromUe<Entry>::MsgProcess(ByteView packet)
 {
     if (m_usPeriod == 0)
         return false;
-    m_vecFlows = ReadFlows(GuPayload(packet));
+    m_vecEntries = ReadEntries<Entry>(GuPayload(packet));
     if (!HoldsAtOnce(GuPayload(packet), m_usWaitTrans))
         return false;
     BuidIndPacket();
     return true;
 }
 
-bool CPeriodMACMsgFromUe::ConfirmMsg(ByteView packet)
+template <class Entry> bool CPeriodConfigMsgFromUe<Entry>::ConfirmMsg(ByteView packet)
 {
     if (m_usPeriod == 0 || !Confirms(packet, m_usWaitTrans))
         return false;
@@ -101,53 +103,21 @@ bool CPeriodMACMsgFromUe::ConfirmMsg(ByteView packet)
     return true;
 }
 
-void CPeriodMACMsgFromUe::BuidIndPacket()
+template <class Entry> void CPeriodConfigMsgFromUe<Entry>::BuidIndPacket()
 {
-    std::vector<unsigned char> report(4 + m_vecFlows.size() * MAC_d_Flow_Mapping_STRU::SIZE);
+    std::vector<unsigned char> report(4 + m_vecEntries.size() * Entry::SIZE);
     CByteWriter writer(report);
-    writer.Field(static_cast<uint32_t>(m_vecFlows.size()));
-    for (const auto& stFlow : m_vecFlows)
-        MacFlowEntry(writer, stFlow);
+    writer.Field(static_cast<uint32_t>(m_vecEntries.size()));
+    for (const Entry& stEntry : m_vecEntries)
+        Entry::Fields(writer, stEntry);
     InsertData(report);
 }
 
-void CPeriodMACMsgFromUe::ForgetConfig()
+template <class Entry> void CPeriodConfigMsgFromUe<Entry>::ForgetConfig()
 {
-    m_vecFlows.clear();
+    m_vecEntries.clear();
     m_usWaitTrans = 0;
 }
 
-bool CPeriodReorderingMsgFromUe::MsgProcess(ByteView packet)
-{
-    if (m_usPeriod == 0)
-        return false;
-    m_vecQueues = ReadQueues(GuPayload(packet));
-    if (!HoldsAtOnce(GuPayload(packet), m_usWaitTrans))
-        return false;
-    BuidIndPacket();
-    return true;
-}
-
-bool CPeriodReorderingMsgFromUe::ConfirmMsg(ByteView packet)
-{
-    if (m_usPeriod == 0 || !Confirms(packet, m_usWaitTrans))
-        return false;
-    BuidIndPacket();
-    return true;
-}
-
-void CPeriodReorderingMsgFromUe::BuidIndPacket()
-{
-    std::vector<unsigned char> report(4 + m_vecQueues.size() * Reordering_Queue_Parameters_STRU::SIZE);
-    CByteWriter writer(report);
-    writer.Field(static_cast<uint32_t>(m_vecQueues.size()));
-    for (const auto& stQueue : m_vecQueues)
-        ReorderingEntry(writer, stQueue);
-    InsertData(report);
-}
-
-void CPeriodReorderingMsgFromUe::ForgetConfig()
-{
-    m_vecQueues.clear();
-    m_usWaitTrans = 0;
-}
+template class CPeriodConfigMsgFromUe<MAC_d_Flow_Mapping_STRU>;
+template class CPeriodConfigMsgFromUe<Reordering_Queue_Parameters_STRU>;

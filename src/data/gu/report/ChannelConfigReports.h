@@ -1,6 +1,7 @@
 #pragma once
 
 #include "common/Bytes.h"
+#include "data/RecordLayout.h"
 #include "data/gu/base/PeriodMsgFromUe.h"
 
 #include <array>
@@ -14,13 +15,14 @@ struct MAC_d_Flow_Mapping_STRU
     uint32_t ulFlow = 0;
     uint32_t ulSpare = 0;
     uint32_t ulSecond = 0;
+
+    template <class Io, class Rec> static constexpr void Fields(Io& io, Rec& st)
+    {
+        NamedField(io, "flow", st.ulFlow);    // 0
+        NamedField(io, "zero", st.ulSpare);   // 4
+        NamedField(io, "value", st.ulSecond); // 8
+    }
 };
-template <class Io, class Entry> void MacFlowEntry(Io& io, Entry& stEntry)
-{
-    io.Field(stEntry.ulFlow);   // 0
-    io.Field(stEntry.ulSpare);  // 4
-    io.Field(stEntry.ulSecond); // 8
-}
 
 /// One entry of the reordering queue report.
 struct Reordering_Queue_Parameters_STRU
@@ -31,18 +33,19 @@ struct Reordering_Queue_Parameters_STRU
     uint32_t ulSecond = 0;
     uint32_t ulThird = 0;
     std::array<uint32_t, 8> aulList{}; // only the first place is ever filled
-};
-template <class Io, class Entry> void ReorderingEntry(Io& io, Entry& stEntry)
-{
-    io.Field(stEntry.ulFirst);  // 0
-    io.Field(stEntry.ulSecond); // 4
-    io.Field(stEntry.ulThird);  // 8
-    for (auto& ulValue : stEntry.aulList)
-        io.Field(ulValue); // 12
-}
 
-/// Collects the MAC-d flows of a channel configuration until the UE confirms it. Agent message thread.
-class CPeriodMACMsgFromUe : public CPeriodMsgFromUe
+    template <class Io, class Rec> static constexpr void Fields(Io& io, Rec& st)
+    {
+        NamedField(io, "first", st.ulFirst);   //  0
+        NamedField(io, "second", st.ulSecond); //  4
+        NamedField(io, "third", st.ulThird);   //  8
+        NamedField(io, "list", st.aulList);    // 12
+    }
+};
+
+/// Collects the entries of a channel configuration until the UE confirms it, and stores them as a report then: their
+/// u32 count and the entries. Agent message thread.
+template <class Entry> class CPeriodConfigMsgFromUe : public CPeriodMsgFromUe
 {
 public:
     /// A configuration. True when a report is stored.
@@ -54,20 +57,9 @@ public:
     void ForgetConfig();
 
 private:
-    std::vector<MAC_d_Flow_Mapping_STRU> m_vecFlows;
+    std::vector<Entry> m_vecEntries;
     unsigned short m_usWaitTrans = 0; // transaction number awaited
 };
 
-/// The same for the reordering queues.
-class CPeriodReorderingMsgFromUe : public CPeriodMsgFromUe
-{
-public:
-    bool MsgProcess(ByteView packet);
-    bool ConfirmMsg(ByteView packet);
-    void BuidIndPacket();
-    void ForgetConfig();
-
-private:
-    std::vector<Reordering_Queue_Parameters_STRU> m_vecQueues;
-    unsigned short m_usWaitTrans = 0;
-};
+using CPeriodMACMsgFromUe = CPeriodConfigMsgFromUe<MAC_d_Flow_Mapping_STRU>;
+using CPeriodReorderingMsgFromUe = CPeriodConfigMsgFromUe<Reordering_Queue_Parameters_STRU>;
