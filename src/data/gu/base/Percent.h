@@ -11,3 +11,13 @@ inline float PercentOrZero(double dPart, double dWhole)
 {
     return dWhole == 0 ? 0.0F : Percent(dPart, dWhole);
 }
+
+/// The same by way of the quotient, which rounds in other places than Percent. Client tools see each report's own.
+inline float QuotientPercent(double dPart, double dWhole)
+{
+    return static_cast<float>(dPart / dWhole * 100.0);
+}
+inline float QuotientPercentOrZero(double dPart, double dWhole)
+{
+    return dWhole == 0 ? 0.0F : QuotientPercent(dPart, dWhole);
+}

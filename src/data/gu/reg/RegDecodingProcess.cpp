@@ -1,18 +1,9 @@
 #include "data/gu/reg/RegDecodingProcess.h"
 
+#include "data/gu/base/Percent.h"
+
 namespace
 {
-
-/// Quotient of two counters in percent, in double precision; 0 for a divisor of 0. Rounded where it is stored.
-double Percent(uint32_t ulA, uint32_t ulB)
-{
-    return ulB == 0 ? 0.0 : static_cast<double>(ulA) / static_cast<double>(ulB) * 100.0;
-}
-
-double RoundedPercent(uint32_t ulA, uint32_t ulB)
-{
-    return static_cast<double>(CPeriodRegMsgFromUe::CalcuDivision(ulA, ulB)) * 100.0;
-}
 
 void CalculateLessCnt(HsScchDecodingStatisticsSTRU& stStat, const TBSCalInfoSTRU& stFrame, size_t szStream)
 {
@@ -33,25 +24,25 @@ HSDPA_Decoding_Statistics_STRU BuildResult(const HsScchDecodingStatisticsSTRU& s
     HSDPA_Decoding_Statistics_STRU stRec;
     stRec.ulSubframes = stStat.ulSubframes;
     stRec.ulScchOk = stStat.ulScchOk;
-    stRec.fScchOkRate = static_cast<float>(Percent(stStat.ulScchOk, stStat.ulSubframes));
-    stRec.fAckRetransRate = static_cast<float>(Percent(stStat.ulAckRetrans, stStat.ulCrcOk + stStat.ulAckRetrans));
-    stRec.fLessRate = static_cast<float>(Percent(stStat.ulLess, stStat.ulSubframes));
+    stRec.fScchOkRate = QuotientPercentOrZero(stStat.ulScchOk, stStat.ulSubframes);
+    stRec.fAckRetransRate = QuotientPercentOrZero(stStat.ulAckRetrans, stStat.ulCrcOk + stStat.ulAckRetrans);
+    stRec.fLessRate = QuotientPercentOrZero(stStat.ulLess, stStat.ulSubframes);
     stRec.ulSingle = stStat.ulSingle;
     stRec.ulDual = stStat.ulDual;
-    stRec.fSingleRate = static_cast<float>(stStat.dSingleRate);
-    stRec.fDualRate = static_cast<float>(stStat.dDualRate);
+    stRec.fSingleRate = stStat.fSingleRate;
+    stRec.fDualRate = stStat.fDualRate;
     stRec.fSingleRate2 = stRec.fSingleRate;
     stRec.fDualRate2 = stRec.fDualRate;
-    stRec.fSingleBler = static_cast<float>(Percent(stStat.ulSingleErr, stStat.ulSingle));
-    stRec.fDualBler0 = static_cast<float>(Percent(stStat.aulDualErr[0], stStat.ulDual));
-    stRec.fDualBler1 = static_cast<float>(Percent(stStat.aulDualErr[1], stStat.ulDual));
+    stRec.fSingleBler = QuotientPercentOrZero(stStat.ulSingleErr, stStat.ulSingle);
+    stRec.fDualBler0 = QuotientPercentOrZero(stStat.aulDualErr[0], stStat.ulDual);
+    stRec.fDualBler1 = QuotientPercentOrZero(stStat.aulDualErr[1], stStat.ulDual);
     return stRec;
 }
 
 void UpdateTypeRates(HsScchDecodingStatisticsSTRU& stStat)
 {
-    stStat.dSingleRate = RoundedPercent(stStat.ulSingle, stStat.ulSingle + stStat.ulDual);
-    stStat.dDualRate = RoundedPercent(stStat.ulDual, stStat.ulSingle + stStat.ulDual);
+    stStat.fSingleRate = CPeriodRegMsgFromUe::CalcuPercent(stStat.ulSingle, stStat.ulSingle + stStat.ulDual);
+    stStat.fDualRate = CPeriodRegMsgFromUe::CalcuPercent(stStat.ulDual, stStat.ulSingle + stStat.ulDual);
 }
 
 /// The total takes twice carrier 0's retransmissions and HS-SCCH-less frames in the place of the sums; client tools
@@ -160,7 +151,7 @@ void CRegDecodingStat::Process(const RegStruct& stReg, unsigned int ulTimeStamp)
         if (!IsActive(half))
             continue;
         m_ulCarrier = ulCarrier;
-        SolutionOfTbsRegData(half);
+        CountHalf(half, m_astStat[ulCarrier]);
         records.Add(BuildResult(m_astStat[ulCarrier]));
         if (ulCarrier == 1)
             records.Add(BuildTotalResult());
@@ -172,15 +163,6 @@ void CRegDecodingStat::CleanStat()
 {
     m_astStat = {};
     CRegDecodingBase::CleanStat();
-}
-
-void CRegDecodingStat::SolutionOfTbsRegData(std::span<const unsigned int> half)
-{
-    UpdateCommData(half);
-    HsScchDecodingStatisticsSTRU& stStat = m_astStat[m_ulCarrier];
-    stStat.ulSubframes += SUBFRAMES;
-    stStat.ulUnmonitored += m_stUpdate.ulMonitored == 0 ? SUBFRAMES : 0;
-    CountFrames(half);
 }
 
 void CRegDecodingStat::CalculateStatics(const TBSCalInfoSTRU& stFrame, unsigned int, size_t szStream)

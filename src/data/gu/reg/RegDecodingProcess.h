@@ -28,6 +28,15 @@ protected:
     void UpdateCommData(std::span<const unsigned int> half) REQUIRES(m_Mutex);
     static TBSCalInfoSTRU FrameOf(std::span<const unsigned int> half, size_t szSubframe);
 
+    /// Takes the half of a carrier: counts its subframes, and those in which the UE didn't monitor, in the carrier's
+    /// counters, then its frames.
+    template <class Counters> void CountHalf(std::span<const unsigned int> half, Counters& stCounters) REQUIRES(m_Mutex)
+    {
+        UpdateCommData(half);
+        stCounters.ulSubframes += SUBFRAMES;
+        stCounters.ulUnmonitored += m_stUpdate.ulMonitored == 0 ? SUBFRAMES : 0;
+        CountFrames(half);
+    }
     /// Walks the five frames: counts what belongs to this UE, and with hindsight an earlier frame too.
     void CountFrames(std::span<const unsigned int> half) REQUIRES(m_Mutex);
     /// Counts the block of a frame's stream; ulSize is the block size that stands for the stream at present.
@@ -59,8 +68,8 @@ struct HsScchDecodingStatisticsSTRU
     uint32_t ulCrcOk = 0;
     uint32_t ulSingle = 0;
     uint32_t ulDual = 0;
-    double dSingleRate = 0; // percent
-    double dDualRate = 0;
+    float fSingleRate = 0; // percent
+    float fDualRate = 0;
     uint32_t ulSubframes = 0;
     uint32_t ulUnmonitored = 0;
     uint32_t ulAckRetrans = 0; // retransmissions after a good CRC
@@ -79,7 +88,6 @@ public:
     void CleanStat() REQUIRES(m_Mutex) override;
 
 private:
-    void SolutionOfTbsRegData(std::span<const unsigned int> half) REQUIRES(m_Mutex);
     void CalculateStatics(const TBSCalInfoSTRU& stFrame, unsigned int ulSize, size_t szStream)
         REQUIRES(m_Mutex) override;
     void AddFrmToTti(const TBSCalInfoSTRU& stFrame, size_t szStream) REQUIRES(m_Mutex) override;

@@ -1,5 +1,6 @@
 #include "data/gu/reg/RegHsupaProcess.h"
 
+#include "data/gu/base/Percent.h"
 #include "data/gu/reg/RegMsgProcess.h"
 #include "data/gu/reg/RegisterManager.h"
 
@@ -268,13 +269,9 @@ void CRegHsupaGrant::CalculateRgRate(GRANT_STRU& st, Words words, size_t szCarri
 void CRegHsupaGrant::WriteResult(CByteWriter& writer, size_t szCarrier, unsigned int ulTtis) const
 {
     const GRANT_STRU& st = m_astGrant[szCarrier];
-    const auto quotient = [](unsigned int ulA, unsigned int ulB) {
-        return ulB == 0 ? 0.0 : static_cast<double>(ulA) / static_cast<double>(ulB);
-    };
-    const auto percent = [&](unsigned int ulCount) { return static_cast<float>(quotient(ulCount, st.ulRgAll) * 100); };
+    const auto percent = [&](unsigned int ulCount) { return QuotientPercentOrZero(ulCount, st.ulRgAll); };
     const HSUPA_Grant_Statistics_STRU stRec = {
-        static_cast<float>(quotient(st.aulAgSum[0] + st.aulAgSum[1], st.aulAgCnt[0] + st.aulAgCnt[1])),
-        percent(st.ulRgCode2), percent(st.ulRgCode1), percent(st.ulRgCode3),
-        static_cast<float>(quotient(st.ulSgSum, m_aulSampleCnt[szCarrier] * ulTtis))};
+        CalcuDivision(st.aulAgSum[0] + st.aulAgSum[1], st.aulAgCnt[0] + st.aulAgCnt[1]), percent(st.ulRgCode2),
+        percent(st.ulRgCode1), percent(st.ulRgCode3), CalcuDivision(st.ulSgSum, m_aulSampleCnt[szCarrier] * ulTtis)};
     stRec.Fields(writer, stRec);
 }

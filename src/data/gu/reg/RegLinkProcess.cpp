@@ -181,7 +181,7 @@ void CRegLinkStatistics::Process(const RegStruct& stReg, unsigned int ulTimeStam
         if (!IsActive(halves[ulCarrier]))
             continue;
         m_ulCarrier = ulCarrier;
-        SolutionOfTbsRegData(halves[ulCarrier]);
+        CountHalf(halves[ulCarrier], m_astLink[ulCarrier]);
         astRec[ulCarrier] = BuildResult(halves[ulCarrier]);
         records.Add(astRec[ulCarrier]);
     }
@@ -189,15 +189,6 @@ void CRegLinkStatistics::Process(const RegStruct& stReg, unsigned int ulTimeStam
     if (IsActive(halves[1]))
         records.Add(IsActive(halves[0]) ? BuildTotalResult(astRec, halves, m_astLink) : astRec[1]);
     InsertData(records.Bytes(), ulTimeStamp);
-}
-
-void CRegLinkStatistics::SolutionOfTbsRegData(std::span<const unsigned int> half)
-{
-    UpdateCommData(half);
-    HsDpaLinkStatisticsSTRU& stLink = m_astLink[m_ulCarrier];
-    stLink.ulSubframes += SUBFRAMES;
-    stLink.ulUnmonitored += m_stUpdate.ulMonitored == 0 ? SUBFRAMES : 0;
-    CountFrames(half);
 }
 
 void CRegLinkStatistics::CalculateStatics(const TBSCalInfoSTRU& stFrame, unsigned int ulSize, size_t szStream)

@@ -40,7 +40,6 @@ public:
     void CleanStat() REQUIRES(m_Mutex) override;
 
 private:
-    void SolutionOfTbsRegData(std::span<const unsigned int> half) REQUIRES(m_Mutex);
     void CalculateStatics(const TBSCalInfoSTRU& stFrame, unsigned int ulSize, size_t szStream)
         REQUIRES(m_Mutex) override;
     HSDPA_Link_Statistics_STRU BuildResult(std::span<const unsigned int> half) REQUIRES(m_Mutex);

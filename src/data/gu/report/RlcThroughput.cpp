@@ -1,5 +1,7 @@
 #include "data/gu/report/RlcThroughput.h"
 
+#include "data/gu/base/Percent.h"
+
 namespace
 {
 // The entry of a radio bearer.
@@ -79,7 +81,7 @@ std::vector<unsigned char> RlcDlReport(ByteView payload, int iSeconds)
     const auto ulC = Sum<uint32_t>(payload, RB_DL_COUNTER_C);
     const auto ulD = Sum<uint32_t>(payload, RB_DL_COUNTER_D);
     const auto ulE = Sum<uint32_t>(payload, RB_DL_COUNTER_E);
-    const float fRatio = ulD == 0 ? 0.0F : static_cast<float>(static_cast<double>(ulC) / (ulD + ulE) * 100.0);
+    const float fRatio = ulD == 0 ? 0.0F : QuotientPercent(ulC, ulD + ulE);
     return RlcReport(payload, iSeconds, RB_DL_COUNTER_A, RB_DL_COUNTER_B, fRatio);
 }
 
