@@ -82,7 +82,7 @@ std::span<const REG_STAT_ROW> RegStatTable()
     return g_astRegStat;
 }
 
-bool IsAmongRegStatIds(unsigned short usId)
+bool IsRegStatRequest(unsigned short usReq)
 {
-    return usId >= std::begin(g_astRegStat)->usReq && usId <= RegIndId(std::rbegin(g_astRegStat)->usReq);
+    return std::ranges::binary_search(g_astRegStat, usReq, {}, &REG_STAT_ROW::usReq);
 }

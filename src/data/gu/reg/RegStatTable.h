@@ -18,6 +18,5 @@ struct REG_STAT_ROW
 /// Every statistic, by rising id.
 std::span<const REG_STAT_ROW> RegStatTable();
 
-/// Whether an id lies among those of the statistics, the first request's to the last indication's. Not each id there
-/// belongs to one.
-bool IsAmongRegStatIds(unsigned short usId);
+/// Whether a client's request is one for a statistic.
+bool IsRegStatRequest(unsigned short usReq);
