@@ -1,7 +1,6 @@
 #include "data/gu/OperationGUData.h"
-#include "data/gu/reg/RegMsgProcess.h"
-#include "data/gu/reg/RegStatTable.h"
 #include "data/gu/reg/RegisterManager.h"
+#include "support/RegAddresses.h"
 
 #include <benchmark/benchmark.h>
 #include <random>
@@ -45,18 +44,11 @@ void MakeBasesKnown(CRegisterManager& manager)
     manager.ProcessRegIndMsg(Indication({0, WUPA}));
 }
 
-/// Registers of all statistics, of an unknown kind.
 std::vector<unsigned int> AllAddresses()
 {
     CRegisterManager manager(nullptr);
     MakeBasesKnown(manager);
-    const CRegMsgProcess statistics(&manager);
-    std::vector<unsigned int> addrs;
-    for (const REG_STAT_ROW& stRow : RegStatTable())
-        (void)statistics.Find(stRow.usReq)->GetRegAddr(addrs); // all bases are known
-    std::ranges::sort(addrs);
-    addrs.erase(std::unique(addrs.begin(), addrs.end()), addrs.end());
-    return addrs;
+    return AllRegisters(manager);
 }
 
 /// A busy UE: both carriers active, dual stream frames of twenty sizes, two HSUPA carriers with the 2 ms TTI.
