@@ -73,9 +73,10 @@ public:
     {
         Add<T>(pszName, N);
     }
+    constexpr void Gap(size_t szCount) { m_usOffset = static_cast<uint16_t>(m_usOffset + szCount); }
 
     constexpr size_t Count() const { return m_szCount; }
-    constexpr size_t Size() const { return m_usOffset; } // bytes of all fields
+    constexpr size_t Size() const { return m_usOffset; } // bytes of all fields and gaps
     constexpr const FIELD_ROW& operator[](size_t szRow) const { return m_astRow[szRow]; }
 
 private:

@@ -44,7 +44,7 @@ void CRegHsdpaCqi::Process(const RegStruct& stReg, unsigned int ulTimeStamp)
     if (!GetRegValues(stReg, CQI_MODE, aulMode))
         return;
     const size_t szSet = ReportSet(aulMode);
-    CRegRecordList<HSDPA_CQI_STRU, CARRIER_COUNT> records;
+    CRecordList<HSDPA_CQI_STRU, CARRIER_COUNT> records;
     for (size_t szHalf = 0; szHalf < CARRIER_COUNT * CQI_HALF; szHalf += CQI_HALF) {
         unsigned int ulEnable = 0;
         if (!GetValue(stReg, szHalf + CQI_ENABLE, ulEnable) || ulEnable != 1)
@@ -100,7 +100,7 @@ CRegScchCfg::CRegScchCfg(const REG_STAT_SETUP& stSetup)
 /// Channel i is enabled by bit i of the mask; bit 0 is never looked at.
 void CRegScchCfg::Process(const RegStruct& stReg, unsigned int ulTimeStamp)
 {
-    CRegRecordList<HS_SCCH_Configuration_STRU, SCCH_CHANNEL_NUM> records;
+    CRecordList<HS_SCCH_Configuration_STRU, SCCH_CHANNEL_NUM> records;
     unsigned int ulMask = 0;
     Locate(stReg);
     if (!GetValue(stReg, 0, ulMask))

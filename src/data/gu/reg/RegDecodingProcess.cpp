@@ -142,7 +142,7 @@ CRegDecodingStat::CRegDecodingStat(const REG_STAT_SETUP& stSetup)
 
 void CRegDecodingStat::Process(const RegStruct& stReg, unsigned int ulTimeStamp)
 {
-    CRegRecordList<HSDPA_Decoding_Statistics_STRU, CARRIER_COUNT + 1> records;
+    CRecordList<HSDPA_Decoding_Statistics_STRU, CARRIER_COUNT + 1> records;
     Locate(stReg);
     for (unsigned int ulCarrier = 0; ulCarrier < CARRIER_COUNT; ++ulCarrier) {
         const auto half = FetchHalf(stReg, ulCarrier);

@@ -170,7 +170,7 @@ void CRegLinkStatistics::CleanStat()
 
 void CRegLinkStatistics::Process(const RegStruct& stReg, unsigned int ulTimeStamp)
 {
-    CRegRecordList<HSDPA_Link_Statistics_STRU, CARRIER_COUNT + 1> records;
+    CRecordList<HSDPA_Link_Statistics_STRU, CARRIER_COUNT + 1> records;
     LinkRecords astRec{};
     LinkHalves halves;
     Locate(stReg);

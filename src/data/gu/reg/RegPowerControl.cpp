@@ -67,7 +67,7 @@ CRegPowerControlSir::CRegPowerControlSir(const REG_STAT_SETUP& stSetup)
 
 void CRegPowerControlSir::Process(const RegStruct& stReg, unsigned int ulTimeStamp)
 {
-    CRegRecordList<Power_Control_SIR_STRU, CARRIER_COUNT> records;
+    CRecordList<Power_Control_SIR_STRU, CARRIER_COUNT> records;
     Locate(stReg);
     for (size_t szSet = 0; szSet < CARRIER_COUNT * SIR_SET; szSet += SIR_SET) {
         std::array<unsigned int, SLOT_COUNT> aulSignal{};
@@ -92,7 +92,7 @@ void CRegPowerControlPower::Process(const RegStruct& stReg, unsigned int ulTimeS
     Locate(stReg);
     if (!ReadSlotAverage(stReg, fAverage))
         return;
-    CRegRecordList<Power_Control_Power_STRU, CARRIER_COUNT, Power_Control_Head_STRU> records({fAverage});
+    CRecordList<Power_Control_Power_STRU, CARRIER_COUNT, Power_Control_Head_STRU> records({fAverage});
     for (size_t i = 0; i < CARRIER_COUNT; ++i) {
         std::array<unsigned int, POWER_SET_SIZE> aulWords{};
         if (!GetRegValues(stReg, POWER_SET + i * POWER_SET_SIZE, aulWords))
@@ -126,7 +126,7 @@ CRegPowerControlTpc::CRegPowerControlTpc(const REG_STAT_SETUP& stSetup)
 
 void CRegPowerControlTpc::Process(const RegStruct& stReg, unsigned int ulTimeStamp)
 {
-    CRegRecordList<Power_Control_TPC_STRU, CARRIER_COUNT> records;
+    CRecordList<Power_Control_TPC_STRU, CARRIER_COUNT> records;
     Locate(stReg);
     for (size_t szSet = 0; szSet < CARRIER_COUNT * TPC_SET; szSet += TPC_SET) {
         unsigned int ulFirst = 0;

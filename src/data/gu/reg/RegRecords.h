@@ -2,6 +2,7 @@
 
 #include "common/Bytes.h"
 #include "data/RecordLayout.h"
+#include "data/gu/base/RecordList.h"
 
 #include <array>
 #include <cstddef>
@@ -10,19 +11,6 @@
 // The result records of the register statistics as clients get them. Each record knows its size, and the order of its
 // fields with their names, for the agent and for who shows results. Rates are percentages, unless something else
 // stands beside them. RegStatTable.cpp says which records make up the result of a statistic.
-
-/// Head of most results: that many records follow.
-struct Record_Count_STRU
-{
-    static constexpr size_t SIZE = 4;
-
-    uint32_t ulCount = 0;
-
-    template <class Io, class Rec> static constexpr void Fields(Io& io, Rec& st)
-    {
-        NamedField(io, "count", st.ulCount); // 0
-    }
-};
 
 /// Decoding: per active carrier, then the total of both.
 struct HSDPA_Decoding_Statistics_STRU
@@ -371,41 +359,3 @@ struct HSUPA_Grant_Statistics_STRU
         NamedField(io, "sg_mean", st.fSgMean);             // 16
     }
 };
-
-/// A result of a head and at most MAX records, built without the heap. The head's ulCount is their number.
-template <class Rec, size_t MAX, class Head = Record_Count_STRU> class CRegRecordList
-{
-public:
-    /// Everything of the head but the count.
-    explicit CRegRecordList(const Head& stHead = {}) : m_stHead(stHead) { WriteHead(); }
-
-    void Add(const Rec& stRec)
-    {
-        CByteWriter writer(Slice(ByteSpan(m_aucBytes), Size(), Rec::SIZE));
-        Rec::Fields(writer, stRec);
-        ++m_stHead.ulCount;
-        WriteHead();
-    }
-
-    ByteView Bytes() const { return ByteView(m_aucBytes).first(Size()); }
-
-private:
-    size_t Size() const { return Head::SIZE + m_stHead.ulCount * Rec::SIZE; }
-    void WriteHead()
-    {
-        CByteWriter writer(m_aucBytes);
-        Head::Fields(writer, m_stHead);
-    }
-
-    std::array<unsigned char, Head::SIZE + MAX * Rec::SIZE> m_aucBytes{};
-    Head m_stHead;
-};
-
-/// One record as bytes.
-template <class Rec> std::array<unsigned char, Rec::SIZE> RecordBytes(const Rec& stRec)
-{
-    std::array<unsigned char, Rec::SIZE> aucBytes{};
-    CByteWriter writer(aucBytes);
-    Rec::Fields(writer, stRec);
-    return aucBytes;
-}

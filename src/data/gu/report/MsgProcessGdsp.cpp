@@ -1,7 +1,9 @@
 #include "data/gu/report/MsgProcessGdsp.h"
 
 #include "data/gu/base/Percent.h"
+#include "data/gu/base/RecordList.h"
 #include "data/gu/report/ReportOperation.h"
+#include "data/gu/report/ReportRecords.h"
 
 #include <optional>
 
@@ -226,19 +228,19 @@ bool CBaListMeasMsg::ProcessInd(ByteView packet)
     return true;
 }
 
-// For each entry u16 ARFCN, u16 band, u16 first and second value; always 32 places.
+// A record for each entry; always 32 places.
 void CBaListMeasMsg::ReportList(ByteView payload, unsigned int ulTimeStamp)
 {
     if (!IsReportDue(PACKET_BA_LIST, ulTimeStamp))
         return;
-    std::array<unsigned char, BA_MAX * 8> aucReport{};
+    std::array<unsigned char, BA_MAX * BA_Channel_STRU::SIZE> aucReport{};
     CByteWriter writer(aucReport);
     for (size_t i = 0; i < LoadLe<uint16_t>(payload, BA_COUNT); ++i) {
         const ByteView entry = BaEntry(payload, i);
-        writer.Field(static_cast<uint16_t>(Word(entry, 0) & ARFCN_MASK));
-        writer.Field(static_cast<uint16_t>(Word(entry, 0) >> ARFCN_BITS));
-        writer.Field(uint16_t{Word(entry, 1)});
-        writer.Field(uint16_t{Word(entry, 2)});
+        const BA_Channel_STRU stChannel = {static_cast<uint16_t>(Word(entry, 0) & ARFCN_MASK),
+                                           static_cast<uint16_t>(Word(entry, 0) >> ARFCN_BITS), Word(entry, 1),
+                                           Word(entry, 2)};
+        BA_Channel_STRU::Fields(writer, stChannel);
     }
     SendReport(PACKET_BA_LIST, ulTimeStamp, aucReport);
 }
@@ -259,7 +261,6 @@ void CBaListMeasMsg::ReportAdjacent(ByteView payload, unsigned int ulTimeStamp)
     SendReport(PACKET_ADJACENT, ulTimeStamp, aucReport);
 }
 
-// u16 first word, u16 value in whole units, u16 last word, u16 0.
 bool CCsTxInfoMsg::ProcessInd(ByteView packet)
 {
     if (!IsReportDue(PACKET_CS_TX, GuTimeStamp(packet)))
@@ -267,27 +268,20 @@ bool CCsTxInfoMsg::ProcessInd(ByteView packet)
     const auto stInfo = ReadTxInfo(GuPayload(packet), GuPacketSize(packet) - GU_PAYLOAD);
     if (!stInfo)
         return false;
-    std::array<unsigned char, 8> aucReport{};
-    CByteWriter writer(aucReport);
-    writer.Field(uint16_t{stInfo->usFirst});
-    writer.Field(uint16_t{stInfo->usMean});
-    writer.Field(uint16_t{stInfo->usLast});
-    SendReport(PACKET_CS_TX, GuTimeStamp(packet), aucReport);
+    SendReport(PACKET_CS_TX, GuTimeStamp(packet),
+               RecordBytes<CS_Tx_STRU>({stInfo->usFirst, stInfo->usMean, stInfo->usLast}));
     return true;
 }
 
-// Two floats in per cent, from four u32 counters. Nothing guards a divisor of 0: client tools take
-// infinity and NaN for nothing counted.
+// From four u32 counters. Nothing guards a divisor of 0: client tools take infinity and NaN for nothing counted.
 bool CCsFerMsg::ProcessInd(ByteView packet)
 {
     if (!IsReportDue(PACKET_CS_FER, GuTimeStamp(packet)))
         return true;
     const ByteView payload = GuPayload(packet);
-    std::array<unsigned char, 8> aucReport{};
-    CByteWriter writer(aucReport);
-    writer.Field(Percent(LoadLe<uint32_t>(payload, 0), LoadLe<uint32_t>(payload, 4)));
-    writer.Field(Percent(LoadLe<uint32_t>(payload, 8), LoadLe<uint32_t>(payload, 12)));
-    SendReport(PACKET_CS_FER, GuTimeStamp(packet), aucReport);
+    const CS_Fer_STRU stRec = {Percent(LoadLe<uint32_t>(payload, 0), LoadLe<uint32_t>(payload, 4)),
+                               Percent(LoadLe<uint32_t>(payload, 8), LoadLe<uint32_t>(payload, 12))};
+    SendReport(PACKET_CS_FER, GuTimeStamp(packet), RecordBytes(stRec));
     return true;
 }
 

@@ -1,7 +1,9 @@
 #include "data/gu/report/MsgProcessGdspAmr.h"
 
 #include "data/gu/base/Percent.h"
+#include "data/gu/base/RecordList.h"
 #include "data/gu/report/ReportOperation.h"
+#include "data/gu/report/ReportRecords.h"
 
 #include <limits>
 
@@ -30,7 +32,6 @@ unsigned short Mode(ByteView payload, size_t szMode)
 constexpr size_t SETTING_HYSTERESIS = 12; // u16[3]
 constexpr size_t SETTING_THRESHOLD = 18;  // u16[3]
 constexpr size_t SETTING_BORDERS = AMR_MODE_MAX - 1;
-constexpr size_t SETTING_ENTRY_SIZE = 16;
 constexpr unsigned short NO_BORDER = 0xFFFF;
 
 unsigned short Border(ByteView payload, size_t szOffset, size_t szBorder)
@@ -58,12 +59,10 @@ float UpperBound(ByteView payload, size_t szMode)
 // Usage.
 constexpr size_t USAGE_FIRST = 12;  // u32[4]
 constexpr size_t USAGE_SECOND = 28; // u32[4]
-constexpr size_t USAGE_ENTRY_SIZE = 12;
 
 // Statistics: four blocks of eight u32 counters, two for each report.
 constexpr size_t CODECS = 8;
 constexpr size_t STAT_BLOCK = CODECS * 4;
-constexpr size_t STAT_ENTRY_SIZE = 12;
 
 /// A row of u32 counters.
 class CCounters
@@ -84,7 +83,6 @@ private:
 };
 } // namespace
 
-// u32 count, then for each mode u16 mode, u16 mode again, u16 hysteresis, u16 threshold, float lower and upper bound.
 bool CAmrSettingMsg::ProcessInd(ByteView packet)
 {
     const ByteView payload = GuPayload(packet);
@@ -93,22 +91,15 @@ bool CAmrSettingMsg::ProcessInd(ByteView packet)
         return false;
     if (!IsReportDue(PACKET_SETTING, GuTimeStamp(packet)))
         return true;
-    std::array<unsigned char, 4 + AMR_MODE_MAX * SETTING_ENTRY_SIZE> aucReport{};
-    CByteWriter writer(aucReport);
-    writer.Field(static_cast<uint32_t>(szCount));
-    for (size_t i = 0; i < szCount; ++i) {
-        writer.Field(uint16_t{Mode(payload, i)});
-        writer.Field(uint16_t{Mode(payload, i)});
-        writer.Field(uint16_t{Border(payload, SETTING_HYSTERESIS, i)});
-        writer.Field(uint16_t{Border(payload, SETTING_THRESHOLD, i)});
-        writer.Field(LowerBound(payload, i));
-        writer.Field(UpperBound(payload, i));
-    }
-    SendReport(PACKET_SETTING, GuTimeStamp(packet), Slice(ByteView(aucReport), 0, 4 + szCount * SETTING_ENTRY_SIZE));
+    CRecordList<AMR_Setting_STRU, AMR_MODE_MAX> records;
+    for (size_t i = 0; i < szCount; ++i)
+        records.Add({Mode(payload, i), Mode(payload, i), Border(payload, SETTING_HYSTERESIS, i),
+                     Border(payload, SETTING_THRESHOLD, i), LowerBound(payload, i), UpperBound(payload, i)});
+    SendReport(PACKET_SETTING, GuTimeStamp(packet), records.Bytes());
     return true;
 }
 
-// u32 count, then for each mode u16 mode, u16 mode again, float share of the first and of the second counters.
+// Shares of the first and of the second counters.
 bool CAmrCodecUsageMsg::ProcessInd(ByteView packet)
 {
     const ByteView payload = GuPayload(packet);
@@ -119,16 +110,10 @@ bool CAmrCodecUsageMsg::ProcessInd(ByteView packet)
         return true;
     const CCounters first(payload, USAGE_FIRST, szCount);
     const CCounters second(payload, USAGE_SECOND, szCount);
-    std::array<unsigned char, 4 + AMR_MODE_MAX * USAGE_ENTRY_SIZE> aucReport{};
-    CByteWriter writer(aucReport);
-    writer.Field(static_cast<uint32_t>(szCount));
-    for (size_t i = 0; i < szCount; ++i) {
-        writer.Field(uint16_t{Mode(payload, i)});
-        writer.Field(uint16_t{Mode(payload, i)});
-        writer.Field(first.Share(i));
-        writer.Field(second.Share(i));
-    }
-    SendReport(PACKET_USAGE, GuTimeStamp(packet), Slice(ByteView(aucReport), 0, 4 + szCount * USAGE_ENTRY_SIZE));
+    CRecordList<AMR_Usage_STRU, AMR_MODE_MAX> records;
+    for (size_t i = 0; i < szCount; ++i)
+        records.Add({Mode(payload, i), Mode(payload, i), first.Share(i), second.Share(i)});
+    SendReport(PACKET_USAGE, GuTimeStamp(packet), records.Bytes());
     return true;
 }
 
@@ -140,20 +125,18 @@ bool CAmrCodecStatMsg::ProcessInd(ByteView packet)
     return true;
 }
 
-// For each codec u16 index, u16 0, float share in the first and in the second block.
+// For each codec its shares in the first and in the second block.
 void CAmrCodecStatMsg::Report(unsigned short usPacket, ByteView blocks, unsigned int ulTimeStamp)
 {
     if (!IsReportDue(usPacket, ulTimeStamp))
         return;
     const CCounters first(blocks, 0, CODECS);
     const CCounters second(blocks, STAT_BLOCK, CODECS);
-    std::array<unsigned char, CODECS * STAT_ENTRY_SIZE> aucReport{};
+    std::array<unsigned char, CODECS * AMR_Codec_STRU::SIZE> aucReport{};
     CByteWriter writer(aucReport);
     for (size_t i = 0; i < CODECS; ++i) {
-        writer.Field(static_cast<uint16_t>(i));
-        writer.Gap(2);
-        writer.Field(first.Share(i));
-        writer.Field(second.Share(i));
+        const AMR_Codec_STRU stCodec = {static_cast<uint16_t>(i), first.Share(i), second.Share(i)};
+        AMR_Codec_STRU::Fields(writer, stCodec);
     }
     SendReport(usPacket, ulTimeStamp, aucReport);
 }

@@ -2,7 +2,9 @@
 
 #include "common/Debug.h"
 #include "data/gu/base/Percent.h"
+#include "data/gu/base/RecordList.h"
 #include "data/gu/report/ReportOperation.h"
+#include "data/gu/report/ReportRecords.h"
 
 #include <algorithm>
 #include <bit>
@@ -169,7 +171,6 @@ void CGrmMntnInfoMsg::GetCurrentCodeType(unsigned short usCode, unsigned char& u
     ucMcs = IsMcs(usCode, CODE_MCS_LAST_MAINTENANCE) ? static_cast<unsigned char>(McsIndex(usCode) + 1) : NO_CODE;
 }
 
-// u8 number of timeslots of each direction, u8 of each direction, u32, u16 scheme seen most often of each direction.
 // Only what passes this report's gate is counted; client tools rely on it.
 void CGrmMntnInfoMsg::ReportUsage(ByteView payload, unsigned int ulTimeStamp)
 {
@@ -177,16 +178,14 @@ void CGrmMntnInfoMsg::ReportUsage(ByteView payload, unsigned int ulTimeStamp)
         return;
     SetCodeType(Word(payload, MNTN_CODE1 / 2), ENUM_LEVEL_FIRST);
     SetCodeType(Word(payload, MNTN_CODE2 / 2), ENUM_LEVEL_SECOND);
-    std::array<unsigned char, 12> aucReport{};
-    CByteWriter writer(aucReport);
-    writer.Field(uint8_t{GetCountOfTsUsed(At(payload, MNTN_MASK1))});
-    writer.Field(uint8_t{GetCountOfTsUsed(At(payload, MNTN_MASK2))});
-    writer.Field(uint8_t{At(payload, MNTN_BYTE1)});
-    writer.Field(uint8_t{At(payload, MNTN_BYTE2)});
-    writer.Field(LoadLe<uint32_t>(payload, MNTN_VALUE));
-    writer.Field(uint16_t{GetCodingScheme(ENUM_LEVEL_FIRST)});
-    writer.Field(uint16_t{GetCodingScheme(ENUM_LEVEL_SECOND)});
-    SendReport(PACKET_USAGE, ulTimeStamp, aucReport);
+    const Mntn_Usage_STRU stRec = {GetCountOfTsUsed(At(payload, MNTN_MASK1)),
+                                   GetCountOfTsUsed(At(payload, MNTN_MASK2)),
+                                   At(payload, MNTN_BYTE1),
+                                   At(payload, MNTN_BYTE2),
+                                   LoadLe<uint32_t>(payload, MNTN_VALUE),
+                                   GetCodingScheme(ENUM_LEVEL_FIRST),
+                                   GetCodingScheme(ENUM_LEVEL_SECOND)};
+    SendReport(PACKET_USAGE, ulTimeStamp, RecordBytes(stRec));
 }
 
 /// u8 number of timeslots of each direction, then the lists: the first from byte 2, the second from byte 6 over it.

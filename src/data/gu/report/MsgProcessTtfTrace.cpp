@@ -1,6 +1,8 @@
 #include "data/gu/report/MsgProcessTtfTrace.h"
 
+#include "data/gu/base/RecordList.h"
 #include "data/gu/report/ReportOperation.h"
+#include "data/gu/report/ReportRecords.h"
 
 namespace
 {
@@ -31,7 +33,7 @@ unsigned short Length(ByteView payload, const LENGTH_FIELD& stField)
 }
 } // namespace
 
-// u32 bytes, float kilobits per second. No time between two reports gives an infinity, or NaN without
+// No time between two reports gives an infinity, or NaN without
 // bytes; client tools rely on both.
 void CMsgProcessThroughput::SendIndPacketToClient(unsigned int ulTimeStamp, CMsgPeriods* pstPeriods, CMsgDisp* pDisp)
 {
@@ -39,12 +41,9 @@ void CMsgProcessThroughput::SendIndPacketToClient(unsigned int ulTimeStamp, CMsg
     float fRate = 0;
     if (!pstPeriods->bTraceOn.exchange(false))
         fRate = static_cast<float>((m_ulBytes * 8.0 / 1000.0) / (ElapsedMs(ulNow, m_ulLastTime) / 1000.0));
-    std::array<unsigned char, 8> aucReport{};
-    CByteWriter writer(aucReport);
-    writer.Field(uint32_t{m_ulBytes});
-    writer.Field(fRate);
     // The stamp is real time already and is made so once more; client tools rely on it.
-    pDisp->Operation().BuildMsgIndPacket(PKT_TYPE_GU_TRACE, ulTimeStamp, pstPeriods->usIndPacket, aucReport);
+    pDisp->Operation().BuildMsgIndPacket(PKT_TYPE_GU_TRACE, ulTimeStamp, pstPeriods->usIndPacket,
+                                         RecordBytes<Throughput_STRU>({m_ulBytes, fRate}));
     m_ulLastTime = ulNow;
     m_ulBytes = 0;
 }

@@ -1,6 +1,8 @@
 #include "data/gu/report/RlcThroughput.h"
 
 #include "data/gu/base/Percent.h"
+#include "data/gu/base/RecordList.h"
+#include "data/gu/report/ReportRecords.h"
 
 namespace
 {
@@ -43,28 +45,19 @@ template <class T> float PerSecond(T count, int iSeconds)
 
 std::vector<unsigned char> RlcReport(ByteView payload, int iSeconds, size_t szCounterA, size_t szCounterB, float fRatio)
 {
-    std::vector<unsigned char> report(3 * sizeof(float));
-    CByteWriter writer(report);
-    writer.Field(PerSecond(Sum<uint64_t>(payload, szCounterA), iSeconds));
-    writer.Field(PerSecond(Sum<uint64_t>(payload, szCounterB), iSeconds));
-    writer.Field(fRatio);
-    return report;
+    const auto report =
+        RecordBytes<RLC_Throughput_STRU>({PerSecond(Sum<uint64_t>(payload, szCounterA), iSeconds),
+                                          PerSecond(Sum<uint64_t>(payload, szCounterB), iSeconds), fRatio});
+    return {report.begin(), report.end()};
 }
 
 template <class T> std::vector<unsigned char> RbReport(ByteView payload, int iSeconds, size_t szCounter)
 {
-    std::vector<unsigned char> report(4 + RB_COUNT * 8);
-    CByteWriter writer(report);
-    uint32_t ulCount = 0;
-    writer.Field(ulCount);
+    CRecordList<RB_Throughput_STRU, RB_COUNT> records;
     ForActive(payload, [&](ByteView entry) {
-        ++ulCount;
-        writer.Field(uint32_t{LoadLe<uint8_t>(entry, RB_ID)});
-        writer.Field(PerSecond(LoadLe<T>(entry, szCounter), iSeconds));
+        records.Add({LoadLe<uint8_t>(entry, RB_ID), PerSecond(LoadLe<T>(entry, szCounter), iSeconds)});
     });
-    StoreLe<uint32_t>(report, 0, ulCount);
-    report.resize(report.size() - writer.Left());
-    return report;
+    return {records.Bytes().begin(), records.Bytes().end()};
 }
 } // namespace
 
