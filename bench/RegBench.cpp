@@ -1,6 +1,6 @@
 #include "data/gu/OperationGUData.h"
-#include "data/gu/RegTables.h"
-#include "data/gu/RegisterManager.h"
+#include "data/gu/reg/RegisterManager.h"
+#include "support/RegAddresses.h"
 
 #include <benchmark/benchmark.h>
 #include <random>
@@ -14,8 +14,6 @@ constexpr unsigned int WBBP = 0x50900000;
 constexpr unsigned int WUPA = 0x30000000;
 constexpr unsigned int WDSP_QUERY = 0x20000004;
 constexpr unsigned int TIME_SLOT = 0x2000000C;
-constexpr unsigned short REQUESTS[] = {62726, 62729, 62732, 62735, 62738, 62741, 62750,
-                                       62753, 62756, 62759, 62768, 62771, 62774};
 constexpr size_t CNF_HEAD = 28;
 constexpr size_t IND_HEAD = 52;
 
@@ -39,32 +37,18 @@ std::vector<unsigned char> Indication(const std::vector<unsigned int>& values)
     return msg;
 }
 
-/// Registers of all statistics, of an unknown kind.
+void MakeBasesKnown(CRegisterManager& manager)
+{
+    manager.SetBaseAddr(WBBP, 0, WDSP_QUERY, 0, TIME_SLOT);
+    manager.ProcessRegCnfMsg(Confirmation({WDSP_QUERY, WDSP_QUERY + 4}));
+    manager.ProcessRegIndMsg(Indication({0, WUPA}));
+}
+
 std::vector<unsigned int> AllAddresses()
 {
-    std::vector<unsigned int> addrs = {TIME_SLOT};
-    const auto Add = [&](unsigned int ulBase, const auto& table) {
-        for (const unsigned int ulOffset : table)
-            addrs.push_back(ulBase + ulOffset);
-    };
-    Add(WBBP, g_aulPowerControlSir);
-    Add(WBBP, g_aulPowerControlPower);
-    Add(WBBP, g_aulPowerControlTpc);
-    Add(WBBP, g_aulDschConfiguration);
-    Add(WBBP, g_aulScchConfiguration);
-    Add(WBBP, g_aulDpcchConfiguration);
-    Add(WBBP, g_aulHsdpaCqi);
-    Add(WBBP, g_aulDecodingStatistics);
-    Add(WBBP, g_aulLinkStatistics);
-    for (const auto table :
-         {std::span<const unsigned int>(g_aulHsupaLinkThroughput), std::span<const unsigned int>(g_aulHsupaLinkQuality),
-          std::span<const unsigned int>(g_aulHsupaGrant)}) {
-        Add(WBBP, table.first(HSUPA_GROUP));
-        Add(WUPA, table.subspan(HSUPA_GROUP));
-    }
-    std::ranges::sort(addrs);
-    addrs.erase(std::unique(addrs.begin(), addrs.end()), addrs.end());
-    return addrs;
+    CRegisterManager manager(nullptr);
+    MakeBasesKnown(manager);
+    return AllRegisters(manager);
 }
 
 /// A busy UE: both carriers active, dual stream frames of twenty sizes, two HSUPA carriers with the 2 ms TTI.
@@ -107,12 +91,10 @@ private:
 /// Started at 100 ms, each statistic reports with every tenth indication.
 void StartAll(CRegisterManager& manager)
 {
-    manager.SetBaseAddr(WBBP, 0, WDSP_QUERY, 0, TIME_SLOT);
-    manager.ProcessRegCnfMsg(Confirmation({WDSP_QUERY, WDSP_QUERY + 4}));
-    manager.ProcessRegIndMsg(Indication({0, WUPA}));
+    MakeBasesKnown(manager);
     static constexpr unsigned char aucStart[] = {1, 0, 100, 0};
-    for (const unsigned short usId : REQUESTS)
-        manager.ProcessRegReqPacket(usId, aucStart);
+    for (const REG_STAT_ROW& stRow : RegStatTable())
+        manager.ProcessRegReqPacket(stRow.usReq, aucStart);
 }
 
 void AllStatistics(benchmark::State& state)

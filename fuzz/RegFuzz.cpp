@@ -1,5 +1,6 @@
 #include "common/Config.h"
-#include "data/gu/RegisterManager.h"
+#include "data/gu/reg/RegisterManager.h"
+#include "support/RegAddresses.h"
 
 // Register confirmations and indications to a manager whose statistics all run. The input is steps of a byte for the
 // kind and, behind most, a u16 length and its bytes: a whole message, or values for the list that was confirmed last.
@@ -19,8 +20,6 @@ enum STEP : unsigned char
 
 constexpr unsigned int WBBP = 0x50900000;
 constexpr unsigned int WDSP_QUERY = 0x20000004;
-constexpr unsigned short REQUESTS[] = {62726, 62729, 62732, 62735, 62738, 62741, 62750,
-                                       62753, 62756, 62759, 62768, 62771, 62774};
 
 constexpr size_t CNF_HEAD = 28;
 constexpr size_t IND_HEAD = 52;
@@ -53,36 +52,8 @@ void BringUp(CRegisterManager& manager)
     static constexpr unsigned char aucBase[] = {0, 0, 0, 0, 0, 0, 0, 0x30};
     Indicate(manager, aucBase, 2);
     static constexpr unsigned char aucStart[] = {1, 0, 100, 0};
-    for (const unsigned short usId : REQUESTS)
-        manager.ProcessRegReqPacket(usId, aucStart);
-}
-
-/// Every word of the banks that a statistic of an unknown kind may look at, as far as a list can be long.
-std::vector<unsigned int> AllRegisters()
-{
-    std::vector<unsigned int> addrs;
-    const auto Range = [&](unsigned int ulFirst, unsigned int ulLast) {
-        for (unsigned int ulAddr = ulFirst; ulAddr <= ulLast; ulAddr += 4)
-            addrs.push_back(ulAddr);
-    };
-    addrs.push_back(WDSP_QUERY + 8);
-    Range(0x30000000, 0x30000900);
-    for (const unsigned int ulCarrier : {WBBP, WBBP + 0x80000}) {
-        Range(ulCarrier + 0x1A2C, ulCarrier + 0x1A30);
-        Range(ulCarrier + 0x4200, ulCarrier + 0x4234);
-        Range(ulCarrier + 0x4574, ulCarrier + 0x4574);
-        Range(ulCarrier + 0x6018, ulCarrier + 0x6224);
-        Range(ulCarrier + 0x7100, ulCarrier + 0x7120);
-        Range(ulCarrier + 0x71F0, ulCarrier + 0x71F0);
-        Range(ulCarrier + 0x74F0, ulCarrier + 0x75F0);
-        Range(ulCarrier + 0x7900, ulCarrier + 0x7C20);
-        Range(ulCarrier + 0x8070, ulCarrier + 0x8074);
-        Range(ulCarrier + 0x8154, ulCarrier + 0x82D8);
-        Range(ulCarrier + 0x8700, ulCarrier + 0x879C);
-        Range(ulCarrier + 0xC000, ulCarrier + 0xC078);
-        Range(ulCarrier + 0xCA8C, ulCarrier + 0xCA8C);
-    }
-    return addrs;
+    for (const REG_STAT_ROW& stRow : RegStatTable())
+        manager.ProcessRegReqPacket(stRow.usReq, aucStart);
 }
 } // namespace
 
@@ -94,9 +65,9 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* pucData, size_t szSiz
         return CConfig::Instance()->ParseLine(strLine);
     }();
     (void)s_bSilent;
-    static const std::vector<unsigned int> s_registers = AllRegisters();
     CRegisterManager manager(nullptr);
     BringUp(manager);
+    static const std::vector<unsigned int> s_registers = AllRegisters(manager);
     CByteReader input(ByteView(pucData, szSize));
     const auto NextBytes = [&] {
         unsigned short usLen = 0;
@@ -128,7 +99,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* pucData, size_t szSiz
             break;
         default:
             input.Field(ucArg);
-            manager.ProcessRegReqPacket(REQUESTS[ucArg % std::size(REQUESTS)], NextBytes());
+            manager.ProcessRegReqPacket(RegStatTable()[ucArg % RegStatTable().size()].usReq, NextBytes());
         }
     }
     return 0;

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "data/gu/RegMsgProcess.h"
-#include "data/gu/RegisterManager.h"
+#include "data/gu/reg/RegMsgProcess.h"
+#include "data/gu/reg/RegisterManager.h"
 #include "support/GuFixture.h"
 
 #include <bit>

@@ -1,4 +1,4 @@
-#include "data/gu/GuRegister.h"
+#include "data/gu/reg/GuRegister.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "support/GuReports.h"
 
-#include "data/gu/MsgDispTable.h"
+#include "data/gu/report/MsgDispTable.h"
 #include "support/GuEvents.h"
 
 #include <set>

@@ -1,6 +1,6 @@
-#include "data/gu/MsgProcess.h"
+#include "data/gu/report/MsgProcess.h"
 
-#include "data/gu/MsgDispTable.h"
+#include "data/gu/report/MsgDispTable.h"
 #include "support/GuFixture.h"
 
 #include <gtest/gtest.h>

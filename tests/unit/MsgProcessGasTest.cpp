@@ -1,4 +1,4 @@
-#include "data/gu/MsgProcessGas.h"
+#include "data/gu/report/MsgProcessGas.h"
 
 #include "support/GuReports.h"
 

@@ -1,4 +1,4 @@
-#include "data/gu/MsgProcessGdspAmr.h"
+#include "data/gu/report/MsgProcessGdspAmr.h"
 
 #include "support/GuReports.h"
 

@@ -1,4 +1,4 @@
-#include "data/gu/MsgProcessGdsp.h"
+#include "data/gu/report/MsgProcessGdsp.h"
 
 #include "support/GuReports.h"
 

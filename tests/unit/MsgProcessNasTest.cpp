@@ -1,4 +1,4 @@
-#include "data/gu/MsgProcessNas.h"
+#include "data/gu/report/MsgProcessNas.h"
 
 #include "support/GuEvents.h"
 

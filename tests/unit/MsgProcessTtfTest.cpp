@@ -1,4 +1,4 @@
-#include "data/gu/MsgProcessTtf.h"
+#include "data/gu/report/MsgProcessTtf.h"
 
 #include "support/GuReports.h"
 #include "support/LogCapture.h"

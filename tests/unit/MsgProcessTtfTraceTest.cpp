@@ -1,4 +1,4 @@
-#include "data/gu/MsgProcessTtfTrace.h"
+#include "data/gu/report/MsgProcessTtfTrace.h"
 
 #include "support/GuReports.h"
 

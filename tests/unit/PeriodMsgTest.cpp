@@ -1,6 +1,6 @@
-#include "data/gu/PeriodMsgFromUe.h"
+#include "data/gu/report/ChannelConfigReports.h"
 
-#include "data/gu/MsgProcess.h"
+#include "data/gu/report/MsgProcess.h"
 #include "support/GuFixture.h"
 
 #include <gtest/gtest.h>

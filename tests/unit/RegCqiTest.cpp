@@ -1,4 +1,4 @@
-#include "data/gu/RegCqiProcess.h"
+#include "data/gu/reg/RegCqiProcess.h"
 
 #include "support/RegFixture.h"
 

@@ -1,4 +1,4 @@
-#include "data/gu/RegDecodingTbs.h"
+#include "data/gu/reg/RegDecodingTbs.h"
 
 #include "support/RegFixture.h"
 

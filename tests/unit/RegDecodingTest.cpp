@@ -1,4 +1,4 @@
-#include "data/gu/RegDecodingProcess.h"
+#include "data/gu/reg/RegDecodingProcess.h"
 
 #include "support/RegFixture.h"
 

@@ -1,4 +1,4 @@
-#include "data/gu/RegHsupaProcess.h"
+#include "data/gu/reg/RegHsupaProcess.h"
 
 #include "support/RegFixture.h"
 

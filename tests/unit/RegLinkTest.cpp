@@ -1,4 +1,4 @@
-#include "data/gu/RegLinkProcess.h"
+#include "data/gu/reg/RegLinkProcess.h"
 
 #include "support/RegFixture.h"
 

@@ -1,4 +1,4 @@
-#include "data/gu/RegMsgProcess.h"
+#include "data/gu/reg/RegMsgProcess.h"
 
 #include "support/RegFixture.h"
 #include "support/WaitFor.h"

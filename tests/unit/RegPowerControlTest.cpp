@@ -1,4 +1,4 @@
-#include "data/gu/RegPowerControl.h"
+#include "data/gu/reg/RegPowerControl.h"
 
 #include "support/RegFixture.h"
 

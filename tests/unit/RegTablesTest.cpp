@@ -1,7 +1,7 @@
-#include "data/gu/RegTables.h"
+#include "data/gu/reg/RegTables.h"
 
-#include "data/gu/HsdschTbs.h"
-#include "data/gu/RegStruct.h"
+#include "data/gu/reg/HsdschTbs.h"
+#include "data/gu/reg/RegStruct.h"
 #include "support/RegFixture.h"
 
 #include <cmath>

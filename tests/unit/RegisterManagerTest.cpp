@@ -1,4 +1,4 @@
-#include "data/gu/RegisterManager.h"
+#include "data/gu/reg/RegisterManager.h"
 
 #include "support/LogCapture.h"
 #include "support/RegFixture.h"

@@ -1,4 +1,4 @@
-#include "data/gu/RlcThroughput.h"
+#include "data/gu/report/RlcThroughput.h"
 
 #include "support/TestBytes.h"
 

@@ -1,4 +1,4 @@
-#include "data/gu/TraceReqCounter.h"
+#include "data/gu/report/TraceReqCounter.h"
 
 #include <gtest/gtest.h>
 #include <thread>

@@ -1,6 +1,8 @@
 #include "client/Reports.h"
 
 #include "data/DiagPacket.h"
+#include "data/gu/report/ChannelConfigReports.h"
+#include "data/gu/report/ReportRecords.h"
 
 // Fields whose meaning is the modem's own business carry their place in its message: b3 is the 16-bit word 3 of a
 // road-test body, p0 the 32-bit word 0 of a payload, byte_15 the byte 15.
@@ -36,19 +38,12 @@ constexpr FIELD_ROW NAS_FIELDS[] = {{"byte_15", 15, U8}, {"imei", 37, TEXT, 16},
 constexpr RECORD_LAYOUT NAS{"NAS information", 288, NAS_FIELDS};
 
 // RLC throughput, MAC-d flows, reordering queues.
-constexpr FIELD_ROW RLC_FIELDS[] = {{"rate_a", 0, F32}, {"rate_b", 4, F32}, {"ratio", 8, F32}};
-constexpr RECORD_LAYOUT RLC{"RLC throughput", 12, RLC_FIELDS};
-constexpr FIELD_ROW RB_ITEM_FIELDS[] = {{"rb", 0, U32}, {"rate", 4, F32}};
-constexpr RECORD_LAYOUT RB_ITEM{nullptr, 8, RB_ITEM_FIELDS};
-constexpr GROUP_ROW RB_GROUPS[] = {{"rbs", &RB_ITEM, 0}};
+constexpr RECORD_LAYOUT RLC{"RLC throughput", RLC_Throughput_STRU::SIZE, FIELD_ROWS<RLC_Throughput_STRU>};
+constexpr GROUP_ROW RB_GROUPS[] = {{"rbs", &PLAIN_RECORD<RB_Throughput_STRU>, 0}};
 constexpr RECORD_LAYOUT RB{"radio bearer throughput", 4, COUNT_FIELDS, RB_GROUPS};
-constexpr FIELD_ROW MAC_ITEM_FIELDS[] = {{"flow", 0, U32}, {"zero", 4, U32}, {"value", 8, U32}};
-constexpr RECORD_LAYOUT MAC_ITEM{nullptr, 12, MAC_ITEM_FIELDS};
-constexpr GROUP_ROW MAC_GROUPS[] = {{"flows", &MAC_ITEM, 0}};
+constexpr GROUP_ROW MAC_GROUPS[] = {{"flows", &PLAIN_RECORD<MAC_d_Flow_Mapping_STRU>, 0}};
 constexpr RECORD_LAYOUT MAC{"MAC-d flow mapping", 4, COUNT_FIELDS, MAC_GROUPS};
-constexpr FIELD_ROW REORDER_ITEM_FIELDS[] = {{"first", 0, U32}, {"second", 4, U32}, {"third", 8, U32}, {"list", 12, U32, 8}};
-constexpr RECORD_LAYOUT REORDER_ITEM{nullptr, 44, REORDER_ITEM_FIELDS};
-constexpr GROUP_ROW REORDER_GROUPS[] = {{"queues", &REORDER_ITEM, 0}};
+constexpr GROUP_ROW REORDER_GROUPS[] = {{"queues", &PLAIN_RECORD<Reordering_Queue_Parameters_STRU>, 0}};
 constexpr RECORD_LAYOUT REORDER{"reordering queues", 4, COUNT_FIELDS, REORDER_GROUPS};
 
 // GSM physical layer.
@@ -58,37 +53,20 @@ constexpr GROUP_ROW SNR_GROUPS[] = {{"cells", &SNR_ITEM, 0}};
 constexpr RECORD_LAYOUT SNR{"GSM cell quality", 4, COUNT_FIELDS, SNR_GROUPS};
 constexpr FIELD_ROW SNR_MIN_FIELDS[] = {{"minimum", 0, U32}};
 constexpr RECORD_LAYOUT SNR_MIN{"GSM smallest cell quality", 4, SNR_MIN_FIELDS};
-constexpr FIELD_ROW BA_ITEM_FIELDS[] = {{"arfcn", 0, U16}, {"band", 2, U16}, {"first", 4, U16}, {"second", 6, U16}};
-constexpr RECORD_LAYOUT BA_ITEM{nullptr, 8, BA_ITEM_FIELDS};
-constexpr GROUP_ROW BA_GROUPS[] = {{"channels", &BA_ITEM, 32}};
+constexpr GROUP_ROW BA_GROUPS[] = {{"channels", &PLAIN_RECORD<BA_Channel_STRU>, 32}};
 constexpr RECORD_LAYOUT BA{"GSM BA list", 0, {}, BA_GROUPS};
 constexpr FIELD_ROW ADJACENT_ITEM_FIELDS[] = {{"level", 0, I16}, {"difference", 2, I16}};
 constexpr RECORD_LAYOUT ADJACENT_ITEM{nullptr, 4, ADJACENT_ITEM_FIELDS};
 constexpr GROUP_ROW ADJACENT_GROUPS[] = {{"channels", &ADJACENT_ITEM, 4}};
 constexpr RECORD_LAYOUT ADJACENT{"GSM adjacent channels", 0, {}, ADJACENT_GROUPS};
-constexpr FIELD_ROW AMR_SET_ITEM_FIELDS[] = {
-    {"mode",       0, U16},
-    {"mode_copy",  2, U16},
-    {"hysteresis", 4, U16},
-    {"threshold",  6, U16},
-    {"lower",      8, F32},
-    {"upper",     12, F32},
-};
-constexpr RECORD_LAYOUT AMR_SET_ITEM{nullptr, 16, AMR_SET_ITEM_FIELDS};
-constexpr GROUP_ROW AMR_SET_GROUPS[] = {{"modes", &AMR_SET_ITEM, 0}};
+constexpr GROUP_ROW AMR_SET_GROUPS[] = {{"modes", &PLAIN_RECORD<AMR_Setting_STRU>, 0}};
 constexpr RECORD_LAYOUT AMR_SET{"AMR settings", 4, COUNT_FIELDS, AMR_SET_GROUPS};
-constexpr FIELD_ROW AMR_USE_ITEM_FIELDS[] = {{"mode", 0, U16}, {"mode_copy", 2, U16}, {"first_percent", 4, F32}, {"second_percent", 8, F32}};
-constexpr RECORD_LAYOUT AMR_USE_ITEM{nullptr, 12, AMR_USE_ITEM_FIELDS};
-constexpr GROUP_ROW AMR_USE_GROUPS[] = {{"modes", &AMR_USE_ITEM, 0}};
+constexpr GROUP_ROW AMR_USE_GROUPS[] = {{"modes", &PLAIN_RECORD<AMR_Usage_STRU>, 0}};
 constexpr RECORD_LAYOUT AMR_USE{"AMR codec usage", 4, COUNT_FIELDS, AMR_USE_GROUPS};
-constexpr FIELD_ROW AMR_STAT_ITEM_FIELDS[] = {{"index", 0, U16}, {"first_percent", 4, F32}, {"second_percent", 8, F32}};
-constexpr RECORD_LAYOUT AMR_STAT_ITEM{nullptr, 12, AMR_STAT_ITEM_FIELDS};
-constexpr GROUP_ROW AMR_STAT_GROUPS[] = {{"codecs", &AMR_STAT_ITEM, 8}};
+constexpr GROUP_ROW AMR_STAT_GROUPS[] = {{"codecs", &PLAIN_RECORD<AMR_Codec_STRU>, 8}};
 constexpr RECORD_LAYOUT AMR_STAT{"AMR codec statistics", 0, {}, AMR_STAT_GROUPS};
-constexpr FIELD_ROW CS_TX_FIELDS[] = {{"word_0", 0, U16}, {"power", 2, U16}, {"word_2", 4, U16}};
-constexpr RECORD_LAYOUT CS_TX{"CS transmit power", 8, CS_TX_FIELDS};
-constexpr FIELD_ROW CS_FER_FIELDS[] = {{"first_percent", 0, F32}, {"second_percent", 4, F32}};
-constexpr RECORD_LAYOUT CS_FER{"CS frame erasures", 8, CS_FER_FIELDS};
+constexpr RECORD_LAYOUT CS_TX{"CS transmit power", CS_Tx_STRU::SIZE, FIELD_ROWS<CS_Tx_STRU>};
+constexpr RECORD_LAYOUT CS_FER{"CS frame erasures", CS_Fer_STRU::SIZE, FIELD_ROWS<CS_Fer_STRU>};
 constexpr FIELD_ROW DSC_FIELDS[] = {{"dsc", 0, U32}};
 constexpr RECORD_LAYOUT DSC{"current DSC", 4, DSC_FIELDS};
 
@@ -200,16 +178,7 @@ constexpr FIELD_ROW PDP_QOS_FIELDS[] = {
 constexpr RECORD_LAYOUT PDP_QOS{"PDP context QoS", 8, PDP_QOS_FIELDS};
 
 // Packet data of GSM.
-constexpr FIELD_ROW GRM_FIELDS[] = {
-    {"timeslots_1", 0, U8},
-    {"timeslots_2", 1, U8},
-    {"byte_16",     2, U8},
-    {"byte_28",     3, U8},
-    {"p0",          4, U32},
-    {"scheme_1",    8, U16},
-    {"scheme_2",   10, U16},
-};
-constexpr RECORD_LAYOUT GRM{"RLC/MAC maintenance", 12, GRM_FIELDS};
+constexpr RECORD_LAYOUT GRM{"RLC/MAC maintenance", Mntn_Usage_STRU::SIZE, FIELD_ROWS<Mntn_Usage_STRU>};
 constexpr FIELD_ROW TIMESLOT_FIELDS[] = {{"count_1", 0, U8}, {"count_2", 1, U8}, {"slots_1", 2, U8, 4}, {"slots_2", 6, U8, 6}};
 constexpr RECORD_LAYOUT TIMESLOT{"timeslots", 12, TIMESLOT_FIELDS};
 constexpr FIELD_ROW SCHEME_FIELDS[] = {
@@ -233,8 +202,7 @@ constexpr FIELD_ROW SHARE_ITEM_FIELDS[] = {
 constexpr RECORD_LAYOUT SHARE_ITEM{nullptr, 60, SHARE_ITEM_FIELDS};
 constexpr GROUP_ROW SHARE_GROUPS[] = {{"timeslots", &SHARE_ITEM, 0, 0, U16}};
 constexpr RECORD_LAYOUT SHARE{"coding scheme shares", 4, SHARE_FIELDS, SHARE_GROUPS};
-constexpr FIELD_ROW FLOW_FIELDS[] = {{"bytes", 0, U32}, {"kbit_per_s", 4, F32}};
-constexpr RECORD_LAYOUT FLOW{"throughput", 8, FLOW_FIELDS};
+constexpr RECORD_LAYOUT FLOW{"throughput", Throughput_STRU::SIZE, FIELD_ROWS<Throughput_STRU>};
 
 constexpr FIELD_ROW MODE_FIELDS[] = {{"mode", 0, U32}};
 constexpr RECORD_LAYOUT MODE{"mode", 4, MODE_FIELDS};

@@ -1,6 +1,6 @@
 #include "data/gu/GUDataProcess.h"
 
-#include "data/gu/GuPacket.h"
+#include "data/gu/base/GuPacket.h"
 
 #include <algorithm>
 

@@ -3,7 +3,7 @@
 #include "common/Debug.h"
 #include "common/MsgBuf.h"
 #include "data/gu/GUDataProcess.h"
-#include "data/gu/GuPacket.h"
+#include "data/gu/base/GuPacket.h"
 
 #include <array>
 

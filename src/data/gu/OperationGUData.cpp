@@ -3,8 +3,9 @@
 #include "common/Config.h"
 #include "common/Debug.h"
 #include "common/MsgBuf.h"
-#include "data/gu/GuRegister.h"
-#include "data/gu/RegisterManager.h"
+#include "data/gu/reg/GuRegister.h"
+#include "data/gu/reg/RegStatTable.h"
+#include "data/gu/reg/RegisterManager.h"
 
 #include <algorithm>
 #include <thread>
@@ -170,20 +171,12 @@ void COperationGUData::ProcOtaMsgFromProbe(const DIAG_PACKET_REQ_VIEW& stReq)
 
 namespace
 {
-// Ids of the register reader: between these two, without the MAC and reordering reports.
-constexpr unsigned short REG_ID_BELOW_FIRST = 0xF505;
-constexpr unsigned short REG_ID_BEHIND_LAST = 0xF539;
 constexpr unsigned short ID_MAC_REPORT = 0xF518;
 constexpr unsigned short ID_REORDER_REPORT = 0xF51B;
 constexpr unsigned short ID_BLER = 0xF020;
 constexpr unsigned short ID_W_CELL = 0xB010;
 constexpr unsigned short ID_GSM_NEIGHBOUR = 0xB016;
 constexpr unsigned short ID_LTE_NEIGHBOUR = 0xB060;
-
-constexpr bool IsRegisterId(unsigned short usId)
-{
-    return usId > REG_ID_BELOW_FIRST && usId < REG_ID_BEHIND_LAST && usId != ID_MAC_REPORT && usId != ID_REORDER_REPORT;
-}
 
 // Requests that go to the UE as they are, under one id or several.
 struct OWN_REQ_ROW
@@ -207,7 +200,7 @@ void COperationGUData::ProcTransMsgFromProbe(ByteView req)
         BuildErrCnfPacketToClient(usId, PKT_TYPE_GU_TRANS, DIAG_RC_FAIL);
         return;
     }
-    if (IsRegisterId(usId)) {
+    if (IsRegStatRequest(usId)) {
         if (const auto pManager = RegisterManager())
             pManager->ProcessRegReqPacket(usId, ReqParams(stReq));
         return;

@@ -8,9 +8,10 @@
 #include "data/DiagPacket.h"
 #include "data/gu/GUDataProcess.h"
 #include "data/gu/GuLink.h"
-#include "data/gu/MsgProcess.h"
-#include "data/gu/PeriodMsgFromUe.h"
-#include "data/gu/TraceReqCounter.h"
+#include "data/gu/report/ChannelConfigReports.h"
+#include "data/gu/report/MsgProcess.h"
+#include "data/gu/report/ReportOperation.h"
+#include "data/gu/report/TraceReqCounter.h"
 
 #include <array>
 #include <atomic>
@@ -25,11 +26,6 @@
 class CGuRegister;
 class CRegisterManager;
 
-// m_enModemNum: what the UE said about its cards.
-constexpr unsigned int MODEM_NUM_SINGLE = 0;
-constexpr unsigned int MODEM_NUM_DUAL = 1;
-constexpr unsigned int MODEM_NUM_UNKNOWN = 2;
-
 // Results of TranslateUEPacket and of the routines that it calls, for tests and logs.
 constexpr int GU_RESULT_OK = 0;
 constexpr int GU_RESULT_NOTHING = 1; // not yet, or nothing to do
@@ -37,14 +33,6 @@ constexpr int GU_RESULT_UNKNOWN_CATEGORY = 2;
 constexpr int GU_RESULT_BAD_LENGTH = 3;
 constexpr int GU_RESULT_UNKNOWN_ID = 4;
 constexpr int GU_RESULT_TRACE_TAKEN = 14; // by a trace processor
-
-constexpr unsigned int UE_VERSION_UNKNOWN = 0xFFFFFFFF; // class of every version text that isn't in the table
-
-/// The version classes 0, 2, 3 and 4: they count their time stamps upwards and have PIDs of their own.
-constexpr bool IsKnownUeVersion(unsigned int ulVersion)
-{
-    return ulVersion == 0 || (ulVersion >= 2 && ulVersion <= 4);
-}
 
 /// What tells a COperationGUData the time: the system, unless a test does.
 struct GU_CLOCK
@@ -56,7 +44,7 @@ struct GU_CLOCK
 /// All GU state of one UE. Lives as long as the agent. Requests come on the main thread, UE packets and the UE's
 /// disconnect on the agent message thread; what both touch is atomic or under one of the small locks below. None
 /// of them is held across a send; the caller may hold one of its own, as a register statistic does in its report.
-class COperationGUData : public IGuRequests
+class COperationGUData : public IGuRequests, public IReportOperation
 {
 public:
     COperationGUData();
@@ -84,30 +72,24 @@ public:
 
     // For the processors, the register reader among them. Any thread.
 
-    /// To the client on the GU command channel. The stamp is the UE's own; it goes through GetRealTimeStamp.
     void BuildMsgCnfPacket(unsigned short usType, unsigned int ulRc, unsigned int ulTimeStamp, unsigned short usId,
-                           ByteView data);
-    /// To the client on the GU data channel, with the next message SN.
-    void BuildMsgIndPacket(unsigned short usType, unsigned int ulTimeStamp, unsigned short usId, ByteView data);
-    /// The agent's answer in the place of the UE's confirm. usId is the confirm's id, or a request's for the four
-    /// requests whose confirm follows from it.
-    void BuildErrCnfPacketToClient(unsigned short usId, unsigned int ulType, unsigned int ulRc);
-    /// A transparent message to the UE.
-    void BuildTransReqMsg(unsigned short usId, ByteView params, unsigned int ulPid);
-    /// Tells the UE which PIDs to trace.
-    void BuildTraceReqMsg();
+                           ByteView data) override;
+    void BuildMsgIndPacket(unsigned short usType, unsigned int ulTimeStamp, unsigned short usId,
+                           ByteView data) override;
+    void BuildErrCnfPacketToClient(unsigned short usId, unsigned int ulType, unsigned int ulRc) override;
+    void BuildTransReqMsg(unsigned short usId, ByteView params, unsigned int ulPid) override;
+    void BuildTraceReqMsg() override;
     /// Sends a GU packet to this UE in segments, with the configured pause behind each. While the last client that
     /// sent a request is bound to no UE the packet is dropped with a warning; before this UE's first block, when the
     /// object doesn't know which one it is, the packet goes to the UE of that client.
     void SendReq2UE(ByteView packet);
 
-    /// The stamp as it stands for the known version classes; its complement for all others.
-    unsigned int GetRealTimeStamp(unsigned int ulStamp) const;
-    unsigned int GetUeVersion() const { return m_enUeVersion; }
-    unsigned int GetModemNum() const { return m_enModemNum; }
-    CMsgDisp* GetTransMsgDisp() const { return m_pTransDisp.get(); }
+    unsigned int GetRealTimeStamp(unsigned int ulStamp) const override;
+    unsigned int GetUeVersion() const override { return m_enUeVersion; }
+    unsigned int GetModemNum() const override { return m_enModemNum; }
+    CMsgDisp* GetTransMsgDisp() const override { return m_pTransDisp.get(); }
     CMsgDisp* GetTraceMsgDisp() const { return m_pTraceDisp.get(); }
-    CTraceReqCounter& TraceCounter() { return m_TraceCounter; }
+    CTraceReqCounter& TraceCounter() override { return m_TraceCounter; }
     /// The present SN, which is then used up.
     unsigned int GetMsgSnValue();
 

@@ -1,7 +1,7 @@
 #include "data/gu/OperationGUData.h"
 
 #include "common/Debug.h"
-#include "data/gu/RegisterManager.h"
+#include "data/gu/reg/RegisterManager.h"
 
 #include <utility>
 

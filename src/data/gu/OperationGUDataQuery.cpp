@@ -1,8 +1,8 @@
 #include "data/gu/OperationGUData.h"
 
 #include "common/Debug.h"
-#include "data/gu/GuRegister.h"
-#include "data/gu/RegisterManager.h"
+#include "data/gu/reg/GuRegister.h"
+#include "data/gu/reg/RegisterManager.h"
 
 // What the UE says about itself: version, number of cards, radio mode; and the register reader's set-up that follows.
 

@@ -1,7 +1,7 @@
 #include "data/gu/OperationGUData.h"
 
 #include "common/Debug.h"
-#include "data/gu/RlcThroughput.h"
+#include "data/gu/report/RlcThroughput.h"
 
 // Reports that the agent times: the tick, the W cell report, the reports by arrival, and the requests that start
 // and stop those of RLC, MAC and reordering.

@@ -1,9 +1,0 @@
-#pragma once
-
-#include "data/gu/MsgProcess.h"
-
-#include <span>
-
-/// The processors of a dispatcher of kind MSG_DISP_TRANS or MSG_DISP_TRACE, in order of construction; none for
-/// another kind.
-std::span<const MSG_PROCESS_ROW> MsgProcessTable(unsigned int ulKind);
