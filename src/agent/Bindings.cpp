@@ -19,9 +19,9 @@ UE_STATUS_STRU UeStatus(UE_INDEX ulUeIdx, enChannelType enDataChannel, const UEC
 {
     UE_STATUS_STRU stStatus;
     stStatus.ucUeIdx = static_cast<uint8_t>(ulUeIdx);
-    stStatus.usDataPort = LISTENPORT[static_cast<size_t>(enDataChannel)];
+    stStatus.usPort = LISTENPORT[static_cast<size_t>(enDataChannel)];
     stStatus.szVersion = stInfo.szVersion;
-    stStatus.szImei = stInfo.szImei;
+    stStatus.szText = stInfo.szImei.substr(0, ADE_UE_CONNECTION_ACK_STRU::IMEI_SIZE - 1);
     return stStatus;
 }
 

@@ -1,13 +1,12 @@
 #pragma once
 
-#include "common/Bytes.h"
+#include "common/Record.h"
 #include "common/Types.h"
 
-#include <array>
 #include <string>
 
 // The records in which the agent tells its state: the datagrams to the monitor (head, then one record), the
-// channel table and the UE status towards clients. Each record lists its fields once, in the order of the wire,
+// channel table towards clients. Each record lists its fields once, in the order of the wire,
 // for CByteReader and CByteWriter alike. Texts are NUL-terminated and cut to their fields.
 
 /// Head of every datagram to the monitor. The record of its kind follows.
@@ -182,42 +181,3 @@ struct SERAIL_CHANNEL_STATUS
 /// DIAG_PACKET_AGENT_CHANNEL_QUERY_ACK_STRU: every row, UE by UE, in the order of enChannelType.
 constexpr size_t CHANNEL_QUERY_ACK_SIZE = MAXUENUM * CHANNELNUM * SERAIL_CHANNEL_STATUS::SIZE;
 static_assert(CHANNEL_QUERY_ACK_SIZE == 3520);
-
-/// What a client that was just bound is told of its UE: payload of AGENT_CMD_UE_STATUS and of AGENT_CMD_GU_STATUS.
-struct UE_STATUS_STRU
-{
-    static constexpr size_t SIZE = 92;
-
-    uint8_t ucState = 1; // always 1
-    uint8_t ucUeIdx = 0;
-    uint16_t usDataPort = 0; // TCP port of the matching data channel
-    std::string szVersion;
-    std::string szImei;
-
-    template <class Io, class Self> static void Fields(Io& io, Self& st)
-    {
-        io.Field(st.ucState);      //  0
-        io.Field(st.ucUeIdx);      //  1
-        io.Field(st.usDataPort);   //  2
-        io.Text(st.szVersion, 32); //  4
-        io.Text(st.szImei, 16);    // 36
-        io.Gap(40);                // 52
-    }
-};
-
-/// The bytes of a record.
-template <class Record> std::array<unsigned char, Record::SIZE> EncodeRecord(const Record& stRecord)
-{
-    std::array<unsigned char, Record::SIZE> aucRecord{};
-    CByteWriter writer(aucRecord);
-    Record::Fields(writer, stRecord);
-    return aucRecord;
-}
-
-/// Reads a record; false when the bytes are fewer than its size (missing fields are zero then).
-template <class Record> bool DecodeRecord(ByteView bytes, Record& stRecord)
-{
-    CByteReader reader(bytes);
-    Record::Fields(reader, stRecord);
-    return reader.Ok();
-}

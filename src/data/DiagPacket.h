@@ -2,6 +2,8 @@
 
 #include "common/Packet.h"
 
+#include <string>
+
 // The records that cross the two borders of the agent: client to agent over TCP, and agent to UE over the LTE
 // channels. Their layout towards clients is fixed and stands here; that towards the UE comes from the
 // configuration (CConfig::GetFilterCfg), and the ADE records below are its form in memory.
@@ -197,6 +199,27 @@ template <class Io, class Osa> void OsaHead(Io& io, Osa& stOsa)
     io.Gap(12);
     io.Field(stOsa.ulCmdLow); // 36
 }
+
+/// What a client is told of its UE: payload of AGENT_CMD_UE_STATUS and of AGENT_CMD_GU_STATUS.
+struct UE_STATUS_STRU
+{
+    static constexpr size_t SIZE = 92;
+
+    uint8_t ucState = 1; // always 1
+    uint8_t ucUeIdx = 0;
+    uint16_t usPort = 0;   // TCP port of one of the UE's channels
+    std::string szVersion; // of the UE, or its name
+    std::string szText;    // the UE's IMEI, or what it has to say
+
+    template <class Io, class Self> static void Fields(Io& io, Self& st)
+    {
+        io.Field(st.ucState);      //  0
+        io.Field(st.ucUeIdx);      //  1
+        io.Field(st.usPort);       //  2
+        io.Text(st.szVersion, 32); //  4
+        io.Text(st.szText, 56);    // 36
+    }
+};
 
 /// A whole packet for a client's socket: lead bytes, head, payload. stAck.usLen is taken from the payload. False when
 /// memory is short.

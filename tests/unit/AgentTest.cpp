@@ -373,6 +373,7 @@ TEST_F(ClientLoopTest, EachIdleSecondTellsTheVersion)
 TEST_F(ClientLoopTest, WithoutDescriptorsItPausesInsteadOfSpinning)
 {
     CLogCapture log;
+    ASSERT_EQ(log.Count("Accept"), 0); // its file is open now
     Start();
     CUniqueFd client(socket(AF_INET, SOCK_STREAM, 0));
     rlimit stLimit{};

@@ -605,9 +605,9 @@ TEST(RegMsgProcess, ReportsAreWholeWhileTheirStatisticsStartAndStop)
     unsigned int ulReports[2] = {};
     const auto ReadReports = [&] {
         const unsigned int ulBefore = ulFed;
-        for (const ClientPacket& packet : ue.Gu().Indications()) {
-            const bool bTbs = (packet.stHead.ulCmdId & 0xFFFF) == REQ_DECODING_TBS + 2U;
-            (bTbs ? ExpectWholeTbsReport : ExpectWholeDecodingReport)(packet.payload);
+        while (const auto packet = ue.Gu().Data().Read(std::chrono::milliseconds(5))) {
+            const bool bTbs = (packet->stHead.ulCmdId & 0xFFFF) == REQ_DECODING_TBS + 2U;
+            (bTbs ? ExpectWholeTbsReport : ExpectWholeDecodingReport)(packet->payload);
             ++ulReports[bTbs ? 1 : 0];
         }
         ulRead = ulBefore == 0 ? 0 : ulBefore - 1; // the last one may be under way

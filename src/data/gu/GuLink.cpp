@@ -4,6 +4,7 @@
 #include "common/MsgBuf.h"
 #include "data/gu/GUDataProcess.h"
 #include "data/gu/base/GuPacket.h"
+#include "data/gu/base/GuRequest.h"
 
 #include <array>
 
@@ -22,18 +23,12 @@ constexpr uint16_t GU_MODEM_NUM_QUERY = 0x8211;
 constexpr uint16_t GU_MODE_QUERY = 0x80A5;
 constexpr uint32_t GU_PID_IMEI = 141; // receiver of the IMEI query
 
-/// A request of szSize bytes with its head, the rest zero.
-template <size_t szSize> std::array<unsigned char, szSize> GuRequest(unsigned char ucCategory)
+/// A query of szSize bytes: category, length and id, the rest zero.
+template <size_t szSize> std::array<unsigned char, szSize> GuShortQuery(unsigned char ucCategory, uint16_t usId)
 {
     std::array<unsigned char, szSize> aucReq{};
     aucReq[GU_CATEGORY] = ucCategory;
     StoreLe<uint16_t>(aucReq, GU_PACKET_LEN, szSize - GU_LEN_OFFSET_BASE);
-    return aucReq;
-}
-
-template <size_t szSize> std::array<unsigned char, szSize> GuShortQuery(unsigned char ucCategory, uint16_t usId)
-{
-    auto aucReq = GuRequest<szSize>(ucCategory);
     StoreLe<uint16_t>(aucReq, GU_QUERY_MSG_ID, usId);
     return aucReq;
 }
@@ -78,13 +73,9 @@ void CGuLink::EnableTransMsg(UE_INDEX ulUeIdx)
 
 void CGuLink::SendUeInfoReqToUe(UE_INDEX ulUeIdx)
 {
-    auto aucImei = GuRequest<32>(GU_CATEGORY_TRANS);
-    StoreLe<uint32_t>(aucImei, GU_REQ_SENDER_PID, GU_PID_AGENT);
-    StoreLe<uint32_t>(aucImei, GU_REQ_RECEIVER_PID, GU_PID_IMEI);
-    StoreLe<uint32_t>(aucImei, GU_REQ_PARAM_LEN, 8); // four bytes of parameters, all zero
-    StoreLe<uint16_t>(aucImei, GU_REQ_MSG_ID, GU_IMEI_QUERY);
+    static constexpr std::array<unsigned char, 4> NO_PARAMS{};
     CDebug::Instance()->PrintInfo("gu:send imei query to ue: 0x%04x", GU_IMEI_QUERY);
-    SendGUReq2UE(aucImei, ulUeIdx);
+    SendGUReq2UE(BuildGuRequest(GU_CATEGORY_TRANS, GU_IMEI_QUERY, NO_PARAMS, GU_PID_IMEI), ulUeIdx);
     CDebug::Instance()->PrintInfo("gu:send version query to ue: 0x%04x", GU_VERSION_QUERY);
     SendGUReq2UE(GuShortQuery<12>(GU_CATEGORY_QUERY, GU_VERSION_QUERY), ulUeIdx);
 }

@@ -1,6 +1,7 @@
 #include "data/gu/OperationGUData.h"
 
 #include "common/Debug.h"
+#include "common/Record.h"
 #include "data/gu/reg/RegisterManager.h"
 
 #include <utility>
@@ -387,40 +388,15 @@ void COperationGUData::SendTo(IClientPort* pClient, const DIAG_PACKET_ACK_STRU& 
     (void)pClient->SendData2Client(std::move(packet)); // always true
 }
 
-namespace
-{
-/// GU_PROBE_ACK_STRU as this side sends it: the UE's name in the place of its version, a text behind it.
-struct GU_PROBE_ACK
-{
-    static constexpr size_t SIZE = 92;
-    static constexpr size_t NAME_SIZE = 32;
-    static constexpr size_t TEXT_SIZE = 56;
-
-    uint8_t ucState = 1;
-    uint8_t ucUe = 0;
-    uint16_t usPort = LISTENPORT[CHANNEL_GU_CMD];
-    std::string strName = "UE0";
-    std::string strText;
-};
-template <class Io, class Ack> void ProbeAck(Io& io, Ack& stAck)
-{
-    io.Field(stAck.ucState);                         //  0
-    io.Field(stAck.ucUe);                            //  1
-    io.Field(stAck.usPort);                          //  2
-    io.Text(stAck.strName, GU_PROBE_ACK::NAME_SIZE); //  4
-    io.Text(stAck.strText, GU_PROBE_ACK::TEXT_SIZE); // 36
-}
-} // namespace
-
+/// The UE's name stands in the place of its version.
 void COperationGUData::SendGUPacketToClient(const std::string& strText)
 {
-    GU_PROBE_ACK stProbe;
-    stProbe.strText = strText;
-    std::array<unsigned char, GU_PROBE_ACK::SIZE> aucPayload{};
-    CByteWriter writer(aucPayload);
-    ProbeAck(writer, stProbe);
+    UE_STATUS_STRU stStatus;
+    stStatus.usPort = LISTENPORT[CHANNEL_GU_CMD];
+    stStatus.szVersion = "UE0";
+    stStatus.szText = strText;
     DIAG_PACKET_ACK_STRU stAck;
     stAck.ulCmdId = AGENT_CMD_GU_STATUS;
     stAck.usPktType = AGENT_CMD_GU_STATUS >> 16;
-    SendGUAckToClient(stAck, aucPayload);
+    SendGUAckToClient(stAck, EncodeRecord(stStatus));
 }

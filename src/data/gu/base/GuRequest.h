@@ -5,6 +5,10 @@
 
 #include <vector>
 
+/// A GU_PACKET_HEAD towards the UE with its parameters.
+std::vector<unsigned char> BuildGuRequest(unsigned char ucCategory, unsigned short usId, ByteView params,
+                                          unsigned int ulPid);
+
 // Parameters of most requests: {u8 switch, u8 spare, u16 period, ...}.
 constexpr unsigned char SWITCH_OFF = 0;
 constexpr unsigned char SWITCH_ON = 1;

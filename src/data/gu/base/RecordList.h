@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/Bytes.h"
+#include "common/Record.h"
 #include "data/RecordLayout.h"
 
 #include <array>
@@ -50,12 +50,3 @@ private:
     std::array<unsigned char, Head::SIZE + MAX * Rec::SIZE> m_aucBytes{};
     Head m_stHead;
 };
-
-/// One record as bytes.
-template <class Rec> std::array<unsigned char, Rec::SIZE> RecordBytes(const Rec& stRec)
-{
-    std::array<unsigned char, Rec::SIZE> aucBytes{};
-    CByteWriter writer(aucBytes);
-    Rec::Fields(writer, stRec);
-    return aucBytes;
-}

@@ -72,7 +72,7 @@ void CRegDschCfg::Process(const RegStruct& stReg, unsigned int ulTimeStamp)
         !GetValue(stReg, DSCH_FIELD, ulField))
         return;
     stRec.ulField = GetBitValue(ulField, 0, 3);
-    InsertData(RecordBytes(stRec), ulTimeStamp);
+    InsertData(EncodeRecord(stRec), ulTimeStamp);
 }
 
 /// The value of the first pair whose register equals the key; ulMatched stays as it is without one. False when a
@@ -128,5 +128,5 @@ void CRegDpcchCfg::Process(const RegStruct& stReg, unsigned int ulTimeStamp)
     const HS_DPCCH_Configuration_STRU stRec = {
         GetBitValue(ulA, 16, 19), GetBitValue(ulA, 8, 10), GetBitValue(ulA, 0, 2),  GetBitValue(ulB, 0, 12),
         GetBitValue(ulC, 0, 4),   GetBitValue(ulC, 5, 9),  GetBitValue(ulC, 10, 14)};
-    InsertData(RecordBytes(stRec), ulTimeStamp);
+    InsertData(EncodeRecord(stRec), ulTimeStamp);
 }

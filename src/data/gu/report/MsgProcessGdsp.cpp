@@ -269,7 +269,7 @@ bool CCsTxInfoMsg::ProcessInd(ByteView packet)
     if (!stInfo)
         return false;
     SendReport(PACKET_CS_TX, GuTimeStamp(packet),
-               RecordBytes<CS_Tx_STRU>({stInfo->usFirst, stInfo->usMean, stInfo->usLast}));
+               EncodeRecord<CS_Tx_STRU>({stInfo->usFirst, stInfo->usMean, stInfo->usLast}));
     return true;
 }
 
@@ -281,7 +281,7 @@ bool CCsFerMsg::ProcessInd(ByteView packet)
     const ByteView payload = GuPayload(packet);
     const CS_Fer_STRU stRec = {Percent(LoadLe<uint32_t>(payload, 0), LoadLe<uint32_t>(payload, 4)),
                                Percent(LoadLe<uint32_t>(payload, 8), LoadLe<uint32_t>(payload, 12))};
-    SendReport(PACKET_CS_FER, GuTimeStamp(packet), RecordBytes(stRec));
+    SendReport(PACKET_CS_FER, GuTimeStamp(packet), EncodeRecord(stRec));
     return true;
 }
 

@@ -185,7 +185,7 @@ void CGrmMntnInfoMsg::ReportUsage(ByteView payload, unsigned int ulTimeStamp)
                                    LoadLe<uint32_t>(payload, MNTN_VALUE),
                                    GetCodingScheme(ENUM_LEVEL_FIRST),
                                    GetCodingScheme(ENUM_LEVEL_SECOND)};
-    SendReport(PACKET_USAGE, ulTimeStamp, RecordBytes(stRec));
+    SendReport(PACKET_USAGE, ulTimeStamp, EncodeRecord(stRec));
 }
 
 /// u8 number of timeslots of each direction, then the lists: the first from byte 2, the second from byte 6 over it.

@@ -43,7 +43,7 @@ void CMsgProcessThroughput::SendIndPacketToClient(unsigned int ulTimeStamp, CMsg
         fRate = static_cast<float>((m_ulBytes * 8.0 / 1000.0) / (ElapsedMs(ulNow, m_ulLastTime) / 1000.0));
     // The stamp is real time already and is made so once more; client tools rely on it.
     pDisp->Operation().BuildMsgIndPacket(PKT_TYPE_GU_TRACE, ulTimeStamp, pstPeriods->usIndPacket,
-                                         RecordBytes<Throughput_STRU>({m_ulBytes, fRate}));
+                                         EncodeRecord<Throughput_STRU>({m_ulBytes, fRate}));
     m_ulLastTime = ulNow;
     m_ulBytes = 0;
 }

@@ -46,8 +46,8 @@ template <class T> float PerSecond(T count, int iSeconds)
 std::vector<unsigned char> RlcReport(ByteView payload, int iSeconds, size_t szCounterA, size_t szCounterB, float fRatio)
 {
     const auto report =
-        RecordBytes<RLC_Throughput_STRU>({PerSecond(Sum<uint64_t>(payload, szCounterA), iSeconds),
-                                          PerSecond(Sum<uint64_t>(payload, szCounterB), iSeconds), fRatio});
+        EncodeRecord<RLC_Throughput_STRU>({PerSecond(Sum<uint64_t>(payload, szCounterA), iSeconds),
+                                           PerSecond(Sum<uint64_t>(payload, szCounterB), iSeconds), fRatio});
     return {report.begin(), report.end()};
 }
 
