@@ -1,5 +1,4 @@
-#include "ue/ChildChannel.h"
-#include "ue/HDLCParse.h"
+#include "ue/TcpChannel.h"
 
 #include <benchmark/benchmark.h>
 #include <cstring>
@@ -34,9 +33,9 @@ void Memcpy(benchmark::State& state)
 {
     const auto payload = Payload(PayloadLen(state));
     for (auto _ : state) {
-        const OwnedBytes pCopy(new unsigned char[payload.size()]);
-        std::memcpy(pCopy.get(), payload.data(), payload.size());
-        benchmark::DoNotOptimize(pCopy.get());
+        CPacket copy = CPacket::Allocate(payload.size());
+        std::memcpy(copy.Bytes().data(), payload.data(), payload.size());
+        benchmark::DoNotOptimize(copy.Bytes().data());
         benchmark::ClobberMemory();
     }
     CountBytes(state);
@@ -56,21 +55,17 @@ void Encode(benchmark::State& state)
     const auto payload = Payload(PayloadLen(state));
     const CHDLCParse hdlc;
     for (auto _ : state) {
-        OwnedBytes pFrame;
-        unsigned int ulLen = 0;
-        benchmark::DoNotOptimize(hdlc.HdlcEncode(payload, pFrame, ulLen));
-        benchmark::DoNotOptimize(pFrame.get());
+        const HDLC_RESULT stFrame = hdlc.HdlcEncode(payload);
+        benchmark::DoNotOptimize(stFrame.packet.Bytes().data());
     }
     CountBytes(state);
 }
 
 std::vector<unsigned char> Frame(size_t szLen)
 {
-    OwnedBytes pFrame;
-    unsigned int ulLen = 0;
-    if (CHDLCParse().HdlcEncode(Payload(szLen), pFrame, ulLen) != 0)
-        return {};
-    return {pFrame.get(), pFrame.get() + ulLen};
+    const HDLC_RESULT stFrame = CHDLCParse().HdlcEncode(Payload(szLen));
+    const ByteView frame = stFrame.packet.Bytes();
+    return {frame.begin(), frame.end()};
 }
 
 void Decode(benchmark::State& state)
@@ -78,10 +73,8 @@ void Decode(benchmark::State& state)
     const auto frame = Frame(PayloadLen(state));
     const CHDLCParse hdlc;
     for (auto _ : state) {
-        OwnedBytes pPacket;
-        unsigned int ulLen = 0;
-        benchmark::DoNotOptimize(hdlc.HdlcDecode(frame, pPacket, ulLen));
-        benchmark::DoNotOptimize(pPacket.get());
+        const HDLC_RESULT stPacket = hdlc.HdlcDecode(frame);
+        benchmark::DoNotOptimize(stPacket.packet.Bytes().data());
     }
     CountBytes(state);
 }
@@ -94,16 +87,15 @@ void Reassemble(benchmark::State& state)
     std::vector<unsigned char> stream;
     while (stream.size() < 16 * READ)
         stream.insert(stream.end(), frame.begin(), frame.end());
-    CChildChannel channel;
+    TCPChannel link("", 0, false, CHANNEL_LTE_DATA);
     int64_t llPayload = 0;
     for (auto _ : state) {
         for (ByteView rest(stream); !rest.empty(); rest = Slice(rest, READ)) {
             for (ByteView read = Slice(rest, 0, READ); !read.empty();) {
-                OwnedBytes pPacket;
-                unsigned int ulLen = 0;
-                read = read.subspan(channel.GetHdlcPacket(read, pPacket, ulLen));
-                benchmark::DoNotOptimize(pPacket.get());
-                llPayload += ulLen;
+                const CChildChannel::TAKEN_PACKET stTaken = link.Channel().GetHdlcPacket(read);
+                read = read.subspan(stTaken.szTaken);
+                benchmark::DoNotOptimize(stTaken.packet.Bytes().data());
+                llPayload += static_cast<int64_t>(stTaken.packet.size());
             }
         }
     }

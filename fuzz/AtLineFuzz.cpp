@@ -1,4 +1,4 @@
-#include "ue/ChildChannel.h"
+#include "ue/TcpChannel.h"
 
 #include <cstdlib>
 
@@ -24,16 +24,13 @@ void CheckPacket(ByteView packet, ByteView taken)
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* pData, size_t szLen);
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* pData, size_t szLen)
 {
-    static const CChildChannel s_channel;
+    static TCPChannel s_link("", 0, false, CHANNEL_LTE_DATA);
     for (ByteView rest(pData, szLen); !rest.empty();) {
-        OwnedBytes pPacket;
-        unsigned int ulLen = 0;
-        const size_t szUsed = s_channel.GetTextPacket(rest, pPacket, ulLen);
-        Check(szUsed >= 1 && szUsed <= rest.size());
-        Check((pPacket != nullptr) == (ulLen > 0));
-        if (pPacket)
-            CheckPacket({pPacket.get(), ulLen}, rest.first(szUsed));
-        rest = rest.subspan(szUsed);
+        const CChildChannel::TAKEN_PACKET stTaken = s_link.Channel().GetTextPacket(rest);
+        Check(stTaken.szTaken >= 1 && stTaken.szTaken <= rest.size());
+        if (stTaken.packet)
+            CheckPacket(stTaken.packet.Bytes(), rest.first(stTaken.szTaken));
+        rest = rest.subspan(stTaken.szTaken);
     }
     return 0;
 }

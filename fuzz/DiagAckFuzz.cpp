@@ -30,12 +30,10 @@ void CheckFilter(CDataProcessorLteDiag& processor, ByteView packet)
 void CheckRequest(ByteView packet)
 {
     const DIAG_PACKET_REQ_VIEW stReq = ViewReq(packet);
-    OwnedBytes pOut;
-    size_t szLen = 0;
-    if (CDataProcessorLteDiag::BuildUeBuf(stReq, 5, pOut, szLen))
-        Require(szLen == size_t{CConfig::Instance()->GetFilterCfg()->usReqHeaderLen} + stReq.stHead.usLen);
+    if (const CPacket packetOut = CDataProcessorLteDiag::BuildUeBuf(stReq, 5))
+        Require(packetOut.size() == size_t{CConfig::Instance()->GetFilterCfg()->usReqHeaderLen} + stReq.stHead.usLen);
     else
-        Require(stReq.stHead.usLen > 4076 && pOut == nullptr);
+        Require(stReq.stHead.usLen > 4076);
 }
 
 } // namespace
@@ -46,13 +44,11 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* pucData, size_t szLen
     ConfigureFrom(reader);
     CDataProcessorLteDiag processor(nullptr, nullptr);
     while (reader.Left() > 0) {
-        size_t szPacket = 0;
-        const OwnedBytes pPacket = TakePacket(reader, szPacket);
-        const ByteSpan packet(pPacket.get(), szPacket);
-        CheckFilter(processor, packet);
-        CheckRequest(packet);
-        processor.ProcessClientData(packet);
-        processor.ProcessSerialData(packet);
+        CPacket packet = TakePacket(reader);
+        CheckFilter(processor, packet.Bytes());
+        CheckRequest(packet.Bytes());
+        processor.ProcessClientData(packet.Bytes());
+        processor.ProcessSerialData(packet.Bytes());
     }
     return 0;
 }

@@ -21,18 +21,16 @@ CAgent& Agent()
 
 Frames FramesOf(ByteView stream, size_t szChunk)
 {
-    CClient client(-1, CHANNEL_LTE_DIAG, &Agent(), &Agent().UEManager());
+    CClient client(-1, CHANNEL_LTE_DIAG, &Agent().Bindings());
     Frames frames;
     for (size_t szStart = 0; szStart < stream.size(); szStart += szChunk)
         for (ByteView rest = Slice(stream, szStart, szChunk); !rest.empty();) {
-            OwnedBytes pFrame;
-            int nFrameLen = 0;
-            const int nTaken = client.GetDiagReqPacket(rest, pFrame, nFrameLen);
-            if (nTaken <= 0 || static_cast<size_t>(nTaken) > rest.size())
+            const CClient::TAKEN_FRAME stTaken = client.GetDiagReqPacket(rest);
+            if (stTaken.szTaken == 0 || stTaken.szTaken > rest.size())
                 std::abort();
-            if (pFrame)
-                frames.emplace_back(pFrame.get(), pFrame.get() + nFrameLen);
-            rest = rest.subspan(static_cast<size_t>(nTaken));
+            if (!stTaken.frame.empty())
+                frames.emplace_back(stTaken.frame.begin(), stTaken.frame.end());
+            rest = rest.subspan(stTaken.szTaken);
         }
     return frames;
 }
@@ -54,7 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* pData, size_t szSize)
     for (const auto& frame : whole)
         if (frame.size() != DIAG_PACKET_REQ_STRU::SIZE + ViewReq(frame).stHead.usLen)
             std::abort();
-    CClient at(-1, CHANNEL_AT, &Agent(), &Agent().UEManager());
+    CClient at(-1, CHANNEL_AT, &Agent().Bindings());
     for (size_t szStart = 0; szStart < stream.size(); szStart += 1 + pData[0])
         at.OnClientData(Slice(stream, szStart, 1 + pData[0]));
     return 0;

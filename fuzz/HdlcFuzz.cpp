@@ -1,5 +1,5 @@
 #include "ue/ChildChannel.h"
-#include "ue/HDLCParse.h"
+#include "ue/TcpChannel.h"
 
 #include <cstdlib>
 
@@ -17,25 +17,21 @@ void Check(bool bHolds)
 void CheckRoundTrip(ByteView packet)
 {
     const CHDLCParse hdlc;
-    OwnedBytes pFrame;
-    OwnedBytes pAgain;
-    unsigned int ulFrameLen = 0;
-    unsigned int ulAgainLen = 0;
-    Check(hdlc.HdlcEncode(packet, pFrame, ulFrameLen) == 0);
-    Check(hdlc.HdlcDecode({pFrame.get(), ulFrameLen}, pAgain, ulAgainLen) == 0);
-    Check(std::ranges::equal(packet, ByteView(pAgain.get(), ulAgainLen)));
+    const HDLC_RESULT stFrame = hdlc.HdlcEncode(packet);
+    Check(stFrame.uiResult == 0);
+    const HDLC_RESULT stAgain = hdlc.HdlcDecode(stFrame.packet.Bytes());
+    Check(stAgain.uiResult == 0);
+    Check(std::ranges::equal(packet, stAgain.packet.Bytes()));
 }
 
 void FeedChannel(CChildChannel& channel, ByteView data)
 {
     while (!data.empty()) {
-        OwnedBytes pPacket;
-        unsigned int ulLen = 0;
-        const size_t szUsed = channel.GetHdlcPacket(data, pPacket, ulLen);
-        Check(szUsed >= 1 && szUsed <= data.size());
-        if (pPacket)
-            CheckRoundTrip({pPacket.get(), ulLen});
-        data = data.subspan(szUsed);
+        const CChildChannel::TAKEN_PACKET stTaken = channel.GetHdlcPacket(data);
+        Check(stTaken.szTaken >= 1 && stTaken.szTaken <= data.size());
+        if (stTaken.packet)
+            CheckRoundTrip(stTaken.packet.Bytes());
+        data = data.subspan(stTaken.szTaken);
     }
 }
 } // namespace
@@ -44,16 +40,15 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* pData, size_t szLen);
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* pData, size_t szLen)
 {
     const ByteView input(pData, szLen);
-    OwnedBytes pPacket;
-    unsigned int ulLen = 0;
-    if (CHDLCParse().HdlcDecode(input, pPacket, ulLen) == 0)
-        CheckRoundTrip({pPacket.get(), ulLen});
+    if (const HDLC_RESULT stResult = CHDLCParse().HdlcDecode(input); stResult.uiResult == 0)
+        CheckRoundTrip(stResult.packet.Bytes());
     if (input.empty())
         return 0;
 
-    static CChildChannel s_channel; // keeps what it holds of a frame from input to input, as on a line
+    static TCPChannel s_link("", 0, false,
+                             CHANNEL_LTE_DATA); // keeps what it holds of a frame from input to input, as on a line
     const size_t szRead = input.front() == 0 ? input.size() : input.front();
     for (ByteView rest = input.subspan(1); !rest.empty(); rest = Slice(rest, szRead))
-        FeedChannel(s_channel, Slice(rest, 0, szRead));
+        FeedChannel(s_link.Channel(), Slice(rest, 0, szRead));
     return 0;
 }

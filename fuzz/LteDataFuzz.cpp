@@ -57,12 +57,10 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* pucData, size_t szLen
     IDLE_MEAS_STORE stStore;
     stStore.ulTimeoutMs = 200;
     while (reader.Left() > 0) {
-        size_t szPacket = 0;
-        const OwnedBytes pPacket = TakePacket(reader, szPacket);
-        const OwnedBytes pCopy = std::make_unique<unsigned char[]>(szPacket);
-        std::copy_n(pPacket.get(), szPacket, pCopy.get()); // both rewrite their packet
-        CheckFilter({pPacket.get(), szPacket}, stOut, stStore);
-        processor.ProcessSerialData({pCopy.get(), szPacket});
+        CPacket packet = TakePacket(reader);
+        CPacket copy = CPacket::Copy(packet.Bytes()); // both rewrite their packet
+        CheckFilter(packet.Bytes(), stOut, stStore);
+        processor.ProcessSerialData(copy.Bytes());
     }
     return 0;
 }

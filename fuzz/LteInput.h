@@ -1,7 +1,7 @@
 #pragma once
 
-#include "common/Bytes.h"
 #include "common/Config.h"
+#include "common/Packet.h"
 
 #include <cstdlib>
 #include <string>
@@ -95,15 +95,11 @@ inline void ConfigureFrom(CByteReader& reader)
 }
 
 /// The next packet, in a heap block of exactly its size; empty at the end of the input.
-inline OwnedBytes TakePacket(CByteReader& reader, size_t& szLen)
+inline CPacket TakePacket(CByteReader& reader)
 {
     uint16_t usLen = 0;
     reader.Field(usLen);
-    const ByteView packet = reader.Take(usLen);
-    szLen = packet.size();
-    OwnedBytes pPacket = std::make_unique<unsigned char[]>(szLen);
-    std::copy(packet.begin(), packet.end(), pPacket.get());
-    return pPacket;
+    return CPacket::Copy(reader.Take(usLen));
 }
 
 /// Whether the part lies inside the whole.

@@ -168,11 +168,10 @@ void CBindings::SendGUPacketToClient(CClient* pClient, UE_INDEX ulUeIdx, const U
     DIAG_PACKET_ACK_STRU stHead;
     stHead.ulCmdId = AGENT_CMD_GU_STATUS;
     stHead.usPktType = UeStatusPktType(SYS_MODE_GU, ulUeIdx);
-    size_t szTotal = 0;
-    OwnedBytes pPacket = BuildClientPacket(stHead, EncodeRecord(UeStatus(ulUeIdx, CHANNEL_GU_DATA, stInfo)), szTotal);
-    if (!pPacket) {
+    CPacket packet = BuildClientPacket(stHead, EncodeRecord(UeStatus(ulUeIdx, CHANNEL_GU_DATA, stInfo)));
+    if (!packet) {
         CDebug::Instance()->PrintInfo("Agent: ptmp Get memory faild");
         return;
     }
-    pClient->SendData2Client(std::move(pPacket), szTotal);
+    pClient->SendData2Client(std::move(packet));
 }

@@ -68,12 +68,10 @@ void CClient::OnClientData(ByteView data)
 /// Takes bytes up to the end of one frame, and gives the rest.
 ByteView CClient::CollectFrame(ByteView data)
 {
-    OwnedBytes pFrame;
-    int nFrameLen = 0;
-    const int nTaken = GetDiagReqPacket(data, pFrame, nFrameLen);
-    if (pFrame && m_pProcessor)
-        m_pProcessor->ProcessClientData({pFrame.get(), static_cast<size_t>(nFrameLen)});
-    return data.subspan(static_cast<size_t>(nTaken));
+    const TAKEN_FRAME stTaken = GetDiagReqPacket(data);
+    if (!stTaken.frame.empty() && m_pProcessor)
+        m_pProcessor->ProcessClientData(stTaken.frame);
+    return data.subspan(stTaken.szTaken);
 }
 
 /// Text goes on in pieces that end where a frame starts, and with the read: a NUL ends the piece that it is in, and
@@ -110,21 +108,17 @@ void CClient::ProcessRawText(std::vector<unsigned char>& text)
     text.clear();
 }
 
-int CClient::GetDiagReqPacket(ByteView data, OwnedBytes& pFrame, int& nFrameLen)
+CClient::TAKEN_FRAME CClient::GetDiagReqPacket(ByteView data)
 {
-    pFrame.reset();
-    nFrameLen = 0;
     for (size_t i = 0; i < data.size(); ++i) {
         TakeByte(data[i]);
         if (!IsFrameComplete())
             continue;
         const ByteView frame = Slice(ByteView(m_aucReqBuf), LEAD_LEN, m_nReqLen - LEAD_LEN);
-        pFrame = CopyOnHeap(frame);
-        nFrameLen = static_cast<int>(frame.size());
         m_nReqLen = 0;
-        return static_cast<int>(i + 1);
+        return {i + 1, frame};
     }
-    return static_cast<int>(data.size());
+    return {data.size(), {}};
 }
 
 /// Looks for the pair of lead bytes, then collects. A frame ends by its length, two bytes before a pair behind it
@@ -160,17 +154,19 @@ void CClient::OnSerialData(ByteSpan data)
         m_pProcessor->ProcessSerialData(data);
 }
 
-bool CClient::SendData2Client(OwnedBytes pucBuf, size_t szLen)
+bool CClient::SendData2Client(CPacket packet)
 {
+    const ByteView bytes = std::as_const(packet).Bytes();
+    const size_t szLen = bytes.size();
     const xtl::MutexGuard guard(m_SendMutex);
     if (m_szHeld + szLen > HOLD_MAX)
         SendHeld();
     if (!m_bHolding || szLen > HOLD_MAX) {
-        SendPackets({pucBuf.get(), szLen}, {&szLen, 1});
+        SendPackets(bytes, {&szLen, 1});
         return true;
     }
     m_vecHeldEnd.push_back(m_szHeld + szLen); // first, as it may fail
-    std::copy_n(pucBuf.get(), szLen, m_pHeld.get() + m_szHeld);
+    std::ranges::copy(bytes, m_pHeld.get() + m_szHeld);
     m_szHeld += szLen;
     return true;
 }

@@ -37,9 +37,12 @@ public:
     /// as it is, all else goes there too, at once and in order, as raw text; but not from a read of fewer than three
     /// bytes.
     void OnClientData(ByteView data);
-    /// Takes bytes up to the end of one frame; gives the count taken. A complete frame, lead bytes cut off, is put
-    /// in pFrame and nFrameLen; otherwise they are null and 0.
-    int GetDiagReqPacket(ByteView data, OwnedBytes& pFrame, int& nFrameLen);
+    struct TAKEN_FRAME
+    {
+        size_t szTaken = 0; // bytes taken, up to the end of one frame
+        ByteView frame;     // the frame that they complete, lead bytes cut off; valid until the next call
+    };
+    TAKEN_FRAME GetDiagReqPacket(ByteView data);
     /// One packet from the UE, for the processor.
     void OnSerialData(ByteSpan data);
     /// While one exists, packets for the client are held back as long as little is held; its end sends them. One at
@@ -56,7 +59,7 @@ public:
         CClient& m_client;
     };
 
-    bool SendData2Client(OwnedBytes pucBuf, size_t szLen) override;
+    bool SendData2Client(CPacket packet) override;
     void SendAck(unsigned int ulCmdId, unsigned short usPktType, unsigned int ulRc, ByteView payload,
                  unsigned long long ullTimeStamp);
 
@@ -91,7 +94,7 @@ private:
     xtl::Mutex m_SendMutex;                          // keeps a packet together; held while the socket is waited for
     bool m_bStalled GUARDED_BY(m_SendMutex) = false; // the last send failed
     bool m_bHolding GUARDED_BY(m_SendMutex) = false; // a CSendTogether exists
-    OwnedBytes m_pHeld GUARDED_BY(m_SendMutex);      // packets not sent yet; null until the first time
-    size_t m_szHeld GUARDED_BY(m_SendMutex) = 0;     // their bytes
-    std::vector<size_t> m_vecHeldEnd GUARDED_BY(m_SendMutex); // where each of them ends
+    std::unique_ptr<unsigned char[]> m_pHeld GUARDED_BY(m_SendMutex); // packets not sent yet; null until the first time
+    size_t m_szHeld GUARDED_BY(m_SendMutex) = 0;                      // their bytes
+    std::vector<size_t> m_vecHeldEnd GUARDED_BY(m_SendMutex);         // where each of them ends
 };

@@ -60,12 +60,6 @@ void CloseSocket(int& nSocket)
     CUniqueFd(std::exchange(nSocket, -1)).Reset();
 }
 
-bool SetNonBlocking(int nFd)
-{
-    const int iFlags = fcntl(nFd, F_GETFL);
-    return iFlags != -1 && fcntl(nFd, F_SETFL, iFlags | O_NONBLOCK) != -1;
-}
-
 /// What was sent last must not wait for the ack of what went before: a client's system may hold its ack back for
 /// longer than the agent waits for the client to take more (RFC 1122, 4.2.3.2 and 4.2.3.4).
 void SendWithoutDelay(int nSocket)
@@ -292,7 +286,7 @@ bool CClientServer::AcceptClient(int nListen, enChannelType enType)
     }
     (void)setsockopt(clientFd.Get(), SOL_SOCKET, SO_SNDBUF, &CLIENT_SEND_BUF, sizeof(CLIENT_SEND_BUF)); // a wish
     SendWithoutDelay(clientFd.Get());
-    if (!SetNonBlocking(clientFd.Get())) {
+    if (!SetNonBlocking(clientFd.Get(), true)) {
         CDebug::Instance()->PrintError("set(fcntl) client socket O_NONBLOCK fail");
         return true;
     }

@@ -20,15 +20,10 @@ namespace
 constexpr unsigned int HOST_CONNECT_DELAY_S = 2; // a port that was just opened needs this before it listens
 constexpr useconds_t SWITCH_INTERVAL_US = 50000; // between two switch requests
 
-ByteSpan PacketOf(const MSG_AGENT& stMsg)
-{
-    return {stMsg.pucData, stMsg.pucData ? stMsg.ulDataLen : 0};
-}
-
 /// Handles packet by packet; one that memory is too short for is dropped alone.
-template <class Handle> void ForEachPacket(std::span<const MSG_AGENT> run, Handle handle)
+template <class Handle> void ForEachPacket(std::span<MSG_AGENT> run, Handle handle)
 {
-    for (const MSG_AGENT& stMsg : run)
+    for (MSG_AGENT& stMsg : run)
         (void)DropOnNoMemory("a packet of a UE", [&] { handle(stMsg); });
 }
 
@@ -58,8 +53,8 @@ UE_ATTACH_INFO_STRU AttachInfoOf(const MSG_AGENT& stMsg)
 {
     UE_ATTACH_INFO_STRU stInfo;
     stInfo.ulPortNum = static_cast<uint32_t>(-1); // of a message without block
-    if (stMsg.pucData) {
-        CByteReader reader(PacketOf(stMsg));
+    if (stMsg.packet) {
+        CByteReader reader(stMsg.packet.Bytes());
         AttachInfo(reader, stInfo);
     }
     return stInfo;
@@ -102,14 +97,14 @@ void CUeEvents::ReadAgentMsgFun()
             sleep(1);
             continue;
         }
-        const auto msgs = std::span<const MSG_AGENT>(astMsg).first(szCount);
+        const auto msgs = std::span(astMsg).first(szCount);
         ProcessAgentMsgs(msgs);
-        for (const MSG_AGENT& stMsg : msgs)
-            delete[] stMsg.pucData;
+        for (MSG_AGENT& stMsg : msgs)
+            stMsg.packet = {}; // not before all are handled: records of a run are
     }
 }
 
-void CUeEvents::ProcessAgentMsgs(std::span<const MSG_AGENT> msgs)
+void CUeEvents::ProcessAgentMsgs(std::span<MSG_AGENT> msgs)
 {
     while (!msgs.empty()) {
         const auto run = msgs.first(RunLength(msgs));
@@ -119,7 +114,7 @@ void CUeEvents::ProcessAgentMsgs(std::span<const MSG_AGENT> msgs)
 }
 
 /// One record, or packets of one channel.
-void CUeEvents::ProcessRun(std::span<const MSG_AGENT> run)
+void CUeEvents::ProcessRun(std::span<MSG_AGENT> run)
 {
     const MSG_AGENT& stMsg = run.front();
     switch (stMsg.ulMsgType) {
@@ -195,16 +190,14 @@ void CUeEvents::ConnectUE(const MSG_AGENT& stMsg)
 
 void CUeEvents::SendHostConnect(UE_INDEX ulUeIdx)
 {
-    OwnedBytes pReq;
-    size_t szLen = 0;
-    if (BuildLteDiagReq(UE_CMD_HOST_CONNECT, {}, pReq, szLen)) {
+    if (CPacket request = BuildLteDiagReq(UE_CMD_HOST_CONNECT, {})) {
         sleep(HOST_CONNECT_DELAY_S); // on this thread: no UE is served meanwhile, once per UE
         CDebug::Instance()->PrintInfo("Send HOST_CONNECT cmd to UE");
-        SendData2UE(std::move(pReq), szLen, ulUeIdx, CHANNEL_LTE_DIAG);
+        SendData2UE(std::move(request), ulUeIdx, CHANNEL_LTE_DIAG);
     }
-    if (BuildLteDiagReq(UE_CMD_TIME_STAMP, {}, pReq, szLen)) {
+    if (CPacket request = BuildLteDiagReq(UE_CMD_TIME_STAMP, {})) {
         CDebug::Instance()->PrintInfo("Send DT_CMD_PACKET_SERIAL_TIMESTAMPID to UE");
-        SendData2UE(std::move(pReq), szLen, ulUeIdx, CHANNEL_LTE_DIAG);
+        SendData2UE(std::move(request), ulUeIdx, CHANNEL_LTE_DIAG);
     }
 }
 
@@ -219,42 +212,42 @@ void CUeEvents::DisconnectUE(const MSG_AGENT& stMsg)
     m_operations[stMsg.ulUeIdx]->ClearData(ChannelsOf(stMsg));
 }
 
-void CUeEvents::OnUeDataArrive(std::span<const MSG_AGENT> run)
+void CUeEvents::OnUeDataArrive(std::span<MSG_AGENT> run)
 {
     const MSG_AGENT& stFirst = run.front();
     if (!CChannelTable::IsRow(stFirst.ulUeIdx, stFirst.enChannel))
         return;
     if (stFirst.enChannel == CHANNEL_LTE_DIAG) {
-        ForEachPacket(run, [&](const MSG_AGENT& stMsg) { OnLteDiagArrive(stMsg); });
+        ForEachPacket(run, [&](MSG_AGENT& stMsg) { OnLteDiagArrive(stMsg); });
     } else if (stFirst.enChannel == CHANNEL_GU_CMD) {
-        ForEachPacket(run, [&](const MSG_AGENT& stMsg) {
-            m_operations[stMsg.ulUeIdx]->OnUePacket(&m_bindings, PacketOf(stMsg), stMsg.ulUeIdx);
+        ForEachPacket(run, [&](MSG_AGENT& stMsg) {
+            m_operations[stMsg.ulUeIdx]->OnUePacket(&m_bindings, stMsg.packet.Bytes(), stMsg.ulUeIdx);
         });
     } else {
         Deliver2Client(run);
     }
 }
 
-void CUeEvents::OnLteDiagArrive(const MSG_AGENT& stMsg)
+void CUeEvents::OnLteDiagArrive(MSG_AGENT& stMsg)
 {
     PACKET_CATEGORY_ENUM enCategory = PACKET_CATEGORY_INVALID;
-    (void)CDataProcessorLteDiag::GetPacketType(PacketOf(stMsg), enCategory); // the category says all
+    (void)CDataProcessorLteDiag::GetPacketType(stMsg.packet.Bytes(), enCategory); // the category says all
     if (enCategory == PACKET_CATEGORY_MGR_ACK)
-        OnLteDiagMgrArrive(stMsg.ulUeIdx, PacketOf(stMsg));
+        OnLteDiagMgrArrive(stMsg.ulUeIdx, stMsg.packet.Bytes());
     else
         Deliver2Client({&stMsg, 1});
 }
 
 /// Packets of one channel. What they make for the client is sent together: they are all there, so none of it waits
 /// for a packet that is still to come.
-void CUeEvents::Deliver2Client(std::span<const MSG_AGENT> run)
+void CUeEvents::Deliver2Client(std::span<MSG_AGENT> run)
 {
     const xtl::MutexGuard guard(m_bindings.Mutex());
     CClient* const pClient = m_table.GetBindedClient(run.front().ulUeIdx, run.front().enChannel);
     if (!pClient)
         return;
     const CClient::CSendTogether together(*pClient);
-    ForEachPacket(run, [&](const MSG_AGENT& stMsg) { pClient->OnSerialData(PacketOf(stMsg)); });
+    ForEachPacket(run, [&](MSG_AGENT& stMsg) { pClient->OnSerialData(stMsg.packet.Bytes()); });
 }
 
 void CUeEvents::OnLteDiagMgrArrive(UE_INDEX ulUeIdx, ByteView packet)
@@ -291,22 +284,19 @@ void CUeEvents::OnHostConnectCnf(UE_INDEX ulUeIdx, const ADE_ACK_PACKET_STRU& st
 void CUeEvents::SendDspModuleSwitch(UE_INDEX ulUeIdx)
 {
     for (const LTE_DIAG_INIT_CMD_STRU& stRow : LTE_DIAG_INIT_CMD) {
-        OwnedBytes pReq;
-        size_t szLen = 0;
-        if (BuildLteDiagReq(stRow.ulCmdId, stRow.Data(), pReq, szLen))
-            SendData2UE(std::move(pReq), szLen, ulUeIdx, CHANNEL_LTE_DIAG);
+        SendData2UE(BuildLteDiagReq(stRow.ulCmdId, stRow.Data()), ulUeIdx, CHANNEL_LTE_DIAG);
         usleep(SWITCH_INTERVAL_US); // the UE takes no faster; once per UE
     }
 }
 
-bool CUeEvents::BuildLteDiagReq(unsigned int ulCmdId, ByteView data, OwnedBytes& pucOut, size_t& szOutLen)
+CPacket CUeEvents::BuildLteDiagReq(unsigned int ulCmdId, ByteView data)
 {
     DIAG_PACKET_REQ_VIEW stReq;
     stReq.stHead.ulCmdId = ulCmdId;
     stReq.stHead.usLen = static_cast<uint16_t>(data.size());
     stReq.data = data;
-    if (CDataProcessorLteDiag::BuildUeBuf(stReq, 0, pucOut, szOutLen))
-        return true;
-    CDebug::Instance()->PrintError("Agent BuildLteDiagReq Error!");
-    return false;
+    CPacket packet = CDataProcessorLteDiag::BuildUeBuf(stReq, 0);
+    if (!packet)
+        CDebug::Instance()->PrintError("Agent BuildLteDiagReq Error!");
+    return packet;
 }

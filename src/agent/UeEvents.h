@@ -22,8 +22,8 @@ public:
 
     /// Body of the thread.
     void ReadAgentMsgFun();
-    /// Handles the records in order; the buffers behind them stay the caller's.
-    void ProcessAgentMsgs(std::span<const MSG_AGENT> msgs);
+    /// Handles the records in order; their packets may be rewritten in place.
+    void ProcessAgentMsgs(std::span<MSG_AGENT> msgs);
     void UpdateSerialInfo(const MSG_AGENT& stMsg);
     /// Starts the handshake of the channel. On the LTE diag channel this takes two seconds.
     void ConnectUE(const MSG_AGENT& stMsg);
@@ -31,19 +31,20 @@ public:
     /// Marks all five rows of a UE as confirmed or not.
     void SetConfirmed(UE_INDEX ulUeIdx, bool bConfirmed);
     /// Packets of one channel.
-    void OnUeDataArrive(std::span<const MSG_AGENT> run);
+    void OnUeDataArrive(std::span<MSG_AGENT> run);
     /// Sends the 24 switches of LTE_DIAG_INIT_CMD, 50 ms apart: 1.2 seconds.
     void SendDspModuleSwitch(UE_INDEX ulUeIdx);
-    static bool BuildLteDiagReq(unsigned int ulCmdId, ByteView data, OwnedBytes& pucOut, size_t& szOutLen);
+    /// A request of the agent itself; false, with a line in the log, when it can't be built.
+    static CPacket BuildLteDiagReq(unsigned int ulCmdId, ByteView data);
 
 private:
     void AttachRow(UE_INDEX ulUeIdx, enChannelType enChannel, const UE_ATTACH_INFO_STRU& stInfo)
         REQUIRES(m_bindings.Mutex());
     void ProcessDetach(UE_INDEX ulUeIdx, enChannelType enChannel) REQUIRES(m_bindings.Mutex());
     void SendHostConnect(UE_INDEX ulUeIdx);
-    void ProcessRun(std::span<const MSG_AGENT> run);
-    void OnLteDiagArrive(const MSG_AGENT& stMsg);
-    void Deliver2Client(std::span<const MSG_AGENT> run);
+    void ProcessRun(std::span<MSG_AGENT> run);
+    void OnLteDiagArrive(MSG_AGENT& stMsg);
+    void Deliver2Client(std::span<MSG_AGENT> run);
     void OnLteDiagMgrArrive(UE_INDEX ulUeIdx, ByteView packet);
     void OnHostConnectCnf(UE_INDEX ulUeIdx, const ADE_ACK_PACKET_STRU& stAck);
 

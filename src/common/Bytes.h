@@ -5,8 +5,6 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
-#include <new>
 #include <span>
 #include <string>
 
@@ -15,18 +13,6 @@
 
 using ByteView = std::span<const unsigned char>;
 using ByteSpan = std::span<unsigned char>;
-
-/// A heap buffer that crosses threads or passes to a taker; array new, array delete.
-using OwnedBytes = std::unique_ptr<unsigned char[]>;
-
-/// A copy on the heap; null when memory is short.
-inline OwnedBytes CopyOnHeap(ByteView bytes)
-{
-    OwnedBytes pCopy(new (std::nothrow) unsigned char[bytes.size()]);
-    if (pCopy)
-        std::copy(bytes.begin(), bytes.end(), pCopy.get());
-    return pCopy;
-}
 
 /// szCount bytes from szOffset, or as many of them as the bytes hold; never anything outside.
 template <class Byte> constexpr std::span<Byte> Slice(std::span<Byte> bytes, size_t szOffset, size_t szCount = SIZE_MAX)

@@ -85,8 +85,6 @@ CDebug::CDebug() : m_queue(QUEUE_CAPACITY) {}
 CDebug::~CDebug()
 {
     (void)StopWriter(LONG_ENOUGH_MS); // the writer uses this object to its end
-    for (char* pszLine = nullptr; m_queue.get(pszLine);)
-        delete[] pszLine;
 }
 
 CDebug* CDebug::Instance()
@@ -188,25 +186,18 @@ void CDebug::PrintRawData(const char* pszTitle, ByteView data)
 
 void CDebug::Output(const std::string& strText, unsigned char ucLevel)
 {
-    const std::string strLine = TimeStamp() + Tag(ucLevel) + strText + "\n";
-    std::unique_ptr<char[]> pszLine(new (std::nothrow) char[strLine.size() + 1]);
-    if (!pszLine)
-        return;
-    std::memcpy(pszLine.get(), strLine.c_str(), strLine.size() + 1);
-    if (m_queue.put(pszLine.get()))
-        (void)pszLine.release(); // the writer owns it from here
+    (void)m_queue.put(TimeStamp() + Tag(ucLevel) + strText + "\n");
 }
 
 void CDebug::DebugFun()
 {
     const OwnedFile pFile = OpenLog(m_strFileName);
     for (;;) {
-        char* pszLine = nullptr;
-        if (m_queue.get(pszLine)) {
-            const std::unique_ptr<char[]> pszOwned(pszLine);
+        std::string strLine;
+        if (m_queue.get(strLine)) {
             if (!pFile)
                 continue;
-            (void)fwrite(pszLine, 1, strlen(pszLine), pFile.get()); // a full disk costs lines, nothing else
+            (void)fwrite(strLine.data(), 1, strLine.size(), pFile.get()); // a full disk costs lines, nothing else
             (void)fflush(pFile.get());
         } else if (m_bRun) {
             sleep(1);

@@ -59,8 +59,8 @@ private:
     /// True when the writer has ended within the time.
     bool StopWriter(int lTimeoutMs);
 
-    xtl::BufQueue<char*, xtl::BufQueue_allocate<char*>> m_queue; // finished lines, heap strings (array new)
-    std::atomic<int> m_hThread = -1;                             // writer, -1: none
+    xtl::BufQueue<std::string, xtl::BufQueue_allocate<std::string>> m_queue; // finished lines
+    std::atomic<int> m_hThread = -1;                                         // writer, -1: none
     std::atomic<bool> m_bRun = false;
     std::string m_strFileName; // written while no writer runs
 };

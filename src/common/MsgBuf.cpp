@@ -4,36 +4,15 @@
 
 namespace
 {
-
-/// Frees the data of records that nobody will take. The queue is stopped.
+/// Frees the records that nobody will take. The queue is stopped.
 template <class Msg, class Queue> void FreeRest(Queue& queue)
 {
-    for (Msg stMsg{}; queue.get(stMsg);)
-        delete[] stMsg.pucData;
+    for (Msg stMsg; queue.get(stMsg);) {
+    }
 }
-
-/// Puts the records on the queue; the data of those that it refuses is freed.
-template <class Queue, class Msg> bool Post(Queue& queue, std::span<const Msg> msgs)
-{
-    const size_t szPut = queue.put(msgs);
-    for (const Msg& stMsg : msgs.subspan(szPut))
-        delete[] stMsg.pucData;
-    return szPut == msgs.size();
-}
-
-template <class Queue, class Msg> bool Post(Queue& queue, const Msg& stMsg)
-{
-    return Post(queue, std::span<const Msg>(&stMsg, 1));
-}
-
 } // namespace
 
 CMsgBuf::CMsgBuf() : m_UeQueue(MSG_QUEUE_CAPACITY), m_AgentQueue(MSG_QUEUE_CAPACITY) {}
-
-CMsgBuf::~CMsgBuf()
-{
-    Clear();
-}
 
 CMsgBuf* CMsgBuf::Instance()
 {
@@ -42,8 +21,12 @@ CMsgBuf* CMsgBuf::Instance()
 
 void CMsgBuf::Destory()
 {
-    if (CMsgBuf* pMsgBuf = CSingletonSlot<CMsgBuf>::Slot().Retire())
-        pMsgBuf->Clear();
+    CMsgBuf* const pMsgBuf = CSingletonSlot<CMsgBuf>::Slot().Retire();
+    if (!pMsgBuf)
+        return;
+    pMsgBuf->Stop();
+    FreeRest<MSG_UE>(pMsgBuf->m_UeQueue);
+    FreeRest<MSG_AGENT>(pMsgBuf->m_AgentQueue);
 }
 
 void CMsgBuf::Start()
@@ -58,16 +41,9 @@ void CMsgBuf::Stop()
     m_AgentQueue.stop();
 }
 
-void CMsgBuf::Clear()
+void CAgentMsgRun::Add(UE_INDEX ulUeIdx, enChannelType enChannel, CPacket packet)
 {
-    Stop();
-    FreeRest<MSG_UE>(m_UeQueue);
-    FreeRest<MSG_AGENT>(m_AgentQueue);
-}
-
-void CAgentMsgRun::Add(unsigned int ulUeIdx, enChannelType enChannel, OwnedBytes pData, unsigned int ulLen)
-{
-    m_astMsg[m_szCount++] = {AGENT_MSG_DATA, ulUeIdx, enChannel, ulLen, pData.release()};
+    m_astMsg[m_szCount++] = {AGENT_MSG_DATA, ulUeIdx, enChannel, std::move(packet)};
     if (m_szCount == m_astMsg.size())
         Post();
 }
@@ -76,25 +52,22 @@ void CAgentMsgRun::Post()
 {
     if (m_szCount == 0)
         return;
-    (void)::Post(CMsgBuf::Instance()->AgentQueue(), std::span<const MSG_AGENT>(m_astMsg).first(m_szCount));
+    (void)CMsgBuf::Instance()->AgentQueue().put(std::span(m_astMsg).first(m_szCount));
     m_szCount = 0;
 }
 
-bool PostAgentMsg(unsigned int ulMsgType, unsigned int ulUeIdx, enChannelType enChannel, OwnedBytes pData,
-                  unsigned int ulLen)
+bool PostAgentMsg(unsigned int ulMsgType, UE_INDEX ulUeIdx, enChannelType enChannel, CPacket packet)
 {
-    return Post(CMsgBuf::Instance()->AgentQueue(), MSG_AGENT{ulMsgType, ulUeIdx, enChannel, ulLen, pData.release()});
+    return CMsgBuf::Instance()->AgentQueue().put(MSG_AGENT{ulMsgType, ulUeIdx, enChannel, std::move(packet)});
 }
 
-bool PostUeMsg(unsigned int ulMsgType, unsigned int ulUeIdx, enChannelType enChannel, OwnedBytes pData,
-               unsigned int ulLen)
+bool PostUeMsg(unsigned int ulMsgType, UE_INDEX ulUeIdx, enChannelType enChannel, CPacket packet)
 {
-    return Post(CMsgBuf::Instance()->UeQueue(), MSG_UE{ulMsgType, ulUeIdx, enChannel, ulLen, pData.release()});
+    return CMsgBuf::Instance()->UeQueue().put(MSG_UE{ulMsgType, ulUeIdx, enChannel, std::move(packet)});
 }
 
-void SendData2UE(OwnedBytes pData, size_t szLen, UE_INDEX ulUeIdx, enChannelType enChannel)
+void SendData2UE(CPacket packet, UE_INDEX ulUeIdx, enChannelType enChannel)
 {
-    if (pData)
-        (void)PostUeMsg(ulUeIdx == TCP_UE_INDEX ? UE_MSG_TCP : UE_MSG_SERIAL, ulUeIdx, enChannel, std::move(pData),
-                        static_cast<unsigned int>(szLen));
+    if (packet)
+        (void)PostUeMsg(ulUeIdx == TCP_UE_INDEX ? UE_MSG_TCP : UE_MSG_SERIAL, ulUeIdx, enChannel, std::move(packet));
 }

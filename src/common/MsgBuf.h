@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/Bytes.h"
+#include "common/Packet.h"
 #include "common/Types.h"
 #include "common/xtl.h"
 
@@ -17,24 +17,22 @@ constexpr unsigned int UE_MSG_TCP = 2;
 constexpr int MSG_QUEUE_CAPACITY = 10000; // records of each queue; a full queue blocks its writers
 constexpr size_t MSG_RUN_MAX = 64;        // records that a reader or writer of a queue handles at a time
 
-/// A record from the UE side to the agent. Passed by value; the buffer passes to the reader.
+/// A record from the UE side to the agent.
 struct MSG_AGENT
 {
-    unsigned int ulMsgType;  // AGENT_MSG_...
-    unsigned int ulUeIdx;    // UE slot
-    enChannelType enChannel; // logical channel
-    unsigned int ulDataLen;  // bytes in pucData
-    unsigned char* pucData;  // heap (array new) or null, owned by whoever holds the record
+    unsigned int ulMsgType = 0;                 // AGENT_MSG_...
+    UE_INDEX ulUeIdx = 0;                       // UE slot
+    enChannelType enChannel = CHANNEL_LTE_DIAG; // logical channel
+    CPacket packet;                             // owned; none in a disconnect
 };
 
-/// A record from the agent to the UE side, of the same shape.
+/// A record from the agent to the UE side.
 struct MSG_UE
 {
-    unsigned int ulMsgType; // UE_MSG_...
-    unsigned int ulUeIdx;
-    enChannelType enChannel;
-    unsigned int ulDataLen;
-    unsigned char* pucData;
+    unsigned int ulMsgType = 0; // UE_MSG_...
+    UE_INDEX ulUeIdx = 0;
+    enChannelType enChannel = CHANNEL_LTE_DIAG;
+    CPacket packet;
 };
 
 /// What an AGENT_MSG_CONNECT carries: which port came. Texts are cut to their fields.
@@ -65,11 +63,11 @@ class CMsgBuf
 public:
     /// Creates the object on first use. Safe against several first callers.
     static CMsgBuf* Instance();
-    /// Stops the queues and lets go of them. A thread that is still inside one of them leaves it safely.
+    /// Stops the queues, frees what is left in them and lets go of them. A thread that is still inside one of them
+    /// leaves it safely.
     static void Destory();
 
     CMsgBuf();
-    ~CMsgBuf();
     CMsgBuf(const CMsgBuf&) = delete;
     CMsgBuf& operator=(const CMsgBuf&) = delete;
 
@@ -80,9 +78,6 @@ public:
     CAgentMsgQueue& AgentQueue() { return m_AgentQueue; }
 
 private:
-    /// Stops the queues and frees what is left in them.
-    void Clear();
-
     CUeMsgQueue m_UeQueue;
     CAgentMsgQueue m_AgentQueue;
 };
@@ -97,8 +92,7 @@ public:
     CAgentMsgRun(const CAgentMsgRun&) = delete;
     CAgentMsgRun& operator=(const CAgentMsgRun&) = delete;
 
-    /// Takes the data, as PostAgentMsg does.
-    void Add(unsigned int ulUeIdx, enChannelType enChannel, OwnedBytes pData, unsigned int ulLen);
+    void Add(UE_INDEX ulUeIdx, enChannelType enChannel, CPacket packet);
 
 private:
     void Post();
@@ -107,12 +101,10 @@ private:
     size_t m_szCount = 0; // records held
 };
 
-/// Posts a record with its data; blocks while the queue is full. Takes the data in every case: the reader frees
-/// it, or this function does when the queue is stopped. False then.
-bool PostAgentMsg(unsigned int ulMsgType, unsigned int ulUeIdx, enChannelType enChannel, OwnedBytes pData,
-                  unsigned int ulLen);
-bool PostUeMsg(unsigned int ulMsgType, unsigned int ulUeIdx, enChannelType enChannel, OwnedBytes pData,
-               unsigned int ulLen);
+/// Posts a record; blocks while the queue is full. False when the queue is stopped: the packet is gone then.
+bool PostAgentMsg(unsigned int ulMsgType, UE_INDEX ulUeIdx, enChannelType enChannel, CPacket packet);
+bool PostUeMsg(unsigned int ulMsgType, UE_INDEX ulUeIdx, enChannelType enChannel, CPacket packet);
 
-/// Hands one packet to the thread that writes to the UEs. Blocks while the queue is full. Null does nothing.
-void SendData2UE(OwnedBytes pData, size_t szLen, UE_INDEX ulUeIdx, enChannelType enChannel);
+/// Hands one packet to the thread that writes to the UEs. Blocks while the queue is full. A packet without a buffer
+/// does nothing.
+void SendData2UE(CPacket packet, UE_INDEX ulUeIdx, enChannelType enChannel);

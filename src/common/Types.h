@@ -1,7 +1,9 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
+#include <span>
 
 constexpr unsigned int MAXUENUM = 16;     // UE slots
 constexpr unsigned int CHANNELNUM = 5;    // logical channels of a UE
@@ -13,7 +15,7 @@ static_assert(TCP_UE_INDEX == MAXUENUM - 1, "every scan of the serial UEs stops 
 using UE_INDEX = unsigned int;
 constexpr UE_INDEX UE_NONE = 0xFFFFFFFF;
 
-/// Logical channels of a UE; also the index of LISTENPORT and strChannelType.
+/// Logical channels of a UE; also the index of CHANNEL_TABLE and its columns.
 enum enChannelType : int
 {
     CHANNEL_LTE_DIAG = 0,
@@ -22,9 +24,6 @@ enum enChannelType : int
     CHANNEL_GU_DATA = 3,
     CHANNEL_AT = 4,
 };
-
-inline constexpr std::array<enChannelType, CHANNELNUM> ALL_CHANNELS = {CHANNEL_LTE_DIAG, CHANNEL_LTE_DATA,
-                                                                       CHANNEL_GU_CMD, CHANNEL_GU_DATA, CHANNEL_AT};
 
 /// Role of a port in its UE. A port of type SERIAL_TYPE_GU carries two channels, all others one.
 enum enSerialType : int
@@ -35,12 +34,56 @@ enum enSerialType : int
     SERIAL_TYPE_AT = 3,
 };
 
-/// TCP port that clients of a channel connect to.
-inline constexpr std::array<unsigned short, CHANNELNUM> LISTENPORT = {20260, 20261, 20280, 20281, 20270};
+/// All that is fixed about a channel.
+struct CHANNEL_ROW
+{
+    enChannelType enChannel;
+    const char* pszLabel;        // in log lines
+    unsigned short usListenPort; // TCP port that its clients connect to
+    enSerialType enPort;         // port of a UE, or link of the network UE, that carries it
+    bool bText;                  // lines of text instead of HDLC frames
+    bool bOpenedByWrite;         // its port opens at the first write, not when it is attached
+};
+// clang-format off
+inline constexpr std::array<CHANNEL_ROW, CHANNELNUM> CHANNEL_TABLE = {{
+    {CHANNEL_LTE_DIAG, "Lte Diag",  20260, SERIAL_TYPE_DIAG, false, false},
+    {CHANNEL_LTE_DATA, "Lte Data",  20261, SERIAL_TYPE_DATA, false, false},
+    {CHANNEL_GU_CMD,   "Guom Cmd",  20280, SERIAL_TYPE_GU,   false, false},
+    {CHANNEL_GU_DATA,  "Guom Data", 20281, SERIAL_TYPE_GU,   false, false},
+    {CHANNEL_AT,       "AT",        20270, SERIAL_TYPE_AT,   true,  true},
+}};
+// clang-format on
 
-/// Labels of the channels in log lines.
-inline constexpr std::array<const char*, CHANNELNUM> strChannelType = {"Lte Diag", "Lte Data", "Guom Cmd", "Guom Data",
-                                                                       "AT"};
+/// The row of a channel; null for what is none.
+constexpr const CHANNEL_ROW* RowOf(enChannelType enChannel)
+{
+    const auto found = std::ranges::find(CHANNEL_TABLE, enChannel, &CHANNEL_ROW::enChannel);
+    return found != CHANNEL_TABLE.end() ? &*found : nullptr;
+}
+
+/// The rows of the channels that a port carries; none for a role that doesn't exist.
+constexpr std::span<const CHANNEL_ROW> ChannelsOf(enSerialType enPort)
+{
+    const auto first = std::ranges::find(CHANNEL_TABLE, enPort, &CHANNEL_ROW::enPort);
+    return {first, static_cast<size_t>(std::ranges::count(CHANNEL_TABLE, enPort, &CHANNEL_ROW::enPort))};
+}
+static_assert(std::ranges::is_sorted(CHANNEL_TABLE, {}, &CHANNEL_ROW::enPort), "a port's channels stand together");
+
+namespace detail
+{
+template <class Field> constexpr auto ChannelColumn(Field CHANNEL_ROW::*pField)
+{
+    std::array<Field, CHANNELNUM> aColumn{};
+    for (size_t i = 0; i < CHANNELNUM; ++i)
+        aColumn[i] = CHANNEL_TABLE[i].*pField;
+    return aColumn;
+}
+} // namespace detail
+
+// Columns of the table, by enChannelType.
+inline constexpr auto ALL_CHANNELS = detail::ChannelColumn(&CHANNEL_ROW::enChannel);
+inline constexpr auto LISTENPORT = detail::ChannelColumn(&CHANNEL_ROW::usListenPort);
+inline constexpr auto strChannelType = detail::ChannelColumn(&CHANNEL_ROW::pszLabel);
 
 // The other fixed ports.
 constexpr unsigned short DEVICE_MONITOR_PORT = 20460; // TCP, device monitor records

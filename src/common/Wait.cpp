@@ -2,11 +2,18 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <fcntl.h>
 
 int MsUntil(std::chrono::steady_clock::time_point end)
 {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
     return static_cast<int>(std::max<int64_t>(0, left.count()));
+}
+
+bool SetNonBlocking(int nFd, bool bNonBlocking)
+{
+    const int nFlags = fcntl(nFd, F_GETFL);
+    return nFlags != -1 && fcntl(nFd, F_SETFL, bNonBlocking ? nFlags | O_NONBLOCK : nFlags & ~O_NONBLOCK) != -1;
 }
 
 int PollFor(std::span<pollfd> fds, int lTimeoutMs)

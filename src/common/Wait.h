@@ -20,5 +20,8 @@ auto RetryOnEintr(Call call, std::chrono::steady_clock::time_point end = std::ch
 /// Milliseconds until then, rounded up; 0 when it has passed.
 int MsUntil(std::chrono::steady_clock::time_point end);
 
+/// Sets or clears O_NONBLOCK; false when that fails.
+bool SetNonBlocking(int nFd, bool bNonBlocking);
+
 /// poll for lTimeoutMs, 0 or more. A signal neither ends nor prolongs it.
 int PollFor(std::span<pollfd> fds, int lTimeoutMs);

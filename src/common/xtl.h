@@ -6,12 +6,13 @@
 #include <atomic>
 #include <climits>
 #include <cstddef>
+#include <memory>
 #include <new>
 #include <pthread.h>
 #include <span>
-#include <type_traits>
+#include <utility>
 
-// Locks and the one kind of channel between threads: a bounded, blocking ring of plain records with a stop state.
+// Locks and the one kind of channel between threads: a bounded, blocking ring of records with a stop state.
 //
 // A queue is two counting semaphores (permits to read, permits to write) around one mutex. The pair condWait and
 // condSignal splits a critical section across two calls: condWait takes a permit and leaves the mutex locked,
@@ -134,24 +135,27 @@ private:
 /// of the memory provides. Whoever pushes sees to it that there is room.
 template <class T> class alignas(std::max(alignof(T), alignof(int))) LoopQue_impl
 {
-    static_assert(std::is_trivially_copyable_v<T>, "records are plain values; slots are neither built nor destroyed");
-
 public:
-    explicit LoopQue_impl(int nSlots) : nCapacity(nSlots) {}
+    explicit LoopQue_impl(int nSlots) : nCapacity(nSlots)
+    {
+        std::uninitialized_default_construct_n(reinterpret_cast<T*>(SlotBytes()), static_cast<size_t>(nCapacity));
+    }
+    ~LoopQue_impl() { std::destroy_n(Slots(), static_cast<size_t>(nCapacity)); }
     LoopQue_impl(const LoopQue_impl&) = delete;
     LoopQue_impl& operator=(const LoopQue_impl&) = delete;
 
     /// Bytes behind the header for nSlots elements.
     static constexpr size_t addsize(int nSlots) { return static_cast<size_t>(nSlots) * sizeof(T); }
 
-    void push(const T& value)
+    void push(T&& value)
     {
-        Slots()[nTail] = value;
+        Slots()[nTail] = std::move(value);
         nTail = (nTail + 1) % nCapacity;
         ++nSize;
     }
     void pop()
     {
+        Slots()[nHead] = T{}; // what the record owned goes now
         nHead = (nHead + 1) % nCapacity;
         --nSize;
     }
@@ -161,7 +165,8 @@ public:
     int capacity() const { return nCapacity; }
 
 private:
-    T* Slots() { return std::launder(reinterpret_cast<T*>(reinterpret_cast<std::byte*>(this) + sizeof(*this))); }
+    std::byte* SlotBytes() { return reinterpret_cast<std::byte*>(this) + sizeof(*this); }
+    T* Slots() { return std::launder(reinterpret_cast<T*>(SlotBytes())); }
 
     int nHead = 0; // index of the oldest element
     int nTail = 0; // index of the next free slot
@@ -187,24 +192,24 @@ public:
             return 0;
         const int nPermits = guard.TakeMore(std::min(SlotCount(out), m_ring.size()));
         for (T& record : out.first(static_cast<size_t>(nPermits))) {
-            record = m_ring.front();
+            record = std::move(m_ring.front());
             m_ring.pop();
         }
         return static_cast<size_t>(nPermits);
     }
 
-    /// Appends the records in order; waits for room. Gives the count appended, fewer than all when the queue is
-    /// stopped: the others stay with the caller.
-    size_t put(std::span<const T> in)
+    /// Appends the records in order, moving them out of in; waits for room. Gives the count appended, fewer than all
+    /// when the queue is stopped: the others stay with the caller.
+    size_t put(std::span<T> in)
     {
-        std::span<const T> rest = in;
+        std::span<T> rest = in;
         while (!rest.empty()) {
             CondGard guard(m_lock, m_condPut, m_condGet);
             if (!m_bRunning)
                 break;
             const auto szPermits = static_cast<size_t>(guard.TakeMore(SlotCount(rest)));
-            for (const T& record : rest.first(szPermits))
-                m_ring.push(record);
+            for (T& record : rest.first(szPermits))
+                m_ring.push(std::move(record));
             rest = rest.subspan(szPermits);
         }
         return in.size() - rest.size();
@@ -262,10 +267,7 @@ private:
         int m_nPermits = 1; // taken, and given on at the end
     };
 
-    static int SlotCount(std::span<const T> records)
-    {
-        return static_cast<int>(std::min<size_t>(records.size(), INT_MAX));
-    }
+    static int SlotCount(std::span<T> records) { return static_cast<int>(std::min<size_t>(records.size(), INT_MAX)); }
 
     std::atomic<bool> m_bRunning = true;
     Mutex m_lock;
@@ -291,7 +293,7 @@ template <class T> struct BufQueue_allocate
 };
 
 /// The queue as its users hold it. Safe for any number of readers and writers, who must all have left it before
-/// it is destroyed. What records point to is the users' business: it passes with the record.
+/// it is destroyed. What a record owns passes with it.
 template <class T, class A> class BufQueue
 {
 public:
@@ -302,10 +304,10 @@ public:
 
     /// One record: false when the queue is stopped, for a get also empty.
     [[nodiscard]] bool get(T& out) { return m_pImpl->get({&out, 1}) == 1; }
-    bool put(const T& in) { return m_pImpl->put({&in, 1}) == 1; }
+    bool put(T in) { return m_pImpl->put({&in, 1}) == 1; }
     /// Several records under one lock and with one wake of the other side; see BufQueue_Impl.
     [[nodiscard]] size_t get(std::span<T> out) { return m_pImpl->get(out); }
-    [[nodiscard]] size_t put(std::span<const T> in) { return m_pImpl->put(in); }
+    [[nodiscard]] size_t put(std::span<T> in) { return m_pImpl->put(in); }
     void start() { m_pImpl->start(); }
     void stop() { m_pImpl->stop(); }
 

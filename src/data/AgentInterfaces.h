@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/Bytes.h"
+#include "common/Packet.h"
 #include "common/Types.h"
 #include "common/UeConnectionAck.h"
 
@@ -19,9 +19,9 @@ public:
 
     /// The channel whose port the client connected to.
     virtual enChannelType GetClientType() const = 0;
-    /// Sends one whole packet, lead bytes included. Takes the buffer. Packets of several threads never mix. Always
-    /// true: what a client doesn't take is lost for it alone.
-    virtual bool SendData2Client(OwnedBytes pucBuf, size_t szLen) = 0;
+    /// Sends one whole packet, lead bytes included. Packets of several threads never mix. Always true: what a client
+    /// doesn't take is lost for it alone.
+    virtual bool SendData2Client(CPacket packet) = 0;
 };
 
 class IBindings;

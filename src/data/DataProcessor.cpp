@@ -91,11 +91,10 @@ void CDataProcessor::SendAckToClient(unsigned int ulCmdId, unsigned short usPktT
         return;
     }
     const DIAG_PACKET_ACK_STRU stAck{ulCmdId, ulRc, ullTimeStamp, usPktType, 0};
-    size_t szTotal = 0;
-    OwnedBytes pPacket = BuildClientPacket(stAck, payload, szTotal);
-    if (!pPacket) {
+    CPacket ack = BuildClientPacket(stAck, payload);
+    if (!ack) {
         CDebug::Instance()->PrintInfo("DataProcess Get Memory faild");
         return;
     }
-    m_pClient->SendData2Client(std::move(pPacket), szTotal);
+    m_pClient->SendData2Client(std::move(ack));
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/Bytes.h"
+#include "common/Packet.h"
 
 // The records that cross the two borders of the agent: client to agent over TCP, and agent to UE over the LTE
 // channels. Their layout towards clients is fixed and stands here; that towards the UE comes from the
@@ -198,9 +198,9 @@ template <class Io, class Osa> void OsaHead(Io& io, Osa& stOsa)
     io.Field(stOsa.ulCmdLow); // 36
 }
 
-/// A whole packet for a client's socket: lead bytes, head, payload. stAck.usLen is taken from the payload.
-/// szTotal receives its size; null when memory is short.
-OwnedBytes BuildClientPacket(DIAG_PACKET_ACK_STRU stAck, ByteView payload, size_t& szTotal);
+/// A whole packet for a client's socket: lead bytes, head, payload. stAck.usLen is taken from the payload. False when
+/// memory is short.
+CPacket BuildClientPacket(DIAG_PACKET_ACK_STRU stAck, ByteView payload);
 
 /// A UE request on its way to the encoder of the configured header.
 struct ADE_REQ_PACKET_STRU

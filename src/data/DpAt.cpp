@@ -54,7 +54,7 @@ void CDataProcessorAt::ProcessAtCmd(ByteView text)
         CDebug::Instance()->PrintInfo("AT Client has not bind to UE");
         return;
     }
-    SendData2UE(CopyOnHeap(text), text.size(), ulUeIdx, m_enChannelType);
+    SendData2UE(CPacket::Copy(text), ulUeIdx, m_enChannelType);
 }
 
 int CDataProcessorAt::ProcessSerialData(ByteSpan data)
@@ -65,12 +65,11 @@ int CDataProcessorAt::ProcessSerialData(ByteSpan data)
     DIAG_PACKET_ACK_STRU stAck;
     stAck.ulCmdId = bInd ? AGENT_CMD_AT_IND : AGENT_CMD_AT;
     stAck.usPktType = PKT_TYPE_AGENT;
-    size_t szTotal = 0;
-    OwnedBytes pPacket = BuildClientPacket(stAck, data, szTotal);
-    if (!pPacket) {
+    CPacket packet = BuildClientPacket(stAck, data);
+    if (!packet) {
         CDebug::Instance()->PrintInfo("DpAt:function ProcessSerialData Get memory faild");
         return 0;
     }
-    m_pClient->SendData2Client(std::move(pPacket), szTotal);
+    m_pClient->SendData2Client(std::move(packet));
     return 1;
 }

@@ -247,32 +247,25 @@ bool CDataProcessorLteDiag::SendReq2UE(const DIAG_PACKET_REQ_VIEW& stReq, unsign
                     stReq.stHead.usPktType);
         return false;
     }
-    OwnedBytes pPacket;
-    size_t szLen = 0;
-    if (BuildUeBuf(stReq, ucCmdType, pPacket, szLen))
-        SendData2UE(std::move(pPacket), szLen, ulUeIdx, m_enChannelType);
+    SendData2UE(BuildUeBuf(stReq, ucCmdType), ulUeIdx, m_enChannelType);
     return true;
 }
 
-bool CDataProcessorLteDiag::BuildUeBuf(const DIAG_PACKET_REQ_VIEW& stReq, unsigned char ucCmdType, OwnedBytes& pOut,
-                                       size_t& szOutLen)
+CPacket CDataProcessorLteDiag::BuildUeBuf(const DIAG_PACKET_REQ_VIEW& stReq, unsigned char ucCmdType)
 {
-    pOut.reset();
-    szOutLen = 0;
     if (IsReqTooBig(stReq.stHead.usLen))
-        return false;
+        return {};
     ADE_REQ_PACKET_STRU stUeReq;
     stUeReq.ulCmdId = stReq.stHead.ulCmdId;
     stUeReq.ucCmdType = ucCmdType;
     stUeReq.usLen = stReq.stHead.usLen;
     stUeReq.pData = stReq.data;
-    return BuildReqPacketVx(stUeReq, pOut, szOutLen) == DIAG_RC_OK;
+    return BuildReqPacketVx(stUeReq);
 }
 
-unsigned int CDataProcessorLteDiag::BuildReqPacketVx(const ADE_REQ_PACKET_STRU& stReq, OwnedBytes& pOut,
-                                                     size_t& szOutLen)
+CPacket CDataProcessorLteDiag::BuildReqPacketVx(const ADE_REQ_PACKET_STRU& stReq)
 {
-    return EncodeReqPacket(*CConfig::Instance()->GetFilterCfg(), stReq, pOut, szOutLen);
+    return EncodeReqPacket(*CConfig::Instance()->GetFilterCfg(), stReq);
 }
 
 bool CDataProcessorLteDiag::BuildDiagReqPacketByDpi(unsigned int ulUeVersion, unsigned int ulDpi, unsigned int ulCmd,

@@ -28,11 +28,10 @@ public:
     /// Sends a request to the bound UE. False, and an ack DIAG_RC_NOT_BOUND, when the client isn't bound or the
     /// channel isn't up. A request that can't be encoded is dropped with a warning; true.
     bool SendReq2UE(const DIAG_PACKET_REQ_VIEW& stReq, unsigned char ucCmdType);
-    /// Encodes a request by the configured header. False when it is too long or can't be encoded.
-    static bool BuildUeBuf(const DIAG_PACKET_REQ_VIEW& stReq, unsigned char ucCmdType, OwnedBytes& pOut,
-                           size_t& szOutLen);
-    /// The encoder itself: a block of header plus payload bytes. DIAG_RC_OK or DIAG_RC_NO_MEMORY.
-    static unsigned int BuildReqPacketVx(const ADE_REQ_PACKET_STRU& stReq, OwnedBytes& pOut, size_t& szOutLen);
+    /// Encodes a request by the configured header. False when it is too long or memory is short.
+    static CPacket BuildUeBuf(const DIAG_PACKET_REQ_VIEW& stReq, unsigned char ucCmdType);
+    /// The encoder itself: header plus payload bytes. False when memory is short.
+    static CPacket BuildReqPacketVx(const ADE_REQ_PACKET_STRU& stReq);
     /// Puts the OSA header in front of the parameters of a DPI message. False without PIDs for the id, and for
     /// parameters that wouldn't fit a request then.
     static bool BuildDiagReqPacketByDpi(unsigned int ulUeVersion, unsigned int ulDpi, unsigned int ulCmd,

@@ -4,7 +4,6 @@
 #include "data/DataProcessor.h"
 
 #include <array>
-#include <new>
 
 namespace
 {
@@ -93,17 +92,14 @@ std::array<REQ_FIELD, 11> ReqFields(const ADE_REQ_PACKET_STRU& stReq)
 }
 } // namespace
 
-unsigned int EncodeReqPacket(const FILTER_CFG_STRU& stLayout, const ADE_REQ_PACKET_STRU& stReq, OwnedBytes& pOut,
-                             size_t& szOutLen)
+CPacket EncodeReqPacket(const FILTER_CFG_STRU& stLayout, const ADE_REQ_PACKET_STRU& stReq)
 {
-    const size_t szTotal = size_t{stLayout.usReqHeaderLen} + stReq.usLen;
-    pOut.reset(new (std::nothrow) unsigned char[szTotal]());
-    if (!pOut) {
+    CPacket packet = CPacket::Zeroed(size_t{stLayout.usReqHeaderLen} + stReq.usLen);
+    if (!packet) {
         CDebug::Instance()->PrintInfo("DpLteDiag function BuildReqPacketVx get memory faild");
-        return DIAG_RC_NO_MEMORY;
+        return packet;
     }
-    szOutLen = szTotal;
-    const ByteSpan out(pOut.get(), szTotal);
+    const ByteSpan out = packet.Bytes();
     const auto astField = ReqFields(stReq);
     for (size_t i = 0; i < astField.size(); ++i) {
         std::array<unsigned char, 8> aucValue{};
@@ -113,7 +109,7 @@ unsigned int EncodeReqPacket(const FILTER_CFG_STRU& stLayout, const ADE_REQ_PACK
     }
     if (stReq.usLen < REQ_BUF_LEN_MAX)
         CopyPadded(out.subspan(stLayout.usReqHeaderLen), stReq.pData);
-    return DIAG_RC_OK;
+    return packet;
 }
 
 bool DecodeAckPacket(const FILTER_CFG_STRU& stLayout, ByteView packet, ADE_ACK_PACKET_STRU& stAck)

@@ -10,10 +10,9 @@
 constexpr size_t REQ_BUF_LEN_MAX = 4096;      // a request, its own head included, is never longer than this
 constexpr size_t LTE_DATA_PAYLOAD_MAX = 8192; // bytes of an indication's payload
 
-/// Encodes a request in a block of header plus payload bytes, all else zero. DIAG_RC_OK or DIAG_RC_NO_MEMORY.
-/// A payload of 4096 bytes or more is not copied: its place stays zero.
-unsigned int EncodeReqPacket(const FILTER_CFG_STRU& stLayout, const ADE_REQ_PACKET_STRU& stReq, OwnedBytes& pOut,
-                             size_t& szOutLen);
+/// Encodes a request: header plus payload bytes, all else zero. False when memory is short. A payload of 4096 bytes or
+/// more is not copied: its place stays zero.
+CPacket EncodeReqPacket(const FILTER_CFG_STRU& stLayout, const ADE_REQ_PACKET_STRU& stReq);
 
 /// Reads an ack; pData points into the packet. False for fewer than 24 bytes, a payload of 8192 bytes or more or
 /// one that would start beyond the packet, and an id that is 0xFFFFFFFF or can't be read.

@@ -1,17 +1,14 @@
 #include "ue/ChildChannel.h"
 
-#include "common/Debug.h"
 #include "common/MsgBuf.h"
 #include "common/NoMemory.h"
-#include "ue/Serial.h"
-#include "ue/UE.h"
+#include "ue/Line.h"
 
 #include <cstring>
 
 namespace
 {
 constexpr size_t RUNT_LEN = 4; // a flag that comes as the fourth byte of a frame or before is taken for a new start
-constexpr int DECODE_ERROR_MARK = 182; // number in the decode error line of a channel without a port; no meaning
 
 constexpr unsigned char CRLF[] = {0x0D, 0x0A};
 
@@ -33,25 +30,19 @@ size_t FindCrLf(ByteView data)
 }
 } // namespace
 
-CChildChannel::CChildChannel() : m_pRecvBuf(new unsigned char[SERIAL_READ_BUF_LEN]) {}
+CChildChannel::CChildChannel(ILine& line) : m_Line(line), m_pRecvBuf(new unsigned char[SERIAL_READ_BUF_LEN]) {}
 
 void CChildChannel::OnSerialData(ByteView data, CAgentMsgRun& run)
 {
     while (!data.empty()) {
-        OwnedBytes pPacket;
-        unsigned int ulLen = 0;
-        const size_t szUsed =
-            m_enType == CHANNEL_AT ? GetTextPacket(data, pPacket, ulLen) : GetHdlcPacket(data, pPacket, ulLen);
-        if (ulLen > 0)
-            SendPacketToAgent(std::move(pPacket), ulLen, run);
-        data = data.subspan(szUsed);
+        TAKEN_PACKET stTaken = IsText() ? GetTextPacket(data) : GetHdlcPacket(data);
+        SendPacketToAgent(std::move(stTaken.packet), run);
+        data = data.subspan(stTaken.szTaken);
     }
 }
 
-size_t CChildChannel::GetHdlcPacket(ByteView data, OwnedBytes& out, unsigned int& outLen)
+CChildChannel::TAKEN_PACKET CChildChannel::GetHdlcPacket(ByteView data)
 {
-    out.reset();
-    outLen = 0;
     size_t szUsed = 0;
     while (szUsed < data.size()) {
         if (m_iRecvLen == 0) {
@@ -62,12 +53,10 @@ size_t CChildChannel::GetHdlcPacket(ByteView data, OwnedBytes& out, unsigned int
         }
         ByteView frame;
         szUsed += CollectFrame(data, szUsed, frame);
-        if (!frame.empty()) {
-            DecodeFrame(frame, out, outLen);
-            return szUsed;
-        }
+        if (!frame.empty())
+            return {szUsed, DecodeFrame(frame)};
     }
-    return szUsed;
+    return {szUsed, {}};
 }
 
 /// Takes the bytes from szUsed up to the next flag or as many as the buffer holds, and gives their count. frame is
@@ -80,7 +69,7 @@ size_t CChildChannel::CollectFrame(ByteView data, size_t szUsed, ByteView& frame
     if (szFlag == room.size()) {
         Append(room);
         if (m_iRecvLen == SERIAL_READ_BUF_LEN) {
-            LogTooBig();
+            LogFault(LINE_FAULT::TOO_BIG);
             m_iRecvLen = 0;
         }
         return room.size();
@@ -106,74 +95,61 @@ void CChildChannel::Append(ByteView data)
     m_iRecvLen += data.size();
 }
 
-void CChildChannel::DecodeFrame(ByteView frame, OwnedBytes& out, unsigned int& outLen)
+CPacket CChildChannel::DecodeFrame(ByteView frame) const
 {
-    if (m_Hdlc.HdlcDecode(frame, out, outLen) == 0)
-        return;
-    out.reset();
-    outLen = 0;
-    LogDecodeError();
+    HDLC_RESULT stResult = m_Hdlc.HdlcDecode(frame);
+    if (stResult.uiResult != 0)
+        LogFault(LINE_FAULT::DECODE);
+    return std::move(stResult.packet);
 }
 
-void CChildChannel::LogDecodeError() const
+/// One line for each channel that the packet was for.
+void CChildChannel::LogFault(LINE_FAULT enFault) const
 {
-    if (m_pSerial == nullptr)
-        CDebug::Instance()->PrintInfo("HDLC Decode Error!%d", DECODE_ERROR_MARK);
-    else
-        CDebug::Instance()->PrintError("HDLC Decode Error!com:%d, type:%d", m_pSerial->GetPortNum(),
-                                       m_pSerial->GetSerialType());
+    for (size_t i = 0; i < m_Rows.size(); ++i)
+        m_Line.LogFault(enFault);
 }
 
-void CChildChannel::LogTooBig() const
+CChildChannel::TAKEN_PACKET CChildChannel::GetTextPacket(ByteView data) const
 {
-    if (m_pSerial == nullptr)
-        CDebug::Instance()->PrintInfo("HDLC Data Too Big");
-    else
-        CDebug::Instance()->PrintWarn("HDLC Data Too Big!com:%d, type:%d", m_pSerial->GetPortNum(),
-                                      m_pSerial->GetSerialType());
-}
-
-size_t CChildChannel::GetTextPacket(ByteView data, OwnedBytes& out, unsigned int& outLen) const
-{
-    out.reset();
-    outLen = 0;
     if (data.size() < 3)
-        return data.size();
+        return {data.size(), {}};
     const size_t szLine = FindCrLf(data);
     if (szLine == data.size())
-        return data.size();
+        return {data.size(), {}};
     const size_t szTaken = szLine + sizeof(CRLF);
     if (szLine == 0)
-        return szTaken; // a reply's leading CR LF
-    if (!DropOnNoMemory("a line of a port", [&] { out = OwnedBytes(new unsigned char[sizeof(CRLF) + szTaken]); }))
-        return szTaken;
-    std::memcpy(out.get(), CRLF, sizeof(CRLF));
-    std::memcpy(out.get() + sizeof(CRLF), data.data(), szTaken);
-    outLen = static_cast<unsigned int>(sizeof(CRLF) + szTaken);
-    return szTaken;
+        return {szTaken, {}}; // a reply's leading CR LF
+    CPacket packet = CPacket::Allocate(sizeof(CRLF) + szTaken);
+    if (!packet) {
+        LogNoMemory("a line of a port");
+        return {szTaken, {}};
+    }
+    std::memcpy(packet.Bytes().data(), CRLF, sizeof(CRLF));
+    std::memcpy(packet.Bytes().data() + sizeof(CRLF), data.data(), szTaken);
+    return {szTaken, std::move(packet)};
 }
 
-void CChildChannel::SendPacketToAgent(OwnedBytes pPacket, unsigned int ulLen, CAgentMsgRun& run) const
+void CChildChannel::SendPacketToAgent(CPacket packet, CAgentMsgRun& run) const
 {
-    if (!pPacket)
+    if (!packet || m_Rows.empty())
         return;
-    const bool bSerialUe = m_bUEType && m_pSerial != nullptr && m_pSerial->GetUE() != nullptr;
-    const unsigned int ulUeIdx = bSerialUe ? static_cast<unsigned int>(m_pSerial->GetUE()->GetUEIdx()) : TCP_UE_INDEX;
-    run.Add(ulUeIdx, m_enType, std::move(pPacket), ulLen);
+    for (const CHANNEL_ROW& stRow : m_Rows.first(m_Rows.size() - 1)) {
+        if (CPacket copy = CPacket::Copy(packet.Bytes()))
+            run.Add(m_Line.GetUEIdx(), stRow.enChannel, std::move(copy));
+        else
+            LogNoMemory("a channel's copy of a packet");
+    }
+    run.Add(m_Line.GetUEIdx(), m_Rows.back().enChannel, std::move(packet));
 }
 
 bool CChildChannel::WriteChannel(ByteView packet)
 {
-    if (m_pSerial == nullptr)
-        return false;
-    if (m_enType == CHANNEL_AT)
-        return m_pSerial->WriteSerial(packet);
-    OwnedBytes pFrame;
-    unsigned int ulFrameLen = 0;
-    if (m_Hdlc.HdlcEncode(packet, pFrame, ulFrameLen) != 0) {
-        CDebug::Instance()->PrintError("HDLC Encode Error!com:%d, type:%d", m_pSerial->GetPortNum(),
-                                       m_pSerial->GetSerialType());
-        return false;
-    }
-    return m_pSerial->WriteSerial({pFrame.get(), ulFrameLen});
+    if (IsText())
+        return m_Line.WriteBytes(packet);
+    const HDLC_RESULT stFrame = m_Hdlc.HdlcEncode(packet);
+    if (stFrame.uiResult == 0)
+        return m_Line.WriteBytes(stFrame.packet.Bytes());
+    m_Line.LogFault(LINE_FAULT::ENCODE);
+    return false;
 }

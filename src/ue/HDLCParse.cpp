@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstring>
-#include <new>
 #include <utility>
 
 // All of the line's traffic comes through here, so each step works on runs of bytes: memchr and memcpy between
@@ -61,11 +60,6 @@ unsigned short NextFcsSlice(unsigned short usFcs, std::span<const unsigned char,
     return static_cast<unsigned short>(usFcsSlice[SLICE - 1][(slice[0] ^ usFcs) & 0xFF] ^
                                        usFcsSlice[SLICE - 2][slice[1] ^ (usFcs >> 8)] ^
                                        sum(std::make_index_sequence<SLICE - 2>()));
-}
-
-OwnedBytes Allocate(size_t szLen)
-{
-    return OwnedBytes(new (std::nothrow) unsigned char[szLen]);
 }
 
 constexpr bool IsStuffed(unsigned char ucByte)
@@ -163,48 +157,47 @@ unsigned int CHDLCParse::DecodeCheckFcs(ByteView packet) const
     return CalFcs(FCS_INIT, packet) == FCS_RESIDUE ? 0 : HDLC_ERR_FCS;
 }
 
-unsigned int CHDLCParse::HdlcEncode(ByteView src, OwnedBytes& dst, unsigned int& dstLen) const
+HDLC_RESULT CHDLCParse::HdlcEncode(ByteView src) const
 {
     if (src.data() == nullptr || src.empty())
-        return HDLC_ERR_PARAM;
+        return {HDLC_ERR_PARAM, {}};
     // The frame is stuffed from the far half of its own buffer: each byte becomes two at most, so the writing end
     // never overtakes the reading end.
     const size_t szBody = src.size() + HDLC_FCS_LEN;
-    OwnedBytes pFrame = Allocate(2 * szBody + HDLC_FLAG_PAIR);
-    if (!pFrame)
-        return HDLC_ERR_MEMORY;
-    const ByteSpan body(pFrame.get() + 1 + szBody, szBody);
+    CPacket frame = CPacket::Allocate(2 * szBody + HDLC_FLAG_PAIR);
+    if (!frame)
+        return {HDLC_ERR_MEMORY, {}};
+    const ByteSpan out = frame.Bytes();
+    const ByteSpan body = out.subspan(1 + szBody, szBody);
     std::memcpy(body.data(), src.data(), src.size());
     EncodeAddFcs(body);
 
-    pFrame[0] = HDLC_FLAG;
-    unsigned char* pEnd = PutStuffed(pFrame.get() + 1, body);
+    out[0] = HDLC_FLAG;
+    unsigned char* pEnd = PutStuffed(out.data() + 1, body);
     *pEnd++ = HDLC_FLAG;
-    dstLen = static_cast<unsigned int>(pEnd - pFrame.get());
-    dst = std::move(pFrame);
-    return 0;
+    frame.Shrink(static_cast<size_t>(pEnd - out.data()));
+    return {0, std::move(frame)};
 }
 
-unsigned int CHDLCParse::HdlcDecode(ByteView src, OwnedBytes& dst, unsigned int& dstLen) const
+HDLC_RESULT CHDLCParse::HdlcDecode(ByteView src) const
 {
     if (src.data() == nullptr || src.size() < HDLC_MIN_RAW_LEN)
-        return HDLC_ERR_PARAM;
+        return {HDLC_ERR_PARAM, {}};
     const ByteView body = src.subspan(1, src.size() - HDLC_FLAG_PAIR);
-    OwnedBytes pPacket = Allocate(body.size());
-    if (!pPacket)
-        return HDLC_ERR_MEMORY;
-    dst.reset();
-    dstLen = 0;
+    CPacket packet = CPacket::Allocate(body.size());
+    if (!packet)
+        return {HDLC_ERR_MEMORY, {}};
+    const ByteSpan out = packet.Bytes();
 
     size_t szLen = 0;
-    if (!Unstuff(body, pPacket.get(), szLen))
-        return HDLC_ERR_ESCAPE;
+    if (!Unstuff(body, out.data(), szLen))
+        return {HDLC_ERR_ESCAPE, {}};
     if (szLen < HDLC_MIN_PAYLOAD + HDLC_FCS_LEN)
-        return HDLC_ERR_SHORT;
-    if (const unsigned int uiResult = m_bCheckFcs ? DecodeCheckFcs({pPacket.get(), szLen}) : 0; uiResult != 0)
-        return uiResult;
-    dstLen = static_cast<unsigned int>(szLen - HDLC_FCS_LEN);
-    pPacket[dstLen] = 0;
-    dst = std::move(pPacket);
-    return 0;
+        return {HDLC_ERR_SHORT, {}};
+    if (const unsigned int uiResult = m_bCheckFcs ? DecodeCheckFcs(out.first(szLen)) : 0; uiResult != 0)
+        return {uiResult, {}};
+    const size_t szPayload = szLen - HDLC_FCS_LEN;
+    out[szPayload] = 0;
+    packet.Shrink(szPayload);
+    return {0, std::move(packet)};
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/Bytes.h"
+#include "common/Packet.h"
 
 // Byte-stuffed frames with a 16-bit check sequence, in the manner of RFC 1662 but with no map of control
 // characters: only the flag and the escape are stuffed.
@@ -26,18 +26,24 @@ constexpr unsigned int HDLC_ERR_ESCAPE = 9060; // 0x7D with neither 0x5E nor 0x5
 constexpr unsigned int HDLC_ERR_FCS = 9064;
 constexpr unsigned int HDLC_ERR_SHORT = 9065; // payload below HDLC_MIN_PAYLOAD
 
+/// What framing gives: the packet when uiResult is 0, none otherwise.
+struct HDLC_RESULT
+{
+    unsigned int uiResult = 0; // HDLC_ERR_...
+    CPacket packet;
+};
+
 /// Turns a packet into a frame for the line and back. Keeps nothing from call to call: one reader and one writer
 /// may use the same object at once.
 class CHDLCParse
 {
 public:
-    /// Frames a payload of 1 byte or more. On success dst holds dstLen bytes, flags included; it is not touched
-    /// otherwise.
-    [[nodiscard]] unsigned int HdlcEncode(ByteView src, OwnedBytes& dst, unsigned int& dstLen) const;
+    /// Frames a payload of 1 byte or more; the result has both flags.
+    [[nodiscard]] HDLC_RESULT HdlcEncode(ByteView src) const;
 
-    /// Takes the payload out of a raw frame, both flags included. dst gets a buffer of its own with dstLen bytes
-    /// and a 0 byte behind them. From HDLC_ERR_ESCAPE up, dst is empty and dstLen 0; a lesser error touches neither.
-    [[nodiscard]] unsigned int HdlcDecode(ByteView src, OwnedBytes& dst, unsigned int& dstLen) const;
+    /// Takes the payload out of a raw frame, both flags included. Behind the packet's bytes, in its buffer, stands
+    /// a 0 byte.
+    [[nodiscard]] HDLC_RESULT HdlcDecode(ByteView src) const;
 
     /// Runs the FCS-16 over the bytes, from the value fcs. For a null view it gives HDLC_ERR_FCS, as though that
     /// were an FCS value.

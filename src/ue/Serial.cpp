@@ -3,6 +3,7 @@
 #include "common/Debug.h"
 #include "common/UniqueFd.h"
 #include "common/Wait.h"
+#include "ue/UE.h"
 
 #include <cerrno>
 #include <chrono>
@@ -59,11 +60,6 @@ void RestoreAndClose(int nFd, const termios& stTermios)
     (void)close(nFd);
 }
 
-void SetNonBlocking(int nFd, bool bNonBlocking)
-{
-    const int nFlags = fcntl(nFd, F_GETFL);
-    (void)fcntl(nFd, F_SETFL, bNonBlocking ? nFlags | O_NONBLOCK : nFlags & ~O_NONBLOCK);
-}
 } // namespace
 
 int WriteTimeoutS(size_t szRemaining, int iBaud)
@@ -118,37 +114,30 @@ std::string CSerial::GetGroupName() const
     return m_strGroupName;
 }
 
-void CSerial::SetChannel(int i, enChannelType enType)
-{
-    m_aChannel[static_cast<size_t>(i)].SetType(enType);
-    m_aChannel[static_cast<size_t>(i)].SetSerial(this);
-    m_iChannelCount = i + 1;
-}
-
 void CSerial::SetSerialType(enSerialType enType)
 {
     m_enType = enType;
-    m_iChannelCount = 0;
-    switch (enType) {
-    case SERIAL_TYPE_DIAG:
-        SetChannel(0, CHANNEL_LTE_DIAG);
-        break;
-    case SERIAL_TYPE_DATA:
-        SetChannel(0, CHANNEL_LTE_DATA);
-        break;
-    case SERIAL_TYPE_GU:
-        SetChannel(0, CHANNEL_GU_CMD);
-        SetChannel(1, CHANNEL_GU_DATA);
-        break;
-    case SERIAL_TYPE_AT:
-        SetChannel(0, CHANNEL_AT);
-        break;
-    }
+    m_Channel.SetRows(ChannelsOf(enType));
 }
 
-CChildChannel* CSerial::GetSerialChannel(int i)
+UE_INDEX CSerial::GetUEIdx() const
 {
-    return i >= 0 && i < m_iChannelCount ? &m_aChannel[static_cast<size_t>(i)] : nullptr;
+    return m_pUE != nullptr ? m_pUE->GetUEIdx() : TCP_UE_INDEX;
+}
+
+void CSerial::LogFault(LINE_FAULT enFault) const
+{
+    switch (enFault) {
+    case LINE_FAULT::DECODE:
+        CDebug::Instance()->PrintError("HDLC Decode Error!com:%d, type:%d", GetPortNum(), m_enType);
+        break;
+    case LINE_FAULT::TOO_BIG:
+        CDebug::Instance()->PrintWarn("HDLC Data Too Big!com:%d, type:%d", GetPortNum(), m_enType);
+        break;
+    case LINE_FAULT::ENCODE:
+        CDebug::Instance()->PrintError("HDLC Encode Error!com:%d, type:%d", GetPortNum(), m_enType);
+        break;
+    }
 }
 
 bool CSerial::OpenSerial()
@@ -186,7 +175,7 @@ bool CSerial::SetAttributes(int nFd) const
 {
     if (RetryOnEintr([&] { return tcsetattr(nFd, TCSAFLUSH, &m_stNewTermios); }) != 0)
         return false;
-    SetNonBlocking(nFd, false);
+    (void)SetNonBlocking(nFd, false); // fails on no open file
     return true;
 }
 
@@ -227,7 +216,7 @@ bool CSerial::ReadSerial(CAgentMsgRun& run)
     const ssize_t nRead = read(m_iHandle, m_pReadBuf.get(), SERIAL_READ_BUF_LEN);
     if (nRead > 0) {
         m_ullTotalRead += static_cast<uint64_t>(nRead);
-        OnSerialData({m_pReadBuf.get(), static_cast<size_t>(nRead)}, run);
+        m_Channel.OnSerialData({m_pReadBuf.get(), static_cast<size_t>(nRead)}, run);
         return true;
     }
     if (nRead < 0 && errno == EINTR)
@@ -239,16 +228,9 @@ bool CSerial::ReadSerial(CAgentMsgRun& run)
     return false;
 }
 
-void CSerial::OnSerialData(ByteView data, CAgentMsgRun& run)
-{
-    for (int i = 0; i < m_iChannelCount; ++i)
-        m_aChannel[static_cast<size_t>(i)].OnSerialData(data, run);
-}
-
-/// Only an AT port is opened by a write; it opens no other way.
 bool CSerial::OpenForWrite()
 {
-    if (m_enType != SERIAL_TYPE_AT) {
+    if (!IsOpenedByWrite()) {
         CDebug::Instance()->PrintInfo("open serial not open  ,m_type:%d", m_enType);
         return false;
     }
@@ -310,10 +292,10 @@ bool CSerial::WaitWritable(int lTimeoutMs) const
 /// call; it is the only writer, and reads come only after a poll that found something.
 ssize_t CSerial::WriteSome(ByteView data) const
 {
-    SetNonBlocking(m_iHandle, true);
+    (void)SetNonBlocking(m_iHandle, true);
     const ssize_t nWritten = RetryOnEintr([&] { return write(m_iHandle, data.data(), data.size()); });
     const int nError = errno;
-    SetNonBlocking(m_iHandle, false);
+    (void)SetNonBlocking(m_iHandle, false);
     errno = nError;
     return nWritten < 0 && nError == EAGAIN ? 0 : nWritten;
 }

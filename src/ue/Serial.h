@@ -5,10 +5,11 @@
 #include "common/Types.h"
 #include "common/xtl.h"
 #include "ue/ChildChannel.h"
+#include "ue/Line.h"
 
-#include <array>
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <termios.h>
 
@@ -17,17 +18,17 @@ class CUE;
 /// Whole seconds that a write may go without headway, from the bytes that remain and the line's speed.
 int WriteTimeoutS(size_t szRemaining, int iBaud);
 
-/// One serial port of a UE: opens and configures the device, offers what it reads to the channels that live on
-/// the port, and writes with a time-out. It never closes itself and tells nobody of a fault: it logs and returns
+/// One serial port of a UE: opens and configures the device, hands what it reads to its channels, and writes with
+/// a time-out. It never closes itself and tells nobody of a fault: it logs and returns
 /// false.
 ///
 /// The read thread and the write thread use a port side by side, each under a lock of its own; CloseSerial has to
 /// have both. State, handle, number and counters are atomics for readers without a lock, who may see old values.
-class CSerial
+class CSerial : public ILine
 {
 public:
     CSerial();
-    ~CSerial();
+    ~CSerial() override;
     CSerial(const CSerial&) = delete;
     CSerial& operator=(const CSerial&) = delete;
 
@@ -40,15 +41,18 @@ public:
     unsigned int GetPortNum() const { return m_uiPortNum; }
     void SetUE(CUE* pUE) { m_pUE = pUE; }
     CUE* GetUE() const { return m_pUE; }
-    /// Sets the port's role, and with it its channels: one, two for SERIAL_TYPE_GU, none for an unknown type.
+    /// That of the network UE while the port has no UE.
+    UE_INDEX GetUEIdx() const override;
+    /// Sets the port's role, and with it its channels; none for an unknown type.
     void SetSerialType(enSerialType enType);
     enSerialType GetSerialType() const { return m_enType; }
     /// The descriptor, -1 while closed.
     int GetHandler() const { return m_iHandle; }
     bool IsOpen() const { return m_bOpen; }
-    int GetChannelCount() const { return m_iChannelCount; }
-    /// Null when the port doesn't use so many channels.
-    CChildChannel* GetSerialChannel(int i);
+    /// True when the port opens at the first write, and no other way.
+    bool IsOpenedByWrite() const { return !m_Channel.Rows().empty() && m_Channel.Rows().front().bOpenedByWrite; }
+    /// What frames the port's bytes, for all of its channels.
+    CChildChannel& Channel() { return m_Channel; }
     /// Bytes since the port was opened.
     uint64_t GetTotalBytesRead() const { return m_ullTotalRead; }
     uint64_t GetTotalBytesWrite() const { return m_ullTotalWrite; }
@@ -62,14 +66,14 @@ public:
     /// Held by the read thread over its wait and its read.
     void SerialLock() ACQUIRE(m_ReadLock) { m_ReadLock.Lock(); }
     void SerialUnlock() RELEASE(m_ReadLock) { m_ReadLock.Unlock(); }
-    /// Reads once and hands the bytes to the channels. False on a closed port, a fault or the end of the file;
+    /// Reads once and hands the bytes to its channels. False on a closed port, a fault or the end of the file;
     /// a signal that ends the read is no fault.
     bool ReadSerial(CAgentMsgRun& run) REQUIRES(m_ReadLock);
-    /// Writes all bytes, or gives up after the time-out. Opens an AT port that is closed. What was written of a
+    /// Writes all bytes, or gives up after the time-out. Opens a closed port that opens so. What was written of a
     /// packet when it failed stays written.
     bool WriteSerial(ByteView data) EXCLUDES(m_WriteLock);
-    /// Gives the bytes to each channel in use.
-    void OnSerialData(ByteView data, CAgentMsgRun& run);
+    bool WriteBytes(ByteView data) override { return WriteSerial(data); }
+    void LogFault(LINE_FAULT enFault) const override;
 
     int GetBaudrate() const;
     /// Baud of a terminal speed constant; 9600 for one that isn't known.
@@ -77,7 +81,6 @@ public:
 
 private:
     void InitSerialPort();
-    void SetChannel(int i, enChannelType enType);
     bool SetAttributes(int nFd) const;
     void Publish(int nFd, const termios& stOldTermios) EXCLUDES(m_WriteLock);
     bool MarkOpen(int nFd) EXCLUDES(m_WriteLock);
@@ -90,15 +93,14 @@ private:
     mutable xtl::Mutex m_NameLock; // taken last, for the copy of a name only
     std::string m_strName GUARDED_BY(m_NameLock);
     std::string m_strGroupName GUARDED_BY(m_NameLock);
-    enSerialType m_enType = SERIAL_TYPE_DIAG; // this and the channels' set-up: only while nobody else looks
-    int m_iChannelCount = 0;
-    std::array<CChildChannel, 4> m_aChannel; // two are ever used
+    enSerialType m_enType = SERIAL_TYPE_DIAG; // this and its channels: set only while nobody else looks
+    CChildChannel m_Channel{*this};
     std::atomic<int> m_iHandle = -1;
     std::atomic<bool> m_bOpen = false;
     termios m_stOldTermios GUARDED_BY(m_WriteLock){};
     termios m_stNewTermios{}; // prepared once
     CUE* m_pUE = nullptr;
-    OwnedBytes m_pReadBuf; // SERIAL_READ_BUF_LEN bytes, for the read thread
+    std::unique_ptr<unsigned char[]> m_pReadBuf; // SERIAL_READ_BUF_LEN bytes, for the read thread
     std::atomic<uint64_t> m_ullTotalRead = 0;
     std::atomic<uint64_t> m_ullTotalWrite = 0;
     xtl::Mutex m_ReadLock; // before m_WriteLock

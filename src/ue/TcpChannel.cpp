@@ -16,22 +16,7 @@ constexpr size_t RECVCACHELENGTH = 0x20000;
 constexpr std::chrono::seconds LINK_TIME_LIMIT(5); // a connect, and a send that makes no headway, end after it
 constexpr int RECV_FAULT_LINE = 192;               // the fixed "line" of the log text
 constexpr size_t MAX_PORT = 0xFFFF;
-
-struct LINK_ROW
-{
-    uint8_t ucCount; // channels in use
-    std::array<enChannelType, 2> aenChannel;
-    bool bRawAt; // text instead of frames
-};
-// By the index of the link.
-// clang-format off
-constexpr std::array<LINK_ROW, SERIALNUM> g_astLink = {{
-    {1, {CHANNEL_LTE_DIAG},               false},
-    {1, {CHANNEL_LTE_DATA},               false},
-    {2, {CHANNEL_GU_CMD, CHANNEL_GU_DATA}, false},
-    {1, {CHANNEL_AT},                     true},
-}};
-// clang-format on
+constexpr int DECODE_ERROR_MARK = 182; // number in the decode error line of a link; no meaning
 
 sockaddr_in Address(in_addr_t ulAddress, unsigned int uiPort)
 {
@@ -68,24 +53,12 @@ uint64_t CountOf(ssize_t nResult)
 TCPChannel::TCPChannel(const std::string& ip, unsigned int port, bool tcp, enChannelType index)
     : m_bTcp(tcp), m_uiPort(port), m_pRecvBuf(new unsigned char[RECVCACHELENGTH])
 {
-    ConfigureChannels(static_cast<size_t>(index));
+    const auto rows = ChannelsOf(static_cast<enSerialType>(index));
+    m_Channel.SetRows(rows.empty() ? ChannelsOf(SERIAL_TYPE_DIAG) : rows);
     (void)CreateConnectSocket(ip); // a link that failed stays without a socket
 }
 
 TCPChannel::~TCPChannel() = default;
-
-void TCPChannel::ConfigureChannels(size_t szIndex)
-{
-    if (szIndex >= g_astLink.size())
-        return;
-    const LINK_ROW& stRow = g_astLink[szIndex];
-    m_iChannelCount = stRow.ucCount;
-    m_bRawAt = stRow.bRawAt;
-    for (size_t i = 0; i < m_iChannelCount; ++i) {
-        m_aChannel[i].SetType(stRow.aenChannel[i]);
-        m_aChannel[i].SetUEType(false);
-    }
-}
 
 bool TCPChannel::CreateConnectSocket(const std::string& ip)
 {
@@ -129,20 +102,27 @@ bool TCPChannel::BindLocal()
 
 bool TCPChannel::SendData(ByteView packet)
 {
-    if (m_bRawAt) {
-        (void)DoSendData(packet); // lost data is lost
-        return true;
-    }
-    OwnedBytes pFrame;
-    unsigned int ulFrameLen = 0;
-    if (m_Hdlc.HdlcEncode(packet, pFrame, ulFrameLen) == 0)
-        (void)DoSendData({pFrame.get(), ulFrameLen});
+    (void)m_Channel.WriteChannel(packet);
     return true;
+}
+
+void TCPChannel::LogFault(LINE_FAULT enFault) const
+{
+    switch (enFault) {
+    case LINE_FAULT::DECODE:
+        CDebug::Instance()->PrintInfo("HDLC Decode Error!%d", DECODE_ERROR_MARK);
+        break;
+    case LINE_FAULT::TOO_BIG:
+        CDebug::Instance()->PrintInfo("HDLC Data Too Big");
+        break;
+    case LINE_FAULT::ENCODE: // lost silently, as with all that a link can't send
+        break;
+    }
 }
 
 /// Sends until all is gone. The result of a send isn't tested, on purpose: a failed one counts as a huge number
 /// of bytes, which ends the loop.
-bool TCPChannel::DoSendData(ByteView data)
+bool TCPChannel::WriteBytes(ByteView data)
 {
     for (uint64_t ullTotal = 0; ullTotal < data.size();) {
         const ByteView rest = data.subspan(static_cast<size_t>(ullTotal));
@@ -166,8 +146,7 @@ void TCPChannel::RecvData()
     if (nReceived < 0)
         return;
     CAgentMsgRun run;
-    for (size_t i = 0; i < m_iChannelCount; ++i)
-        m_aChannel[i].OnSerialData({m_pRecvBuf.get(), static_cast<size_t>(nReceived)}, run);
+    m_Channel.OnSerialData({m_pRecvBuf.get(), static_cast<size_t>(nReceived)}, run);
 }
 
 /// True when there is nothing to count. Notes a peer that has closed or failed, so that the read loop leaves the

@@ -1,21 +1,23 @@
 #include "ue/UE.h"
 
 #include "common/MsgBuf.h"
+#include "common/NoMemory.h"
 
-void PostAttach(int iUEIdx, enChannelType enChannel, unsigned int uiPort, const std::string& strName,
+void PostAttach(UE_INDEX ue, enChannelType enChannel, unsigned int uiPort, const std::string& strName,
                 const std::string& strGroupid)
 {
-    constexpr size_t SIZE = UE_ATTACH_INFO_STRU::SIZE;
-    auto pBlock = std::make_unique<unsigned char[]>(SIZE);
+    CPacket block = CPacket::Zeroed(UE_ATTACH_INFO_STRU::SIZE);
+    if (!block)
+        return LogNoMemory("the attach of a port");
     const UE_ATTACH_INFO_STRU stInfo{uiPort, strName, strGroupid};
-    CByteWriter writer(ByteSpan(pBlock.get(), SIZE));
+    CByteWriter writer(block.Bytes());
     AttachInfo(writer, stInfo);
-    PostAgentMsg(AGENT_MSG_CONNECT, static_cast<unsigned int>(iUEIdx), enChannel, std::move(pBlock), SIZE);
+    PostAgentMsg(AGENT_MSG_CONNECT, ue, enChannel, std::move(block));
 }
 
-void PostDetach(int iUEIdx, enChannelType enChannel)
+void PostDetach(UE_INDEX ue, enChannelType enChannel)
 {
-    PostAgentMsg(AGENT_MSG_DISCONNECT, static_cast<unsigned int>(iUEIdx), enChannel, nullptr, 0);
+    PostAgentMsg(AGENT_MSG_DISCONNECT, ue, enChannel, {});
 }
 
 CUE::CUE()
@@ -56,17 +58,10 @@ CSerial* CUE::GetSerial(enSerialType enType)
     return szIndex < m_aSerial.size() ? &m_aSerial[szIndex] : nullptr;
 }
 
-CChildChannel* CUE::GetSerialChannel(enChannelType enType)
+CChildChannel& CUE::GetSerialChannel(enChannelType enType)
 {
-    CChildChannel* pChannel = nullptr;
-    for (CSerial& serial : m_aSerial) {
-        for (int i = 0; i < serial.GetChannelCount(); ++i) {
-            pChannel = serial.GetSerialChannel(i);
-            if (pChannel->GetType() == enType)
-                return pChannel;
-        }
-    }
-    return pChannel;
+    const CHANNEL_ROW* const pRow = RowOf(enType);
+    return m_aSerial[static_cast<size_t>(pRow ? pRow->enPort : SERIAL_TYPE_AT)].Channel();
 }
 
 bool CUE::IsUEPresent() const
@@ -83,10 +78,10 @@ void CUE::OnSerialAttach(const std::string& strName, enSerialType enType, unsign
     pSerial->SetName(strName);
     pSerial->SetPortNum(uiPort);
     pSerial->SetGroupName(strGroupid);
-    if (enType != SERIAL_TYPE_AT && !pSerial->OpenSerial())
+    if (!pSerial->IsOpenedByWrite() && !pSerial->OpenSerial())
         return; // the port has logged the fault; it keeps its name and number
-    for (int i = 0; i < pSerial->GetChannelCount(); ++i)
-        PostAttach(m_iUEIdx, pSerial->GetSerialChannel(i)->GetType(), uiPort, strName, strGroupid);
+    for (const CHANNEL_ROW& stRow : ChannelsOf(enType))
+        PostAttach(m_ulUEIdx, stRow.enChannel, uiPort, strName, strGroupid);
 }
 
 void CUE::OnSerialDetach(enSerialType enType)
@@ -100,6 +95,6 @@ void CUE::OnSerialDetach(enSerialType enType)
     pSerial->SetPortNum(UNUSED_PORT_NUM);
     if (!IsUEPresent())
         SetGroupid("");
-    for (int i = 0; i < pSerial->GetChannelCount(); ++i)
-        PostDetach(m_iUEIdx, pSerial->GetSerialChannel(i)->GetType());
+    for (const CHANNEL_ROW& stRow : ChannelsOf(enType))
+        PostDetach(m_ulUEIdx, stRow.enChannel);
 }

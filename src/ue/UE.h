@@ -20,13 +20,13 @@ public:
     /// The group id; empty while the slot is free.
     std::string GetGroupid() const EXCLUDES(m_DataLock);
     void SetGroupid(const std::string& strGroupid) EXCLUDES(m_DataLock);
-    int GetUEIdx() const { return m_iUEIdx; }
-    void SetUEIdx(int iUEIdx) { m_iUEIdx = iUEIdx; }
+    UE_INDEX GetUEIdx() const { return m_ulUEIdx; }
+    void SetUEIdx(UE_INDEX ue) { m_ulUEIdx = ue; }
 
     /// Null for a type that doesn't exist.
     CSerial* GetSerial(enSerialType enType);
-    /// The channel of that type; that of the AT port when there is no such type. Never null.
-    CChildChannel* GetSerialChannel(enChannelType enType);
+    /// What frames the bytes of that channel; the AT port's when there is no such channel.
+    CChildChannel& GetSerialChannel(enChannelType enType);
     /// True while any port is open.
     bool IsUEPresent() const;
 
@@ -46,12 +46,12 @@ private:
     std::array<CSerial, SERIALNUM> m_aSerial; // by enSerialType
     mutable xtl::Mutex m_DataLock;            // taken last, for a copy only
     std::string m_strGroupid GUARDED_BY(m_DataLock);
-    int m_iUEIdx = 0; // set once, before any thread starts
+    UE_INDEX m_ulUEIdx = 0; // set once, before any thread starts
     ADE_UE_CONNECTION_ACK_STRU m_stConnectionAck GUARDED_BY(m_DataLock);
 };
 
 /// Posts the attach message of one channel: the connect block with port number, device name and group id.
-void PostAttach(int iUEIdx, enChannelType enChannel, unsigned int uiPort, const std::string& strName,
+void PostAttach(UE_INDEX ue, enChannelType enChannel, unsigned int uiPort, const std::string& strName,
                 const std::string& strGroupid);
 /// Posts the detach message of one channel.
-void PostDetach(int iUEIdx, enChannelType enChannel);
+void PostDetach(UE_INDEX ue, enChannelType enChannel);

@@ -28,19 +28,12 @@ void* SerialW_Thread(void* pManager)
         static_cast<CUEManager*>(pManager)->WriteSerialFun();
     return nullptr;
 }
-
-/// Link of the network UE that carries a channel: both GU channels share one.
-constexpr enSerialType LinkOfChannel(enChannelType enChannel)
-{
-    return static_cast<enSerialType>(enChannel > CHANNEL_GU_CMD ? enChannel - 1 : enChannel);
-}
-static_assert(LinkOfChannel(CHANNEL_GU_DATA) == SERIAL_TYPE_GU && LinkOfChannel(CHANNEL_AT) == SERIAL_TYPE_AT);
 } // namespace
 
 CUEManager::CUEManager()
 {
     for (size_t i = 0; i < m_aUE.size(); ++i)
-        m_aUE[i].SetUEIdx(static_cast<int>(i));
+        m_aUE[i].SetUEIdx(static_cast<UE_INDEX>(i));
 }
 
 CUEManager::~CUEManager()
@@ -49,7 +42,7 @@ CUEManager::~CUEManager()
     m_bRun = false;
     (void)wait_thread(m_hReadEnding, END_LIMIT_MS);
     if (!wait_thread(m_hWriteEnding, 0)) {
-        PostUeMsg(MSG_WAKE, 0, CHANNEL_LTE_DIAG, nullptr, 0); // it may be waiting for a record
+        PostUeMsg(MSG_WAKE, 0, CHANNEL_LTE_DIAG, {}); // it may be waiting for a record
         (void)wait_thread(m_hWriteEnding, END_LIMIT_MS);
     }
     const xtl::MutexGuard readGuard(m_TcpReadLock);
@@ -236,7 +229,7 @@ void CUEManager::DropLinks()
 
 CChildChannel* CUEManager::GetSerialChannel(UE_INDEX ue, enChannelType type)
 {
-    return ue < TCP_UE_INDEX ? m_aUE[ue].GetSerialChannel(type) : nullptr;
+    return ue < TCP_UE_INDEX ? &m_aUE[ue].GetSerialChannel(type) : nullptr;
 }
 
 void CUEManager::GetOpenedSerial(std::vector<CSerial*>& out)
@@ -319,27 +312,25 @@ void CUEManager::ReadLinks(const CReadSet& readSet)
 void CUEManager::WriteSerialFun()
 {
     while (m_bRun) {
-        MSG_UE stMsg{};
+        MSG_UE stMsg;
         if (!CMsgBuf::Instance()->UeQueue().get(stMsg)) {
             sleep(1);
             continue;
         }
-        const OwnedBytes pData(stMsg.pucData);
-        (void)DropOnNoMemory("a packet for a UE", [&] {
-            WriteToUE(stMsg, {pData.get(), pData ? stMsg.ulDataLen : 0});
-        });
+        (void)DropOnNoMemory("a packet for a UE", [&] { WriteToUE(stMsg); });
     }
 }
 
 /// Writes one packet. Results aren't looked at: what can't be written is lost, and the line's own log tells.
-void CUEManager::WriteToUE(const MSG_UE& stMsg, ByteView data)
+void CUEManager::WriteToUE(const MSG_UE& stMsg)
 {
     if (stMsg.ulMsgType == UE_MSG_SERIAL) {
         if (CChildChannel* pChannel = GetSerialChannel(stMsg.ulUeIdx, stMsg.enChannel))
-            (void)pChannel->WriteChannel(data);
+            (void)pChannel->WriteChannel(stMsg.packet.Bytes());
     } else if (stMsg.ulMsgType == UE_MSG_TCP) {
         const xtl::MutexGuard guard(m_TcpWriteLock);
-        if (const auto pLink = GetTcp(LinkOfChannel(stMsg.enChannel)))
-            (void)pLink->SendData(data);
+        const CHANNEL_ROW* const pRow = RowOf(stMsg.enChannel);
+        if (const auto pLink = pRow ? GetTcp(pRow->enPort) : nullptr)
+            (void)pLink->SendData(stMsg.packet.Bytes());
     }
 }

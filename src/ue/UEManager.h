@@ -76,7 +76,7 @@ private:
     bool ReadPass(CReadSet& readSet) EXCLUDES(m_UELock, m_TcpReadLock);
     int WaitForData(CReadSet& readSet) EXCLUDES(m_TcpReadLock);
     void ReadLinks(const CReadSet& readSet) EXCLUDES(m_TcpReadLock);
-    void WriteToUE(const MSG_UE& stMsg, ByteView data) EXCLUDES(m_TcpWriteLock);
+    void WriteToUE(const MSG_UE& stMsg) EXCLUDES(m_TcpWriteLock);
 
     std::array<CUE, MAXUENUM> m_aUE; // slot 15 stands for the network UE and never has a group
     LinkTable m_apTcp GUARDED_BY(m_TcpTableLock);

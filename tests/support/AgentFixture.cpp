@@ -126,24 +126,22 @@ void CAgentFixture::Attach(unsigned int ulUeIdx, enChannelType enChannel, unsign
     CByteWriter writer(block);
     const UE_ATTACH_INFO_STRU stInfo{ulPort, strName, strGroup};
     AttachInfo(writer, stInfo);
-    m_pAgent->Events().UpdateSerialInfo(
-        {AGENT_MSG_CONNECT, ulUeIdx, enChannel, static_cast<unsigned int>(block.size()), block.data()});
+    m_pAgent->Events().UpdateSerialInfo({AGENT_MSG_CONNECT, ulUeIdx, enChannel, CPacket::Copy(block)});
 }
 
-void CAgentFixture::Process(const MSG_AGENT& stMsg)
+void CAgentFixture::Process(MSG_AGENT stMsg)
 {
     m_pAgent->Events().ProcessAgentMsgs({&stMsg, 1});
 }
 
 void CAgentFixture::Detach(unsigned int ulUeIdx, enChannelType enChannel)
 {
-    Process({AGENT_MSG_DISCONNECT, ulUeIdx, enChannel, 0, nullptr});
+    Process({AGENT_MSG_DISCONNECT, ulUeIdx, enChannel, {}});
 }
 
 void CAgentFixture::FromUe(unsigned int ulUeIdx, enChannelType enChannel, ByteView packet)
 {
-    Bytes copy(packet); // processors may rewrite it
-    Process({AGENT_MSG_DATA, ulUeIdx, enChannel, static_cast<unsigned int>(copy.size()), copy.data()});
+    Process({AGENT_MSG_DATA, ulUeIdx, enChannel, CPacket::Copy(packet)});
 }
 
 bool CAgentFixture::Bind(const CTestClient& client, unsigned int ulPort)

@@ -76,7 +76,7 @@ public:
     /// The UE has answered the host connect.
     void Confirm(unsigned int ulUeIdx) { m_pAgent->Events().SetConfirmed(ulUeIdx, true); }
     /// One record from the UE side.
-    void Process(const MSG_AGENT& stMsg);
+    void Process(MSG_AGENT stMsg);
     /// One packet from the UE.
     void FromUe(unsigned int ulUeIdx, enChannelType enChannel, ByteView packet);
 

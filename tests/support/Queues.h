@@ -19,12 +19,9 @@ template <class Msg, class Queue> std::vector<QueuedMsg> Drain(Queue& queue)
 {
     constexpr unsigned int END_MARK = 0xE0E0E0E0;
     std::vector<QueuedMsg> taken;
-    queue.put(Msg{END_MARK, 0, CHANNEL_LTE_DIAG, 0, nullptr});
-    for (Msg stMsg{}; queue.get(stMsg) && stMsg.ulMsgType != END_MARK;) {
-        const OwnedBytes pData(stMsg.pucData);
-        const size_t szLen = pData ? stMsg.ulDataLen : 0;
-        taken.push_back({stMsg.ulMsgType, stMsg.ulUeIdx, stMsg.enChannel, Bytes(ByteView(pData.get(), szLen))});
-    }
+    queue.put(Msg{END_MARK, 0, CHANNEL_LTE_DIAG, {}});
+    for (Msg stMsg; queue.get(stMsg) && stMsg.ulMsgType != END_MARK;)
+        taken.push_back({stMsg.ulMsgType, stMsg.ulUeIdx, stMsg.enChannel, Bytes(stMsg.packet.Bytes())});
     return taken;
 }
 

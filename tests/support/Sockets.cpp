@@ -1,5 +1,6 @@
 #include "support/Sockets.h"
 
+#include "common/Wait.h"
 #include "support/WaitFor.h"
 
 #include <arpa/inet.h>
@@ -23,9 +24,8 @@ sockaddr_in Loopback(unsigned short usPort)
 
 bool WaitReadable(int nFd, std::chrono::steady_clock::time_point end)
 {
-    const auto left = std::chrono::ceil<milliseconds>(end - std::chrono::steady_clock::now());
     pollfd stPoll{nFd, POLLIN, 0};
-    return poll(&stPoll, 1, static_cast<int>(std::max<int64_t>(0, left.count()))) > 0;
+    return PollFor({&stPoll, 1}, MsUntil(end)) > 0;
 }
 } // namespace
 

@@ -6,6 +6,7 @@
 #include "support/Queues.h"
 #include "support/TestBytes.h"
 #include "ue/Serial.h"
+#include "ue/TcpChannel.h"
 #include "ue/UE.h"
 
 #include <gtest/gtest.h>
@@ -31,17 +32,27 @@ Packets Taken()
     return packets;
 }
 
-/// What one read brought, to a channel or a port.
-template <class Target> void Give(Target& target, ByteView data)
+/// A link that nothing comes in on by itself.
+class CQuietLink : public TCPChannel
+{
+public:
+    explicit CQuietLink(enSerialType role = SERIAL_TYPE_DATA)
+        : TCPChannel("", 0, false, static_cast<enChannelType>(role))
+    {
+    }
+};
+
+/// What one read brought, to a link or a port.
+template <class Line> void Give(Line& line, ByteView data)
 {
     CAgentMsgRun run;
-    target.OnSerialData(data, run);
+    line.Channel().OnSerialData(data, run);
 }
 
-/// Feeds the pieces, one read each, to a fresh channel.
+/// Feeds the pieces, one read each, to a fresh link.
 template <class... Pieces> Packets Feed(const Pieces&... pieces)
 {
-    CChildChannel channel;
+    CQuietLink channel;
     (Give(channel, pieces), ...);
     return Taken();
 }
@@ -63,7 +74,7 @@ TEST(ChildChannel, PacketsAreTheSameHoweverTheStreamIsCut)
 
 TEST(ChildChannel, AStreamOfSingleBytesGivesTheSamePackets)
 {
-    CChildChannel channel;
+    CQuietLink channel;
     for (const unsigned char ucByte : Join(FRAME_A, FRAME_B))
         Give(channel, {&ucByte, 1});
     EXPECT_EQ(Taken(), (Packets{PACKET_A, PACKET_B}));
@@ -130,10 +141,10 @@ TEST(ChildChannel, NothingComesOfNothing)
 {
     const CLogCapture log;
     EXPECT_EQ(Feed(ByteView()), Packets{});
-    CChildChannel channel;
+    CQuietLink channel;
     {
         CAgentMsgRun run;
-        channel.SendPacketToAgent(nullptr, 5, run);
+        channel.Channel().SendPacketToAgent({}, run);
     }
     EXPECT_EQ(Taken(), Packets{});
 }
@@ -181,7 +192,7 @@ TEST(ChildChannel, EqualsAPlainWalkByteByByte)
     std::mt19937 random(20280);
     const Bytes special = Hex("7E 7E 7E 7D 5D 5E");
     for (int iRound = 0; iRound < 300; ++iRound) {
-        CChildChannel channel;
+        CQuietLink channel;
         CReferenceChannel reference;
         const CLogCapture log(DEBUGLEVEL_INFO);
         for (int iRead = 0; iRead < 30; ++iRead) {
@@ -208,7 +219,7 @@ TEST(ChildChannel, EqualsAPlainWalkByteByByte)
 TEST(ChildChannel, BigReadsEqualAPlainWalkByteByByte)
 {
     std::mt19937 random(20281);
-    CChildChannel channel;
+    CQuietLink channel;
     CReferenceChannel reference;
     const CLogCapture log(DEBUGLEVEL_INFO);
     for (int iRead = 0; iRead < 40; ++iRead) {
@@ -246,8 +257,7 @@ TEST(ChildChannel, TextPacketsAreTheLinesOfOneRead)
         {"a CR at the end is no pair", "ABC\r", {}},
         {"a flag is text", "~~~~~~\r\n", {"\r\n~~~~~~\r\n"}},
     };
-    CChildChannel channel;
-    channel.SetType(CHANNEL_AT);
+    CQuietLink channel(SERIAL_TYPE_AT);
     for (const auto& stCase : c_aCase) {
         Packets expected;
         for (const std::string& strLine : stCase.vecPacket)
@@ -259,8 +269,7 @@ TEST(ChildChannel, TextPacketsAreTheLinesOfOneRead)
 
 TEST(ChildChannel, ALineInTwoReadsIsLost)
 {
-    CChildChannel channel;
-    channel.SetType(CHANNEL_AT);
+    CQuietLink channel(SERIAL_TYPE_AT);
     Give(channel, AsBytes("+CGSN: 12"));
     Give(channel, AsBytes("34\r\n"));
     EXPECT_EQ(Taken(), Packets{Bytes(AsBytes("\r\n34\r\n"))});
@@ -272,9 +281,7 @@ TEST(ChildChannel, APacketGoesOutUnderItsUeAndChannel)
     ue.SetUEIdx(7);
     CSerial& serial = *ue.GetSerial(SERIAL_TYPE_DATA);
     Give(serial, FRAME_A);
-    CChildChannel link;
-    link.SetUEType(false);
-    link.SetType(CHANNEL_GU_DATA);
+    CQuietLink link(SERIAL_TYPE_DIAG);
     Give(link, FRAME_A);
 
     const auto msgs = DrainAgentQueue();
@@ -285,7 +292,7 @@ TEST(ChildChannel, APacketGoesOutUnderItsUeAndChannel)
     EXPECT_EQ(msgs[0].data, PACKET_A);
     EXPECT_EQ(msgs[1].ulMsgType, AGENT_MSG_DATA);
     EXPECT_EQ(msgs[1].ulUeIdx, 15u);
-    EXPECT_EQ(msgs[1].enChannel, CHANNEL_GU_DATA);
+    EXPECT_EQ(msgs[1].enChannel, CHANNEL_LTE_DIAG);
 }
 
 TEST(ChildChannel, BothGuChannelsGetEveryFrame)
@@ -316,12 +323,6 @@ TEST(ChildChannel, APortsChannelNamesThePortInItsFaults)
     const CLogCapture log;
     Give(serial, Join(Hex("7E"), Fill(131071, 1)));
     EXPECT_EQ(log.Count("[WAN] : HDLC Data Too Big!com:31, type:0"), 1);
-    EXPECT_FALSE(serial.GetSerialChannel(0)->WriteChannel(ByteView()));
+    EXPECT_FALSE(serial.Channel().WriteChannel(ByteView()));
     EXPECT_EQ(log.Count("[ERR] : HDLC Encode Error!com:31, type:0"), 1);
-}
-
-TEST(ChildChannel, AChannelWithoutAPortWritesNothing)
-{
-    CChildChannel channel;
-    EXPECT_FALSE(channel.WriteChannel(PACKET_A));
 }

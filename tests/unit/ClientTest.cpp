@@ -32,13 +32,10 @@ protected:
         Frames frames;
         for (const Bytes& chunk : chunks)
             for (ByteView rest = chunk; !rest.empty();) {
-                OwnedBytes pFrame;
-                int nFrameLen = -1;
-                const int nTaken = m_pClient->GetDiagReqPacket(rest, pFrame, nFrameLen);
-                EXPECT_EQ(pFrame != nullptr, nFrameLen != 0);
-                if (pFrame)
-                    frames.push_back(Bytes(ByteView(pFrame.get(), static_cast<size_t>(nFrameLen))));
-                rest = rest.subspan(static_cast<size_t>(nTaken));
+                const CClient::TAKEN_FRAME stTaken = m_pClient->GetDiagReqPacket(rest);
+                if (!stTaken.frame.empty())
+                    frames.push_back(Bytes(stTaken.frame));
+                rest = rest.subspan(stTaken.szTaken);
             }
         return frames;
     }
@@ -106,13 +103,12 @@ TEST_F(ClientTest, FramesAreTheSameHoweverTheStreamIsCut)
 
 TEST_F(ClientTest, TheResultCountsTheBytesUpToTheEndOfTheFrame)
 {
-    OwnedBytes pFrame;
-    int nFrameLen = 0;
-    EXPECT_EQ(m_pClient->GetDiagReqPacket(Join(Hex("00"), QUERY, REQ), pFrame, nFrameLen), 11);
-    EXPECT_EQ(nFrameLen, 8);
-    EXPECT_EQ(m_pClient->GetDiagReqPacket(Hex("9F 9F 60"), pFrame, nFrameLen), 3);
-    EXPECT_EQ(nFrameLen, 0);
-    EXPECT_EQ(pFrame, nullptr);
+    const CClient::TAKEN_FRAME stFirst = m_pClient->GetDiagReqPacket(Join(Hex("00"), QUERY, REQ));
+    EXPECT_EQ(stFirst.szTaken, 11u);
+    EXPECT_EQ(stFirst.frame.size(), 8u);
+    const CClient::TAKEN_FRAME stPart = m_pClient->GetDiagReqPacket(Hex("9F 9F 60"));
+    EXPECT_EQ(stPart.szTaken, 3u);
+    EXPECT_TRUE(stPart.frame.empty());
 }
 
 TEST_F(ClientTest, TheLongestFrameHas10229BytesOfPayload)
@@ -354,9 +350,7 @@ class SendTest : public testing::Test
 protected:
     bool Send(size_t szLen, unsigned char ucByte = 0x11)
     {
-        OwnedBytes pBuf(new unsigned char[szLen]);
-        std::fill_n(pBuf.get(), szLen, ucByte);
-        return m_client.Get()->SendData2Client(std::move(pBuf), szLen);
+        return m_client.Get()->SendData2Client(CPacket::Copy(Fill(szLen, ucByte)));
     }
 
     CAgentFixture m_fix;

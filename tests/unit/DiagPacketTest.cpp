@@ -8,9 +8,8 @@ namespace
 {
 Bytes Built(const DIAG_PACKET_ACK_STRU& stAck, ByteView payload)
 {
-    size_t szTotal = 0;
-    const OwnedBytes pPacket = BuildClientPacket(stAck, payload, szTotal);
-    return Bytes(ByteView(pPacket.get(), szTotal));
+    const CPacket packet = BuildClientPacket(stAck, payload);
+    return Bytes(packet.Bytes());
 }
 } // namespace
 

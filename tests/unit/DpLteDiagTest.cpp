@@ -142,17 +142,13 @@ TEST_F(DpLteDiag, ParametersOf4076BytesReachTheUeWholeAndMoreDoNot)
     EXPECT_TRUE(m_client->Pending().empty());
 }
 
-TEST_F(DpLteDiag, BuildUeBufClearsWhatItCannotFill)
+TEST_F(DpLteDiag, BuildUeBufGivesNothingThatItCannotFill)
 {
     const DIAG_PACKET_REQ_VIEW stReq{{0x10020304, 16, 4077}, {}};
-    OwnedBytes pOut = std::make_unique<unsigned char[]>(1);
-    size_t szLen = 1;
-    EXPECT_FALSE(CDataProcessorLteDiag::BuildUeBuf(stReq, 0, pOut, szLen));
-    EXPECT_EQ(pOut, nullptr);
-    EXPECT_EQ(szLen, 0u);
+    EXPECT_FALSE(CDataProcessorLteDiag::BuildUeBuf(stReq, 0));
     const Bytes data = Hex("01");
-    ASSERT_TRUE(CDataProcessorLteDiag::BuildUeBuf({{0x10020304, 16, 3}, data}, 5, pOut, szLen));
-    EXPECT_EQ(Bytes(ByteView(pOut.get(), szLen)), UeReq(0x10020304, 5, Hex("01 00 00"))) << "completed with zeros";
+    const CPacket packet = CDataProcessorLteDiag::BuildUeBuf({{0x10020304, 16, 3}, data}, 5);
+    EXPECT_EQ(Bytes(packet.Bytes()), UeReq(0x10020304, 5, Hex("01 00 00"))) << "completed with zeros";
 }
 
 TEST_F(DpLteDiag, AnUnboundClientIsTold)

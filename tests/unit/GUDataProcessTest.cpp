@@ -52,21 +52,19 @@ Bytes LeadBytes(unsigned int ulMode, unsigned char ucSsid)
 
 TEST(GUDataProcess, EncapBytes)
 {
-    std::vector<unsigned char> frame;
-    ASSERT_TRUE(CGUDataProcess().OM_UsbFrameEncap(Hex("11 22 33 44 55"), frame, 2, 1));
-    EXPECT_EQ(Bytes(frame), Hex("01 55 55 AA AA 09 00 02 01 11 22 33 44 55 00 00 00 AA AA 55 55"));
-    ASSERT_TRUE(CGUDataProcess().OM_UsbFrameEncap(Hex("11 22 33 44"), frame, 1, 1));
-    EXPECT_EQ(Bytes(frame), Hex("01 55 55 AA AA 08 00 01 01 11 22 33 44 AA AA 55 55"));
+    const CPacket padded = CGUDataProcess::OM_UsbFrameEncap(Hex("11 22 33 44 55"), 2, 1);
+    EXPECT_EQ(Bytes(padded.Bytes()), Hex("01 55 55 AA AA 09 00 02 01 11 22 33 44 55 00 00 00 AA AA 55 55"));
+    const CPacket even = CGUDataProcess::OM_UsbFrameEncap(Hex("11 22 33 44"), 1, 1);
+    EXPECT_EQ(Bytes(even.Bytes()), Hex("01 55 55 AA AA 08 00 01 01 11 22 33 44 AA AA 55 55"));
 }
 
 TEST(GUDataProcess, EncapLimits)
 {
-    std::vector<unsigned char> frame;
-    EXPECT_FALSE(CGUDataProcess().OM_UsbFrameEncap({}, frame, 1, 1));
-    EXPECT_TRUE(CGUDataProcess().OM_UsbFrameEncap(Fill(65531), frame, 1, 1));
-    EXPECT_EQ(frame.size(), 65532U + 13U);
-    EXPECT_EQ(LoadLe<uint16_t>(frame, 5), 65535);
-    EXPECT_FALSE(CGUDataProcess().OM_UsbFrameEncap(Fill(65532), frame, 1, 1));
+    EXPECT_FALSE(CGUDataProcess::OM_UsbFrameEncap({}, 1, 1));
+    const CPacket longest = CGUDataProcess::OM_UsbFrameEncap(Fill(65531), 1, 1);
+    ASSERT_EQ(longest.size(), 65532U + 13U);
+    EXPECT_EQ(LoadLe<uint16_t>(longest.Bytes(), 5), 65535);
+    EXPECT_FALSE(CGUDataProcess::OM_UsbFrameEncap(Fill(65532), 1, 1));
 }
 
 TEST(GUDataProcess, TwoFramesOfABlock)

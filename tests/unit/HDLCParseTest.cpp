@@ -36,18 +36,14 @@ void PrintTo(const Result& result, std::ostream* pOut)
 
 Result Encode(ByteView payload)
 {
-    OwnedBytes pFrame;
-    unsigned int ulLen = 0;
-    const unsigned int uiCode = CHDLCParse().HdlcEncode(payload, pFrame, ulLen);
-    return {uiCode, Bytes(ByteView(pFrame.get(), ulLen))};
+    const HDLC_RESULT stResult = CHDLCParse().HdlcEncode(payload);
+    return {stResult.uiResult, Bytes(stResult.packet.Bytes())};
 }
 
 Result Decode(ByteView raw)
 {
-    OwnedBytes pPacket;
-    unsigned int ulLen = 0;
-    const unsigned int uiCode = CHDLCParse().HdlcDecode(raw, pPacket, ulLen);
-    return {uiCode, Bytes(ByteView(pPacket.get(), ulLen))};
+    const HDLC_RESULT stResult = CHDLCParse().HdlcDecode(raw);
+    return {stResult.uiResult, Bytes(stResult.packet.Bytes())};
 }
 
 constexpr size_t BEYOND_MEMORY = size_t(1) << 61;
@@ -94,15 +90,15 @@ TEST(HDLCParse, NothingToEncodeIsAParameterError)
     EXPECT_EQ(Encode(ByteView(&ucByte, 0)).uiCode, 2u);
 }
 
-TEST(HDLCParse, AFailedAllocationIsReportedAndTouchesNothing)
+TEST(HDLCParse, AFailedAllocationIsReportedAndGivesNothing)
 {
     const ByteView huge(FRAME_18.data(), BEYOND_MEMORY); // never read: the allocation comes first
-    OwnedBytes pOut;
-    unsigned int ulLen = 77;
-    EXPECT_EQ(CHDLCParse().HdlcEncode(huge, pOut, ulLen), 201u);
-    EXPECT_EQ(CHDLCParse().HdlcDecode(huge, pOut, ulLen), 201u);
-    EXPECT_EQ(pOut, nullptr);
-    EXPECT_EQ(ulLen, 77u);
+    const HDLC_RESULT stFrame = CHDLCParse().HdlcEncode(huge);
+    EXPECT_EQ(stFrame.uiResult, 201u);
+    EXPECT_FALSE(stFrame.packet);
+    const HDLC_RESULT stPacket = CHDLCParse().HdlcDecode(huge);
+    EXPECT_EQ(stPacket.uiResult, 201u);
+    EXPECT_FALSE(stPacket.packet);
 }
 
 TEST(HDLCParse, Decodes)
@@ -151,35 +147,27 @@ TEST(HDLCParse, Decodes)
         EXPECT_EQ(Decode(stCase.raw), (Result{stCase.uiCode, stCase.payload})) << stCase.pszName;
 }
 
-TEST(HDLCParse, AShortOrNullFrameLeavesTheOutputAlone)
+TEST(HDLCParse, AShortOrNullFrameIsAParameterError)
 {
-    OwnedBytes pOut(new unsigned char[1]{0x55});
-    unsigned int ulLen = 1;
-    EXPECT_EQ(CHDLCParse().HdlcDecode(ByteView(), pOut, ulLen), 2u);
-    EXPECT_EQ(CHDLCParse().HdlcDecode(ByteView(FRAME_18).first(21), pOut, ulLen), 2u);
-    ASSERT_NE(pOut, nullptr);
-    EXPECT_EQ(pOut[0], 0x55);
-    EXPECT_EQ(ulLen, 1u);
+    EXPECT_EQ(CHDLCParse().HdlcDecode(ByteView()).uiResult, 2u);
+    EXPECT_EQ(CHDLCParse().HdlcDecode(ByteView(FRAME_18).first(21)).uiResult, 2u);
 }
 
-TEST(HDLCParse, ABadFrameEmptiesTheOutput)
+TEST(HDLCParse, ABadFrameGivesNoPacket)
 {
-    OwnedBytes pOut(new unsigned char[1]);
-    unsigned int ulLen = 1;
     Bytes raw = FRAME_18;
     raw[5] ^= 1;
-    EXPECT_EQ(CHDLCParse().HdlcDecode(raw, pOut, ulLen), HDLC_ERR_FCS);
-    EXPECT_EQ(pOut, nullptr);
-    EXPECT_EQ(ulLen, 0u);
+    const HDLC_RESULT stResult = CHDLCParse().HdlcDecode(raw);
+    EXPECT_EQ(stResult.uiResult, HDLC_ERR_FCS);
+    EXPECT_FALSE(stResult.packet);
 }
 
 TEST(HDLCParse, AZeroByteStandsBehindTheDecodedPacket)
 {
-    OwnedBytes pOut;
-    unsigned int ulLen = 0;
-    ASSERT_EQ(CHDLCParse().HdlcDecode(FRAME_18, pOut, ulLen), 0u);
-    EXPECT_EQ(ulLen, 18u);
-    EXPECT_EQ(pOut[18], 0);
+    const HDLC_RESULT stResult = CHDLCParse().HdlcDecode(FRAME_18);
+    ASSERT_EQ(stResult.uiResult, 0u);
+    EXPECT_EQ(stResult.packet.size(), 18u);
+    EXPECT_EQ(stResult.packet.Bytes().data()[18], 0);
 }
 
 TEST(HDLCParse, FcsOfKnownBytes)

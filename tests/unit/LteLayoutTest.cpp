@@ -42,10 +42,8 @@ Bytes Encoded(const FILTER_CFG_STRU& stLayout, unsigned int ulId, unsigned char 
     stReq.ucCmdType = ucType;
     stReq.usLen = static_cast<uint16_t>(params.size());
     stReq.pData = params;
-    OwnedBytes pOut;
-    size_t szLen = 0;
-    EXPECT_EQ(EncodeReqPacket(stLayout, stReq, pOut, szLen), DIAG_RC_OK);
-    return Bytes(ByteView(pOut.get(), szLen));
+    const CPacket packet = EncodeReqPacket(stLayout, stReq);
+    return Bytes(packet.Bytes());
 }
 
 } // namespace

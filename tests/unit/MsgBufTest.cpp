@@ -7,12 +7,9 @@
 
 namespace
 {
-
-OwnedBytes Heap(const Bytes& bytes)
+CPacket Copy(const Bytes& bytes)
 {
-    OwnedBytes pData(new unsigned char[bytes.size()]);
-    std::copy(bytes.begin(), bytes.end(), pData.get());
-    return pData;
+    return CPacket::Copy(bytes);
 }
 
 class MsgBuf : public testing::Test
@@ -26,15 +23,14 @@ protected:
 /// Fills a queue of 10000 and sees the next put block until one record is taken.
 template <class Msg, class Queue> void ExpectHolds10000(Queue& queue)
 {
-    const Msg stMsg{1, 0, CHANNEL_AT, 0, nullptr};
     {
         CBackgroundCall fill([&] {
             for (int i = 0; i < 10000; ++i)
-                queue.put(stMsg);
+                queue.put(Msg{});
         });
         ASSERT_TRUE(fill.Returns());
     }
-    CBackgroundCall next([&] { queue.put(stMsg); });
+    CBackgroundCall next([&] { queue.put(Msg{}); });
     EXPECT_TRUE(next.Blocks());
     Msg stOut{};
     EXPECT_TRUE(queue.get(stOut));
@@ -51,15 +47,15 @@ TEST_F(MsgBuf, EachQueueHolds10000Records)
 
 TEST_F(MsgBuf, PutWorksBeforeStart)
 {
-    EXPECT_TRUE(PostUeMsg(UE_MSG_SERIAL, 3, CHANNEL_GU_CMD, nullptr, 0));
+    EXPECT_TRUE(PostUeMsg(UE_MSG_SERIAL, 3, CHANNEL_GU_CMD, {}));
     m_buf.Start();
     EXPECT_EQ(DrainUeQueue().size(), 1u);
 }
 
 TEST_F(MsgBuf, APostedRecordArrivesWithItsData)
 {
-    EXPECT_TRUE(PostAgentMsg(AGENT_MSG_DATA, 2, CHANNEL_LTE_DATA, Heap({0xDE, 0xAD}), 2));
-    EXPECT_TRUE(PostUeMsg(UE_MSG_TCP, 15, CHANNEL_GU_CMD, Heap({0x01, 0x02, 0x03}), 3));
+    EXPECT_TRUE(PostAgentMsg(AGENT_MSG_DATA, 2, CHANNEL_LTE_DATA, Copy({0xDE, 0xAD})));
+    EXPECT_TRUE(PostUeMsg(UE_MSG_TCP, 15, CHANNEL_GU_CMD, Copy({0x01, 0x02, 0x03})));
 
     const auto vecAgent = DrainAgentQueue();
     ASSERT_EQ(vecAgent.size(), 1u);
@@ -81,7 +77,7 @@ TEST_F(MsgBuf, ARunIsPostedAtItsEndOrWhenItIsFull)
     CBackgroundCall end([&] {
         CAgentMsgRun run;
         for (unsigned int i = 0; i < MSG_RUN_MAX + 2; ++i)
-            run.Add(i, CHANNEL_GU_DATA, Heap({0x01, 0x02}), 2);
+            run.Add(i, CHANNEL_GU_DATA, Copy({0x01, 0x02}));
         EXPECT_EQ(DrainAgentQueue().size(), MSG_RUN_MAX);
     });
     EXPECT_TRUE(end.Returns());
@@ -99,12 +95,12 @@ TEST_F(MsgBuf, AStoppedQueueRefusesAndTheDataIsFreed)
     m_buf.Stop();
     {
         CAgentMsgRun run;
-        run.Add(0, CHANNEL_AT, Heap({0x01}), 1);
+        run.Add(0, CHANNEL_AT, Copy({0x01}));
     }
-    EXPECT_FALSE(PostAgentMsg(AGENT_MSG_DATA, 0, CHANNEL_AT, Heap({0x01}), 1)); // a leak fails the sanitized run
-    EXPECT_FALSE(PostUeMsg(UE_MSG_SERIAL, 0, CHANNEL_AT, Heap({0x01}), 1));
+    EXPECT_FALSE(PostAgentMsg(AGENT_MSG_DATA, 0, CHANNEL_AT, Copy({0x01}))); // a leak fails the sanitized run
+    EXPECT_FALSE(PostUeMsg(UE_MSG_SERIAL, 0, CHANNEL_AT, Copy({0x01})));
     m_buf.Start();
-    EXPECT_TRUE(PostAgentMsg(AGENT_MSG_DATA, 0, CHANNEL_AT, Heap({0x01}), 1));
+    EXPECT_TRUE(PostAgentMsg(AGENT_MSG_DATA, 0, CHANNEL_AT, Copy({0x01})));
 }
 
 TEST_F(MsgBuf, StopReleasesBothReaders)
@@ -126,11 +122,10 @@ TEST_F(MsgBuf, StopReleasesBothReaders)
 
 TEST_F(MsgBuf, DestoryFreesWhatIsLeftAndLetsThreadsLeave)
 {
-    PostUeMsg(UE_MSG_SERIAL, 0, CHANNEL_AT, Heap({0x01}), 1);
-    PostAgentMsg(AGENT_MSG_DATA, 0, CHANNEL_AT, Heap({0x01}), 1);
+    PostUeMsg(UE_MSG_SERIAL, 0, CHANNEL_AT, Copy({0x01}));
+    PostAgentMsg(AGENT_MSG_DATA, 0, CHANNEL_AT, Copy({0x01}));
     MSG_AGENT stFirst{};
     ASSERT_TRUE(m_buf.AgentQueue().get(stFirst));
-    delete[] stFirst.pucData;
     CBackgroundCall reader([&] {
         MSG_AGENT stMsg{};
         EXPECT_FALSE(m_buf.AgentQueue().get(stMsg));
@@ -140,7 +135,7 @@ TEST_F(MsgBuf, DestoryFreesWhatIsLeftAndLetsThreadsLeave)
     EXPECT_TRUE(reader.Returns());
     EXPECT_FALSE(m_buf.UeQueue().put(MSG_UE{})); // the old object is stopped and still there
     EXPECT_NE(CMsgBuf::Instance(), &m_buf);
-    EXPECT_TRUE(PostUeMsg(UE_MSG_SERIAL, 0, CHANNEL_AT, nullptr, 0));
+    EXPECT_TRUE(PostUeMsg(UE_MSG_SERIAL, 0, CHANNEL_AT, {}));
 }
 
 TEST_F(MsgBuf, SeveralFirstCallersGetOneObject)

@@ -302,7 +302,7 @@ TEST_F(Ttf, MoreThanFiveBlocks)
 {
     Start(0xE57C, 500, 81);
     Ind(0xD006, Mntn({0, 0, 0, 0xFE, 0, 0})); // seven timeslots
-    Trace(0x7502, PacketData({{4, 0}, {5, 0}, {6, 0}, {0, 0}, {1, 0}, {2, 1}, {3, 0x1000}}));
+    Trace(0x7502, PacketData({{4, 0}, {5, 1}, {6, 2}, {0, 0}, {1, 0}, {2, 1}, {3, 0x1000}}));
     const Bytes cs1 = Row({{0, 100}, {13, 100}});
     const Bytes cs2 = Row({{1, 100}, {13, 100}});
     const Bytes mcs1 = Row({{4, 100}, {13, 100}});

@@ -86,11 +86,8 @@ TEST_P(NoMemoryTest, APacketOfAUeIsDroppedAlone)
     const CLogCapture log;
     CTestClient client = m_fix.AddClient(CHANNEL_AT);
     (void)client.Pending();
-    Bytes first = LINE, second = LINE, third = LINE;
-    const auto Msg = [](Bytes& packet) {
-        return MSG_AGENT{AGENT_MSG_DATA, 0, CHANNEL_AT, static_cast<unsigned int>(packet.size()), packet.data()};
-    };
-    const std::array<MSG_AGENT, 3> astMsg = {Msg(first), Msg(second), Msg(third)};
+    const auto Msg = [] { return MSG_AGENT{AGENT_MSG_DATA, 0, CHANNEL_AT, CPacket::Copy(LINE)}; };
+    std::array<MSG_AGENT, 3> astMsg = {Msg(), Msg(), Msg()};
     const size_t szPacket = AtPacket(LINE).size();
     const int nFailures = FailEach(
         GetParam(), [&] { m_fix.Agent().Events().ProcessAgentMsgs(astMsg); },
@@ -115,11 +112,14 @@ TEST_P(NoMemoryTest, APortThatComesIsDroppedAlone)
     CByteWriter writer(block);
     const UE_ATTACH_INFO_STRU stInfo{77, std::string(100, 'n'), std::string(100, 'g')};
     AttachInfo(writer, stInfo);
-    const MSG_AGENT stMsg{AGENT_MSG_CONNECT, 2, CHANNEL_AT, static_cast<unsigned int>(block.size()), block.data()};
+    MSG_AGENT stMsg{AGENT_MSG_CONNECT, 2, CHANNEL_AT, CPacket::Copy(block)};
     const int nFailures = FailEach(
-        GetParam(), [&] { m_fix.Process(stMsg); },
+        GetParam(),
+        [&] {
+            m_fix.Agent().Events().ProcessAgentMsgs({&stMsg, 1});
+        },
         [&](int n) {
-            m_fix.Process(stMsg);
+            m_fix.Agent().Events().ProcessAgentMsgs({&stMsg, 1});
             m_fix.Confirm(2);
             CTestClient client = m_fix.AddClient(CHANNEL_AT);
             EXPECT_TRUE(m_fix.Bind(client, 77)) << n;

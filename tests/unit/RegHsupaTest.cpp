@@ -199,7 +199,8 @@ TEST(RegHsupa, SamplesCountWithoutABase)
     const Bytes before = bench.Sample(1);
     EXPECT_EQ(before, LeWords({1, F(0), F(300), F(0)}));
     EXPECT_TRUE(bench.Manager().ChangeRegListByMode(MODE_0)); // forgets the base
-    bench.Regs()[0x37] = 1;                                   // where T0 would be behind an address of 0xFFFFFFFF
+    for (const unsigned int ulAddr : {0x37U, 0x43U, 0x47U, 0x4BU})
+        bench.Regs()[ulAddr] = 1; // where the record would be behind an address of 0xFFFFFFFF
     EXPECT_EQ(bench.Sample(2), before);
     EXPECT_EQ(bench.Sample(3), before);
     EXPECT_EQ(bench.TimeStamp(), 1U);

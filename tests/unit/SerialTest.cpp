@@ -50,8 +50,7 @@ TEST(Serial, ANewPortIsUnused)
     EXPECT_FALSE(serial.IsOpen());
     EXPECT_EQ(serial.GetTotalBytesRead(), 0u);
     EXPECT_EQ(serial.GetTotalBytesWrite(), 0u);
-    EXPECT_EQ(serial.GetChannelCount(), 0);
-    EXPECT_EQ(serial.GetSerialChannel(0), nullptr);
+    EXPECT_TRUE(serial.Channel().Rows().empty());
     EXPECT_FALSE(ReadLocked(serial));
 }
 
@@ -72,12 +71,10 @@ TEST(Serial, TheTypeGivesTheChannels)
     for (const auto& stCase : c_aCase) {
         serial.SetSerialType(stCase.enType);
         EXPECT_EQ(serial.GetSerialType(), stCase.enType);
-        const int iCount = static_cast<int>(stCase.vecChannel.size());
-        ASSERT_EQ(serial.GetChannelCount(), iCount) << stCase.enType;
-        for (int i = 0; i < iCount; ++i)
-            EXPECT_EQ(serial.GetSerialChannel(i)->GetType(), stCase.vecChannel[static_cast<size_t>(i)]);
-        EXPECT_EQ(serial.GetSerialChannel(iCount), nullptr) << stCase.enType;
-        EXPECT_EQ(serial.GetSerialChannel(-1), nullptr);
+        std::vector<enChannelType> vecChannel;
+        for (const CHANNEL_ROW& stRow : serial.Channel().Rows())
+            vecChannel.push_back(stRow.enChannel);
+        EXPECT_EQ(vecChannel, stCase.vecChannel) << stCase.enType;
     }
 }
 
@@ -87,7 +84,7 @@ TEST(Serial, APortWithoutChannelsSwallowsItsData)
     serial.SetSerialType(static_cast<enSerialType>(9));
     {
         CAgentMsgRun run;
-        serial.OnSerialData(FrameOf(Fill(18, 1)), run);
+        serial.Channel().OnSerialData(FrameOf(Fill(18, 1)), run);
     }
     EXPECT_TRUE(DrainAgentQueue().empty());
 }
@@ -162,7 +159,7 @@ TEST(Serial, OpensRawAndClosesWithTheOldSettings)
     EXPECT_EQ(msgs[0].ulUeIdx, 3u);
     EXPECT_EQ(msgs[0].data, Fill(18, 0x7E));
 
-    EXPECT_TRUE(serial.GetSerialChannel(0)->WriteChannel(Hex("01 02 7E 7D")));
+    EXPECT_TRUE(serial.Channel().WriteChannel(Hex("01 02 7E 7D")));
     EXPECT_EQ(modem.Read(10), Hex("7E 01 02 7D 5E 7D 5D 6B 97 7E"));
     EXPECT_EQ(serial.GetTotalBytesWrite(), 10u);
     EXPECT_TRUE(serial.WriteSerial(ByteView()));
@@ -232,7 +229,7 @@ TEST(Serial, OnlyAnAtPortIsOpenedByAWrite)
     CPtyPair modem;
     CSerial at;
     Prepare(at, SERIAL_TYPE_AT, modem.Name(), 5);
-    EXPECT_TRUE(at.GetSerialChannel(0)->WriteChannel(AsBytes("AT~\r")));
+    EXPECT_TRUE(at.Channel().WriteChannel(AsBytes("AT~\r")));
     EXPECT_TRUE(at.IsOpen());
     EXPECT_EQ(modem.Read(4), Text("AT~\r"));
 }

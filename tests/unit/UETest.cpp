@@ -39,12 +39,9 @@ TEST(UE, FindsTheChannelAndTakesTheAtChannelForAnUnknownOne)
 {
     CUE ue;
     const enSerialType aenPort[] = {SERIAL_TYPE_DIAG, SERIAL_TYPE_DATA, SERIAL_TYPE_GU, SERIAL_TYPE_GU, SERIAL_TYPE_AT};
-    const int aiPlace[] = {0, 0, 0, 1, 0};
     for (int i = 0; i < 5; ++i)
-        EXPECT_EQ(ue.GetSerialChannel(static_cast<enChannelType>(i)),
-                  ue.GetSerial(aenPort[i])->GetSerialChannel(aiPlace[i]))
-            << i;
-    EXPECT_EQ(ue.GetSerialChannel(static_cast<enChannelType>(5)), ue.GetSerial(SERIAL_TYPE_AT)->GetSerialChannel(0));
+        EXPECT_EQ(&ue.GetSerialChannel(static_cast<enChannelType>(i)), &ue.GetSerial(aenPort[i])->Channel()) << i;
+    EXPECT_EQ(&ue.GetSerialChannel(static_cast<enChannelType>(5)), &ue.GetSerial(SERIAL_TYPE_AT)->Channel());
 }
 
 TEST(UE, KeepsTheConnectionAckByCopy)

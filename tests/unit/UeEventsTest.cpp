@@ -23,7 +23,7 @@ protected:
     /// The handshake that the attach of a channel starts.
     void Connect(unsigned int ulUeIdx, enChannelType enChannel)
     {
-        Agent().Events().ConnectUE({AGENT_MSG_CONNECT, ulUeIdx, enChannel, 0, nullptr});
+        Agent().Events().ConnectUE({AGENT_MSG_CONNECT, ulUeIdx, enChannel, {}});
     }
     /// One frame on the GU command channel of the UE.
     static void ExpectGuFrame(const QueuedMsg& stMsg, unsigned int ulUeIdx, const Bytes& frame)
@@ -53,7 +53,7 @@ Bytes ConnectPayload(size_t szSize)
 TEST_F(UeEventsTest, AnUnknownKindIsWarnedOf)
 {
     CLogCapture log;
-    m_fix.Process({9, 0, CHANNEL_LTE_DIAG, 0, nullptr});
+    m_fix.Process({9, 0, CHANNEL_LTE_DIAG, {}});
     EXPECT_TRUE(log.Saw("[WAN] : Invalid data from Agent Msg Deque\n"));
 }
 
@@ -89,7 +89,7 @@ TEST_F(UeEventsTest, AnAttachFillsTheRowOfItsChannel)
 
 TEST_F(UeEventsTest, AnAttachWithoutBlockHasNoPort)
 {
-    Agent().Events().UpdateSerialInfo({AGENT_MSG_CONNECT, 0, CHANNEL_LTE_DIAG, 0, nullptr});
+    Agent().Events().UpdateSerialInfo({AGENT_MSG_CONNECT, 0, CHANNEL_LTE_DIAG, {}});
     m_fix.Confirm(0);
     EXPECT_EQ(Bytes(Slice(ByteView(Agent().Bindings().GetChannelsInfo()), 0, 44)),
               Join(Fill(32), Hex("FF FF FF FF 01 00 00 00 00 00 00 00")));
@@ -238,9 +238,8 @@ TEST_F(UeEventsTest, TheQueriesForCardAndMode)
 
 TEST_F(UeEventsTest, PacketsForTheNetworkUeHaveTheirOwnKind)
 {
-    OwnedBytes pData(new unsigned char[2]{7, 8});
-    SendData2UE(std::move(pData), 2, 15, CHANNEL_AT);
-    SendData2UE(nullptr, 2, 0, CHANNEL_AT);
+    SendData2UE(CPacket::Copy(Hex("07 08")), 15, CHANNEL_AT);
+    SendData2UE({}, 0, CHANNEL_AT);
     const auto sent = m_fix.ToUe();
     ASSERT_THAT(sent, SizeIs(1));
     EXPECT_EQ(sent[0].ulMsgType, UE_MSG_TCP);
@@ -252,11 +251,8 @@ TEST_F(UeEventsTest, PacketsForTheNetworkUeHaveTheirOwnKind)
 TEST_F(UeEventsTest, ARequestThatCannotBeBuiltIsLogged)
 {
     CLogCapture log;
-    OwnedBytes pReq;
-    size_t szLen = 0;
-    EXPECT_TRUE(Agent().Events().BuildLteDiagReq(0x10010001, Fill(4076), pReq, szLen));
-    EXPECT_EQ(szLen, 24u + 4076u);
-    EXPECT_FALSE(Agent().Events().BuildLteDiagReq(0x10010001, Fill(4077), pReq, szLen));
+    EXPECT_EQ(CUeEvents::BuildLteDiagReq(0x10010001, Fill(4076)).size(), 24u + 4076u);
+    EXPECT_FALSE(CUeEvents::BuildLteDiagReq(0x10010001, Fill(4077)));
     EXPECT_TRUE(log.Saw("[ERR] : Agent BuildLteDiagReq Error!\n"));
 }
 
@@ -290,12 +286,17 @@ TEST_F(UeEventsTest, RecordsTakenTogetherAreHandledInTheirOrder)
     ASSERT_TRUE(m_fix.Bind(second, 6));
     Bytes texts[] = {Hex("41"), Hex("42"), Hex("43"), Hex("44"), Hex("45"), Hex("46")};
     const auto data = [&](unsigned int ulUeIdx, size_t i) {
-        return MSG_AGENT{AGENT_MSG_DATA, ulUeIdx, CHANNEL_AT, 1, texts[i].data()};
+        return MSG_AGENT{AGENT_MSG_DATA, ulUeIdx, CHANNEL_AT, CPacket::Copy(texts[i])};
     };
-    const MSG_AGENT stDetach{AGENT_MSG_DISCONNECT, 1, CHANNEL_AT, 0, nullptr};
-    const MSG_AGENT stUnknown{9, 0, CHANNEL_AT, 0, nullptr};
-    const MSG_AGENT astMsg[] = {data(0, 0), data(0, 1), data(1, 2), stUnknown, data(0, 3),
-                                data(1, 4), stDetach,   data(1, 5), data(0, 5)};
+    MSG_AGENT astMsg[] = {data(0, 0),
+                          data(0, 1),
+                          data(1, 2),
+                          {9, 0, CHANNEL_AT, {}},
+                          data(0, 3),
+                          data(1, 4),
+                          {AGENT_MSG_DISCONNECT, 1, CHANNEL_AT, {}},
+                          data(1, 5),
+                          data(0, 5)};
     Agent().Events().ProcessAgentMsgs(astMsg);
 
     for (const size_t i : {0u, 1u, 3u, 5u}) {
@@ -320,12 +321,9 @@ TEST_F(UeEventsTest, AcksOfOneRunAreSortedOneByOne)
     m_fix.Confirm(0);
     CTestClient diag = m_fix.AddClient(CHANNEL_LTE_DIAG);
     ASSERT_TRUE(diag.Read()) << "the UE status";
-    std::vector<Bytes> packets;
-    for (const unsigned int ulCmdId : {0x10010001u, 0x10061234u, 0x10010002u})
-        packets.push_back(LteAck(ulCmdId, Hex("00 00 00 00 AA")));
     std::vector<MSG_AGENT> msgs;
-    for (Bytes& packet : packets)
-        msgs.push_back({AGENT_MSG_DATA, 0, CHANNEL_LTE_DIAG, static_cast<unsigned int>(packet.size()), packet.data()});
+    for (const unsigned int ulCmdId : {0x10010001u, 0x10061234u, 0x10010002u})
+        msgs.push_back({AGENT_MSG_DATA, 0, CHANNEL_LTE_DIAG, CPacket::Copy(LteAck(ulCmdId, Hex("00 00 00 00 AA")))});
     Agent().Events().ProcessAgentMsgs(msgs);
     for (const unsigned int ulCmdId : {0x10010001u, 0x10010002u}) {
         const auto ack = diag.Read();
@@ -348,10 +346,11 @@ TEST_F(UeEventsTest, PacketsOfARunLeaveInOneCall)
         const xtl::MutexGuard guard(Agent().Bindings().Mutex());
         ASSERT_NE(Agent().Clients().AddClient(anPair[1], CHANNEL_AT, {}), nullptr);
     }
-    Bytes text = Hex("41 42");
-    const MSG_AGENT stMsg{AGENT_MSG_DATA, 0, CHANNEL_AT, 2, text.data()};
-    Agent().Events().ProcessAgentMsgs(std::vector<MSG_AGENT>(3, stMsg));
-    Agent().Events().ProcessAgentMsgs({&stMsg, 1});
+    const Bytes text = Hex("41 42");
+    const auto Msg = [&] { return MSG_AGENT{AGENT_MSG_DATA, 0, CHANNEL_AT, CPacket::Copy(text)}; };
+    MSG_AGENT astMsg[] = {Msg(), Msg(), Msg()};
+    Agent().Events().ProcessAgentMsgs(astMsg);
+    m_fix.Process(Msg());
 
     const auto Receive = [&] {
         Bytes message(1000, 0);
@@ -492,9 +491,9 @@ TEST_F(UeEventsTest, TheThreadTakesRecordsUntilTheRunEnds)
 {
     CLogCapture log;
     std::thread reader([&] { Agent().Events().ReadAgentMsgFun(); });
-    PostAgentMsg(77, 0, CHANNEL_AT, OwnedBytes(new unsigned char[4]), 4);
+    PostAgentMsg(77, 0, CHANNEL_AT, CPacket::Zeroed(4));
     EXPECT_TRUE(log.Saw("Invalid data from Agent Msg Deque"));
-    PostAgentMsg(AGENT_MSG_DISCONNECT, 1, CHANNEL_AT, nullptr, 0);
+    PostAgentMsg(AGENT_MSG_DISCONNECT, 1, CHANNEL_AT, {});
     EXPECT_TRUE(log.Saw("UE 1 AT detached"));
     Agent().Stop();
     reader.join();

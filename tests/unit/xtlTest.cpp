@@ -21,6 +21,12 @@ std::vector<int> TakeRun(Queue& queue, size_t szMost)
     return vecTaken;
 }
 
+/// How many of the records one put of all of them takes.
+size_t PutAll(Queue& queue, std::vector<int> vecRecords)
+{
+    return queue.put(vecRecords);
+}
+
 /// 0, 1, 2 ...
 std::vector<int> Numbers(int nCount)
 {
@@ -197,7 +203,7 @@ TEST(XtlLoopQue, SlotsFollowTheHeaderAndWrapAround)
     EXPECT_EQ(pRing->capacity(), 3);
     EXPECT_TRUE(pRing->empty());
     for (int lNext = 0, lOldest = 0; lNext < 10; ++lNext) {
-        pRing->push(lNext);
+        pRing->push(int(lNext));
         if (lNext == 0) {
             EXPECT_EQ(static_cast<void*>(&pRing->front()), static_cast<void*>(memory + sizeof(Ring)));
         }
@@ -263,7 +269,7 @@ TEST(XtlBufQueue, ACapacityOf50Holds50AndThe51stPutBlocksUntilAGet)
 TEST(XtlBufQueue, AGetOfSeveralTakesWhatIsThereAndWaitsForOneOnly)
 {
     Queue queue(10);
-    EXPECT_EQ(queue.put(Numbers(5)), 5u);
+    EXPECT_EQ(PutAll(queue, Numbers(5)), 5u);
     EXPECT_EQ(TakeRun(queue, 3), (std::vector<int>{0, 1, 2}));
     EXPECT_EQ(TakeRun(queue, 3), (std::vector<int>{3, 4}));
     std::vector<int> vecTaken;
@@ -278,7 +284,7 @@ TEST(XtlBufQueue, APutOfMoreThanThereIsRoomForWaitsInTheMiddle)
 {
     Queue queue(4);
     queue.put(-1);
-    CBackgroundCall writer([&] { EXPECT_EQ(queue.put(Numbers(10)), 10u); });
+    CBackgroundCall writer([&] { EXPECT_EQ(PutAll(queue, Numbers(10)), 10u); });
     EXPECT_TRUE(writer.Blocks());
     std::vector<int> vecTaken;
     while (vecTaken.size() < 11) {
@@ -293,10 +299,10 @@ TEST(XtlBufQueue, RunsGiveBackAsManyPermitsAsTheyTook)
 {
     Queue queue(4);
     for (int i = 0; i < 10; ++i) {
-        EXPECT_EQ(queue.put(Numbers(3)), 3u);
+        EXPECT_EQ(PutAll(queue, Numbers(3)), 3u);
         EXPECT_EQ(TakeRun(queue, 8), Numbers(3));
     }
-    EXPECT_EQ(queue.put(Numbers(4)), 4u);
+    EXPECT_EQ(PutAll(queue, Numbers(4)), 4u);
     CBackgroundCall fifth([&] { EXPECT_FALSE(queue.put(4)); });
     EXPECT_TRUE(fifth.Blocks()) << "four slots, all taken";
     queue.stop();
@@ -308,11 +314,11 @@ TEST(XtlBufQueue, RunsGiveBackAsManyPermitsAsTheyTook)
 TEST(XtlBufQueue, StopEndsAPutOfSeveralWithTheCountThatWentIn)
 {
     Queue queue(4);
-    CBackgroundCall writer([&] { EXPECT_EQ(queue.put(Numbers(10)), 4u); });
+    CBackgroundCall writer([&] { EXPECT_EQ(PutAll(queue, Numbers(10)), 4u); });
     EXPECT_TRUE(writer.Blocks());
     queue.stop();
     EXPECT_TRUE(writer.Returns());
-    EXPECT_EQ(queue.put(Numbers(2)), 0u);
+    EXPECT_EQ(PutAll(queue, Numbers(2)), 0u);
     EXPECT_EQ(TakeAll(queue), Numbers(4));
 }
 
@@ -323,7 +329,7 @@ TEST(XtlBufQueue, ARunAfterARestartKeepsToItsPermits)
     queue.put(2);
     queue.stop();
     queue.start();
-    EXPECT_EQ(queue.put(std::vector<int>{3, 4}), 2u);
+    EXPECT_EQ(PutAll(queue, {3, 4}), 2u);
     EXPECT_EQ(TakeRun(queue, 8), (std::vector<int>{1, 2})) << "as many as were put since, the oldest first";
 }
 

@@ -98,13 +98,12 @@ void CGUDataProcess::OM_InitDecap()
     ClearRemain();
 }
 
-bool CGUDataProcess::OM_UsbFrameEncap(ByteView data, std::vector<unsigned char>& frame, unsigned char ucTotal,
-                                      unsigned char ucIndex)
+CPacket CGUDataProcess::OM_UsbFrameEncap(ByteView data, unsigned char ucTotal, unsigned char ucIndex)
 {
     if (data.empty() || data.size() > UINT16_MAX - LENGTH_EXTRA)
-        return false;
-    frame.assign(Padded(data.size()) + ENCAP_OVERHEAD, 0);
-    CByteWriter writer(frame);
+        return {};
+    CPacket frame = CPacket::Allocate(Padded(data.size()) + ENCAP_OVERHEAD);
+    CByteWriter writer(frame.Bytes());
     writer.Field(DATA_TYPE_OM);
     writer.Field(OM_FRAME_START);
     writer.Field(static_cast<uint16_t>(data.size() + LENGTH_EXTRA));
@@ -113,7 +112,7 @@ bool CGUDataProcess::OM_UsbFrameEncap(ByteView data, std::vector<unsigned char>&
     writer.Bytes(data);
     writer.Gap(Padded(data.size()) - data.size());
     writer.Field(OM_FRAME_END);
-    return true;
+    return frame;
 }
 
 bool CGUDataProcess::OM_UsbFrameDecap(ByteSpan data, size_t szStart, unsigned int ulMode)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/Bytes.h"
+#include "common/Packet.h"
 
 #include <functional>
 #include <utility>
@@ -35,9 +35,8 @@ public:
     /// Forgets a held frame and makes room for the largest one.
     void OM_InitDecap();
 
-    /// Writes one frame. False for no data, or more than the u16 length field can tell.
-    static bool OM_UsbFrameEncap(ByteView data, std::vector<unsigned char>& frame, unsigned char ucTotal,
-                                 unsigned char ucIndex);
+    /// One frame. False for no data, for more than the u16 length field can tell, and when memory is short.
+    static CPacket OM_UsbFrameEncap(ByteView data, unsigned char ucTotal, unsigned char ucIndex);
 
     /// Takes one block: the bytes of data from szStart on. Those ahead of it are the head of its first frame, of
     /// which only the SSID is read. Rewrites SSIDs in place. True when the block was taken in whole; on a fault the

@@ -6,7 +6,6 @@
 #include "data/gu/base/GuPacket.h"
 
 #include <array>
-#include <vector>
 
 namespace
 {
@@ -43,12 +42,10 @@ template <size_t szSize> std::array<unsigned char, szSize> GuShortQuery(unsigned
 /// The request goes out as it stands, without an OM frame.
 void CGuLink::SendLinkRequest(UE_INDEX ulUeIdx)
 {
-    OwnedBytes pReq = CopyOnHeap(LINK_REQUEST);
-    if (!pReq) {
+    CPacket request = CPacket::Copy(LINK_REQUEST);
+    if (!request)
         CDebug::Instance()->PrintInfo("Agent:pBuf Get memory faild");
-        return;
-    }
-    SendData2UE(std::move(pReq), LINK_REQUEST.size(), ulUeIdx, CHANNEL_GU_CMD);
+    SendData2UE(std::move(request), ulUeIdx, CHANNEL_GU_CMD);
 }
 
 bool CGuLink::JudgeJIANLIANCMD(ByteView packet)
@@ -68,15 +65,10 @@ bool CGuLink::JudgeJIANLIANCMD(ByteView packet)
 
 void CGuLink::SendGUReq2UE(ByteView msg, UE_INDEX ulUeIdx)
 {
-    std::vector<unsigned char> frame;
-    if (!CGUDataProcess::OM_UsbFrameEncap(msg, frame, 1, 1))
-        return;
-    OwnedBytes pFrame = CopyOnHeap(frame);
-    if (!pFrame) {
+    CPacket frame = CGUDataProcess::OM_UsbFrameEncap(msg, 1, 1);
+    if (!frame)
         CDebug::Instance()->PrintInfo("DpGuCmd function SendReq2UE Get memory Faild");
-        return;
-    }
-    SendData2UE(std::move(pFrame), frame.size(), ulUeIdx, CHANNEL_GU_CMD);
+    SendData2UE(std::move(frame), ulUeIdx, CHANNEL_GU_CMD);
 }
 
 void CGuLink::EnableTransMsg(UE_INDEX ulUeIdx)

@@ -374,17 +374,14 @@ void COperationGUData::SendReq2UE(ByteView packet)
     }
     const auto ucTotal = static_cast<unsigned char>((packet.size() + OM_MAX_SEGMENT - 1) / OM_MAX_SEGMENT);
     const std::chrono::milliseconds pause(CConfig::Instance()->GetTimespaceForGuReq());
-    std::vector<unsigned char> frame;
     for (unsigned char ucIndex = 1; ucIndex <= ucTotal; ++ucIndex) {
-        if (!CGUDataProcess::OM_UsbFrameEncap(Slice(packet, (ucIndex - 1) * OM_MAX_SEGMENT, OM_MAX_SEGMENT), frame,
-                                              ucTotal, ucIndex))
-            return;
-        OwnedBytes pFrame = CopyOnHeap(frame);
-        if (!pFrame) {
+        CPacket frame = CGUDataProcess::OM_UsbFrameEncap(Slice(packet, (ucIndex - 1) * OM_MAX_SEGMENT, OM_MAX_SEGMENT),
+                                                         ucTotal, ucIndex);
+        if (!frame) {
             CDebug::Instance()->PrintInfo("DpGuCmd function SendReq2UE Get memory Faild");
             return;
         }
-        SendData2UE(std::move(pFrame), frame.size(), ulUeIdx, CHANNEL_GU_CMD);
+        SendData2UE(std::move(frame), ulUeIdx, CHANNEL_GU_CMD);
         if (pause.count() > 0)
             std::this_thread::sleep_for(pause); // the UE needs time between segments
     }

@@ -379,13 +379,12 @@ void COperationGUData::SendTo(IClientPort* pClient, const DIAG_PACKET_ACK_STRU& 
 {
     if (!pClient)
         return;
-    size_t szTotal = 0;
-    OwnedBytes pPacket = BuildClientPacket(stAck, payload, szTotal);
-    if (!pPacket) {
+    CPacket packet = BuildClientPacket(stAck, payload);
+    if (!packet) {
         CDebug::Instance()->PrintInfo("DpGuCmd: function SendGUAckToClient Get memory faild");
         return;
     }
-    (void)pClient->SendData2Client(std::move(pPacket), szTotal); // always true
+    (void)pClient->SendData2Client(std::move(packet)); // always true
 }
 
 namespace

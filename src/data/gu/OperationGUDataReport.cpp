@@ -58,10 +58,9 @@ namespace
 /// One line with the packet as a client gets it, lead bytes left out.
 void LogPacket(const char* pszTitle, const DIAG_PACKET_ACK_STRU& stAck, ByteView payload)
 {
-    size_t szTotal = 0;
-    const OwnedBytes pPacket = BuildClientPacket(stAck, payload, szTotal);
-    if (pPacket)
-        CDebug::Instance()->PrintRawData(pszTitle, Slice(ByteView(pPacket.get(), szTotal), LEAD_LEN));
+    const CPacket packet = BuildClientPacket(stAck, payload);
+    if (packet)
+        CDebug::Instance()->PrintRawData(pszTitle, Slice(packet.Bytes(), LEAD_LEN));
 }
 } // namespace
 
