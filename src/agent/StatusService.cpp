@@ -38,10 +38,12 @@ void CStatusService::SendTransferReport()
                 m_status.SendSerialTransferInfo(
                     {0, pSerial->GetPortNum(), pSerial->GetTotalBytesRead(), pSerial->GetTotalBytesWrite()});
         }
-    for (uint32_t i = 0; i < SERIALNUM; ++i)
-        if (const auto pLink = m_ueManager.GetTcp(static_cast<enSerialType>(i)))
-            m_status.SendSerialTransferInfo({i == SERIAL_TYPE_AT ? static_cast<uint32_t>(CHANNEL_AT) : i, 0,
+    for (size_t i = 0; i < SERIALNUM; ++i) {
+        const auto enPort = static_cast<enSerialType>(i);
+        if (const auto pLink = m_ueManager.GetTcp(enPort))
+            m_status.SendSerialTransferInfo({static_cast<uint32_t>(ChannelsOf(enPort).front().enChannel), 0,
                                              pLink->GetTotalBytesRead(), pLink->GetTotalBytesWrite()});
+    }
 }
 
 void CStatusService::StatusQueryFun()

@@ -76,7 +76,7 @@ protected:
     Change Became(bool bOpen);
 
 private:
-    bool HasFrames() const { return m_enType != SERIAL_TYPE_AT; }
+    bool HasFrames() const { return !ChannelsOf(m_enType).front().bText; }
 
     const enSerialType m_enType;
     const uint32_t m_ulNumber;
