@@ -33,8 +33,7 @@ unsigned short Length(ByteView payload, const LENGTH_FIELD& stField)
 }
 } // namespace
 
-// No time between two reports gives an infinity, or NaN without
-// bytes; client tools rely on both.
+// No time between two reports gives an infinity, or NaN without bytes; client tools rely on both.
 void CMsgProcessThroughput::SendIndPacketToClient(unsigned int ulTimeStamp, CMsgPeriods* pstPeriods, CMsgDisp* pDisp)
 {
     const unsigned int ulNow = TicksToMs(ulTimeStamp);
@@ -65,32 +64,32 @@ bool CTraceThroughputMsg::ProcessInd(ByteView packet)
     return true;
 }
 
-unsigned int CTraceSNDCPUlMsg::ByteCount(ByteView payload) const
+unsigned int SndcpUlBytes(ByteView payload)
 {
     return Length(payload, SNDCP_UL);
 }
 
-unsigned int CTraceSNDCPDlMsg::ByteCount(ByteView payload) const
+unsigned int SndcpDlBytes(ByteView payload)
 {
     return LoadLe<uint16_t>(payload, SNDCP_DL_LENGTH);
 }
 
-unsigned int CTraceLLCUlMsg::ByteCount(ByteView payload) const
+unsigned int LlcUlBytes(ByteView payload)
 {
     return Length(payload, LLC_UL);
 }
 
-unsigned int CTraceLLCDlMsg::ByteCount(ByteView payload) const
+unsigned int LlcDlBytes(ByteView payload)
 {
     return Length(payload, LLC_DL);
 }
 
-unsigned int CTraceRLCUlMsg::ByteCount(ByteView payload) const
+unsigned int RlcUlBytes(ByteView payload)
 {
     return LoadLe<uint16_t>(payload, RLC_UL_LENGTH);
 }
 
-unsigned int CTraceRLCDlMsg::ByteCount(ByteView payload) const
+unsigned int RlcDlBytes(ByteView payload)
 {
     const size_t szCount = LoadLe<uint32_t>(payload, RLC_DL_COUNT);
     unsigned int ulBytes = 0;

@@ -35,56 +35,26 @@ protected:
     virtual unsigned int ByteCount(ByteView payload) const = 0;
 };
 
-class CTraceSNDCPUlMsg : public CTraceThroughputMsg
+// The byte counts, of a message's payload.
+unsigned int SndcpUlBytes(ByteView payload);
+unsigned int SndcpDlBytes(ByteView payload);
+unsigned int LlcUlBytes(ByteView payload);
+unsigned int LlcDlBytes(ByteView payload);
+unsigned int RlcUlBytes(ByteView payload);
+unsigned int RlcDlBytes(ByteView payload);
+
+template <unsigned int (*pfnByteCount)(ByteView payload)> class CTraceLayerMsg : public CTraceThroughputMsg
 {
 public:
     using CTraceThroughputMsg::CTraceThroughputMsg;
 
 protected:
-    unsigned int ByteCount(ByteView payload) const override;
+    unsigned int ByteCount(ByteView payload) const override { return pfnByteCount(payload); }
 };
 
-class CTraceSNDCPDlMsg : public CTraceThroughputMsg
-{
-public:
-    using CTraceThroughputMsg::CTraceThroughputMsg;
-
-protected:
-    unsigned int ByteCount(ByteView payload) const override;
-};
-
-class CTraceLLCUlMsg : public CTraceThroughputMsg
-{
-public:
-    using CTraceThroughputMsg::CTraceThroughputMsg;
-
-protected:
-    unsigned int ByteCount(ByteView payload) const override;
-};
-
-class CTraceLLCDlMsg : public CTraceThroughputMsg
-{
-public:
-    using CTraceThroughputMsg::CTraceThroughputMsg;
-
-protected:
-    unsigned int ByteCount(ByteView payload) const override;
-};
-
-class CTraceRLCUlMsg : public CTraceThroughputMsg
-{
-public:
-    using CTraceThroughputMsg::CTraceThroughputMsg;
-
-protected:
-    unsigned int ByteCount(ByteView payload) const override;
-};
-
-class CTraceRLCDlMsg : public CTraceThroughputMsg
-{
-public:
-    using CTraceThroughputMsg::CTraceThroughputMsg;
-
-protected:
-    unsigned int ByteCount(ByteView payload) const override;
-};
+using CTraceSNDCPUlMsg = CTraceLayerMsg<SndcpUlBytes>;
+using CTraceSNDCPDlMsg = CTraceLayerMsg<SndcpDlBytes>;
+using CTraceLLCUlMsg = CTraceLayerMsg<LlcUlBytes>;
+using CTraceLLCDlMsg = CTraceLayerMsg<LlcDlBytes>;
+using CTraceRLCUlMsg = CTraceLayerMsg<RlcUlBytes>;
+using CTraceRLCDlMsg = CTraceLayerMsg<RlcDlBytes>;
