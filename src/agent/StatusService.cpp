@@ -10,8 +10,10 @@
 #include "ue/TcpChannel.h"
 #include "ue/UEManager.h"
 
+#include <chrono>
 #include <optional>
 #include <sys/socket.h>
+#include <thread>
 #include <unistd.h>
 
 CStatusService::CStatusService(CStatusReporter& status, CBindings& bindings, const CChannelTable& table,
@@ -25,7 +27,7 @@ void CStatusService::StatusMonitorFun()
     const int iInterval = CConfig::Instance()->GetStatusInfoReportInterval();
     while (m_bRun && iInterval > 0) {
         (void)DropOnNoMemory("a transfer report", [this] { SendTransferReport(); });
-        sleep(static_cast<unsigned int>(iInterval));
+        std::this_thread::sleep_for(std::chrono::seconds(iInterval)); // whatever signals come
     }
 }
 

@@ -10,6 +10,8 @@
 #include "ue/UEManager.h"
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 #include <unistd.h>
 
 // What the UE side reports, taken by one thread: ports that come and go, and packets. Two handshakes start here
@@ -17,8 +19,8 @@
 
 namespace
 {
-constexpr unsigned int HOST_CONNECT_DELAY_S = 2; // a port that was just opened needs this before it listens
-constexpr useconds_t SWITCH_INTERVAL_US = 50000; // between two switch requests
+constexpr std::chrono::seconds HOST_CONNECT_DELAY(2);    // a port that was just opened needs this before it listens
+constexpr std::chrono::milliseconds SWITCH_INTERVAL(50); // between two switch requests
 
 /// Handles packet by packet; one that memory is too short for is dropped alone.
 template <class Handle> void ForEachPacket(std::span<MSG_AGENT> run, Handle handle)
@@ -191,7 +193,7 @@ void CUeEvents::ConnectUE(const MSG_AGENT& stMsg)
 void CUeEvents::SendHostConnect(UE_INDEX ulUeIdx)
 {
     if (CPacket request = BuildLteDiagReq(UE_CMD_HOST_CONNECT, {})) {
-        sleep(HOST_CONNECT_DELAY_S); // on this thread: no UE is served meanwhile, once per UE
+        std::this_thread::sleep_for(HOST_CONNECT_DELAY); // on this thread: no UE is served meanwhile, once per UE
         CDebug::Instance()->PrintInfo("Send HOST_CONNECT cmd to UE");
         SendData2UE(std::move(request), ulUeIdx, CHANNEL_LTE_DIAG);
     }
@@ -285,7 +287,7 @@ void CUeEvents::SendDspModuleSwitch(UE_INDEX ulUeIdx)
 {
     for (const LTE_DIAG_INIT_CMD_STRU& stRow : LTE_DIAG_INIT_CMD) {
         SendData2UE(BuildLteDiagReq(stRow.ulCmdId, stRow.Data()), ulUeIdx, CHANNEL_LTE_DIAG);
-        usleep(SWITCH_INTERVAL_US); // the UE takes no faster; once per UE
+        std::this_thread::sleep_for(SWITCH_INTERVAL); // the UE takes no faster; once per UE
     }
 }
 

@@ -45,6 +45,7 @@ public:
         EXCLUDES(m_UELock);
     /// The port has gone; port 0 is the network UE. Unknown numbers are ignored.
     void OnSerialDetach(unsigned int port) EXCLUDES(m_UELock);
+    /// The same by slot and role, for whoever knows the port so; the agent knows its number.
     void OnSerialDetach(UE_INDEX ue, enSerialType type) EXCLUDES(m_UELock);
     /// Makes or drops the links of the network UE.
     void ProcessTCPUE(const std::string& ip, bool attach) EXCLUDES(m_UELock);

@@ -125,7 +125,6 @@ public:
     unsigned int GetReqMsgId() const { return m_ulReqMsgId; }
     unsigned int GetPid() const { return m_ulPid; }
     unsigned int GetModem() const { return m_ulModem; }
-    unsigned short GetDefaultPeriod() const { return m_usDefaultPeriod; }
     void SetSelfCnf() { m_bSelfCnf = true; }
 
 protected:

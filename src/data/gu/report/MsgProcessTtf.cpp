@@ -37,7 +37,7 @@ unsigned char McsIndex(unsigned short usCode)
     return static_cast<unsigned char>(usCode);
 }
 
-// Payload of the maintenance information. Each of the two directions has a mask, a code and a byte.
+// Payload of the maintenance information. Each of the two sets has a mask, a code and a byte.
 constexpr size_t MNTN_VALUE = 0;  // u32
 constexpr size_t MNTN_MASK1 = 10; // u8, bit 7 is timeslot 0
 constexpr size_t MNTN_CODE1 = 14; // u16

@@ -7,7 +7,7 @@
 
 // The packet data stack of GSM. The byte flow of its layers is in MsgProcessTtfTrace.h.
 
-/// The two directions of the coding scheme statistics.
+/// The two sets of coding scheme statistics.
 enum ENUM_LEVEL
 {
     ENUM_LEVEL_FIRST = 0,
