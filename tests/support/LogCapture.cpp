@@ -4,8 +4,8 @@
 #include "common/Debug.h"
 #include "support/WaitFor.h"
 
+#include <array>
 #include <cstdlib>
-#include <fstream>
 #include <sstream>
 #include <unistd.h>
 
@@ -20,10 +20,9 @@ void SetDebugLevel(int iLevel)
 
 CLogCapture::CLogCapture(int iLevel) : m_strPath("/tmp/vex-log-XXXXXX")
 {
-    const int nFd = mkstemp(m_strPath.data());
-    if (nFd < 0)
+    m_File.Reset(mkstemp(m_strPath.data()));
+    if (!m_File.IsOpen())
         std::abort();
-    close(nFd);
     SetDebugLevel(iLevel);
     CDebug::Instance()->Start(m_strPath.c_str());
 }
@@ -37,9 +36,12 @@ CLogCapture::~CLogCapture()
 
 std::string CLogCapture::Text() const
 {
-    std::ostringstream text;
-    text << std::ifstream(m_strPath).rdbuf();
-    return text.str();
+    std::string strText;
+    std::array<char, 4096> acPart;
+    for (ssize_t lRead = 0;
+         (lRead = pread(m_File.Get(), acPart.data(), acPart.size(), static_cast<off_t>(strText.size()))) > 0;)
+        strText.append(acPart.data(), static_cast<size_t>(lRead));
+    return strText;
 }
 
 bool CLogCapture::Saw(const std::string& strText) const

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/UniqueFd.h"
+
 #include <string>
 
 /// Runs the log into a temporary file for the life of the object, all classes on unless told otherwise.
@@ -20,4 +22,5 @@ public:
 
 private:
     std::string m_strPath;
+    CUniqueFd m_File; // kept open, so that the log can be read when there are no descriptors left
 };

@@ -9,6 +9,7 @@
 #include "ue/TcpChannel.h"
 #include "ue/UEManager.h"
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -159,6 +160,27 @@ TEST(DeviceMonitor, TakesRecordsOneAConnection)
     EXPECT_EQ(monitor.log.Count(" attach, port is 7"), 1);
 }
 
+namespace
+{
+/// Bytes that wait to be read from the connections that a TCP port has taken.
+size_t UnreadBytes(unsigned short usPort)
+{
+    std::ifstream table("/proc/thread-self/net/tcp");
+    std::string strLine;
+    size_t szBytes = 0;
+    while (std::getline(table, strLine)) {
+        unsigned int ulLocalPort = 0;
+        unsigned int ulState = 0;
+        size_t szUnread = 0;
+        constexpr unsigned int ESTABLISHED = 1;
+        if (std::sscanf(strLine.c_str(), "%*d: %*x:%x %*x:%*x %x %*x:%zx", &ulLocalPort, &ulState, &szUnread) == 3 &&
+            ulLocalPort == usPort && ulState == ESTABLISHED)
+            szBytes += szUnread;
+    }
+    return szBytes;
+}
+} // namespace
+
 TEST(DeviceMonitor, ARecordMayComeInPieces)
 {
     Monitor monitor;
@@ -167,7 +189,7 @@ TEST(DeviceMonitor, ARecordMayComeInPieces)
     for (const size_t szOffset : {0u, 1u, 300u}) {
         const size_t szEnd = szOffset == 0 ? 1 : szOffset == 1 ? 300 : 520;
         ASSERT_TRUE(SendAll(fd, ByteView(attach).subspan(szOffset, szEnd - szOffset)));
-        std::this_thread::sleep_for(milliseconds(5)); // so that the pieces arrive apart
+        EXPECT_TRUE(WaitFor([] { return UnreadBytes(DEVICE_MONITOR_PORT) == 0; })) << "the pieces arrive apart";
     }
     EXPECT_TRUE(monitor.log.Saw("serial /dev/ttyUSB3 attach, port is 7"));
 }

@@ -112,12 +112,11 @@ TEST(TcpChannel, TheAtLinkTalksText)
 
 TEST(TcpChannel, AnEmptyPacketSendsNothing)
 {
-    Link link(0);
-    EXPECT_TRUE(link.channel.SendData(ByteView()));
-    EXPECT_EQ(link.channel.GetTotalBytesWrite(), 0u);
-    Link at(3);
-    EXPECT_TRUE(at.channel.SendData(ByteView()));
-    EXPECT_EQ(at.channel.GetTotalBytesWrite(), 0u);
+    for (const int iIndex : {0, 3}) {
+        Link link(iIndex);
+        EXPECT_TRUE(link.channel.SendData(ByteView()));
+        EXPECT_EQ(link.channel.GetTotalBytesWrite(), 0u) << iIndex;
+    }
 }
 
 TEST(TcpChannel, DecodeFaultsHaveTheFormWithoutAPort)
