@@ -209,12 +209,12 @@ TEST(OperationGUDataReq, CellPeriods)
 TEST(OperationGUDataReq, PeriodIsStoredOrCleared)
 {
     CPeriodMsgFromUe report;
-    EXPECT_TRUE(COperationGUData::CheckCellReportPeriodValid(Hex("01 02 F4 01"), report));
+    EXPECT_TRUE(CUeReports::CheckCellReportPeriodValid(Hex("01 02 F4 01"), report));
     EXPECT_EQ(report.GetPeriod(), 500);
-    EXPECT_FALSE(COperationGUData::CheckCellReportPeriodValid(Hex("01 02 63 00"), report));
+    EXPECT_FALSE(CUeReports::CheckCellReportPeriodValid(Hex("01 02 63 00"), report));
     EXPECT_EQ(report.GetPeriod(), 0) << "the running report stops";
-    EXPECT_TRUE(COperationGUData::CheckCellReportPeriodValid(Hex("01 02 F4 01"), report));
-    EXPECT_TRUE(COperationGUData::CheckCellReportPeriodValid(Hex("00 02 F4 01"), report));
+    EXPECT_TRUE(CUeReports::CheckCellReportPeriodValid(Hex("01 02 F4 01"), report));
+    EXPECT_TRUE(CUeReports::CheckCellReportPeriodValid(Hex("00 02 F4 01"), report));
     EXPECT_EQ(report.GetPeriod(), 0);
 }
 

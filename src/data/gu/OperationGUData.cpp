@@ -12,7 +12,7 @@
 #include <utility>
 
 // The object, and the way from a client's request to the UE. The reverse way is in OperationGUDataFromUe.cpp and
-// OperationGUDataQuery.cpp, the periodic reports in OperationGUDataReport.cpp.
+// OperationGUDataQuery.cpp, the periodic reports in report/UeReports.cpp.
 
 namespace
 {
@@ -23,6 +23,7 @@ COperationGUData::COperationGUData()
     : m_pTransDisp(std::make_unique<CMsgDisp>(this, MSG_DISP_TRANS)),
       m_pTraceDisp(std::make_unique<CMsgDisp>(this, MSG_DISP_TRACE)),
       m_ulBlerPid(PID_BLER),
+      m_Reports(*this),
       m_pGuRegister(std::make_unique<CGuRegister>())
 {
     m_stDataProcess.SetguDataProcess([this](ByteView packet) { (void)TranslateUEPacket(packet); });
@@ -60,7 +61,7 @@ void COperationGUData::ClearData(std::span<const enChannelType> gone)
     m_bImeiOk = false;
     m_bVersionOk = false;
     m_enModemNum = MODEM_NUM_UNKNOWN;
-    ForgetReportData();
+    m_Reports.Forget();
     if (std::ranges::find(gone, CHANNEL_GU_CMD) != gone.end())
         OnCmdChannelGone();
 }
@@ -154,13 +155,6 @@ void COperationGUData::ProcOtaMsgFromProbe(const DIAG_PACKET_REQ_VIEW& stReq)
 
 namespace
 {
-constexpr unsigned short ID_MAC_REPORT = 0xF518;
-constexpr unsigned short ID_REORDER_REPORT = 0xF51B;
-constexpr unsigned short ID_BLER = 0xF020;
-constexpr unsigned short ID_W_CELL = 0xB010;
-constexpr unsigned short ID_GSM_NEIGHBOUR = 0xB016;
-constexpr unsigned short ID_LTE_NEIGHBOUR = 0xB060;
-
 // Requests that go to the UE as they are, under one id or several.
 struct OWN_REQ_ROW
 {
@@ -179,7 +173,7 @@ void COperationGUData::ProcTransMsgFromProbe(ByteView req)
 {
     const DIAG_PACKET_REQ_VIEW stReq = ViewReq(req);
     const unsigned short usId = ReqPacketId(stReq);
-    if (!CheckReportPeriodValid(stReq.data, usId)) {
+    if (!m_Reports.CheckReportPeriodValid(stReq.data, usId)) {
         BuildErrCnfPacketToClient(usId, PKT_TYPE_GU_TRANS, DIAG_RC_FAIL);
         return;
     }
@@ -198,24 +192,9 @@ void COperationGUData::SendOwnRequest(const DIAG_PACKET_REQ_VIEW& stReq)
     for (const OWN_REQ_ROW& stRow : g_astOwnReq)
         if (stRow.usId == usId)
             BuildTransReqMsg(stRow.usSentId, ReqParams(stReq), stRow.ulPid);
-    switch (usId) {
-    case ID_BLER:
-        return SendBlerRequest(stReq);
-    case 0xF539:
-        return RLC_ThroughputReqPro(stReq, m_RlcUlReport);
-    case 0xF53C:
-        return RLC_ThroughputReqPro(stReq, m_RbUlReport);
-    case 0xF53F:
-        return RLC_ThroughputReqPro(stReq, m_RlcDlReport);
-    case 0xF542:
-        return RLC_ThroughputReqPro(stReq, m_RbDlReport);
-    case ID_MAC_REPORT:
-        return MacHsConfigReqPro(stReq, m_MacReport);
-    case ID_REORDER_REPORT:
-        return MacHsConfigReqPro(stReq, m_ReorderReport);
-    default:
-        return;
-    }
+    if (usId == ID_BLER)
+        SendBlerRequest(stReq);
+    m_Reports.ProcessRequest(stReq);
 }
 
 /// The UE takes the period in units of 10 ms.
@@ -224,48 +203,6 @@ void COperationGUData::SendBlerRequest(const DIAG_PACKET_REQ_VIEW& stReq)
     std::vector<unsigned char> params = ReqParams(stReq);
     StoreLe<uint16_t>(params, REQ_PERIOD, static_cast<uint16_t>(ReqPeriod(params) / 10));
     BuildTransReqMsg(ID_BLER, params, m_ulBlerPid);
-}
-
-namespace
-{
-constexpr unsigned short OWN_PERIOD_MIN = 100; // ms
-constexpr unsigned short OWN_PERIOD_MAX = 2000;
-constexpr unsigned short BLER_MODE_STOP = 0;
-constexpr unsigned short BLER_MODE_PERIOD = 3;
-constexpr unsigned char CELL_MODE_PERIOD = 2;
-
-/// Stores the period of a start, or stops the report. False for a start that isn't valid; the report stops then too.
-bool TakePeriod(CPeriodMsgFromUe& report, ByteView params, bool bStop, bool bStart)
-{
-    const unsigned short usPeriod = ReqPeriod(params);
-    const bool bValid = bStart && usPeriod >= OWN_PERIOD_MIN && usPeriod <= OWN_PERIOD_MAX;
-    report.SetPeriod(bValid ? usPeriod : static_cast<unsigned short>(0));
-    return bValid || bStop;
-}
-} // namespace
-
-bool COperationGUData::CheckReportPeriodValid(ByteView params, unsigned short usId)
-{
-    switch (usId) {
-    case ID_BLER: {
-        const unsigned short usMode = LoadLe<uint16_t>(params, 0);
-        return TakePeriod(m_BlerReport, params, usMode == BLER_MODE_STOP, usMode == BLER_MODE_PERIOD);
-    }
-    case ID_W_CELL:
-        return CheckCellReportPeriodValid(params, m_aWCellReport[0]);
-    case ID_GSM_NEIGHBOUR:
-        return CheckCellReportPeriodValid(params, m_GsmNeighbour);
-    case ID_LTE_NEIGHBOUR:
-        return CheckCellReportPeriodValid(params, m_LteNeighbour);
-    default:
-        return true;
-    }
-}
-
-bool COperationGUData::CheckCellReportPeriodValid(ByteView params, CPeriodMsgFromUe& report)
-{
-    const bool bStop = ReqSwitch(params) == SWITCH_OFF;
-    return TakePeriod(report, params, bStop, !bStop && LoadLe<uint8_t>(params, 1) == CELL_MODE_PERIOD);
 }
 
 void COperationGUData::ProcTraceMsgFromProbe(ByteView req)

@@ -8,10 +8,10 @@
 #include "data/DiagPacket.h"
 #include "data/gu/GUDataProcess.h"
 #include "data/gu/GuLink.h"
-#include "data/gu/report/ChannelConfigReports.h"
 #include "data/gu/report/MsgProcess.h"
 #include "data/gu/report/ReportOperation.h"
 #include "data/gu/report/TraceReqCounter.h"
+#include "data/gu/report/UeReports.h"
 
 #include <array>
 #include <atomic>
@@ -74,15 +74,11 @@ public:
 
     void BuildMsgCnfPacket(unsigned short usType, unsigned int ulRc, unsigned int ulTimeStamp, unsigned short usId,
                            ByteView data) override;
-    void BuildMsgIndPacket(unsigned short usType, unsigned int ulTimeStamp, unsigned short usId,
-                           ByteView data) override;
+    DIAG_PACKET_ACK_STRU BuildMsgIndPacket(unsigned short usType, unsigned int ulTimeStamp, unsigned short usId,
+                                           ByteView data) override;
     void BuildErrCnfPacketToClient(unsigned short usId, unsigned int ulType, unsigned int ulRc) override;
     void BuildTransReqMsg(unsigned short usId, ByteView params, unsigned int ulPid) override;
     void BuildTraceReqMsg() override;
-    /// Sends a GU packet to this UE in segments, with the configured pause behind each. While the last client that
-    /// sent a request is bound to no UE the packet is dropped with a warning; before this UE's first block, when the
-    /// object doesn't know which one it is, the packet goes to the UE of that client.
-    void SendReq2UE(ByteView packet);
 
     unsigned int GetRealTimeStamp(unsigned int ulStamp) const override;
     unsigned int GetUeVersion() const override { return m_enUeVersion; }
@@ -90,20 +86,6 @@ public:
     CMsgDisp* GetTransMsgDisp() const override { return m_pTransDisp.get(); }
     CMsgDisp* GetTraceMsgDisp() const { return m_pTraceDisp.get(); }
     CTraceReqCounter& TraceCounter() override { return m_TraceCounter; }
-    /// The present SN, which is then used up.
-    unsigned int GetMsgSnValue();
-
-    // Client to UE.
-    void ProcOtaMsgFromProbe(const DIAG_PACKET_REQ_VIEW& stReq);
-    void ProcTransMsgFromProbe(ByteView req);
-    void ProcTraceMsgFromProbe(ByteView req);
-    void ProcQueryMsgFromProbe(const DIAG_PACKET_REQ_VIEW& stReq);
-    /// Stores the period that a start request for one of the UE's own reports asks for, clears it for anything else.
-    /// False for a period out of range or an unknown switch.
-    bool CheckReportPeriodValid(ByteView params, unsigned short usId);
-    static bool CheckCellReportPeriodValid(ByteView params, CPeriodMsgFromUe& report);
-    void RLC_ThroughputReqPro(const DIAG_PACKET_REQ_VIEW& stReq, CPeriodMsgFromUe& report);
-    void MacHsConfigReqPro(const DIAG_PACKET_REQ_VIEW& stReq, CPeriodMsgFromUe& report);
 
     // UE to client. The agent message thread only.
     int ProcOtaMsgFromUe(ByteView packet, unsigned int ulModem);
@@ -113,20 +95,13 @@ public:
     int ProcTraceMsgFromUe(ByteView packet);
     int CheckWhetherMsgIsLost(unsigned int ulSn, unsigned char ucSsid);
     static bool CheckIfMsgHasSn(unsigned char ucCategory);
-    void ProcessVersionMsg(ByteView packet);
     static unsigned int ParseVersion(const std::string& strVersion);
-    void RefreshModem(ByteView packet);
-    void RefreshMode(ByteView packet);
     unsigned int GetCurrentMode(ByteView packet) const;
-    static unsigned int SetUeModemId(unsigned int ulValue);
 
-    // Periodic reports. The agent message thread only.
-    void TimerProc();
-    void Timer_BuildIndPacket(CPeriodMsgFromUe& report);
-    void Timer_BuildWCellIndPacket();
+    /// A tick of 100 ms.
+    void TimerProc() { m_Reports.TimerProc(m_bVersionOk); }
 
 private:
-    static constexpr size_t W_CELL_PARTS = 3;
     static constexpr size_t SSID_COUNT = 8;
     static constexpr unsigned long long SN_UNSET = ~0ULL;
 
@@ -137,6 +112,14 @@ private:
     std::shared_ptr<CRegisterManager> RegisterManager();
 
     // Client to UE.
+    void ProcOtaMsgFromProbe(const DIAG_PACKET_REQ_VIEW& stReq);
+    void ProcTransMsgFromProbe(ByteView req);
+    void ProcTraceMsgFromProbe(ByteView req);
+    void ProcQueryMsgFromProbe(const DIAG_PACKET_REQ_VIEW& stReq);
+    /// Sends a GU packet to this UE in segments, with the configured pause behind each. While the last client that
+    /// sent a request is bound to no UE the packet is dropped with a warning; before this UE's first block, when the
+    /// object doesn't know which one it is, the packet goes to the UE of that client.
+    void SendReq2UE(ByteView packet);
     void SendOwnRequest(const DIAG_PACKET_REQ_VIEW& stReq);
     void SendBlerRequest(const DIAG_PACKET_REQ_VIEW& stReq);
     void SendQuery(unsigned char ucCategory, unsigned short usId);
@@ -147,11 +130,16 @@ private:
     static const TRANS_MSG_ROW c_astTransMsg[];
 
     void FindFrameMode(ByteView data);
+    void ProcessVersionMsg(ByteView packet);
+    void RefreshModem(ByteView packet);
+    void RefreshMode(ByteView packet);
+    static unsigned int SetUeModemId(unsigned int ulValue);
     void TakeImei(ByteView packet);
     int WalkChain(ByteView chain, unsigned int ulModem);
     void PassConfirm(ByteView packet);
     template <size_t LEN> void PassIndication(ByteView packet);
     template <size_t PART> void StoreWCell(ByteView packet);
+    template <void (CUeReports::*PFN)(ByteView)> void Report(ByteView packet);
     void StartRlcTime(ByteView packet);
     void BuildRlcReports(ByteView packet);
     void PassRegInd(ByteView packet);
@@ -162,30 +150,12 @@ private:
     void InitRegisterInfo(const std::string& strType, const std::string& strVersion);
     void SetMode(unsigned int ulModem, unsigned int ulMode);
     static DIAG_PACKET_ACK_STRU GuAckHead(unsigned short usType, unsigned short usId);
-    /// Head of an indication, which takes the next SN.
-    DIAG_PACKET_ACK_STRU GuIndHead(unsigned short usType, unsigned int ulTimeStamp, unsigned short usId);
+    /// The present SN, which is then used up.
+    unsigned int GetMsgSnValue();
     void SendGUAckToClient(const DIAG_PACKET_ACK_STRU& stAck, ByteView payload);
     void SendGUDataPacket2Client(const DIAG_PACKET_ACK_STRU& stAck, ByteView payload);
     void SendGUPacketToClient(const std::string& strText);
     static void SendTo(IClientPort* pClient, const DIAG_PACKET_ACK_STRU& stAck, ByteView payload);
-
-    // Reports.
-    void ForgetReportData();
-    bool JoinWCellParts(std::vector<unsigned char>& payload, unsigned int& ulTimeStamp);
-    void SendByArrival(CPeriodMsgFromUe& report, ByteView packet, unsigned short usId, size_t szLen);
-    void BuildWBlerIndPacket(ByteView packet);
-    void BuildGSMNeighberIndPacket(ByteView packet);
-    void BuildLTENeighberIndPacket(ByteView packet);
-    void BuildRlcUlIndPacket(ByteView packet);
-    void BuildRbUlIndPacket(ByteView packet);
-    void BuildRlcDlIndPacket(ByteView packet);
-    void BuildRbDlIndPacket(ByteView packet);
-    void BuildMAC_dIndPacket(unsigned int ulTimeStamp);
-    void BuildReorderingQueueIndPacket(unsigned int ulTimeStamp);
-    void SendStored(CPeriodMsgFromUe& report, unsigned int ulTimeStamp, unsigned short usId);
-    bool IsRlcReportDue(CPeriodMsgFromUe& report, ByteView packet, int& iSeconds) const;
-    bool IsRlcReporting() const;
-    void SendRlcSwitch(bool bEnable);
 
     std::atomic<unsigned int> m_enModemNum = MODEM_NUM_UNKNOWN;
     std::atomic<unsigned int> m_enUeVersion = UE_VERSION_UNKNOWN;
@@ -195,26 +165,13 @@ private:
     std::atomic<UE_INDEX> m_ulUeId = UE_NONE;
     std::atomic<unsigned int> m_ulBlerPid;
     std::atomic<IBindings*> m_pBindings = nullptr;
-
-    // Reports: each is safe by itself.
-    CPeriodMsgFromUe m_BlerReport;
-    std::array<CPeriodMsgFromUe, W_CELL_PARTS> m_aWCellReport;
-    CPeriodMsgFromUe m_GsmNeighbour;
-    CPeriodMsgFromUe m_LteNeighbour;
-    CPeriodMsgFromUe m_RlcUlReport;
-    CPeriodMsgFromUe m_RbUlReport;
-    CPeriodMsgFromUe m_RlcDlReport;
-    CPeriodMsgFromUe m_RbDlReport;
-    CPeriodMACMsgFromUe m_MacReport;
-    CPeriodReorderingMsgFromUe m_ReorderReport;
+    CUeReports m_Reports;
 
     // The agent message thread only.
     bool m_bImeiOk = false;
     bool m_bVersionOk = false;
     GU_CLOCK m_stClock;
     std::chrono::steady_clock::time_point m_LastTick{};
-    unsigned int m_ulTick = 0; // of 100 ms
-    time_t m_tRlcStart = 0;    // start of the UE's RLC counters
     unsigned int m_ulFrameMode = FRAME_MODE_UNKNOWN;
     unsigned int m_ulModeBase = 1;
     CGuLink m_Link;

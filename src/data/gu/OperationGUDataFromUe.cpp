@@ -212,14 +212,14 @@ const COperationGUData::TRANS_MSG_ROW COperationGUData::c_astTransMsg[] = {
     {0xB012, &COperationGUData::StoreWCell<0>},
     {0xB015, &COperationGUData::StoreWCell<1>},
     {0xB065, &COperationGUData::StoreWCell<2>},
-    {0xB018, &COperationGUData::BuildGSMNeighberIndPacket},
-    {0xB062, &COperationGUData::BuildLTENeighberIndPacket},
+    {0xB018, &COperationGUData::Report<&CUeReports::BuildGSMNeighberIndPacket>},
+    {0xB062, &COperationGUData::Report<&CUeReports::BuildLTENeighberIndPacket>},
     {0xB01B, &COperationGUData::PassIndication<24>},
     {0xB01E, &COperationGUData::PassIndication<4>},
     {0xC002, &COperationGUData::PassIndication<288>},
     {0xD002, &COperationGUData::StartRlcTime},
     {0xD003, &COperationGUData::BuildRlcReports},
-    {0xF022, &COperationGUData::BuildWBlerIndPacket},
+    {0xF022, &COperationGUData::Report<&CUeReports::BuildWBlerIndPacket>},
     {0xE501, &COperationGUData::PassRegInd, true},
     {0xF501, &COperationGUData::PassRegInd, true},
     {0xF504, &COperationGUData::PassRegCnf},
@@ -252,22 +252,24 @@ template <size_t LEN> void COperationGUData::PassIndication(ByteView packet)
     BuildMsgIndPacket(PKT_TYPE_GU_TRANS, GuTimeStamp(packet), GuMsgId(packet), PayloadOf(packet, LEN));
 }
 
+template <void (CUeReports::*PFN)(ByteView)> void COperationGUData::Report(ByteView packet)
+{
+    (m_Reports.*PFN)(packet);
+}
+
 template <size_t PART> void COperationGUData::StoreWCell(ByteView packet)
 {
-    m_aWCellReport[PART].InsertData(packet);
+    m_Reports.StoreWCell(PART, packet);
 }
 
 void COperationGUData::StartRlcTime(ByteView)
 {
-    m_tRlcStart = m_stClock.fnWall();
+    m_Reports.StartRlcTime(m_stClock.fnWall());
 }
 
 void COperationGUData::BuildRlcReports(ByteView packet)
 {
-    BuildRlcUlIndPacket(packet);
-    BuildRbUlIndPacket(packet);
-    BuildRlcDlIndPacket(packet);
-    BuildRbDlIndPacket(packet);
+    m_Reports.BuildRlcReports(packet, m_stClock.fnWall());
 }
 
 void COperationGUData::PassRegInd(ByteView packet)
@@ -308,19 +310,12 @@ int COperationGUData::ProcTraceMsgFromUe(ByteView packet)
     if (GuMsgId(packet) != ID_TRACE || GuPacketLen(packet) < TRACE_MIN_LEN)
         return GU_RESULT_UNKNOWN_ID;
     const bool bTaken = m_pTraceDisp->Process(packet, TraceKey(packet));
-    const unsigned int ulTimeStamp = GuTimeStamp(packet);
     switch (LoadLe<uint16_t>(packet, GU_TRACE_MSG_NAME)) {
     case TRACE_MAC_CONFIRM:
-        if (m_MacReport.ConfirmMsg(packet))
-            BuildMAC_dIndPacket(ulTimeStamp);
-        if (m_ReorderReport.ConfirmMsg(packet))
-            BuildReorderingQueueIndPacket(ulTimeStamp);
+        m_Reports.OnMacConfirm(packet);
         return GU_RESULT_OK;
     case TRACE_MAC_CONFIG:
-        if (m_MacReport.MsgProcess(packet))
-            BuildMAC_dIndPacket(ulTimeStamp);
-        if (m_ReorderReport.MsgProcess(packet))
-            BuildReorderingQueueIndPacket(ulTimeStamp);
+        m_Reports.OnMacConfig(packet);
         return GU_RESULT_OK;
     default:
         return bTaken ? GU_RESULT_TRACE_TAKEN : GU_RESULT_UNKNOWN_ID;
@@ -345,18 +340,14 @@ void COperationGUData::BuildMsgCnfPacket(unsigned short usType, unsigned int ulR
     SendGUAckToClient(stAck, data);
 }
 
-DIAG_PACKET_ACK_STRU COperationGUData::GuIndHead(unsigned short usType, unsigned int ulTimeStamp, unsigned short usId)
+DIAG_PACKET_ACK_STRU COperationGUData::BuildMsgIndPacket(unsigned short usType, unsigned int ulTimeStamp,
+                                                         unsigned short usId, ByteView data)
 {
     DIAG_PACKET_ACK_STRU stAck = GuAckHead(usType, usId);
     stAck.ulRc = GetMsgSnValue();
     stAck.ullTimeStamp = GetRealTimeStamp(ulTimeStamp);
+    SendGUDataPacket2Client(stAck, data);
     return stAck;
-}
-
-void COperationGUData::BuildMsgIndPacket(unsigned short usType, unsigned int ulTimeStamp, unsigned short usId,
-                                         ByteView data)
-{
-    SendGUDataPacket2Client(GuIndHead(usType, ulTimeStamp, usId), data);
 }
 
 void COperationGUData::SendGUAckToClient(const DIAG_PACKET_ACK_STRU& stAck, ByteView payload)

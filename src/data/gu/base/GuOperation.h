@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/Bytes.h"
+#include "data/DiagPacket.h"
 
 // What report makers and register statistics need of the GU operation of their UE.
 
@@ -23,9 +23,9 @@ public:
     /// To the client on the GU command channel. The stamp is the UE's own; it goes through GetRealTimeStamp.
     virtual void BuildMsgCnfPacket(unsigned short usType, unsigned int ulRc, unsigned int ulTimeStamp,
                                    unsigned short usId, ByteView data) = 0;
-    /// To the client on the GU data channel, with the next message SN.
-    virtual void BuildMsgIndPacket(unsigned short usType, unsigned int ulTimeStamp, unsigned short usId,
-                                   ByteView data) = 0;
+    /// To the client on the GU data channel, with the next message SN. Gives the head that it has.
+    virtual DIAG_PACKET_ACK_STRU BuildMsgIndPacket(unsigned short usType, unsigned int ulTimeStamp, unsigned short usId,
+                                                   ByteView data) = 0;
     /// The agent's answer in the place of the UE's confirm. usId is the confirm's id, or a request's for the four
     /// requests whose confirm follows from it.
     virtual void BuildErrCnfPacketToClient(unsigned short usId, unsigned int ulType, unsigned int ulRc) = 0;
