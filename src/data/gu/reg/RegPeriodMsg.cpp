@@ -19,7 +19,7 @@ void CPeriodRegMsgFromUe::Process(const RegStruct&, unsigned int) {}
 bool CPeriodRegMsgFromUe::GetRegAddr(std::vector<unsigned int>& addrs) const
 {
     const Registers registers = GetRegisters();
-    if (std::ranges::find(registers, Registers::value_type()) != registers.end())
+    if (std::ranges::any_of(registers, [](const auto& ulAddr) { return !ulAddr; }))
         return false;
     std::ranges::transform(registers, std::back_inserter(addrs), [](const auto& ulAddr) { return *ulAddr; });
     return true;
