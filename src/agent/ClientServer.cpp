@@ -146,13 +146,13 @@ bool CClientServer::ServeClients(CPollSet& fds, const CListenSockets& anListen)
 /// Waits for one second at most, also when m_WakeUp ends the wait now and then: such an end is no idle second.
 int CClientServer::WaitForClients(CPollSet& fds, const CListenSockets& anListen)
 {
-    const auto end = Clock::now() + CLIENT_WAIT;
+    const auto end = m_fnNow() + CLIENT_WAIT;
     for (;;) {
         LetListWaitersIn();
         const xtl::MutexGuard guard(m_ClientListMutex);
         fds.Clear();
         FillPollSet(fds, anListen);
-        const int iReady = fds.Wait(MsUntil(end));
+        const int iReady = fds.Wait(MsUntil(end, m_fnNow()));
         if (iReady != 1 || !fds.IsReady(m_WakeUp.Get()) || !m_bRun)
             return iReady;
         eventfd_t ullCount = 0;

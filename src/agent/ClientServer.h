@@ -7,6 +7,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <netinet/in.h>
 #include <vector>
@@ -42,6 +43,9 @@ public:
     /// A client whose channel has gone, removed by the thread that takes the UE events, with CBindings::Mutex held.
     void RemoveLostClient(CClient* pClient);
 
+    /// For tests, while the loop doesn't run: what tells the idle second.
+    void SetClock(std::function<std::chrono::steady_clock::time_point()> fnNow) { m_fnNow = std::move(fnNow); }
+
 private:
     bool ServeClients(CPollSet& fds, const CListenSockets& anListen);
     int WaitForClients(CPollSet& fds, const CListenSockets& anListen);
@@ -61,6 +65,7 @@ private:
     CChannelTable& m_table;
     CStatusReporter& m_status;
     const CGuOperations& m_operations;
+    std::function<std::chrono::steady_clock::time_point()> m_fnNow = std::chrono::steady_clock::now;
     std::atomic<bool> m_bRun = true;
     xtl::Mutex m_ClientListMutex; // the main thread holds it while it waits for sockets
     std::vector<std::shared_ptr<CClient>> m_vecClients GUARDED_BY(m_ClientListMutex);

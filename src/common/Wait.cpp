@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <fcntl.h>
 
-int MsUntil(std::chrono::steady_clock::time_point end)
+int MsUntil(std::chrono::steady_clock::time_point end, std::chrono::steady_clock::time_point now)
 {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - now);
     return static_cast<int>(std::max<int64_t>(0, left.count()));
 }
 

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <chrono>
+#include <fstream>
+#include <string>
 #include <thread>
 
 /// Waits until the condition holds; false when it doesn't within the limit.
@@ -13,4 +15,14 @@ template <class Condition> bool WaitFor(Condition condition, std::chrono::millis
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return true;
+}
+
+/// Whether the thread of this process waits for something at this moment.
+inline bool IsAsleep(int nThreadId)
+{
+    std::ifstream stat("/proc/self/task/" + std::to_string(nThreadId) + "/stat");
+    std::string strLine;
+    std::getline(stat, strLine);
+    const size_t szName = strLine.rfind(") "); // the name may hold anything
+    return szName != std::string::npos && strLine.compare(szName + 2, 1, "S") == 0;
 }

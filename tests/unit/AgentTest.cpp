@@ -19,6 +19,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <thread>
+#include <unistd.h>
 
 using namespace std::chrono_literals;
 using testing::HasSubstr;
@@ -84,7 +85,10 @@ class ClientLoopTest : public testing::Test
 protected:
     void Start()
     {
-        m_loop = std::thread([&] { m_fix.Agent().Clients().ListenFun(); });
+        m_loop = std::thread([&] {
+            m_nLoopId = gettid();
+            m_fix.Agent().Clients().ListenFun();
+        });
         CUniqueFd probe; // for the port that listens last
         EXPECT_TRUE(WaitFor([&] { return (probe = TryConnect(20270)).IsOpen(); }));
         shutdown(probe.Get(), SHUT_WR);
@@ -101,6 +105,8 @@ protected:
     CAgent& Agent() { return m_fix.Agent(); }
 
     CAgentFixture m_fix;
+    std::atomic<int> m_nLoopId = 0;  // thread id
+    std::atomic<int> m_lAheadMs = 0; // of the real time, as the loop sees it where a test says so
     std::thread m_loop;
 };
 } // namespace
@@ -346,6 +352,7 @@ TEST_F(ClientLoopTest, EachIdleSecondTellsTheVersion)
     EXPECT_TRUE(Agent().Init(nullptr));
     m_fix.AttachUe(0, 1);
     m_fix.Confirm(0);
+    Agent().Clients().SetClock([this] { return Clock::now() + std::chrono::milliseconds(m_lAheadMs); });
     Start();
     const CUniqueFd client = Connect(CHANNEL_LTE_DATA);
     const auto version = [&] {
@@ -360,14 +367,15 @@ TEST_F(ClientLoopTest, EachIdleSecondTellsTheVersion)
     };
     const Bytes expected = Hex("07 00 00 00 0C 00 00 00 04 00 00 00 05 00 00 00 06 00 00 00");
     EXPECT_EQ(version(), expected);
-    const auto last = Clock::now();
+    EXPECT_TRUE(WaitFor([&] { return IsAsleep(m_nLoopId); }));
     // A device loss ends the wait early. That is no idle second, nor does it put the second off.
-    std::this_thread::sleep_for(400ms);
+    const auto start = Clock::now();
+    m_lAheadMs = 500;
     m_fix.Detach(0, CHANNEL_LTE_DATA);
     EXPECT_TRUE(IsClosedByAgent(client));
     EXPECT_EQ(version(), expected);
-    EXPECT_GE(Clock::now() - last, 900ms);
-    EXPECT_LT(Clock::now() - last, 1350ms);
+    EXPECT_GE(Clock::now() - start, 350ms);
+    EXPECT_LT(Clock::now() - start, 900ms);
 }
 
 TEST_F(ClientLoopTest, WithoutDescriptorsItPausesInsteadOfSpinning)

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <thread>
+#include <unistd.h>
 
 namespace
 {
@@ -84,10 +85,13 @@ TEST(Thread, AThreadThatCannotBeHadYetIsTriedAgainEachSecond)
     struct HELPER
     {
         pthread_attr_t* pstNormal;
+        pid_t nStarter = gettid();
+        std::atomic<bool> bStarting = false;
         static void* Run(void* pThis)
         {
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-            pthread_setattr_default_np(static_cast<HELPER*>(pThis)->pstNormal);
+            auto& stHelper = *static_cast<HELPER*>(pThis);
+            WaitFor([&] { return stHelper.bStarting && IsAsleep(stHelper.nStarter); });
+            pthread_setattr_default_np(stHelper.pstNormal);
             return nullptr;
         }
     } stHelper{&stNormal};
@@ -97,6 +101,7 @@ TEST(Thread, AThreadThatCannotBeHadYetIsTriedAgainEachSecond)
     ASSERT_EQ(pthread_create(&helper, &stSmall, HELPER::Run, &stHelper), 0);
 
     const auto begin = std::chrono::steady_clock::now();
+    stHelper.bStarting = true;
     const int hThread = start_thread(0, WaitAtGate, &stGate);
     const auto took = std::chrono::steady_clock::now() - begin;
     EXPECT_GE(hThread, 0);
