@@ -4,6 +4,11 @@
 #include <cstdint>
 #include <fcntl.h>
 
+int MsUntil(std::chrono::steady_clock::time_point end)
+{
+    return MsUntil(end, std::chrono::steady_clock::now());
+}
+
 int MsUntil(std::chrono::steady_clock::time_point end, std::chrono::steady_clock::time_point now)
 {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - now);

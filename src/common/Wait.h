@@ -18,8 +18,8 @@ auto RetryOnEintr(Call call, std::chrono::steady_clock::time_point end = std::ch
 }
 
 /// Milliseconds until then, rounded up; 0 when it has passed.
-int MsUntil(std::chrono::steady_clock::time_point end,
-            std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now());
+int MsUntil(std::chrono::steady_clock::time_point end);
+int MsUntil(std::chrono::steady_clock::time_point end, std::chrono::steady_clock::time_point now);
 
 /// Sets or clears O_NONBLOCK; false when that fails.
 bool SetNonBlocking(int nFd, bool bNonBlocking);

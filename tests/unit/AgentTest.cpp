@@ -391,6 +391,7 @@ TEST_F(ClientLoopTest, WithoutDescriptorsItPausesInsteadOfSpinning)
     for (CUniqueFd filler(dup(client.Get())); filler.Get() >= 0 && filler.Get() < client.Get();
          filler = CUniqueFd(dup(client.Get())))
         fillers.push_back(std::move(filler));
+    EXPECT_TRUE(WaitFor([&] { return IsAsleep(m_nLoopId); })); // a sanitizer needs descriptors to check a destruction
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &stShort), 0);
 
     const sockaddr_in stAddr = Local(20261);
