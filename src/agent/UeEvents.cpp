@@ -102,7 +102,7 @@ void CUeEvents::ReadAgentMsgFun()
         const auto msgs = std::span(astMsg).first(szCount);
         ProcessAgentMsgs(msgs);
         for (MSG_AGENT& stMsg : msgs)
-            stMsg.packet = {}; // not before all are handled: records of a run are
+            stMsg.packet = {}; // now, and not when the next record comes into its place
     }
 }
 

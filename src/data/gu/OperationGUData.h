@@ -84,6 +84,7 @@ public:
     unsigned int GetUeVersion() const override { return m_enUeVersion; }
     unsigned int GetModemNum() const override { return m_enModemNum; }
     CMsgDisp* GetTransMsgDisp() const override { return m_pTransDisp.get(); }
+    /// The twin of the above; only tests ask for it.
     CMsgDisp* GetTraceMsgDisp() const { return m_pTraceDisp.get(); }
     CTraceReqCounter& TraceCounter() override { return m_TraceCounter; }
 

@@ -22,6 +22,7 @@ public:
     virtual void AfterReport();
 
     xtl::Mutex& Mutex() RETURN_CAPABILITY(m_Mutex) { return m_Mutex; }
+    // For callers that can't scope a guard. The agent itself has none, but the pair belongs to the report.
     void EnterCritical() ACQUIRE(m_Mutex) { m_Mutex.Lock(); }
     void LeaveCritical() RELEASE(m_Mutex) { m_Mutex.Unlock(); }
 
@@ -36,6 +37,7 @@ public:
     void DeleteDataUnlocked() REQUIRES(m_Mutex);
     /// Empty when nothing is stored; valid until the data change.
     ByteView GetData() const REQUIRES(m_Mutex) { return m_data; }
+    /// The twin of the above; only tests ask for it.
     size_t GetDataLength() const REQUIRES(m_Mutex) { return m_data.size(); }
 
     /// True when a report is due: ulAdvance ms before its time at the earliest. It counts as sent then. The stamp is

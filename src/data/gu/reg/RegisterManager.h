@@ -74,7 +74,7 @@ public:
     void SendCmd_QueryWDSPReg(bool bAdd, MODE_ENUM enMode);
     /// Puts the time slot word into the stream, or takes it out.
     void SendCmd_QueryTimeSlot(bool bAdd);
-    /// True once the HSUPA base has been learned.
+    /// True once the HSUPA base has been learned; only tests ask for it.
     bool CheckBaseAddrOK() const { return m_bBaseAddrOK; }
     /// Mode of the first (0) or second (1) modem; MODE_NONE for any other index.
     MODE_ENUM GetRegMode(size_t szModem) const;
