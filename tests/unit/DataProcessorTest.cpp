@@ -61,6 +61,23 @@ TEST(DataProcessor, ABindOnLteDiagIsAnsweredWithTheVersionText)
     EXPECT_EQ(log.Count("Agent version: 1.2.3"), 1);
 }
 
+TEST(DataProcessor, TheStatusOfAUeCutsAnImeiWithoutItsNul)
+{
+    CAgentFixture fixture(WITH_VERSION);
+    CTestClient client = fixture.AddClient(CHANNEL_LTE_DIAG);
+    fixture.AttachUe(2, 17);
+    ADE_UE_CONNECTION_ACK_STRU stAck;
+    CopyPadded(Slice(ByteSpan(stAck.aucData), ADE_UE_CONNECTION_ACK_STRU::IMEI, 16), AsBytes("0123456789ABCDEF"));
+    fixture.Agent().UEManager().GetUE(2)->SetUEConnectionAck(stAck);
+    fixture.Confirm(2);
+    client.Send(Join(Hex("9F 9F"), BindRequest(17)));
+    const auto status = client.Read();
+    ASSERT_TRUE(status);
+    ASSERT_EQ(status->payload.size(), 92u);
+    EXPECT_EQ(Bytes(Slice(ByteView(status->payload), 0, 4)), Hex("01 02 25 4F")); // UE 2, data port 20261
+    EXPECT_EQ(Bytes(Slice(ByteView(status->payload), 36)), Join(AsBytes("0123456789ABCDE"), Fill(41)));
+}
+
 TEST(DataProcessor, ABindOnOtherChannelsHasNoPayload)
 {
     CAgentFixture fixture(WITH_VERSION);
