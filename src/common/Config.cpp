@@ -68,6 +68,10 @@ const CConfig::KEY_ROW CConfig::c_astKey[] = {
     {"ChannelNameEnable",              &CConfig::ParseFlag<&CConfig::m_bChannelNameEnable>},
     {"ChannelName",                    &CConfig::ParseChannelName},  // appends
     {"ChannelPort",                    &CConfig::ParseChannelPort},  // appends
+    {"Recovery",                       &CConfig::ParseFlag<&CConfig::m_bRecovery>},
+    {"LogMaxSize",                     &CConfig::ParseNumber<&CConfig::m_ulLogMaxSize>},
+    {"ListenAddress",                  &CConfig::ParseText<&CConfig::m_strListenAddress>},
+    {"AllowFrom",                      &CConfig::ParseAllowFrom},    // appends
     {"TIME_SPACE",                     &CConfig::ParseNumber<&CConfig::m_ulTimeSpace>}, // not its default
     {"agentver",                       &CConfig::ParseAgentVersion},
     {"CELL_MEAS_TIMEOUT",              &CConfig::ParseNumber<&CConfig::m_iCellMeasTimeOut, DEFAULT_CELL_MEAS_TIMEOUT>},
@@ -122,6 +126,10 @@ void CConfig::Init()
     m_aiVersion = {};
     m_iCellMeasTimeOut = DEFAULT_CELL_MEAS_TIMEOUT;
     m_bDphFilterEnable = false;
+    m_bRecovery = false;
+    m_ulLogMaxSize = 0;
+    m_strListenAddress.clear();
+    m_bAllowAll = true;
     m_stFilterCfg.ucDataTagFirst = 3;
     m_stFilterCfg.ucDataTagSecond = 0xFF;
     ClearLists();
@@ -189,6 +197,12 @@ void CConfig::OutputConfig() const
         (void)fprintf(pFile.get(), "0x%x, %x\n", ulCmd, ulDpi);
 }
 
+bool CConfig::IsPeerAllowed(uint32_t ulAddress) const
+{
+    return m_bAllowAll ||
+           std::ranges::any_of(m_vecAllowFrom, [&](const NET_RANGE& stRange) { return stRange.Holds(ulAddress); });
+}
+
 void CConfig::GetCellMeas(unsigned int* out) const
 {
     std::ranges::copy(m_aulCellMeas, out);
@@ -218,6 +232,7 @@ void CConfig::ClearLists()
     m_vecChannelName.clear();
     m_vecChannelPort.clear();
     m_vecMonitorPort.clear();
+    m_vecAllowFrom.clear();
 }
 
 void CConfig::ParseDebugLevel(const std::string& strValue)

@@ -57,6 +57,15 @@ struct PORT_INFO
     uint32_t uiIsTcp = 1; // not 0: TCP, 0: UDP
 };
 
+/// Addresses that have these leading bits, all in host order.
+struct NET_RANGE
+{
+    uint32_t ulAddress = 0;
+    uint32_t ulMask = 0;
+
+    bool Holds(uint32_t ulOther) const { return (ulOther & ulMask) == (ulAddress & ulMask); }
+};
+
 constexpr uint32_t UNUSED_PORT_NUM = 0x7FFFFFFF; // port number of a port that has none
 
 /// Every setting of the agent. Written only while the file is loaded, before any other thread starts; only read
@@ -114,6 +123,12 @@ public:
     const std::vector<unsigned int>* GetChannelPorts() const { return &m_vecChannelPort; }
     int GetCellMeasTimeOut() const { return m_iCellMeasTimeOut; } // ms
     const std::vector<PORT_INFO>* GetMonitorPortInfo() const { return &m_vecMonitorPort; }
+    bool GetRecovery() const { return m_bRecovery; }
+    unsigned int GetLogMaxSize() const { return m_ulLogMaxSize; } // MB; 0: no limit
+    /// Dotted text; empty for all addresses.
+    const char* GetListenAddress() const { return m_strListenAddress.c_str(); }
+    /// Whether a peer with this address (host order) may connect.
+    bool IsPeerAllowed(uint32_t ulAddress) const;
 
 private:
     using PARSER = void (CConfig::*)(const std::string& strValue);
@@ -140,6 +155,7 @@ private:
     void ParseChannelName(const std::string& strValue);
     void ParseChannelPort(const std::string& strValue);
     void ParseMonitorPort(const std::string& strValue);
+    void ParseAllowFrom(const std::string& strValue);
     void ParseAtFilter(const std::string& strValue);
     void ParseDphRange(const std::string& strValue);
     void ParseDpiCmdPair(const std::string& strValue);
@@ -181,4 +197,9 @@ private:
     std::vector<unsigned int> m_vecChannelPort;
     int m_iCellMeasTimeOut = 0;
     std::vector<PORT_INFO> m_vecMonitorPort;
+    bool m_bRecovery = false;
+    unsigned int m_ulLogMaxSize = 0;
+    std::string m_strListenAddress;
+    bool m_bAllowAll = true;
+    std::vector<NET_RANGE> m_vecAllowFrom;
 };

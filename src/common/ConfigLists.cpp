@@ -2,6 +2,7 @@
 #include "common/Scan.h"
 
 #include <algorithm>
+#include <arpa/inet.h>
 #include <iterator>
 
 // The values that are lists: their small languages, one function each. Items that can't be read count as zero.
@@ -45,6 +46,24 @@ std::vector<std::string> CConfig::Items(const std::string& strText, const char* 
     std::vector<std::string> vecItems;
     (void)Split(strText, vecItems, pszSep); // always true
     return vecItems;
+}
+
+/// Items "a.b.c.d" or "a.b.c.d/n". One that can't be read lets nobody in, as if it were not there; but the key is, so
+/// all others stay out.
+void CConfig::ParseAllowFrom(const std::string& strValue)
+{
+    constexpr uint32_t ADDRESS_BITS = 32;
+    m_bAllowAll = false;
+    for (const std::string& strItem : Items(strValue, ";")) {
+        const size_t szSlash = strItem.find('/');
+        uint32_t ulBits = ADDRESS_BITS;
+        const bool bBits =
+            szSlash == std::string::npos || ScanNumbers(strItem.substr(szSlash + 1), "%u", {&ulBits}) == 1;
+        in_addr stAddress{};
+        if (bBits && ulBits <= ADDRESS_BITS && inet_pton(AF_INET, strItem.substr(0, szSlash).c_str(), &stAddress) == 1)
+            m_vecAllowFrom.push_back(
+                {ntohl(stAddress.s_addr), static_cast<uint32_t>(~uint64_t{0} << (ADDRESS_BITS - ulBits))});
+    }
 }
 
 void CConfig::ParsePairs(const std::string& strValue, std::span<VALUE_STRU> pairs)

@@ -1,5 +1,6 @@
 #include "common/MsgBuf.h"
 
+#include "common/Debug.h"
 #include "common/SingletonSlot.h"
 
 namespace
@@ -12,7 +13,30 @@ template <class Msg, class Queue> void FreeRest(Queue& queue)
 }
 } // namespace
 
-CMsgBuf::CMsgBuf() : m_UeQueue(MSG_QUEUE_CAPACITY), m_AgentQueue(MSG_QUEUE_CAPACITY) {}
+CMsgBuf::CMsgBuf() : m_UeQueue(MSG_QUEUE_CAPACITY), m_AgentQueue(MSG_QUEUE_CAPACITY)
+{
+    for (size_t i = 0; i < MAXUENUM; ++i)
+        for (size_t j = 0; j < SERIALNUM; ++j) {
+            m_FromUe[i][j].SetWakeUp(m_ReadWake);
+            m_ToUe[i][j].SetWakeUp(m_RoomWake);
+        }
+}
+
+CLineLoad* CMsgBuf::LoadOf(CLineLoads& loads, UE_INDEX ulUeIdx, enChannelType enChannel)
+{
+    const CHANNEL_ROW* const pRow = RowOf(enChannel);
+    return ulUeIdx < MAXUENUM && pRow ? &loads[ulUeIdx][static_cast<size_t>(pRow->enPort)] : nullptr;
+}
+
+CLineLoad* CMsgBuf::LoadFromUe(UE_INDEX ulUeIdx, enChannelType enChannel)
+{
+    return LoadOf(m_FromUe, ulUeIdx, enChannel);
+}
+
+CLineLoad* CMsgBuf::LoadToUe(UE_INDEX ulUeIdx, enChannelType enChannel)
+{
+    return LoadOf(m_ToUe, ulUeIdx, enChannel);
+}
 
 CMsgBuf* CMsgBuf::Instance()
 {
@@ -43,7 +67,10 @@ void CMsgBuf::Stop()
 
 void CAgentMsgRun::Add(UE_INDEX ulUeIdx, enChannelType enChannel, CPacket packet)
 {
-    m_astMsg[m_szCount++] = {AGENT_MSG_DATA, ulUeIdx, enChannel, std::move(packet)};
+    CLineCharge charge;
+    if (CLineLoad* const pLoad = CMsgBuf::Instance()->LoadFromUe(ulUeIdx, enChannel))
+        charge = CLineCharge(*pLoad, packet.size());
+    m_astMsg[m_szCount++] = {AGENT_MSG_DATA, ulUeIdx, enChannel, std::move(packet), std::move(charge)};
     if (m_szCount == m_astMsg.size())
         Post();
 }
@@ -58,16 +85,30 @@ void CAgentMsgRun::Post()
 
 bool PostAgentMsg(unsigned int ulMsgType, UE_INDEX ulUeIdx, enChannelType enChannel, CPacket packet)
 {
-    return CMsgBuf::Instance()->AgentQueue().put(MSG_AGENT{ulMsgType, ulUeIdx, enChannel, std::move(packet)});
+    return CMsgBuf::Instance()->AgentQueue().put(MSG_AGENT{ulMsgType, ulUeIdx, enChannel, std::move(packet), {}});
 }
 
-bool PostUeMsg(unsigned int ulMsgType, UE_INDEX ulUeIdx, enChannelType enChannel, CPacket packet)
+bool PostUeMsg(unsigned int ulMsgType, UE_INDEX ulUeIdx, enChannelType enChannel, CPacket packet,
+               std::chrono::milliseconds pause)
 {
-    return CMsgBuf::Instance()->UeQueue().put(MSG_UE{ulMsgType, ulUeIdx, enChannel, std::move(packet)});
+    CMsgBuf* const pMsgBuf = CMsgBuf::Instance();
+    MSG_UE stMsg{ulMsgType, ulUeIdx, enChannel, std::move(packet), pause, {}};
+    if (CLineLoad* const pLoad = pMsgBuf->LoadToUe(ulUeIdx, enChannel))
+        stMsg.charge = CLineCharge(*pLoad, stMsg.packet.size(), pause.count() > 0);
+    const bool bPut = pMsgBuf->UeQueue().put(std::move(stMsg));
+    pMsgBuf->WriteWake().Wake();
+    return bPut;
 }
 
-void SendData2UE(CPacket packet, UE_INDEX ulUeIdx, enChannelType enChannel)
+void SendData2UE(CPacket packet, UE_INDEX ulUeIdx, enChannelType enChannel, std::chrono::milliseconds pause)
 {
-    if (packet)
-        (void)PostUeMsg(ulUeIdx == TCP_UE_INDEX ? UE_MSG_TCP : UE_MSG_SERIAL, ulUeIdx, enChannel, std::move(packet));
+    if (!packet)
+        return;
+    CLineLoad* const pLoad = CMsgBuf::Instance()->LoadToUe(ulUeIdx, enChannel);
+    if (pLoad == nullptr || !pLoad->IsOverLimit())
+        (void)PostUeMsg(ulUeIdx == TCP_UE_INDEX ? UE_MSG_TCP : UE_MSG_SERIAL, ulUeIdx, enChannel, std::move(packet),
+                        pause);
+    else if (pLoad->IsFirstLoss())
+        CDebug::Instance()->PrintWarn("UE %u %s: too many packets wait to be written, what comes now is lost", ulUeIdx,
+                                      RowOf(enChannel)->pszLabel);
 }

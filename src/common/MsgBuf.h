@@ -1,10 +1,13 @@
 #pragma once
 
+#include "common/LineLoad.h"
 #include "common/Packet.h"
 #include "common/Types.h"
+#include "common/WakeUp.h"
 #include "common/xtl.h"
 
 #include <array>
+#include <chrono>
 
 // Kinds of MSG_AGENT, from the UE side to the agent.
 constexpr unsigned int AGENT_MSG_DATA = 1;
@@ -24,6 +27,7 @@ struct MSG_AGENT
     UE_INDEX ulUeIdx = 0;                       // UE slot
     enChannelType enChannel = CHANNEL_LTE_DIAG; // logical channel
     CPacket packet;                             // owned; none in a disconnect
+    CLineCharge charge{};                       // data only
 };
 
 /// A record from the agent to the UE side.
@@ -33,6 +37,8 @@ struct MSG_UE
     UE_INDEX ulUeIdx = 0;
     enChannelType enChannel = CHANNEL_LTE_DIAG;
     CPacket packet;
+    std::chrono::milliseconds pause{0}; // nothing more is written to the line for so long behind the packet
+    CLineCharge charge{};
 };
 
 /// What an AGENT_MSG_CONNECT carries: which port came. Texts are cut to their fields.
@@ -77,7 +83,27 @@ public:
     CUeMsgQueue& UeQueue() { return m_UeQueue; }
     CAgentMsgQueue& AgentQueue() { return m_AgentQueue; }
 
+    /// Packets of the line that carries the channel, on their way to the agent. Null for what is no channel of a UE.
+    CLineLoad* LoadFromUe(UE_INDEX ulUeIdx, enChannelType enChannel);
+    /// Packets on their way to that line.
+    CLineLoad* LoadToUe(UE_INDEX ulUeIdx, enChannelType enChannel);
+    /// Of the thread that reads from the UEs: a line has room again.
+    CWakeUp& ReadWake() { return m_ReadWake; }
+    /// Of the thread that writes to the UEs: a record is on the queue.
+    CWakeUp& WriteWake() { return m_WriteWake; }
+    /// Of the client loop: a line takes requests again.
+    CWakeUp& RoomWake() { return m_RoomWake; }
+
 private:
+    using CLineLoads = std::array<std::array<CLineLoad, SERIALNUM>, MAXUENUM>; // by UE and port
+
+    static CLineLoad* LoadOf(CLineLoads& loads, UE_INDEX ulUeIdx, enChannelType enChannel);
+
+    CWakeUp m_ReadWake;
+    CWakeUp m_WriteWake;
+    CWakeUp m_RoomWake;
+    CLineLoads m_FromUe; // before the queues, whose records hold charges
+    CLineLoads m_ToUe;
     CUeMsgQueue m_UeQueue;
     CAgentMsgQueue m_AgentQueue;
 };
@@ -103,8 +129,10 @@ private:
 
 /// Posts a record; blocks while the queue is full. False when the queue is stopped: the packet is gone then.
 bool PostAgentMsg(unsigned int ulMsgType, UE_INDEX ulUeIdx, enChannelType enChannel, CPacket packet);
-bool PostUeMsg(unsigned int ulMsgType, UE_INDEX ulUeIdx, enChannelType enChannel, CPacket packet);
+bool PostUeMsg(unsigned int ulMsgType, UE_INDEX ulUeIdx, enChannelType enChannel, CPacket packet,
+               std::chrono::milliseconds pause = {});
 
-/// Hands one packet to the thread that writes to the UEs. Blocks while the queue is full. A packet without a buffer
-/// does nothing.
-void SendData2UE(CPacket packet, UE_INDEX ulUeIdx, enChannelType enChannel);
+/// Hands one packet to the thread that writes to the UEs, which lets the line rest for the pause behind it. Waits for
+/// no line: when too much waits for this one already, the packet is lost, with a line in the log for the first. Clients
+/// are held back before it comes to that (CLineLoad::HasRoom). A packet without a buffer does nothing.
+void SendData2UE(CPacket packet, UE_INDEX ulUeIdx, enChannelType enChannel, std::chrono::milliseconds pause = {});

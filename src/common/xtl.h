@@ -4,12 +4,15 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstddef>
 #include <memory>
 #include <new>
 #include <pthread.h>
 #include <span>
+#include <time.h>
 #include <utility>
 
 // Locks and the one kind of channel between threads: a bounded, blocking ring of records with a stop state.
@@ -79,6 +82,7 @@ public:
         pthread_condattr_t stAttr;
         pthread_condattr_init(&stAttr);
         pthread_condattr_setpshared(&stAttr, bShared ? PTHREAD_PROCESS_SHARED : PTHREAD_PROCESS_PRIVATE);
+        pthread_condattr_setclock(&stAttr, CLOCK_MONOTONIC); // that of std::chrono::steady_clock
         pthread_cond_init(&m_stCond, &stAttr);
         pthread_condattr_destroy(&stAttr);
     }
@@ -93,6 +97,22 @@ public:
         while (nCount <= 0)
             pthread_cond_wait(&m_stCond, &mutex.m_stMutex);
         --nCount;
+    }
+
+    /// The same, but waits until then at most: false, with the mutex unlocked, when there was no permit by then.
+    bool condWaitUntil(Mutex& mutex, std::chrono::steady_clock::time_point end) TRY_ACQUIRE(true, mutex)
+    {
+        const auto since = std::chrono::duration_cast<std::chrono::nanoseconds>(end.time_since_epoch()).count();
+        const timespec stEnd{static_cast<time_t>(since / 1'000'000'000), static_cast<long>(since % 1'000'000'000)};
+        mutex.Lock();
+        while (nCount <= 0) {
+            if (pthread_cond_timedwait(&m_stCond, &mutex.m_stMutex, &stEnd) == ETIMEDOUT && nCount <= 0) {
+                mutex.Unlock();
+                return false;
+            }
+        }
+        --nCount;
+        return true;
     }
 
     /// Takes as many further permits as there are, nMost at most, and gives their count. With the mutex held.
@@ -153,9 +173,9 @@ public:
         nTail = (nTail + 1) % nCapacity;
         ++nSize;
     }
+    /// What the record owns must have been moved out: its slot keeps the rest until the next record comes there.
     void pop()
     {
-        Slots()[nHead] = T{}; // what the record owned goes now
         nHead = (nHead + 1) % nCapacity;
         --nSize;
     }
@@ -188,14 +208,16 @@ public:
     size_t get(std::span<T> out)
     {
         CondGard guard(m_lock, m_condGet, m_condPut);
-        if (m_ring.empty())
+        return Take(out, guard);
+    }
+
+    /// The same, but waits until then at most; a time that has passed takes what is there. 0 for that too.
+    size_t get(std::span<T> out, std::chrono::steady_clock::time_point end) NO_THREAD_SAFETY_ANALYSIS
+    {
+        if (!m_condGet.condWaitUntil(m_lock, end))
             return 0;
-        const int nPermits = guard.TakeMore(std::min(SlotCount(out), m_ring.size()));
-        for (T& record : out.first(static_cast<size_t>(nPermits))) {
-            record = std::move(m_ring.front());
-            m_ring.pop();
-        }
-        return static_cast<size_t>(nPermits);
+        CondGard guard(m_lock, m_condGet, m_condPut, CondGard::PERMIT_HELD);
+        return Take(out, guard);
     }
 
     /// Appends the records in order, moving them out of in; waits for room. Gives the count appended, fewer than all
@@ -239,6 +261,8 @@ public:
         m_condPut.start(m_ring.capacity() - m_ring.size()); // what is left takes room
     }
 
+    bool running() const { return m_bRunning; }
+
 private:
     /// Holds the lock from the permit that it takes to the one that it gives, however the section is left.
     class SCOPED_CAPABILITY CondGard
@@ -248,6 +272,14 @@ private:
             : m_mutex(mutex), m_condTake(condTake), m_condGive(condGive)
         {
             condTake.condWait(mutex);
+        }
+        static constexpr struct PERMIT_HELD_TAG
+        {
+        } PERMIT_HELD{};
+        /// With the mutex and a permit held already.
+        CondGard(Mutex& mutex, Cond& condTake, Cond& condGive, PERMIT_HELD_TAG) REQUIRES(mutex)
+            : m_mutex(mutex), m_condTake(condTake), m_condGive(condGive)
+        {
         }
         ~CondGard() RELEASE() { m_condGive.condSignal(m_mutex, m_nPermits); }
         CondGard(const CondGard&) = delete;
@@ -266,6 +298,19 @@ private:
         Cond& m_condGive;
         int m_nPermits = 1; // taken, and given on at the end
     };
+
+    /// Takes what the ring has and out has room for; the guard holds one permit.
+    size_t Take(std::span<T> out, CondGard& guard) REQUIRES(m_lock)
+    {
+        if (m_ring.empty())
+            return 0;
+        const int nPermits = guard.TakeMore(std::min(SlotCount(out), m_ring.size()));
+        for (T& record : out.first(static_cast<size_t>(nPermits))) {
+            record = std::move(m_ring.front());
+            m_ring.pop();
+        }
+        return static_cast<size_t>(nPermits);
+    }
 
     static int SlotCount(std::span<T> records) { return static_cast<int>(std::min<size_t>(records.size(), INT_MAX)); }
 
@@ -307,9 +352,15 @@ public:
     bool put(T in) { return m_pImpl->put({&in, 1}) == 1; }
     /// Several records under one lock and with one wake of the other side; see BufQueue_Impl.
     [[nodiscard]] size_t get(std::span<T> out) { return m_pImpl->get(out); }
+    [[nodiscard]] size_t get(std::span<T> out, std::chrono::steady_clock::time_point end)
+    {
+        return m_pImpl->get(out, end);
+    }
     [[nodiscard]] size_t put(std::span<T> in) { return m_pImpl->put(in); }
     void start() { m_pImpl->start(); }
     void stop() { m_pImpl->stop(); }
+    /// False from stop to start.
+    bool running() const { return m_pImpl->running(); }
 
 private:
     BufQueue_Impl<T>* m_pImpl; // owned, made by A
