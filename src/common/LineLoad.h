@@ -19,6 +19,8 @@ public:
     /// wake is that of the thread that waits for this line.
     void SetWakeUp(CWakeUp& wake) { m_pWake = &wake; }
 
+    /// Bytes and RECORD_COST of all that is on its way.
+    size_t Cost() const { return m_szCost; }
     bool HasRoom() const { return m_szCost < ROOM; }
     bool IsOverLimit() const { return m_szCost >= LIMIT; }
     /// For a packet that is lost beyond the limit: true for the first since there was room.

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <climits>
 #include <cstddef>
@@ -106,7 +105,8 @@ public:
         const timespec stEnd{static_cast<time_t>(since / 1'000'000'000), static_cast<long>(since % 1'000'000'000)};
         mutex.Lock();
         while (nCount <= 0) {
-            if (pthread_cond_timedwait(&m_stCond, &mutex.m_stMutex, &stEnd) == ETIMEDOUT && nCount <= 0) {
+            // A time that isn't one (EINVAL), as the earliest of all, has passed too.
+            if (pthread_cond_timedwait(&m_stCond, &mutex.m_stMutex, &stEnd) != 0 && nCount <= 0) {
                 mutex.Unlock();
                 return false;
             }

@@ -143,13 +143,12 @@ void CChildChannel::SendPacketToAgent(CPacket packet, CAgentMsgRun& run) const
     run.Add(m_Line.GetUEIdx(), m_Rows.back().enChannel, std::move(packet));
 }
 
-bool CChildChannel::WriteChannel(ByteView packet)
+CPacket CChildChannel::WriteChannel(CPacket packet)
 {
     if (IsText())
-        return m_Line.WriteBytes(packet);
-    const HDLC_RESULT stFrame = m_Hdlc.HdlcEncode(packet);
-    if (stFrame.uiResult == 0)
-        return m_Line.WriteBytes(stFrame.packet.Bytes());
-    m_Line.LogFault(LINE_FAULT::ENCODE);
-    return false;
+        return packet;
+    HDLC_RESULT stFrame = m_Hdlc.HdlcEncode(std::as_const(packet).Bytes());
+    if (stFrame.uiResult != 0)
+        m_Line.LogFault(LINE_FAULT::ENCODE);
+    return std::move(stFrame.packet);
 }

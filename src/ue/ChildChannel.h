@@ -40,8 +40,8 @@ public:
     /// Takes what was read, and adds each packet that it completes to those for the agent.
     void OnSerialData(ByteView data, CAgentMsgRun& run);
 
-    /// Frames and writes one packet; false when it could not be written whole.
-    bool WriteChannel(ByteView packet);
+    /// What goes on the line for one packet, which is used up; false, when it can't be framed, with the line's word.
+    CPacket WriteChannel(CPacket packet);
 
     /// Takes bytes up to the end of the first packet, or all of them.
     TAKEN_PACKET GetHdlcPacket(ByteView data);

@@ -110,7 +110,7 @@ bool CDeviceMonitor::AttachConfiguredNames()
         const std::string strGroup = std::to_string(i / SERIALNUM);
         CDebug::Instance()->PrintInfo("Group Name is %s serialName is %s port is %d", strGroup.c_str(),
                                       vecName[i].c_str(), vecPort[i]);
-        m_pUEManager->OnSerialAttach(strGroup, vecName[i], static_cast<enSerialType>(i % SERIALNUM), vecPort[i]);
+        m_pUEManager->AttachConfigured(strGroup, vecName[i], static_cast<enSerialType>(i % SERIALNUM), vecPort[i]);
     }
     return true;
 }

@@ -1,41 +1,47 @@
 #include "ue/ReadSet.h"
 
 #include "common/Debug.h"
-#include "common/MsgBuf.h"
 #include "common/NoMemory.h"
 #include "common/Wait.h"
+#include "ue/ChildChannel.h"
+#include "ue/Line.h"
 
 #include <algorithm>
-
-// The analysis of lock annotations can't follow a list of locks: the functions that touch it are left out.
 
 namespace
 {
 constexpr auto FAULT_PAUSE = std::chrono::seconds(1);
 } // namespace
 
-void CReadSet::LockPorts()
+bool CReadSet::Wait(int lTimeoutMs)
 {
-    m_vecPoll.clear();
-    m_anLink.fill(-1);
-    m_vecLocked.reserve(m_vecOpen.size()); // so that no lock is taken that can't be noted
-    m_vecPoll.reserve(m_vecOpen.size() + SERIALNUM);
     ForgetOldFaults();
-    for (CSerial* pSerial : m_vecOpen)
-        if (!m_mapFault.contains(pSerial))
-            LockPort(pSerial);
+    FillPoll();
+    return PollFor(m_vecPoll, lTimeoutMs) >= 0;
 }
 
-void CReadSet::LockPort(CSerial* pSerial) NO_THREAD_SAFETY_ANALYSIS
+void CReadSet::FillPoll()
 {
-    pSerial->SerialLock();
-    const int nHandle = pSerial->GetHandler(); // can't change from here on
-    if (nHandle == -1) {
-        pSerial->SerialUnlock();
-        return;
-    }
-    m_vecLocked.push_back(pSerial);
-    m_vecPoll.push_back({nHandle, POLLIN, 0});
+    std::erase_if(m_vecLine, [&](const std::shared_ptr<ILine>& pLine) {
+        return pLine->ReadHandle() < 0 || m_mapFault.contains(pLine.get()) || !CanTake(*pLine);
+    });
+    m_vecPoll.clear();
+    for (const auto& pLine : m_vecLine)
+        m_vecPoll.push_back({pLine->ReadHandle(), POLLIN, 0});
+    m_vecPoll.push_back({CMsgBuf::Instance()->ReadWake().Fd(), POLLIN, 0});
+}
+
+/// A line with much on its way to the agent is left alone until that is dealt with, which wakes the thread.
+bool CReadSet::CanTake(ILine& line)
+{
+    const auto rows = line.Channel().Rows();
+    if (rows.empty())
+        return true;
+    CLineLoad* const pLoad = CMsgBuf::Instance()->LoadFromUe(line.GetUEIdx(), rows.front().enChannel);
+    if (pLoad == nullptr || pLoad->HasRoom())
+        return true;
+    pLoad->Await();
+    return pLoad->HasRoom();
 }
 
 void CReadSet::ForgetOldFaults()
@@ -44,50 +50,24 @@ void CReadSet::ForgetOldFaults()
     std::erase_if(m_mapFault, [&](const auto& entry) { return now - entry.second >= FAULT_PAUSE; });
 }
 
-void CReadSet::AddLink(size_t szIndex, int nSocket)
+void CReadSet::ReadLines()
 {
-    m_anLink[szIndex] = static_cast<int>(m_vecPoll.size());
-    m_vecPoll.push_back({nSocket, POLLIN, 0});
+    for (size_t i = 0; i < m_vecLine.size(); ++i)
+        if (m_vecPoll[i].revents != 0)
+            (void)DropOnNoMemory("what a line received", [&] { ReadLine(i); });
 }
 
-int CReadSet::Wait(int lTimeoutMs)
+void CReadSet::ReadLine(size_t szIndex)
 {
-    const int nReady = PollFor(m_vecPoll, lTimeoutMs);
-    const auto isInvalid = [](const pollfd& stPoll) { return (stPoll.revents & POLLNVAL) != 0; };
-    return nReady > 0 && std::ranges::any_of(m_vecPoll, isInvalid) ? -1 : nReady;
-}
-
-void CReadSet::ReadPorts() NO_THREAD_SAFETY_ANALYSIS
-{
-    {
-        CAgentMsgRun run;
-        for (size_t i = 0; i < m_vecLocked.size(); ++i) {
-            if (m_vecPoll[i].revents != 0)
-                (void)DropOnNoMemory("what a port received", [&] { ReadPort(m_vecLocked[i], run); });
-        }
-    } // posted before a lock is released: what a port read comes before its detach
-    ReleasePorts();
-}
-
-void CReadSet::ReadPort(CSerial* pSerial, CAgentMsgRun& run) NO_THREAD_SAFETY_ANALYSIS
-{
-    if (pSerial->ReadSerial(run))
-        return;
-    CDebug::Instance()->PrintError("Read Serial fail!");
-    m_mapFault[pSerial] = std::chrono::steady_clock::now();
-}
-
-void CReadSet::ReleasePorts() NO_THREAD_SAFETY_ANALYSIS
-{
-    for (CSerial* pSerial : m_vecLocked)
-        pSerial->SerialUnlock();
-    m_vecLocked.clear();
-}
-
-bool CReadSet::IsLinkReadable(size_t szIndex, int nSocket) const
-{
-    if (m_anLink[szIndex] < 0)
-        return false;
-    const pollfd& stPoll = m_vecPoll[static_cast<size_t>(m_anLink[szIndex])];
-    return stPoll.fd == nSocket && stPoll.revents != 0;
+    ILine& line = *m_vecLine[szIndex];
+    const pollfd& stPoll = m_vecPoll[szIndex];
+    if ((stPoll.revents & POLLNVAL) != 0) { // closed since, if it isn't a fault
+        if (stPoll.fd != line.ReadHandle())
+            return;
+        CDebug::Instance()->PrintError("read serial select fail!");
+        OnReadFault(&line);
+    } else if (!line.ReadBytes(stPoll.fd)) {
+        CDebug::Instance()->PrintError("Read Serial fail!");
+        OnReadFault(&line);
+    }
 }

@@ -1,27 +1,22 @@
 #include "ue/Serial.h"
 
 #include "common/Debug.h"
-#include "common/UniqueFd.h"
+#include "common/MsgBuf.h"
 #include "common/Wait.h"
 #include "ue/UE.h"
 
 #include <cerrno>
-#include <chrono>
+#include <cstring>
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/ioctl.h>
-#include <thread>
 #include <unistd.h>
 
 namespace
 {
-constexpr auto SETTLE_TIME = std::chrono::seconds(1); // from the opening of a device until it is used
-constexpr int BAUD_NO_CONSTANT = 128000;              // a speed that the terminal interface has no constant for
+constexpr int BAUD_NO_CONSTANT = 128000; // a speed that the terminal interface has no constant for
 constexpr int BAUD_DEFAULT = 9600;
 constexpr int WRITE_BASE_TIMEOUT_S = 2;
-constexpr int LINE_BITS_PER_BYTE = 20;      // allowed for in the write time-out, twice what 8N1 takes
-constexpr useconds_t WRITE_RETRY_US = 1000; // pause when a port that called itself writable took nothing
-constexpr auto DRAIN_LIMIT = std::chrono::seconds(2);
+constexpr int LINE_BITS_PER_BYTE = 20; // allowed for in the write time-out, twice what 8N1 takes
 
 struct BAUD_ROW
 {
@@ -38,29 +33,35 @@ constexpr BAUD_ROW g_astBaud[] = {
 };
 // clang-format on
 
-/// Gives the device a moment to send what it still holds, then discards the rest: a modem that keeps its flow
-/// control off must not hold a close, which would wait for it without a limit.
-void DrainOrDiscard(int nFd)
+/// The reason in words that a person at the bench can act on.
+const char* OpenReason(int nError)
 {
-    const auto end = std::chrono::steady_clock::now() + DRAIN_LIMIT;
-    int nPending = 0;
-    while (ioctl(nFd, TIOCOUTQ, &nPending) == 0 && nPending > 0) {
-        if (std::chrono::steady_clock::now() >= end) {
-            (void)tcflush(nFd, TCOFLUSH); // a device that is gone has nothing to discard
-            return;
-        }
-        usleep(10'000);
+    switch (nError) {
+    case ENOENT:
+    case ENODEV:
+    case ENXIO:
+        return "no such device";
+    case EBUSY:
+        return "busy, another program uses it";
+    case EACCES:
+    case EPERM:
+        return "no permission";
+    default:
+        return std::strerror(nError);
     }
 }
-
-void RestoreAndClose(int nFd, const termios& stTermios)
-{
-    DrainOrDiscard(nFd);
-    (void)RetryOnEintr([&] { return tcsetattr(nFd, TCSADRAIN, &stTermios); }); // fails when the device is gone
-    (void)close(nFd);
-}
-
 } // namespace
+
+CClosingDevice::CClosingDevice(int nFd, const termios& stTermios) : m_Fd(nFd), m_stTermios(stTermios) {}
+
+CClosingDevice::~CClosingDevice()
+{
+    if (!m_Fd.IsOpen())
+        return;
+    // Fails when the device is gone. Nothing here waits for what it would still have to send.
+    (void)tcflush(m_Fd.Get(), TCIOFLUSH);
+    (void)tcsetattr(m_Fd.Get(), TCSANOW, &m_stTermios);
+}
 
 int WriteTimeoutS(size_t szRemaining, int iBaud)
 {
@@ -140,87 +141,162 @@ void CSerial::LogFault(LINE_FAULT enFault) const
     }
 }
 
-bool CSerial::OpenSerial()
+uint64_t CSerial::BeginOpen()
 {
-    if (m_bOpen)
-        CloseSerial();
+    const xtl::MutexGuard guard(m_WriteLock);
+    m_enState = LINE_STATE::OPENING;
+    m_bOpenFailed = false;
+    return ++m_ullOpening;
+}
+
+bool CSerial::OpenSerial(uint64_t ullOpening, bool bRepeated)
+{
     const std::string strName = GetName();
-    // A port is no controlling terminal, or a vanishing modem would hang up the process; and without O_NONBLOCK
-    // the open itself would wait for a carrier. It is cleared once the attributes with CLOCAL are set.
+    // A port is no controlling terminal, or a vanishing modem would hang up the process; and without O_NONBLOCK the
+    // open itself would wait for a carrier. It stays: no read and no write waits for the modem.
     CUniqueFd fd(RetryOnEintr([&] { return open(strName.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC); }));
     if (!fd.IsOpen()) {
-        m_bOpen = false;
-        CDebug::Instance()->PrintError("Open Serial %s fail!", strName.c_str());
-        return false;
+        LogOpenFault(strName, errno, bRepeated);
+        return FailOpen(ullOpening);
     }
-    m_ullTotalRead = 0;
-    m_ullTotalWrite = 0;
-    CDebug::Instance()->PrintInfo("Open Serial %s OK!", strName.c_str());
     termios stOldTermios{};
     (void)tcgetattr(fd.Get(), &stOldTermios); // what is no terminal fails at the next step
     (void)tcflush(fd.Get(), TCIFLUSH);
-    const bool bSet = SetAttributes(fd.Get());
-    const int nFd = fd.Release();
-    Publish(nFd, stOldTermios);
-    if (!bSet) {
-        CloseSerial();
-        CDebug::Instance()->PrintError("Set Serial %s attr fail!", strName.c_str());
-        return false;
+    if (!SetAttributes(fd.Get())) {
+        const int nError = errno;
+        fd.Reset();
+        LogSetFault(strName, nError, bRepeated);
+        return FailOpen(ullOpening);
     }
-    std::this_thread::sleep_for(SETTLE_TIME);
-    return MarkOpen(nFd);
+    m_nLastOpenError = 0;
+    m_ullTotalRead = 0;
+    m_ullTotalWrite = 0;
+    CDebug::Instance()->PrintInfo("Open Serial %s OK!", strName.c_str());
+    return Publish(ullOpening, std::move(fd), stOldTermios);
+}
+
+void CSerial::LogOpenFault(const std::string& strName, int nError, bool bRepeated)
+{
+    if (std::exchange(m_nLastOpenError, nError) == nError && bRepeated)
+        return;
+    CDebug::Instance()->PrintError("Open Serial %s fail!", strName.c_str());
+    if (CConfig::Instance()->GetRecovery())
+        CDebug::Instance()->PrintError("Open Serial %s: %s", strName.c_str(), OpenReason(nError));
+}
+
+void CSerial::LogSetFault(const std::string& strName, int nError, bool bRepeated)
+{
+    if (std::exchange(m_nLastOpenError, nError) == nError && bRepeated)
+        return;
+    CDebug::Instance()->PrintInfo("Open Serial %s OK!", strName.c_str());
+    CDebug::Instance()->PrintInfo("Close Serial %s", strName.c_str());
+    CDebug::Instance()->PrintError("Set Serial %s attr fail!", strName.c_str());
 }
 
 bool CSerial::SetAttributes(int nFd) const
 {
-    if (RetryOnEintr([&] { return tcsetattr(nFd, TCSAFLUSH, &m_stNewTermios); }) != 0)
-        return false;
-    (void)SetNonBlocking(nFd, false); // fails on no open file
-    return true;
+    return RetryOnEintr([&] { return tcsetattr(nFd, TCSAFLUSH, &m_stNewTermios); }) == 0;
 }
 
-/// From here on CloseSerial finds the descriptor.
-void CSerial::Publish(int nFd, const termios& stOldTermios)
+/// From here on EndUse finds the descriptor. That of an old opening is closed.
+bool CSerial::Publish(uint64_t ullOpening, CUniqueFd fd, const termios& stOldTermios)
 {
-    const xtl::MutexGuard guard(m_WriteLock);
-    m_stOldTermios = stOldTermios;
-    m_iHandle = nFd;
+    {
+        const xtl::MutexGuard guard(m_WriteLock);
+        if (ullOpening == m_ullOpening) {
+            m_stOldTermios = stOldTermios;
+            m_iHandle = fd.Release();
+            return true;
+        }
+    }
+    const CClosingDevice unwanted(fd.Release(), stOldTermios);
+    return false;
 }
 
-/// An AT port is opened by the write thread, so a detach may have closed it again while it settled.
-bool CSerial::MarkOpen(int nFd)
+/// False, for the caller to return.
+bool CSerial::FailOpen(uint64_t ullOpening)
 {
-    const xtl::MutexGuard guard(m_WriteLock);
-    m_bOpen = m_iHandle == nFd;
-    return m_bOpen;
+    {
+        const xtl::MutexGuard guard(m_WriteLock);
+        if (ullOpening == m_ullOpening) {
+            m_bOpenFailed = true;
+            m_enState = LINE_STATE::CLOSED;
+        }
+    }
+    CMsgBuf::Instance()->WriteWake().Wake(); // a packet may wait for the opening
+    return false;
 }
 
-bool CSerial::CloseSerial()
+bool CSerial::FinishOpen(uint64_t ullOpening, const std::function<void()>& fnReport)
 {
     {
         const xtl::MutexGuard readGuard(m_ReadLock);
         const xtl::MutexGuard writeGuard(m_WriteLock);
-        if (m_iHandle != -1)
-            RestoreAndClose(m_iHandle, m_stOldTermios);
-        m_iHandle = -1;
-        m_bOpen = false;
+        if (ullOpening != m_ullOpening)
+            return false;
+        m_bReadFault = false;
+        fnReport();
+        m_enState = LINE_STATE::OPEN;
     }
-    CDebug::Instance()->PrintInfo("Close Serial %s", GetName().c_str());
+    CMsgBuf::Instance()->ReadWake().Wake();
+    CMsgBuf::Instance()->WriteWake().Wake();
     return true;
+}
+
+bool CSerial::IfCurrent(uint64_t ullOpening, const std::function<void()>& fnReport)
+{
+    const xtl::MutexGuard readGuard(m_ReadLock);
+    const xtl::MutexGuard writeGuard(m_WriteLock);
+    if (ullOpening != m_ullOpening)
+        return false;
+    fnReport();
+    return true;
+}
+
+CClosingDevice CSerial::TakeDevice()
+{
+    const xtl::MutexGuard readGuard(m_ReadLock);
+    const xtl::MutexGuard writeGuard(m_WriteLock);
+    ++m_ullOpening;
+    m_enState = LINE_STATE::CLOSED;
+    return {m_iHandle.exchange(-1), m_stOldTermios};
+}
+
+CClosingDevice CSerial::EndUse()
+{
+    CClosingDevice device = TakeDevice();
+    CMsgBuf::Instance()->ReadWake().Wake();
+    CMsgBuf::Instance()->WriteWake().Wake();
+    CDebug::Instance()->PrintInfo("Close Serial %s", GetName().c_str());
+    return device;
+}
+
+bool CSerial::CloseSerial()
+{
+    const CClosingDevice device = EndUse();
+    return true;
+}
+
+bool CSerial::ReadBytes(int nHandle)
+{
+    const xtl::MutexGuard guard(m_ReadLock);
+    if (nHandle != ReadHandle())
+        return true; // closed since the wait
+    CAgentMsgRun run;
+    return ReadSerial(run);
 }
 
 bool CSerial::ReadSerial(CAgentMsgRun& run)
 {
-    if (!m_bOpen)
-        return false;
     const ssize_t nRead = read(m_iHandle, m_pReadBuf.get(), SERIAL_READ_BUF_LEN);
     if (nRead > 0) {
         m_ullTotalRead += static_cast<uint64_t>(nRead);
         m_Channel.OnSerialData({m_pReadBuf.get(), static_cast<size_t>(nRead)}, run);
         return true;
     }
-    if (nRead < 0 && errno == EINTR)
-        return true; // nothing now
+    if (nRead < 0 && (errno == EINTR || errno == EAGAIN))
+        return true; // nothing now: another program that has the port open may have been faster
+    m_bReadFault = true;
     if (nRead == 0)
         CDebug::Instance()->PrintWarn("read Serial == 0, com:%d, type:%d, errno:%d", GetPortNum(), m_enType, errno);
     else
@@ -228,76 +304,48 @@ bool CSerial::ReadSerial(CAgentMsgRun& run)
     return false;
 }
 
-bool CSerial::OpenForWrite()
+LINE_STATE CSerial::PrepareWrite()
 {
+    if (m_enState != LINE_STATE::CLOSED)
+        return m_enState;
     if (!IsOpenedByWrite()) {
         CDebug::Instance()->PrintInfo("open serial not open  ,m_type:%d", m_enType);
-        return false;
+        return LINE_STATE::CLOSED;
     }
-    if (OpenSerial())
-        return true;
+    if (!m_bOpenFailed.exchange(false) && m_pUE != nullptr) {
+        m_pUE->OpenForWrite(m_enType);
+        return LINE_STATE::OPENING;
+    }
     CDebug::Instance()->PrintInfo("at open serial fail ,m_type:%d", m_enType);
-    return false;
+    return LINE_STATE::REFUSED;
 }
 
-bool CSerial::WriteSerial(ByteView data)
+/// As much as the port takes at once. The lock keeps the descriptor from being closed meanwhile.
+ssize_t CSerial::WriteBytes(ByteView data)
 {
-    if (!m_bOpen && !OpenForWrite())
-        return false;
     const xtl::MutexGuard guard(m_WriteLock);
-    return m_iHandle != -1 && WriteAll(data);
-}
-
-bool CSerial::WriteAll(ByteView data)
-{
-    std::chrono::steady_clock::time_point end;
-    for (size_t szTimedFor = 0; !data.empty();) {
-        if (szTimedFor != data.size()) { // the time-out starts anew with each piece that got through
-            szTimedFor = data.size();
-            end = std::chrono::steady_clock::now() + std::chrono::seconds(WriteTimeoutS(data.size(), GetBaudrate()));
-        }
-        if (!WaitWritable(MsUntil(end)))
-            return false;
-        const ssize_t nWritten = WriteSome(data);
-        if (nWritten < 0) {
-            CDebug::Instance()->PrintError("write data to SerialPort(com %d) fail!channel type:%d, errno:%d",
-                                           GetPortNum(), m_enType, errno);
-            return false;
-        }
-        if (nWritten == 0)
-            usleep(WRITE_RETRY_US);
-        m_ullTotalWrite += static_cast<uint64_t>(nWritten);
-        data = data.subspan(static_cast<size_t>(nWritten));
-    }
-    return true;
-}
-
-bool CSerial::WaitWritable(int lTimeoutMs) const
-{
-    pollfd stPoll{m_iHandle, POLLOUT, 0};
-    const int nReady = lTimeoutMs > 0 ? PollFor({&stPoll, 1}, lTimeoutMs) : 0;
-    if (nReady > 0 && (stPoll.revents & POLLNVAL) == 0)
-        return true;
-    if (nReady == 0)
-        CDebug::Instance()->PrintError("Send data to UE(com %d) Timeout. channel type:%d, errno:%d", GetPortNum(),
+    if (!IsOpen())
+        return -1;
+    const ssize_t nWritten = RetryOnEintr([&] { return write(m_iHandle, data.data(), data.size()); });
+    if (nWritten < 0 && errno == EAGAIN)
+        return 0;
+    if (nWritten < 0)
+        CDebug::Instance()->PrintError("write data to SerialPort(com %d) fail!channel type:%d, errno:%d", GetPortNum(),
                                        m_enType, errno);
     else
-        CDebug::Instance()->PrintError("Send data to UE(com %d) Error. channel type:%d, errno:%d", GetPortNum(),
-                                       m_enType, errno);
-    return false;
+        m_ullTotalWrite += static_cast<uint64_t>(nWritten);
+    return nWritten;
 }
 
-/// Writes as much as the port takes at once and gives the count, 0 when it takes nothing, negative on a fault. A
-/// terminal knows no write that doesn't wait but on a descriptor with O_NONBLOCK, so it has the flag for this one
-/// call; it is the only writer, and reads come only after a poll that found something.
-ssize_t CSerial::WriteSome(ByteView data) const
+std::chrono::seconds CSerial::WriteLimit(size_t szRemaining) const
 {
-    (void)SetNonBlocking(m_iHandle, true);
-    const ssize_t nWritten = RetryOnEintr([&] { return write(m_iHandle, data.data(), data.size()); });
-    const int nError = errno;
-    (void)SetNonBlocking(m_iHandle, false);
-    errno = nError;
-    return nWritten < 0 && nError == EAGAIN ? 0 : nWritten;
+    return std::chrono::seconds(WriteTimeoutS(szRemaining, GetBaudrate()));
+}
+
+void CSerial::OnNoHeadway(bool bTimeout)
+{
+    CDebug::Instance()->PrintError("Send data to UE(com %d) %s. channel type:%d, errno:%d", GetPortNum(),
+                                   bTimeout ? "Timeout" : "Error", m_enType, errno);
 }
 
 int CSerial::GetBaudrate() const

@@ -3,12 +3,14 @@
 #include "common/Bytes.h"
 #include "common/Config.h"
 #include "common/Types.h"
+#include "common/UniqueFd.h"
 #include "common/xtl.h"
 #include "ue/ChildChannel.h"
 #include "ue/Line.h"
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <termios.h>
@@ -18,12 +20,35 @@ class CUE;
 /// Whole seconds that a write may go without headway, from the bytes that remain and the line's speed.
 int WriteTimeoutS(size_t szRemaining, int iBaud);
 
-/// One serial port of a UE: opens and configures the device, hands what it reads to its channels, and writes with
-/// a time-out. It never closes itself and tells nobody of a fault: it logs and returns
-/// false.
+/// A device that is no longer used, to be given back to the system, which may take its time. What the device still
+/// holds is discarded: a modem that keeps its flow control off must not hold a close.
+class CClosingDevice
+{
+public:
+    /// Takes the descriptor; -1 is none.
+    CClosingDevice(int nFd, const termios& stTermios);
+    ~CClosingDevice();
+    CClosingDevice(CClosingDevice&&) = default;
+    CClosingDevice& operator=(CClosingDevice&&) = delete;
+
+    /// False when there is nothing to close.
+    explicit operator bool() const { return m_Fd.IsOpen(); }
+
+private:
+    CUniqueFd m_Fd;
+    termios m_stTermios; // to restore
+};
+
+/// One serial port of a UE: opens and configures the device, hands what it reads to its channels, and writes what the
+/// device takes. It never closes itself and tells nobody of a fault: it logs and returns false.
 ///
-/// The read thread and the write thread use a port side by side, each under a lock of its own; CloseSerial has to
-/// have both. State, handle, number and counters are atomics for readers without a lock, who may see old values.
+/// A port opens in three steps. BeginOpen gives a number to the opening; OpenSerial opens the device, which may take
+/// its time; FinishOpen, a second later, makes it one that is used. EndUse stops all of that at any time: what comes
+/// behind it with an older number does nothing.
+///
+/// The read thread and the write thread use a port side by side, each under a lock of its own that is never held
+/// across a wait; EndUse and FinishOpen have both. State, handle, number and counters are atomics for readers without
+/// a lock, who may see old values.
 class CSerial : public ILine
 {
 public:
@@ -48,31 +73,41 @@ public:
     enSerialType GetSerialType() const { return m_enType; }
     /// The descriptor, -1 while closed.
     int GetHandler() const { return m_iHandle; }
-    bool IsOpen() const { return m_bOpen; }
+    bool IsOpen() const { return m_enState == LINE_STATE::OPEN; }
+    bool IsOpening() const { return m_enState == LINE_STATE::OPENING; }
     /// True when the port opens at the first write, and no other way.
     bool IsOpenedByWrite() const { return !m_Channel.Rows().empty() && m_Channel.Rows().front().bOpenedByWrite; }
-    /// What frames the port's bytes, for all of its channels.
-    CChildChannel& Channel() { return m_Channel; }
+    /// A read failed since the port was opened: the device is gone.
+    bool HasReadFault() const { return m_bReadFault; }
+    CChildChannel& Channel() override { return m_Channel; }
     /// Bytes since the port was opened.
     uint64_t GetTotalBytesRead() const { return m_ullTotalRead; }
     uint64_t GetTotalBytesWrite() const { return m_ullTotalWrite; }
 
-    /// Opens the device by its name. Takes a full second: a port counts as open only then. False when the device
-    /// can't be opened or set, or when it was closed meanwhile.
-    bool OpenSerial();
-    /// Waits for the read and the write at hand. Restores the device's settings. Always true, open or not.
+    /// The port counts as opening from here on. Gives the number of the opening.
+    uint64_t BeginOpen() EXCLUDES(m_WriteLock);
+    /// Opens the device by its name and sets it. False when that fails, and when the opening is an old one; the port
+    /// is closed then, unless another opening is under way. bRepeated: only a reason other than the last one is logged.
+    bool OpenSerial(uint64_t ullOpening, bool bRepeated = false);
+    /// The device has settled: the port is open now. Runs fnReport before anything of the port can be read; false
+    /// when the opening is an old one.
+    bool FinishOpen(uint64_t ullOpening, const std::function<void()>& fnReport) EXCLUDES(m_ReadLock, m_WriteLock);
+    /// Runs fnReport unless the port has been given up or begun to open since that number was current.
+    bool IfCurrent(uint64_t ullOpening, const std::function<void()>& fnReport) EXCLUDES(m_ReadLock, m_WriteLock);
+    /// The port is closed for everybody at once, and so is an opening that is under way. What remains to be done with
+    /// the device is done by the result's end.
+    [[nodiscard]] CClosingDevice EndUse() EXCLUDES(m_ReadLock, m_WriteLock);
+    /// EndUse and the rest of it. Always true, open or not.
     bool CloseSerial();
 
-    /// Held by the read thread over its wait and its read.
-    void SerialLock() ACQUIRE(m_ReadLock) { m_ReadLock.Lock(); }
-    void SerialUnlock() RELEASE(m_ReadLock) { m_ReadLock.Unlock(); }
-    /// Reads once and hands the bytes to its channels. False on a closed port, a fault or the end of the file;
-    /// a signal that ends the read is no fault.
-    bool ReadSerial(CAgentMsgRun& run) REQUIRES(m_ReadLock);
-    /// Writes all bytes, or gives up after the time-out. Opens a closed port that opens so. What was written of a
-    /// packet when it failed stays written.
-    bool WriteSerial(ByteView data) EXCLUDES(m_WriteLock);
-    bool WriteBytes(ByteView data) override { return WriteSerial(data); }
+    int ReadHandle() const override { return IsOpen() ? GetHandler() : -1; }
+    bool ReadBytes(int nHandle) override EXCLUDES(m_ReadLock);
+    LINE_STATE PrepareWrite() override;
+    uint64_t Opening() const override { return m_ullOpening; }
+    ssize_t WriteBytes(ByteView data) override EXCLUDES(m_WriteLock);
+    int WriteHandle() const override { return ReadHandle(); }
+    std::chrono::seconds WriteLimit(size_t szRemaining) const override;
+    void OnNoHeadway(bool bTimeout) override;
     void LogFault(LINE_FAULT enFault) const override;
 
     int GetBaudrate() const;
@@ -82,12 +117,12 @@ public:
 private:
     void InitSerialPort();
     bool SetAttributes(int nFd) const;
-    void Publish(int nFd, const termios& stOldTermios) EXCLUDES(m_WriteLock);
-    bool MarkOpen(int nFd) EXCLUDES(m_WriteLock);
-    bool OpenForWrite();
-    bool WriteAll(ByteView data) REQUIRES(m_WriteLock);
-    bool WaitWritable(int lTimeoutMs) const;
-    ssize_t WriteSome(ByteView data) const;
+    bool Publish(uint64_t ullOpening, CUniqueFd fd, const termios& stOldTermios) EXCLUDES(m_WriteLock);
+    bool FailOpen(uint64_t ullOpening) EXCLUDES(m_WriteLock);
+    CClosingDevice TakeDevice() EXCLUDES(m_ReadLock, m_WriteLock);
+    void LogSetFault(const std::string& strName, int nError, bool bRepeated);
+    void LogOpenFault(const std::string& strName, int nError, bool bRepeated);
+    bool ReadSerial(CAgentMsgRun& run) REQUIRES(m_ReadLock);
 
     std::atomic<unsigned int> m_uiPortNum = UNUSED_PORT_NUM;
     mutable xtl::Mutex m_NameLock; // taken last, for the copy of a name only
@@ -96,7 +131,11 @@ private:
     enSerialType m_enType = SERIAL_TYPE_DIAG; // this and its channels: set only while nobody else looks
     CChildChannel m_Channel{*this};
     std::atomic<int> m_iHandle = -1;
-    std::atomic<bool> m_bOpen = false;
+    std::atomic<LINE_STATE> m_enState = LINE_STATE::CLOSED; // these two change under m_WriteLock
+    std::atomic<uint64_t> m_ullOpening = 0;
+    std::atomic<bool> m_bOpenFailed = false; // one that a write had asked for; the write thread hasn't seen it yet
+    std::atomic<bool> m_bReadFault = false;
+    int m_nLastOpenError = 0; // errno of the last opening, 0 when it succeeded; for whoever opens
     termios m_stOldTermios GUARDED_BY(m_WriteLock){};
     termios m_stNewTermios{}; // prepared once
     CUE* m_pUE = nullptr;

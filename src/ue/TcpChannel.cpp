@@ -13,7 +13,7 @@
 namespace
 {
 constexpr size_t RECVCACHELENGTH = 0x20000;
-constexpr std::chrono::seconds LINK_TIME_LIMIT(5); // a connect, and a send that makes no headway, end after it
+constexpr std::chrono::seconds LINK_TIME_LIMIT(5); // of a connect, and of a packet that makes no headway
 constexpr int RECV_FAULT_LINE = 192;               // the fixed "line" of the log text
 constexpr size_t MAX_PORT = 0xFFFF;
 constexpr int DECODE_ERROR_MARK = 182; // number in the decode error line of a link; no meaning
@@ -27,20 +27,18 @@ sockaddr_in Address(in_addr_t ulAddress, unsigned int uiPort)
     return stAddr;
 }
 
-/// Connects, within the time at most: the socket's own limit holds for a connect that no signal interrupts. One that
-/// is interrupted goes on by itself, and must not be started again.
+/// Connects the socket, which doesn't block, within the time at most.
 bool ConnectWithin(int nSocket, const sockaddr_in& stAddr, std::chrono::milliseconds limit)
 {
-    const auto end = std::chrono::steady_clock::now() + limit;
     if (connect(nSocket, reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr)) == 0)
         return true;
-    if (errno != EINTR)
+    if (errno != EINPROGRESS && errno != EINTR)
         return false;
     pollfd stPoll{nSocket, POLLOUT, 0};
     int nError = 0;
     socklen_t ulLen = sizeof(nError);
-    return PollFor({&stPoll, 1}, MsUntil(end)) > 0 && getsockopt(nSocket, SOL_SOCKET, SO_ERROR, &nError, &ulLen) == 0 &&
-           nError == 0;
+    return PollFor({&stPoll, 1}, static_cast<int>(limit.count())) > 0 &&
+           getsockopt(nSocket, SOL_SOCKET, SO_ERROR, &nError, &ulLen) == 0 && nError == 0;
 }
 
 /// What a call's result adds to a counter: -1 counts as 4294967295. Deliberate; the status records show it.
@@ -50,60 +48,58 @@ uint64_t CountOf(ssize_t nResult)
 }
 } // namespace
 
-TCPChannel::TCPChannel(const std::string& ip, unsigned int port, bool tcp, enChannelType index)
+TCPChannel::TCPChannel(const std::string& ip, unsigned int port, bool tcp, enChannelType index, bool bQuiet)
     : m_bTcp(tcp), m_uiPort(port), m_pRecvBuf(new unsigned char[RECVCACHELENGTH])
 {
     const auto rows = ChannelsOf(static_cast<enSerialType>(index));
     m_Channel.SetRows(rows.empty() ? ChannelsOf(SERIAL_TYPE_DIAG) : rows);
-    (void)CreateConnectSocket(ip); // a link that failed stays without a socket
+    CreateConnectSocket(ip, bQuiet);
 }
 
-TCPChannel::~TCPChannel() = default;
-
-bool TCPChannel::CreateConnectSocket(const std::string& ip)
+TCPChannel::~TCPChannel()
 {
-    m_iSocket.Reset(m_bTcp ? socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP)
-                           : socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    if (!m_iSocket.IsOpen()) {
+    Close();
+}
+
+/// A link that failed stays without a socket.
+void TCPChannel::CreateConnectSocket(const std::string& ip, bool bQuiet)
+{
+    CUniqueFd link(m_bTcp ? socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP)
+                          : socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (!link.IsOpen())
         CDebug::Instance()->PrintInfo("socket error");
-        return false;
-    }
-    if (m_bTcp ? Connect(ip) : BindLocal())
-        return true;
-    m_iSocket.Reset();
-    return false;
+    else if (m_bTcp ? Connect(link.Get(), ip, bQuiet) : BindLocal(link.Get()))
+        m_iSocket = link.Release();
 }
 
-bool TCPChannel::Connect(const std::string& ip)
+bool TCPChannel::Connect(int nSocket, const std::string& ip, bool bQuiet)
 {
-    // The send time-out bounds the connect as well, and later a peer that stops reading: it must not hold the
-    // write thread, on which all UEs wait. Requests are small and answered, so none waits for another's ack.
-    const timeval stLimit{LINK_TIME_LIMIT.count(), 0};
-    const int nOn = 1;
-    (void)setsockopt(GetSocket(), SOL_SOCKET, SO_SNDTIMEO, &stLimit, sizeof(stLimit));
-    (void)setsockopt(GetSocket(), IPPROTO_TCP, TCP_NODELAY, &nOn, sizeof(nOn));
+    const int nOn = 1; // requests are small and answered, so none waits for another's ack
+    (void)setsockopt(nSocket, IPPROTO_TCP, TCP_NODELAY, &nOn, sizeof(nOn));
     const sockaddr_in stAddr = Address(inet_addr(ip.c_str()), m_uiPort);
-    if (m_uiPort > MAX_PORT || !ConnectWithin(GetSocket(), stAddr, LINK_TIME_LIMIT)) {
-        CDebug::Instance()->PrintInfo("TCP connect failed, port: %d", m_uiPort);
+    if (m_uiPort > MAX_PORT || !ConnectWithin(nSocket, stAddr, LINK_TIME_LIMIT)) {
+        if (!bQuiet)
+            CDebug::Instance()->PrintInfo("TCP connect failed, port: %d", m_uiPort);
         return false;
     }
     CDebug::Instance()->PrintInfo("tcp connect success, port : %d", m_uiPort);
     return true;
 }
 
-bool TCPChannel::BindLocal()
+bool TCPChannel::BindLocal(int nSocket)
 {
     const sockaddr_in stAddr = Address(htonl(INADDR_ANY), m_uiPort);
-    if (m_uiPort > MAX_PORT || bind(GetSocket(), reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr)) != 0)
+    if (m_uiPort > MAX_PORT || bind(nSocket, reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr)) != 0)
         return false;
     CDebug::Instance()->PrintInfo("udp bind success, port : %d", m_uiPort);
     return true;
 }
 
-bool TCPChannel::SendData(ByteView packet)
+void TCPChannel::Close()
 {
-    (void)m_Channel.WriteChannel(packet);
-    return true;
+    const xtl::MutexGuard readGuard(m_ReadLock);
+    const xtl::MutexGuard writeGuard(m_WriteLock);
+    CUniqueFd(m_iSocket.exchange(-1)).Reset();
 }
 
 void TCPChannel::LogFault(LINE_FAULT enFault) const
@@ -120,26 +116,48 @@ void TCPChannel::LogFault(LINE_FAULT enFault) const
     }
 }
 
-/// Sends until all is gone. The result of a send isn't tested, on purpose: a failed one counts as a huge number
-/// of bytes, which ends the loop.
-bool TCPChannel::WriteBytes(ByteView data)
+LINE_STATE TCPChannel::PrepareWrite()
 {
-    for (uint64_t ullTotal = 0; ullTotal < data.size();) {
-        const ByteView rest = data.subspan(static_cast<size_t>(ullTotal));
-        const uint64_t ullSent =
-            CountOf(RetryOnEintr([&] { return send(GetSocket(), rest.data(), rest.size(), MSG_NOSIGNAL); },
-                                 std::chrono::steady_clock::now() + LINK_TIME_LIMIT));
-        m_ullTotalWrite += ullSent;
-        ullTotal += ullSent;
-    }
+    if (GetSocket() != -1)
+        return LINE_STATE::OPEN;
+    m_ullTotalWrite += CountOf(-1); // as the send that failed would count
+    return LINE_STATE::REFUSED;
+}
+
+/// A send that fails, as all on a UDP link do, which has no peer, counts as a huge number of bytes and is no fault.
+ssize_t TCPChannel::WriteBytes(ByteView data)
+{
+    const xtl::MutexGuard guard(m_WriteLock);
+    const ssize_t nSent = RetryOnEintr([&] { return send(GetSocket(), data.data(), data.size(), MSG_NOSIGNAL); });
+    if (nSent < 0 && errno == EAGAIN)
+        return 0;
+    m_ullTotalWrite += CountOf(nSent);
+    return nSent;
+}
+
+std::chrono::seconds TCPChannel::WriteLimit(size_t /*szRemaining*/) const
+{
+    return LINK_TIME_LIMIT;
+}
+
+void TCPChannel::OnNoHeadway(bool bTimeout)
+{
+    m_ullTotalWrite += CountOf(-1);
+    CDebug::Instance()->PrintError("Send data to UE(link %u) %s, errno:%d", m_uiPort, bTimeout ? "Timeout" : "Error",
+                                   errno);
+}
+
+bool TCPChannel::ReadBytes(int nHandle)
+{
+    const xtl::MutexGuard guard(m_ReadLock);
+    if (nHandle == ReadHandle())
+        RecvData();
     return true;
 }
 
 void TCPChannel::RecvData()
 {
-    const ssize_t nReceived =
-        m_bTcp ? recv(GetSocket(), m_pRecvBuf.get(), RECVCACHELENGTH, MSG_DONTWAIT)
-               : recvfrom(GetSocket(), m_pRecvBuf.get(), RECVCACHELENGTH, MSG_DONTWAIT, nullptr, nullptr);
+    const ssize_t nReceived = recv(GetSocket(), m_pRecvBuf.get(), RECVCACHELENGTH, 0);
     if (IsNothingReceived(nReceived))
         return;
     m_ullTotalRead += CountOf(nReceived);

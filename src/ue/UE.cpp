@@ -3,6 +3,14 @@
 #include "common/MsgBuf.h"
 #include "common/NoMemory.h"
 
+#include <chrono>
+#include <memory>
+
+namespace
+{
+constexpr std::chrono::seconds SETTLE_TIME(1); // from the opening of a device until it is used
+} // namespace
+
 void PostAttach(UE_INDEX ue, enChannelType enChannel, unsigned int uiPort, const std::string& strName,
                 const std::string& strGroupid)
 {
@@ -66,33 +74,130 @@ CChildChannel& CUE::GetSerialChannel(enChannelType enType)
 
 bool CUE::IsUEPresent() const
 {
-    return std::ranges::any_of(m_aSerial, [](const CSerial& serial) { return serial.IsOpen(); });
+    return std::ranges::any_of(m_aSerial, [](const CSerial& serial) {
+        return serial.IsOpen() || (serial.IsOpening() && !serial.IsOpenedByWrite());
+    });
 }
 
-void CUE::OnSerialAttach(const std::string& strName, enSerialType enType, unsigned int uiPort)
+bool CUE::IsAttached(enSerialType enType)
 {
-    CSerial* pSerial = GetSerial(enType);
+    const CSerial* const pSerial = GetSerial(enType);
+    return pSerial != nullptr && pSerial->GetPortNum() != UNUSED_PORT_NUM;
+}
+
+void CUE::OnSerialAttach(const std::string& strName, enSerialType enType, unsigned int uiPort, bool bRepeated)
+{
+    const PORT_ATTACH stAttach{strName, uiPort, bRepeated};
+    CSerial* const pSerial = GetSerial(enType);
     if (pSerial == nullptr || pSerial->IsOpen())
         return;
-    const std::string strGroupid = GetGroupid();
-    pSerial->SetName(strName);
-    pSerial->SetPortNum(uiPort);
-    pSerial->SetGroupName(strGroupid);
-    if (!pSerial->IsOpenedByWrite() && !pSerial->OpenSerial())
-        return; // the port has logged the fault; it keeps its name and number
-    for (const CHANNEL_ROW& stRow : ChannelsOf(enType))
-        PostAttach(m_ulUEIdx, stRow.enChannel, uiPort, strName, strGroupid);
+    if (pSerial->IsOpening() && !pSerial->IsOpenedByWrite()) {
+        Keep(enType, stAttach);
+        return;
+    }
+    Identify(*pSerial, stAttach);
+    if (pSerial->IsOpenedByWrite())
+        return ReportUnopened(*pSerial, stAttach);
+    m_Worker.Post(
+        [this, pSerial, stAttach, ullOpening = pSerial->BeginOpen()] { OpenPort(*pSerial, ullOpening, stAttach); });
+}
+
+void CUE::ReportUnopened(CSerial& serial, const PORT_ATTACH& stAttach)
+{
+    const auto Report = [this, &serial, stAttach, ullOpening = serial.Opening()] {
+        (void)serial.IfCurrent(ullOpening, [&] { PostAttachOf(serial, stAttach); });
+    };
+    if (m_Worker.IsIdle())
+        Report();
+    else
+        m_Worker.Post(Report); // behind the ports that came before
+}
+
+void CUE::Identify(CSerial& serial, const PORT_ATTACH& stAttach)
+{
+    serial.SetName(stAttach.strName);
+    serial.SetPortNum(stAttach.uiPort);
+    serial.SetGroupName(GetGroupid());
+}
+
+/// On the worker, from one attach to those that came meanwhile.
+void CUE::OpenPort(CSerial& serial, uint64_t ullOpening, PORT_ATTACH stAttach)
+{
+    while (!OpenAndSettle(serial, ullOpening, stAttach.bRepeated)) {
+        const auto stKept = TakeKept(serial.GetSerialType());
+        if (!stKept) {
+            m_fnOpenFailed();
+            return; // the port has logged the fault; it keeps its name and number
+        }
+        stAttach = *stKept;
+        Identify(serial, stAttach);
+        ullOpening = serial.BeginOpen();
+    }
+    (void)serial.FinishOpen(ullOpening, [&] { PostAttachOf(serial, stAttach); });
+    Keep(serial.GetSerialType(), std::nullopt);
+}
+
+/// False when the device can't be opened, or was closed meanwhile.
+bool CUE::OpenAndSettle(CSerial& serial, uint64_t ullOpening, bool bRepeated)
+{
+    return serial.OpenSerial(ullOpening, bRepeated) &&
+           m_Worker.Rest(SETTLE_TIME, [&] { return serial.Opening() == ullOpening; });
+}
+
+void CUE::OpenForWrite(enSerialType enType)
+{
+    CSerial* const pSerial = GetSerial(enType);
+    if (pSerial == nullptr)
+        return;
+    m_Worker.Post([this, pSerial, ullOpening = pSerial->BeginOpen()] {
+        if (OpenAndSettle(*pSerial, ullOpening, false))
+            (void)pSerial->FinishOpen(ullOpening, [] {});
+    });
+}
+
+void CUE::PostAttachOf(const CSerial& serial, const PORT_ATTACH& stAttach) const
+{
+    for (const CHANNEL_ROW& stRow : ChannelsOf(serial.GetSerialType()))
+        PostAttach(m_ulUEIdx, stRow.enChannel, stAttach.uiPort, stAttach.strName, serial.GetGroupName());
+}
+
+std::optional<CUE::PORT_ATTACH> CUE::TakeKept(enSerialType enType)
+{
+    const xtl::MutexGuard guard(m_DataLock);
+    return std::exchange(m_aKept[static_cast<size_t>(enType)], std::nullopt);
+}
+
+void CUE::Keep(enSerialType enType, std::optional<PORT_ATTACH> stAttach)
+{
+    const xtl::MutexGuard guard(m_DataLock);
+    m_aKept[static_cast<size_t>(enType)] = std::move(stAttach);
+}
+
+void CUE::ForgetPorts()
+{
+    for (CSerial& serial : m_aSerial)
+        if (!serial.IsOpen() && !serial.IsOpening())
+            Forget(serial);
+}
+
+void CUE::Forget(CSerial& serial)
+{
+    serial.SetName("");
+    serial.SetGroupName("");
+    serial.SetPortNum(UNUSED_PORT_NUM);
 }
 
 void CUE::OnSerialDetach(enSerialType enType)
 {
-    CSerial* pSerial = GetSerial(enType);
+    CSerial* const pSerial = GetSerial(enType);
     if (pSerial == nullptr)
         return;
-    pSerial->CloseSerial();
-    pSerial->SetName("");
-    pSerial->SetGroupName("");
-    pSerial->SetPortNum(UNUSED_PORT_NUM);
+    Keep(enType, std::nullopt);
+    // Whatever the device needs for its closing comes before a later job may open it again.
+    if (CClosingDevice device = pSerial->EndUse())
+        m_Worker.Post([pDevice = std::make_shared<CClosingDevice>(std::move(device))] {});
+    m_Worker.Wake(); // from the rest of an opening
+    Forget(*pSerial);
     if (!IsUEPresent())
         SetGroupid("");
     for (const CHANNEL_ROW& stRow : ChannelsOf(enType))

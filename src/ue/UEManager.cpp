@@ -4,16 +4,20 @@
 #include "common/Debug.h"
 #include "common/NoMemory.h"
 #include "common/Thread.h"
+#include "common/Turn.h"
 #include "ue/ReadSet.h"
 #include "ue/TcpChannel.h"
+#include "ue/WriteLoop.h"
 
+#include <algorithm>
 #include <unistd.h>
 
 namespace
 {
-constexpr int READ_TICK_MS = 1000;   // longest wait of the read loop; it bounds how long a detach waits
-constexpr unsigned int MSG_WAKE = 0; // a kind of MSG_UE that means nothing
+constexpr int READ_TICK_MS = 1000; // longest wait of the read loop
 constexpr int END_LIMIT_MS = 20'000;
+constexpr std::chrono::seconds LOOK_PERIOD(1);    // between two looks for ports and links that are gone
+constexpr std::chrono::seconds CONNECT_PERIOD(5); // between two tries to connect links that are missing
 
 void* SerialR_Thread(void* pManager)
 {
@@ -32,22 +36,24 @@ void* SerialW_Thread(void* pManager)
 
 CUEManager::CUEManager()
 {
-    for (size_t i = 0; i < m_aUE.size(); ++i)
+    for (size_t i = 0; i < m_aUE.size(); ++i) {
         m_aUE[i].SetUEIdx(static_cast<UE_INDEX>(i));
+        m_aUE[i].SetOnOpenFailed([this, i] { OnOpenFailed(m_aUE[i]); });
+    }
 }
 
 CUEManager::~CUEManager()
 {
     m_DeviceMonitor.EndThread();
     m_bRun = false;
+    CMsgBuf::Instance()->ReadWake().Wake();
+    CMsgBuf::Instance()->WriteWake().Wake();
     (void)wait_thread(m_hReadEnding, END_LIMIT_MS);
-    if (!wait_thread(m_hWriteEnding, 0)) {
-        PostUeMsg(MSG_WAKE, 0, CHANNEL_LTE_DIAG, {}); // it may be waiting for a record
-        (void)wait_thread(m_hWriteEnding, END_LIMIT_MS);
-    }
-    const xtl::MutexGuard readGuard(m_TcpReadLock);
-    const xtl::MutexGuard writeGuard(m_TcpWriteLock);
-    DropLinks();
+    (void)wait_thread(m_hWriteEnding, END_LIMIT_MS);
+    for (CUE& ue : m_aUE)
+        ue.Worker().Stop();
+    for (CUE& ue : m_aUE)
+        ue.Worker().End();
 }
 
 bool CUEManager::Run()
@@ -70,7 +76,22 @@ bool CUEManager::Stop()
 {
     StopDeviceMonitor();
     StopSerialRW();
+    CloseAll();
     return true;
+}
+
+void CUEManager::CloseAll()
+{
+    for (CUE& ue : m_aUE)
+        ue.Worker().Stop();
+    const xtl::MutexGuard guard(m_UELock);
+    for (CUE& ue : m_aUE)
+        for (size_t j = 0; j < SERIALNUM; ++j) {
+            CSerial* const pSerial = ue.GetSerial(static_cast<enSerialType>(j));
+            if (pSerial->IsOpen() || pSerial->IsOpening())
+                pSerial->CloseSerial();
+        }
+    DropLinks();
 }
 
 bool CUEManager::StartDeviceMonitor()
@@ -107,6 +128,8 @@ bool CUEManager::StartSerialRW()
 bool CUEManager::StopSerialRW()
 {
     m_bRun = false;
+    CMsgBuf::Instance()->ReadWake().Wake();
+    CMsgBuf::Instance()->WriteWake().Wake();
     m_hReadThread = -1;
     m_hWriteThread = -1;
     return true;
@@ -119,14 +142,78 @@ void CUEManager::OnSerialAttach(const std::string& groupid, const std::string& n
         ProcessTCPUE(groupid, true);
         return;
     }
-    const xtl::MutexGuard guard(m_UELock); // over the opening of the port too: attaches come one at a time
+    const xtl::MutexGuard guard(m_UELock);
     CDebug::Instance()->PrintInfo("CUEManager::OnSerialAttach groupid is %s, name is %s, nComNum is %d",
                                   groupid.c_str(), name.c_str(), port);
-    CUE* pUE = FindUEForGroup(groupid);
-    if (pUE == nullptr)
-        return; // a sixteenth modem isn't seen
-    pUE->SetGroupid(groupid);
-    pUE->OnSerialAttach(name, type, port);
+    if (CConfig::Instance()->GetRecovery())
+        DetachOtherName(name, port);
+    if (CUE* const pUE = TakeSlot(groupid)) // a sixteenth modem isn't seen
+        pUE->OnSerialAttach(name, type, port);
+}
+
+/// The port that has the number under another name is gone: its modem has come back as another device.
+void CUEManager::DetachOtherName(const std::string& name, unsigned int port)
+{
+    CSerial* const pSerial = FindPort(port);
+    if (pSerial != nullptr && pSerial->GetName() != name)
+        pSerial->GetUE()->OnSerialDetach(pSerial->GetSerialType());
+}
+
+CUE* CUEManager::TakeSlot(const std::string& groupid)
+{
+    CUE* const pUE = FindUEForGroup(groupid);
+    if (pUE != nullptr)
+        pUE->SetGroupid(groupid);
+    return pUE;
+}
+
+/// With Recovery the slot of a UE of which no port is there is free again; with configured names it is kept for it.
+void CUEManager::OnOpenFailed(CUE& ue)
+{
+    if (!CConfig::Instance()->GetRecovery() || CConfig::Instance()->GetChannelNameEnable())
+        return;
+    const xtl::MutexGuard guard(m_UELock);
+    if (ue.IsUEPresent() || ue.IsAttached(SERIAL_TYPE_AT))
+        return;
+    ue.ForgetPorts();
+    ue.SetGroupid("");
+}
+
+void CUEManager::AttachConfigured(const std::string& groupid, const std::string& name, enSerialType type,
+                                  unsigned int port)
+{
+    OnSerialAttach(groupid, name, type, port);
+    if (!CConfig::Instance()->GetRecovery() || port == 0)
+        return;
+    const xtl::MutexGuard guard(m_UELock);
+    const CSerial* const pSerial = FindPort(port);
+    if (pSerial == nullptr)
+        return;
+    CUE& ue = *pSerial->GetUE();
+    ue.Worker().AddTick(LOOK_PERIOD, [this, stPort = CONFIGURED_PORT{ue.GetUEIdx(), groupid, name, type, port}] {
+        LookForPort(stPort);
+    });
+}
+
+/// Closes a port whose device is gone, and opens one whose device is back.
+void CUEManager::LookForPort(const CONFIGURED_PORT& stPort)
+{
+    const xtl::MutexGuard guard(m_UELock);
+    CUE& ue = m_aUE[stPort.ulUeIdx];
+    const CSerial& serial = *ue.GetSerial(stPort.enType);
+    if (serial.IsOpening())
+        return;
+    const bool bAttached = serial.IsOpen() || (serial.IsOpenedByWrite() && ue.IsAttached(stPort.enType));
+    const bool bGone = serial.IsOpen() ? serial.HasReadFault() : access(stPort.strName.c_str(), F_OK) != 0;
+    if (bAttached == !bGone)
+        return;
+    if (bAttached) {
+        CDebug::Instance()->PrintWarn("serial %s is gone, port is %d", stPort.strName.c_str(), stPort.uiPort);
+        ue.OnSerialDetach(stPort.enType);
+        return;
+    }
+    ue.SetGroupid(stPort.strGroupid);
+    ue.OnSerialAttach(stPort.strName, stPort.enType, stPort.uiPort, true);
 }
 
 /// The slot of the group, else the first free one, else null.
@@ -196,35 +283,126 @@ void CUEManager::AttachTcpUE(const std::string& ip)
     if (vecPort.size() > SERIALNUM)
         CDebug::Instance()->PrintWarn("MonitorPort has %d rows, only the first %d are used",
                                       static_cast<int>(vecPort.size()), static_cast<int>(SERIALNUM));
-    for (size_t i = 0; i < std::min<size_t>(vecPort.size(), SERIALNUM); ++i)
-        SetTcp(i, std::make_shared<TCPChannel>(ip, vecPort[i].uiPort, vecPort[i].uiIsTcp != 0,
-                                               static_cast<enChannelType>(i)));
-    PostAttach(TCP_UE_INDEX, CHANNEL_LTE_DIAG, 0, "", ip);
+    const xtl::MutexGuard guard(m_TcpTableLock);
+    m_strTcpIp = ip;
+    CPortWorker& worker = m_aUE[TCP_UE_INDEX].Worker();
+    worker.Post([this, ip, ullAttach = ++m_ullTcpAttach] {
+        if (CConfig::Instance()->GetRecovery())
+            DropLinks(); // a UDP port can be bound again only then
+        (void)ConnectLinks(ip, ullAttach, false);
+        PostTcpAttach(ip, ullAttach);
+        m_NextConnect = std::chrono::steady_clock::now() + CONNECT_PERIOD;
+    });
+    if (CConfig::Instance()->GetRecovery() && !std::exchange(m_bLooksForLinks, true))
+        worker.AddTick(LOOK_PERIOD, [this] { LookForLinks(); });
 }
 
-void CUEManager::SetTcp(size_t szIndex, std::shared_ptr<TCPChannel> pLink)
+/// Makes the links one after the other, as long as the attach is the latest. True when a TCP link came up.
+bool CUEManager::ConnectLinks(const std::string& ip, uint64_t ullAttach, bool bQuiet)
 {
-    const xtl::MutexGuard guard(m_TcpTableLock);
-    if (m_apTcp[szIndex])
-        m_vecReplacedTcp.push_back(std::move(m_apTcp[szIndex]));
-    m_apTcp[szIndex] = std::move(pLink);
+    const size_t szCount = std::min<size_t>(CConfig::Instance()->GetMonitorPortInfo()->size(), SERIALNUM);
+    bool bUp = false;
+    for (size_t i = 0; i < szCount; ++i) {
+        auto pLink = ConnectLink(i, ip, bQuiet);
+        bUp = bUp || (pLink->IsTcp() && pLink->GetSocket() != -1);
+        if (!SetTcp(i, std::move(pLink), ullAttach))
+            return false;
+    }
+    return bUp;
+}
+
+std::shared_ptr<TCPChannel> CUEManager::ConnectLink(size_t szIndex, const std::string& ip, bool bQuiet) const
+{
+    const PORT_INFO& stPort = (*CConfig::Instance()->GetMonitorPortInfo())[szIndex];
+    return std::make_shared<TCPChannel>(ip, stPort.uiPort, stPort.uiIsTcp != 0, static_cast<enChannelType>(szIndex),
+                                        bQuiet);
+}
+
+/// False, and the link is closed, when the attach isn't the latest any more.
+bool CUEManager::SetTcp(size_t szIndex, std::shared_ptr<TCPChannel> pLink, uint64_t ullAttach)
+{
+    {
+        const xtl::MutexGuard guard(m_TcpTableLock);
+        if (ullAttach != m_ullTcpAttach)
+            return false;
+        std::swap(m_apTcp[szIndex], pLink);
+    }
+    if (pLink)
+        pLink->Close(); // the one before
+    CMsgBuf::Instance()->ReadWake().Wake();
+    return true;
+}
+
+void CUEManager::PostTcpAttach(const std::string& ip, uint64_t ullAttach)
+{
+    const xtl::MutexGuard guard(m_TcpTableLock); // no detach comes in between
+    if (ullAttach == m_ullTcpAttach)
+        PostAttach(TCP_UE_INDEX, CHANNEL_LTE_DIAG, 0, "", ip);
+}
+
+/// A network UE that closed a link has gone; it is tried again until it is back or detached. A link that could never
+/// be made is tried again too.
+void CUEManager::LookForLinks()
+{
+    xtl::MutexGuard guard(m_TcpTableLock);
+    const std::string strIp = m_strTcpIp;
+    const uint64_t ullAttach = m_ullTcpAttach;
+    const LinkTable apLink = m_apTcp;
+    const bool bLost = std::ranges::any_of(apLink, [](const auto& pLink) { return pLink && pLink->IsPeerClosed(); });
+    if (bLost)
+        PostDetach(TCP_UE_INDEX, CHANNEL_LTE_DIAG);
+    guard.Unlock();
+    const auto now = std::chrono::steady_clock::now();
+    if (bLost)
+        DropLinks();
+    else if (!strIp.empty() && now >= m_NextConnect)
+        ConnectMissingLinks(apLink, strIp, ullAttach);
+    if (bLost || now >= m_NextConnect)
+        m_NextConnect = now + CONNECT_PERIOD;
+}
+
+void CUEManager::ConnectMissingLinks(const LinkTable& apLink, const std::string& ip, uint64_t ullAttach)
+{
+    if (std::ranges::none_of(apLink, [](const auto& pLink) { return pLink != nullptr; })) {
+        if (ConnectLinks(ip, ullAttach, true))
+            PostTcpAttach(ip, ullAttach);
+        else
+            DropLinks();
+        return;
+    }
+    for (size_t i = 0; i < apLink.size(); ++i) {
+        if (!apLink[i] || !apLink[i]->IsTcp() || apLink[i]->GetSocket() != -1)
+            continue;
+        auto pLink = ConnectLink(i, ip, true);
+        const bool bUp = pLink->GetSocket() != -1;
+        if (bUp && SetTcp(i, std::move(pLink), ullAttach) && i == SERIAL_TYPE_DIAG)
+            PostTcpAttach(ip, ullAttach); // the handshake is on this link
+    }
 }
 
 void CUEManager::DetachTcpUE()
 {
-    PostDetach(TCP_UE_INDEX, CHANNEL_LTE_DIAG);
-    // m_UELock keeps the read thread from starting another pass; otherwise it would take m_TcpReadLock again and
-    // again before this thread is woken.
-    const xtl::MutexGuard ueGuard(m_UELock);
-    const xtl::MutexGuard readGuard(m_TcpReadLock);
-    const xtl::MutexGuard writeGuard(m_TcpWriteLock);
+    {
+        const xtl::MutexGuard guard(m_TcpTableLock);
+        ++m_ullTcpAttach;
+        m_strTcpIp.clear();
+        PostDetach(TCP_UE_INDEX, CHANNEL_LTE_DIAG);
+    }
     DropLinks();
 }
 
 void CUEManager::DropLinks()
 {
-    const xtl::MutexGuard guard(m_TcpTableLock);
-    m_apTcp.fill(nullptr);
+    LinkTable apLink;
+    {
+        const xtl::MutexGuard guard(m_TcpTableLock);
+        std::swap(apLink, m_apTcp);
+    }
+    for (const auto& pLink : apLink)
+        if (pLink)
+            pLink->Close();
+    CMsgBuf::Instance()->ReadWake().Wake();
+    CMsgBuf::Instance()->WriteWake().Wake();
 }
 
 CChildChannel* CUEManager::GetSerialChannel(UE_INDEX ue, enChannelType type)
@@ -268,7 +446,6 @@ void CUEManager::ReadSerialFun()
     while (m_bRun) {
         bool bWaited = true;
         const bool bDone = DropOnNoMemory("a pass over the ports", [&] { bWaited = ReadPass(readSet); });
-        readSet.ReleasePorts();
         if (!bWaited)
             CDebug::Instance()->PrintError("read serial select fail!");
         if (!bWaited || !bDone)
@@ -276,61 +453,41 @@ void CUEManager::ReadSerialFun()
     }
 }
 
-/// Waits, and reads what is there. False when the wait failed. Ports may be left locked.
+/// Waits, and reads what is there. False when the wait failed.
 bool CUEManager::ReadPass(CReadSet& readSet)
 {
-    GetOpenedSerial(readSet.OpenPorts());
-    readSet.LockPorts();
-    const int nReady = WaitForData(readSet);
-    if (nReady > 0) {
-        readSet.ReadPorts();
-        ReadLinks(readSet);
-    }
-    return nReady >= 0;
+    CWakeUp& wake = CMsgBuf::Instance()->ReadWake();
+    wake.FallAsleep(); // from here on no change is missed
+    CollectLines(readSet.Lines());
+    const bool bWaited = readSet.Wait(READ_TICK_MS);
+    wake.Rise();
+    const CTurn turn(LOOP::SERIAL_READ);
+    if (bWaited)
+        readSet.ReadLines();
+    return bWaited;
 }
 
-/// Adds the links to the set and waits.
-int CUEManager::WaitForData(CReadSet& readSet)
+void CUEManager::CollectLines(std::vector<std::shared_ptr<ILine>>& lines)
 {
-    const xtl::MutexGuard guard(m_TcpReadLock);
-    const LinkTable apLink = Links();
-    for (size_t i = 0; i < SERIALNUM; ++i)
-        if (apLink[i] && apLink[i]->GetSocket() != -1 && !apLink[i]->IsPeerClosed())
-            readSet.AddLink(i, apLink[i]->GetSocket());
-    return readSet.Wait(READ_TICK_MS);
-}
-
-void CUEManager::ReadLinks(const CReadSet& readSet)
-{
-    const xtl::MutexGuard guard(m_TcpReadLock);
-    const LinkTable apLink = Links();
-    for (size_t i = 0; i < SERIALNUM; ++i)
-        if (apLink[i] && readSet.IsLinkReadable(i, apLink[i]->GetSocket()))
-            (void)DropOnNoMemory("what a link received", [&] { apLink[i]->RecvData(); });
+    lines.clear();
+    GetOpenedSerial(m_vecOpened);
+    for (CSerial* const pSerial : m_vecOpened)
+        lines.emplace_back(std::shared_ptr<ILine>(), pSerial); // ports live as long as the manager
+    for (const auto& pLink : Links())
+        if (pLink)
+            lines.push_back(pLink);
 }
 
 void CUEManager::WriteSerialFun()
 {
-    while (m_bRun) {
-        MSG_UE stMsg;
-        if (!CMsgBuf::Instance()->UeQueue().get(stMsg)) {
-            sleep(1);
-            continue;
-        }
-        (void)DropOnNoMemory("a packet for a UE", [&] { WriteToUE(stMsg); });
-    }
+    CWriteLoop writeLoop([this](UE_INDEX ue, enSerialType enPort) { return LineOf(ue, enPort); });
+    while (m_bRun)
+        (void)DropOnNoMemory("a packet for a UE", [&] { writeLoop.Pass(); });
 }
 
-/// Writes one packet. Results aren't looked at: what can't be written is lost, and the line's own log tells.
-void CUEManager::WriteToUE(const MSG_UE& stMsg)
+std::shared_ptr<ILine> CUEManager::LineOf(UE_INDEX ue, enSerialType enPort)
 {
-    if (stMsg.ulMsgType == UE_MSG_SERIAL) {
-        if (CChildChannel* pChannel = GetSerialChannel(stMsg.ulUeIdx, stMsg.enChannel))
-            (void)pChannel->WriteChannel(stMsg.packet.Bytes());
-    } else if (stMsg.ulMsgType == UE_MSG_TCP) {
-        const xtl::MutexGuard guard(m_TcpWriteLock);
-        const CHANNEL_ROW* const pRow = RowOf(stMsg.enChannel);
-        if (const auto pLink = pRow ? GetTcp(pRow->enPort) : nullptr)
-            (void)pLink->SendData(stMsg.packet.Bytes());
-    }
+    if (ue == TCP_UE_INDEX)
+        return GetTcp(enPort);
+    return {std::shared_ptr<ILine>(), m_aUE[ue].GetSerial(enPort)};
 }

@@ -8,19 +8,21 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
 
 class CReadSet;
+class ILine;
 class TCPChannel;
 
 /// Everything through which the agent reaches modems: the UE slots, the links of the one network UE, the device
 /// monitor, and the two threads that move bytes between ports and queues. It knows nothing of what packets mean:
-/// upwards it posts MSG_AGENT records, downwards it takes MSG_UE records.
+/// upwards it posts MSG_AGENT records, downwards it takes MSG_UE records. Opening, closing and connecting are the
+/// business of each UE's worker, so that no modem holds up another.
 ///
-/// Lock order: m_UELock, then the ports' locks, then m_TcpReadLock, m_TcpWriteLock, m_TcpTableLock. The read
-/// thread takes m_UELock alone and lets it go before it takes any other.
+/// Lock order: m_UELock, then the ports' locks, then m_TcpTableLock; none is held across a wait for a modem.
 class CUEManager
 {
 public:
@@ -30,24 +32,27 @@ public:
     CUEManager(const CUEManager&) = delete;
     CUEManager& operator=(const CUEManager&) = delete;
 
-    /// Starts the monitor and both threads. With configured names all ports are attached inside, a second each.
+    /// Starts the monitor and both threads. With configured names all ports begin to open inside.
     bool Run();
-    /// Tells the threads to end. Waits for none of them. Always true.
+    /// Tells the threads to end, and closes all ports and links. Waits for no thread. Always true.
     bool Stop();
     bool StartDeviceMonitor();
     bool StopDeviceMonitor();
     bool StartSerialRW();
     bool StopSerialRW();
 
-    /// A port of the modem with that group id has come. Opens it, which takes about a second. Port 0 is the
-    /// network UE: the group id is its IP address then.
+    /// A port of the modem with that group id has come; it begins to open. Port 0 is the network UE: the group id is
+    /// its IP address then.
     void OnSerialAttach(const std::string& groupid, const std::string& name, enSerialType type, unsigned int port)
         EXCLUDES(m_UELock);
     /// The port has gone; port 0 is the network UE. Unknown numbers are ignored.
     void OnSerialDetach(unsigned int port) EXCLUDES(m_UELock);
     /// The same by slot and role, for whoever knows the port so; the agent knows its number.
     void OnSerialDetach(UE_INDEX ue, enSerialType type) EXCLUDES(m_UELock);
-    /// Makes or drops the links of the network UE.
+    /// A port of the configuration: attached now and, with Recovery, again whenever it comes back.
+    void AttachConfigured(const std::string& groupid, const std::string& name, enSerialType type, unsigned int port)
+        EXCLUDES(m_UELock);
+    /// Begins to make the links of the network UE, or drops them.
     void ProcessTCPUE(const std::string& ip, bool attach) EXCLUDES(m_UELock);
 
     /// Null for a UE that isn't a serial one.
@@ -67,31 +72,50 @@ public:
 private:
     using LinkTable = std::array<std::shared_ptr<TCPChannel>, SERIALNUM>; // by enSerialType
 
+    struct CONFIGURED_PORT
+    {
+        UE_INDEX ulUeIdx;
+        std::string strGroupid;
+        std::string strName;
+        enSerialType enType;
+        unsigned int uiPort;
+    };
+
     CUE* FindUEForGroup(const std::string& groupid) REQUIRES(m_UELock);
     CSerial* FindPort(unsigned int port) REQUIRES(m_UELock);
+    CUE* TakeSlot(const std::string& groupid) REQUIRES(m_UELock);
+    void DetachOtherName(const std::string& name, unsigned int port) REQUIRES(m_UELock);
+    void OnOpenFailed(CUE& ue) EXCLUDES(m_UELock);
+    void LookForPort(const CONFIGURED_PORT& stPort) EXCLUDES(m_UELock);
     void AttachTcpUE(const std::string& ip) EXCLUDES(m_TcpTableLock);
-    void DetachTcpUE() EXCLUDES(m_UELock);
-    void SetTcp(size_t szIndex, std::shared_ptr<TCPChannel> pLink) EXCLUDES(m_TcpTableLock);
+    void DetachTcpUE() EXCLUDES(m_TcpTableLock);
+    bool ConnectLinks(const std::string& ip, uint64_t ullAttach, bool bQuiet) EXCLUDES(m_TcpTableLock);
+    std::shared_ptr<TCPChannel> ConnectLink(size_t szIndex, const std::string& ip, bool bQuiet) const;
+    void PostTcpAttach(const std::string& ip, uint64_t ullAttach) EXCLUDES(m_TcpTableLock);
+    void LookForLinks() EXCLUDES(m_TcpTableLock);
+    void ConnectMissingLinks(const LinkTable& apLink, const std::string& ip, uint64_t ullAttach);
+    bool SetTcp(size_t szIndex, std::shared_ptr<TCPChannel> pLink, uint64_t ullAttach) EXCLUDES(m_TcpTableLock);
     LinkTable Links() const EXCLUDES(m_TcpTableLock);
-    void DropLinks() REQUIRES(m_TcpReadLock, m_TcpWriteLock);
-    bool ReadPass(CReadSet& readSet) EXCLUDES(m_UELock, m_TcpReadLock);
-    int WaitForData(CReadSet& readSet) EXCLUDES(m_TcpReadLock);
-    void ReadLinks(const CReadSet& readSet) EXCLUDES(m_TcpReadLock);
-    void WriteToUE(const MSG_UE& stMsg) EXCLUDES(m_TcpWriteLock);
+    void DropLinks() EXCLUDES(m_TcpTableLock);
+    bool ReadPass(CReadSet& readSet) EXCLUDES(m_UELock);
+    void CloseAll() EXCLUDES(m_UELock);
+    void CollectLines(std::vector<std::shared_ptr<ILine>>& lines) EXCLUDES(m_UELock);
+    std::shared_ptr<ILine> LineOf(UE_INDEX ue, enSerialType enPort);
 
     std::array<CUE, MAXUENUM> m_aUE; // slot 15 stands for the network UE and never has a group
     LinkTable m_apTcp GUARDED_BY(m_TcpTableLock);
-    /// Links that a second network attach pushed out of their slots. They stay open: the modem at their
-    /// far end doesn't see a link cut that it still uses.
-    std::vector<std::shared_ptr<TCPChannel>> m_vecReplacedTcp GUARDED_BY(m_TcpTableLock);
+    std::string m_strTcpIp GUARDED_BY(m_TcpTableLock);      // of the network UE; empty while it is detached
+    uint64_t m_ullTcpAttach GUARDED_BY(m_TcpTableLock) = 0; // attaches and detaches of the network UE so far
+    bool m_bLooksForLinks GUARDED_BY(m_TcpTableLock) = false;
     CDeviceMonitor m_DeviceMonitor;
     std::atomic<bool> m_bRun = true;
+    std::vector<CSerial*> m_vecOpened; // for the read thread's use, pass by pass
+    std::chrono::steady_clock::time_point
+        m_NextConnect{}; // of links that are missing; for the worker of the network UE
     int m_hReadThread = -1;
     int m_hWriteThread = -1;
     int m_hReadEnding = -1; // the same for the destructor, as StopSerialRW forgets the two above
     int m_hWriteEnding = -1;
     xtl::Mutex m_UELock;               // over the slots
-    xtl::Mutex m_TcpReadLock;          // over the links' read side, held during the read thread's wait
-    xtl::Mutex m_TcpWriteLock;         // over the links' write side
-    mutable xtl::Mutex m_TcpTableLock; // over the pointers alone, for a copy or a change; never held while waiting
+    mutable xtl::Mutex m_TcpTableLock; // over the links' table, for a copy or a change
 };

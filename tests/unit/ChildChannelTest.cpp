@@ -323,6 +323,6 @@ TEST(ChildChannel, APortsChannelNamesThePortInItsFaults)
     const CLogCapture log;
     Give(serial, Join(Hex("7E"), Fill(131071, 1)));
     EXPECT_EQ(log.Count("[WAN] : HDLC Data Too Big!com:31, type:0"), 1);
-    EXPECT_FALSE(serial.Channel().WriteChannel(ByteView()));
+    EXPECT_FALSE(serial.Channel().WriteChannel(CPacket::Copy({})));
     EXPECT_EQ(log.Count("[ERR] : HDLC Encode Error!com:31, type:0"), 1);
 }

@@ -3,6 +3,7 @@
 #include "agent/Client.h"
 #include "support/AgentFixture.h"
 #include "support/FailingNew.h"
+#include "support/Lines.h"
 #include "support/LogCapture.h"
 #include "support/PtyPair.h"
 #include "ue/ReadSet.h"
@@ -150,17 +151,15 @@ TEST_P(NoMemoryTest, ALineOfAPortIsDroppedAlone)
     CSerial serial;
     serial.SetSerialType(SERIAL_TYPE_AT);
     serial.SetName(modem.Name());
-    ASSERT_TRUE(serial.OpenSerial());
+    ASSERT_TRUE(OpenPort(serial));
     CReadSet readSet;
     const auto ReadOnce = [&] {
         (void)DropOnNoMemory("a pass", [&] {
-            readSet.OpenPorts().push_back(&serial);
-            readSet.LockPorts();
-            if (readSet.Wait(5000) > 0)
-                readSet.ReadPorts();
+            readSet.Lines().emplace_back(std::shared_ptr<ILine>(), &serial);
+            if (readSet.Wait(5000))
+                readSet.ReadLines();
         });
-        readSet.ReleasePorts();
-        readSet.OpenPorts().clear();
+        readSet.Lines().clear();
     };
     const Bytes line = Join(Fill(60, 'x'), Hex("0D 0A"));
     const int nFailures = FailEach(

@@ -1,6 +1,7 @@
 #include "ue/Serial.h"
 
 #include "support/HdlcReference.h"
+#include "support/Lines.h"
 #include "support/LogCapture.h"
 #include "support/PtyPair.h"
 #include "support/Queues.h"
@@ -16,16 +17,6 @@ namespace
 {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
-
-/// Reads as the read thread does.
-bool ReadLocked(CSerial& serial) NO_THREAD_SAFETY_ANALYSIS
-{
-    CAgentMsgRun run;
-    serial.SerialLock();
-    const bool bRead = serial.ReadSerial(run);
-    serial.SerialUnlock();
-    return bRead;
-}
 
 Bytes Text(const std::string& strText)
 {
@@ -51,7 +42,7 @@ TEST(Serial, ANewPortIsUnused)
     EXPECT_EQ(serial.GetTotalBytesRead(), 0u);
     EXPECT_EQ(serial.GetTotalBytesWrite(), 0u);
     EXPECT_TRUE(serial.Channel().Rows().empty());
-    EXPECT_FALSE(ReadLocked(serial));
+    EXPECT_FALSE(ReadPort(serial));
 }
 
 TEST(Serial, TheTypeGivesTheChannels)
@@ -131,9 +122,7 @@ TEST(Serial, OpensRawAndClosesWithTheOldSettings)
     const CLogCapture log;
     modem.Write(Text("sent before the port was open"));
 
-    const auto start = steady_clock::now();
-    ASSERT_TRUE(serial.OpenSerial());
-    EXPECT_GE(steady_clock::now() - start, milliseconds(990));
+    ASSERT_TRUE(OpenPort(serial));
     EXPECT_TRUE(serial.IsOpen());
     EXPECT_EQ(log.Count("[INF] : Open Serial " + modem.Name() + " OK!"), 1);
 
@@ -147,24 +136,23 @@ TEST(Serial, OpensRawAndClosesWithTheOldSettings)
     EXPECT_EQ(stOpen.c_oflag & OPOST, 0u);
     EXPECT_EQ(stOpen.c_cc[VMIN], 1);
     EXPECT_EQ(stOpen.c_cc[VTIME], 0);
-    EXPECT_EQ(fcntl(serial.GetHandler(), F_GETFL) & (O_NONBLOCK | O_ACCMODE), O_RDWR) << "blocking, both ways";
+    EXPECT_EQ(fcntl(serial.GetHandler(), F_GETFL) & (O_NONBLOCK | O_ACCMODE), O_NONBLOCK | O_RDWR);
 
     // What waited before the opening was discarded: the read gives only what comes now.
     const Bytes frame = FrameOf(Fill(18, 0x7E));
     modem.Write(frame);
-    EXPECT_TRUE(ReadLocked(serial));
+    EXPECT_TRUE(ReadPort(serial));
     EXPECT_EQ(serial.GetTotalBytesRead(), frame.size());
     const auto msgs = DrainAgentQueue();
     ASSERT_EQ(msgs.size(), 1u);
     EXPECT_EQ(msgs[0].ulUeIdx, 3u);
     EXPECT_EQ(msgs[0].data, Fill(18, 0x7E));
 
-    EXPECT_TRUE(serial.Channel().WriteChannel(Hex("01 02 7E 7D")));
+    WritePacket(serial, Hex("01 02 7E 7D"));
     EXPECT_EQ(modem.Read(10), Hex("7E 01 02 7D 5E 7D 5D 6B 97 7E"));
     EXPECT_EQ(serial.GetTotalBytesWrite(), 10u);
-    EXPECT_TRUE(serial.WriteSerial(ByteView()));
+    EXPECT_EQ(serial.WriteBytes(ByteView()), 0);
     EXPECT_EQ(serial.GetTotalBytesWrite(), 10u);
-    EXPECT_EQ(fcntl(serial.GetHandler(), F_GETFL) & O_NONBLOCK, 0);
 
     EXPECT_TRUE(serial.CloseSerial());
     EXPECT_FALSE(serial.IsOpen());
@@ -174,7 +162,7 @@ TEST(Serial, OpensRawAndClosesWithTheOldSettings)
     EXPECT_EQ(serial.GetTotalBytesRead(), frame.size()) << "counters live until the next opening";
     EXPECT_EQ(serial.GetTotalBytesWrite(), 10u);
 
-    ASSERT_TRUE(serial.OpenSerial());
+    ASSERT_TRUE(OpenPort(serial));
     EXPECT_EQ(serial.GetTotalBytesRead(), 0u);
     EXPECT_EQ(serial.GetTotalBytesWrite(), 0u);
 }
@@ -184,7 +172,7 @@ TEST(Serial, ADeviceThatIsntThereFailsAtOnce)
     CSerial serial;
     Prepare(serial, SERIAL_TYPE_DATA, "/dev/no-such-port", 5);
     const CLogCapture log;
-    EXPECT_FALSE(serial.OpenSerial());
+    EXPECT_FALSE(OpenPort(serial));
     EXPECT_FALSE(serial.IsOpen());
     EXPECT_EQ(log.Count("[ERR] : Open Serial /dev/no-such-port fail!"), 1);
 }
@@ -194,7 +182,7 @@ TEST(Serial, ADeviceThatIsNoTerminalIsClosedAgain)
     CSerial serial;
     Prepare(serial, SERIAL_TYPE_DATA, "/dev/null", 5);
     const CLogCapture log;
-    EXPECT_FALSE(serial.OpenSerial());
+    EXPECT_FALSE(OpenPort(serial));
     EXPECT_FALSE(serial.IsOpen());
     EXPECT_EQ(serial.GetHandler(), -1);
     EXPECT_EQ(log.Count("Open Serial /dev/null OK!"), 1);
@@ -216,40 +204,73 @@ TEST(Serial, OnlyAnAtPortIsOpenedByAWrite)
     const CLogCapture log;
     CSerial closed;
     Prepare(closed, SERIAL_TYPE_GU, "/dev/no-such-port", 5);
-    EXPECT_FALSE(closed.WriteSerial(Hex("01")));
+    WritePacket(closed, Hex("01"));
     EXPECT_EQ(log.Count("[INF] : open serial not open  ,m_type:2"), 1);
     EXPECT_EQ(log.Count("Open Serial"), 0);
 
-    CSerial detached;
-    Prepare(detached, SERIAL_TYPE_AT, "", 5);
-    EXPECT_FALSE(detached.WriteSerial(Hex("01")));
+    CUE ue;
+    CSerial& at = *ue.GetSerial(SERIAL_TYPE_AT);
+    WritePacket(at, Hex("01")); // a detached port: it has no name
     EXPECT_EQ(log.Count("[ERR] : Open Serial  fail!"), 1);
     EXPECT_EQ(log.Count("[INF] : at open serial fail ,m_type:3"), 1);
 
     CPtyPair modem;
-    CSerial at;
-    Prepare(at, SERIAL_TYPE_AT, modem.Name(), 5);
-    EXPECT_TRUE(at.Channel().WriteChannel(AsBytes("AT~\r")));
+    at.SetName(modem.Name());
+    const auto start = steady_clock::now();
+    WritePacket(at, AsBytes("AT~\r"));
+    EXPECT_GE(steady_clock::now() - start, milliseconds(1000)) << "it settles first";
     EXPECT_TRUE(at.IsOpen());
     EXPECT_EQ(modem.Read(4), Text("AT~\r"));
 }
 
-TEST(Serial, AnAtPortThatIsClosedWhileItSettlesStaysClosed)
+TEST(Serial, AnAtPortWithoutAUeCantBeOpened)
+{
+    const CLogCapture log;
+    CSerial at;
+    Prepare(at, SERIAL_TYPE_AT, "/dev/null", 5);
+    WritePacket(at, Hex("01"));
+    EXPECT_EQ(log.Count("[INF] : at open serial fail ,m_type:3"), 1);
+}
+
+TEST(Serial, AnOpeningThatIsGivenUpEndsClosed)
 {
     CPtyPair modem;
-    CSerial at;
-    Prepare(at, SERIAL_TYPE_AT, modem.Name(), 5);
+    CSerial serial;
+    Prepare(serial, SERIAL_TYPE_DIAG, modem.Name(), 5);
+    const uint64_t ullBeforeOpen = serial.BeginOpen();
+    EXPECT_TRUE(serial.IsOpening());
+    serial.CloseSerial();
+    EXPECT_FALSE(serial.IsOpening());
+    EXPECT_FALSE(serial.OpenSerial(ullBeforeOpen)) << "the device is closed again";
+    EXPECT_EQ(serial.GetHandler(), -1);
+
+    const uint64_t ullWhileSettling = serial.BeginOpen();
+    EXPECT_TRUE(serial.OpenSerial(ullWhileSettling));
+    EXPECT_NE(serial.GetHandler(), -1);
+    EXPECT_FALSE(serial.IsOpen());
+    serial.CloseSerial();
+    EXPECT_EQ(serial.GetHandler(), -1);
+    bool bReported = false;
+    EXPECT_FALSE(serial.FinishOpen(ullWhileSettling, [&] { bReported = true; }));
+    EXPECT_FALSE(bReported);
+    EXPECT_FALSE(serial.IsOpen());
+}
+
+TEST(Serial, TheReasonOfAFailureIsToldWithRecovery)
+{
+    std::string strText = "Recovery = 1";
+    CConfig::Instance()->ParseConfig(strText);
     const CLogCapture log;
-    bool bWritten = true;
-    std::thread writer([&] { bWritten = at.WriteSerial(AsBytes("AT\r")); });
-    EXPECT_TRUE(WaitFor([&] { return at.GetHandler() != -1; }));
-    EXPECT_FALSE(at.IsOpen());
-    at.CloseSerial();
-    writer.join();
-    EXPECT_FALSE(bWritten);
-    EXPECT_FALSE(at.IsOpen());
-    EXPECT_EQ(at.GetHandler(), -1);
-    EXPECT_EQ(modem.Pending(), Bytes());
+    CSerial serial;
+    Prepare(serial, SERIAL_TYPE_DATA, "/dev/no-such-port", 5);
+    EXPECT_FALSE(OpenPort(serial));
+    EXPECT_EQ(log.Count("[ERR] : Open Serial /dev/no-such-port fail!"), 1);
+    EXPECT_EQ(log.Count("[ERR] : Open Serial /dev/no-such-port: no such device"), 1);
+    EXPECT_FALSE(serial.OpenSerial(serial.BeginOpen(), true));
+    EXPECT_EQ(log.Count("Open Serial /dev/no-such-port"), 2) << "a further try is quiet";
+    serial.SetName("/dev");
+    EXPECT_FALSE(serial.OpenSerial(serial.BeginOpen(), true));
+    EXPECT_EQ(log.Count("[ERR] : Open Serial /dev: Is a directory"), 1) << "but for another reason";
 }
 
 TEST(Serial, AModemThatStopsReadingHoldsAWriteNoLongerThanTheTimeOut)
@@ -257,11 +278,11 @@ TEST(Serial, AModemThatStopsReadingHoldsAWriteNoLongerThanTheTimeOut)
     CPtyPair modem;
     CSerial serial;
     Prepare(serial, SERIAL_TYPE_DIAG, modem.Name(), 5);
-    ASSERT_TRUE(serial.OpenSerial());
+    ASSERT_TRUE(OpenPort(serial));
     modem.Clog();
     const CLogCapture log;
     const auto start = steady_clock::now();
-    EXPECT_FALSE(serial.WriteSerial(Fill(5000, 'x')));
+    WritePacket(serial, Fill(5000, 'x'));
     const auto took = steady_clock::now() - start;
     EXPECT_GE(took, milliseconds(1990));
     EXPECT_LT(took, milliseconds(3500));
@@ -274,16 +295,17 @@ TEST(Serial, AWriteThatDoesntFitAtOnceGoesOutInPieces)
     CPtyPair modem;
     CSerial serial;
     Prepare(serial, SERIAL_TYPE_DATA, modem.Name(), 5);
-    ASSERT_TRUE(serial.OpenSerial());
+    ASSERT_TRUE(OpenPort(serial));
     Bytes data;
     for (size_t i = 0; i < 300'000; ++i)
         data.push_back(static_cast<unsigned char>(i * 7 + i / 251));
+    const Bytes frame = FrameOf(data);
     Bytes received;
-    std::thread reader([&] { received = modem.Read(data.size()); });
-    EXPECT_TRUE(serial.WriteSerial(data));
+    std::thread reader([&] { received = modem.Read(frame.size()); });
+    WritePacket(serial, data);
     reader.join();
-    EXPECT_EQ(received, data);
-    EXPECT_EQ(serial.GetTotalBytesWrite(), data.size());
+    EXPECT_EQ(received, frame);
+    EXPECT_EQ(serial.GetTotalBytesWrite(), frame.size());
 }
 
 TEST(Serial, SignalsDisturbNeitherAWriteThatWaitsNorItsTimeOut)
@@ -291,7 +313,7 @@ TEST(Serial, SignalsDisturbNeitherAWriteThatWaitsNorItsTimeOut)
     CPtyPair modem;
     CSerial serial;
     Prepare(serial, SERIAL_TYPE_DIAG, modem.Name(), 5);
-    ASSERT_TRUE(serial.OpenSerial());
+    ASSERT_TRUE(OpenPort(serial));
     const CLogCapture log;
     const Bytes data = Fill(300'000, 0x5A);
     {
@@ -299,16 +321,16 @@ TEST(Serial, SignalsDisturbNeitherAWriteThatWaitsNorItsTimeOut)
         Bytes received;
         std::thread reader([&] {
             CSignals::WaitForMore(50); // the write waits for room meanwhile
-            received = modem.Read(data.size());
+            received = modem.Read(FrameOf(data).size());
         });
-        EXPECT_TRUE(serial.WriteSerial(data));
+        WritePacket(serial, data);
         reader.join();
-        EXPECT_EQ(received, data);
+        EXPECT_EQ(received, FrameOf(data));
     }
     modem.Clog();
     const CSignals signals;
     const auto start = steady_clock::now();
-    EXPECT_FALSE(serial.WriteSerial(Hex("01 02")));
+    WritePacket(serial, Hex("01 02"));
     EXPECT_GE(steady_clock::now() - start, milliseconds(1990));
     EXPECT_LT(steady_clock::now() - start, milliseconds(3500));
     EXPECT_EQ(log.Count("Send data to UE(com 5) Timeout"), 1);
@@ -321,27 +343,16 @@ TEST(Serial, AReadThatASignalEndsIsNoFault)
     CPtyPair modem;
     CSerial serial;
     Prepare(serial, SERIAL_TYPE_DIAG, modem.Name(), 5);
-    ASSERT_TRUE(serial.OpenSerial());
+    ASSERT_TRUE(OpenPort(serial));
     const CLogCapture log;
     {
         const CSignals signals;
-        EXPECT_TRUE(ReadLocked(serial)) << "nothing there";
+        EXPECT_TRUE(ReadPort(serial)) << "nothing there";
     }
     EXPECT_EQ(log.Count("read serial fail"), 0);
     modem.Write(Hex("01 02"));
-    EXPECT_TRUE(ReadLocked(serial));
+    EXPECT_TRUE(ReadPort(serial));
     EXPECT_EQ(serial.GetTotalBytesRead(), 2u);
-}
-
-TEST(Serial, SignalsDontShortenTheTimeThatAPortSettles)
-{
-    CPtyPair modem;
-    CSerial serial;
-    Prepare(serial, SERIAL_TYPE_DIAG, modem.Name(), 5);
-    const CSignals signals;
-    const auto start = steady_clock::now();
-    EXPECT_TRUE(serial.OpenSerial());
-    EXPECT_GE(steady_clock::now() - start, milliseconds(1000));
 }
 
 TEST(Serial, AModemThatVanishedIsLoggedAndThePortStaysOpen)
@@ -349,14 +360,14 @@ TEST(Serial, AModemThatVanishedIsLoggedAndThePortStaysOpen)
     CPtyPair modem;
     CSerial serial;
     Prepare(serial, SERIAL_TYPE_GU, modem.Name(), 8);
-    ASSERT_TRUE(serial.OpenSerial());
+    ASSERT_TRUE(OpenPort(serial));
     const CLogCapture log;
     modem.Unplug();
-    EXPECT_FALSE(ReadLocked(serial));
+    EXPECT_FALSE(ReadPort(serial));
     EXPECT_EQ(log.Count("[WAN] : read Serial == 0, com:8, type:2, errno:") +
                   log.Count("[ERR] : read serial fail, com:8, type:2, errno:"),
               1);
-    EXPECT_FALSE(serial.WriteSerial(Hex("01 02")));
+    WritePacket(serial, Hex("01 02"));
     EXPECT_EQ(log.Count("[ERR] : write data to SerialPort(com 8) fail!channel type:2, errno:5"), 1);
     EXPECT_TRUE(serial.IsOpen());
     EXPECT_EQ(serial.GetTotalBytesWrite(), 0u);
@@ -367,12 +378,12 @@ TEST(Serial, AFailedReadAndAnInvalidDescriptorAreLogged)
     CPtyPair modem;
     CSerial serial;
     Prepare(serial, SERIAL_TYPE_DIAG, modem.Name(), 8);
-    ASSERT_TRUE(serial.OpenSerial());
+    ASSERT_TRUE(OpenPort(serial));
     const CLogCapture log;
     EXPECT_EQ(log.Count("fail"), 0); // the log has its files by now: none takes the number that is freed
     close(serial.GetHandler());      // as no one should
-    EXPECT_FALSE(ReadLocked(serial));
+    EXPECT_FALSE(ReadPort(serial));
     EXPECT_EQ(log.Count("[ERR] : read serial fail, com:8, type:0, errno:9"), 1);
-    EXPECT_FALSE(serial.WriteSerial(Hex("01 02")));
-    EXPECT_EQ(log.Count("[ERR] : Send data to UE(com 8) Error. channel type:0, errno:"), 1);
+    WritePacket(serial, Hex("01 02"));
+    EXPECT_EQ(log.Count("[ERR] : write data to SerialPort(com 8) fail!channel type:0, errno:9"), 1);
 }

@@ -3,6 +3,7 @@
 #include "agent/StatusRecords.h"
 #include "common/Config.h"
 #include "support/AgentFixture.h"
+#include "support/Lines.h"
 #include "support/LogCapture.h"
 #include "ue/UE.h"
 
@@ -268,14 +269,11 @@ TEST_F(StatusTest, EachOpenPortIsReportedWithItsBytes)
     manager.OnSerialAttach("g", strDiag, SERIAL_TYPE_DIAG, 71);
     manager.OnSerialAttach("g", strGu, SERIAL_TYPE_GU, 72);
     manager.OnSerialAttach("g", "/dev/null", SERIAL_TYPE_AT, 73); // stays closed until it's written to
+    ASSERT_TRUE(PortsSettled(manager));
 
     ASSERT_EQ(write(gu.Get(), "hello", 5), 5);
-    CSerial* const pGu = manager.GetUE(0)->GetSerial(SERIAL_TYPE_GU);
-    CAgentMsgRun run;
-    pGu->SerialLock();
-    EXPECT_TRUE(pGu->ReadSerial(run));
-    pGu->SerialUnlock();
-    EXPECT_TRUE(manager.GetUE(0)->GetSerial(SERIAL_TYPE_DIAG)->WriteSerial(Fill(9)));
+    EXPECT_TRUE(ReadPort(*manager.GetUE(0)->GetSerial(SERIAL_TYPE_GU)));
+    EXPECT_EQ(manager.GetUE(0)->GetSerial(SERIAL_TYPE_DIAG)->WriteBytes(Fill(9)), 9);
 
     Agent().StatusService().SendTransferReport();
     const Bytes head = Hex("06 00 00 00 18 00 00 00 00 00 00 00");
@@ -287,6 +285,7 @@ TEST_F(StatusTest, LinksOfTheNetworkUeAreReportedByTheirChannel)
 {
     CAgentFixture::Configure("MonitorPort=31000:0;31001:0;31002:0;31003:0");
     Agent().UEManager().OnSerialAttach("127.0.0.1", "", SERIAL_TYPE_DIAG, 0);
+    ASSERT_TRUE(PortsSettled(Agent().UEManager()));
     Agent().StatusService().SendTransferReport();
     const auto all = m_monitor.All();
     ASSERT_THAT(all, SizeIs(4));
@@ -299,6 +298,7 @@ TEST_F(StatusTest, TheReportsComeInTheirInterval)
 {
     CAgentFixture::Configure("MonitorPort=31000:0");
     Agent().UEManager().OnSerialAttach("127.0.0.1", "", SERIAL_TYPE_DIAG, 0);
+    ASSERT_TRUE(PortsSettled(Agent().UEManager()));
     std::thread reporter([&] { Agent().StatusService().StatusMonitorFun(); });
     EXPECT_EQ(m_monitor.Next().size(), 216u);
     const auto start = std::chrono::steady_clock::now();

@@ -2,6 +2,7 @@
 
 #include "common/Config.h"
 #include "support/HdlcReference.h"
+#include "support/Lines.h"
 #include "support/LogCapture.h"
 #include "support/PtyPair.h"
 #include "support/Queues.h"
@@ -166,6 +167,7 @@ TEST(UEManager, APortThatCantBeOpenedKeepsTheSlotForItsGroup)
 {
     CUEManager manager;
     manager.OnSerialAttach("a", "/dev/no-such-port", SERIAL_TYPE_DIAG, 1);
+    ASSERT_TRUE(PortsSettled(manager));
     EXPECT_TRUE(TakenMsgs().empty());
     EXPECT_EQ(manager.GetUE(0)->GetGroupid(), "a");
     AttachAt(manager, "b", 2);
@@ -179,6 +181,7 @@ TEST(UEManager, TheNetworkUeAttachesOnceForAllItsLinks)
     const CLogCapture log;
     CUEManager manager;
     manager.OnSerialAttach("127.0.0.1", "unused", SERIAL_TYPE_GU, 0);
+    ASSERT_TRUE(PortsSettled(manager));
     EXPECT_EQ(log.Count("[INF] : Network attach, ip is 127.0.0.1"), 1);
     EXPECT_EQ(log.Count("CUEManager::OnSerialAttach"), 0) << "no slot is touched";
     EXPECT_EQ(log.Count("TCP connect failed, port: 20002"), 1) << "a port alone is a TCP link";
@@ -199,18 +202,18 @@ TEST(UEManager, TheNetworkUeAttachesOnceForAllItsLinks)
     ASSERT_NE(manager.GetTcp(SERIAL_TYPE_GU), nullptr) << "a failed link stays in its place";
     EXPECT_EQ(manager.GetTcp(SERIAL_TYPE_GU)->GetSocket(), -1);
 
-    // A second attach takes the places; the first link stays open.
+    // A second attach takes the places, and nothing is left of the first one's links.
     const CUniqueFd first = AcceptTcp(listener);
     manager.OnSerialAttach("127.0.0.1", "", SERIAL_TYPE_DIAG, 0);
     const CUniqueFd second = AcceptTcp(listener);
     ASSERT_TRUE(second.IsOpen());
-    EXPECT_FALSE(SawClose(first, milliseconds(20)));
+    EXPECT_TRUE(SawClose(first));
+    ASSERT_TRUE(PortsSettled(manager));
     DrainAgentQueue();
 
     manager.OnSerialDetach(0);
     EXPECT_EQ(TakenMsgs(), (std::vector<Msg>{{3, 15, 0}}));
     EXPECT_TRUE(SawClose(second));
-    EXPECT_FALSE(SawClose(first, milliseconds(20)));
     EXPECT_EQ(manager.GetTcp(SERIAL_TYPE_DIAG), nullptr);
 }
 
@@ -218,6 +221,7 @@ TEST(UEManager, ANetworkUeWithoutLinksIsAnnouncedAllTheSame)
 {
     CUEManager manager;
     manager.ProcessTCPUE("192.0.2.1", true);
+    ASSERT_TRUE(PortsSettled(manager));
     EXPECT_EQ(TakenMsgs(), (std::vector<Msg>{{2, 15, 0}}));
     EXPECT_EQ(manager.GetTcp(SERIAL_TYPE_DIAG), nullptr);
 }
@@ -233,6 +237,7 @@ TEST(UEManager, MovesPacketsBetweenPortsAndQueues)
     EXPECT_TRUE(log.Saw("[INF] : UEManager::Run OK!"));
     manager.OnSerialAttach("a", diag.Name(), SERIAL_TYPE_DIAG, 1);
     manager.OnSerialAttach("a", at.Name(), SERIAL_TYPE_AT, 4);
+    ASSERT_TRUE(PortsSettled(manager));
     EXPECT_EQ(TakenMsgs(), (std::vector<Msg>{{2, 0, 0}, {2, 0, 4}}));
 
     diag.Write(Join(FRAME, ByteView(FRAME).first(7)));
@@ -262,10 +267,9 @@ TEST(UEManager, MovesPacketsBetweenPortsAndQueues)
     ASSERT_EQ(msgs.size(), 1u);
     EXPECT_EQ(msgs[0].enChannel, CHANNEL_AT);
 
-    // A detach waits for the read at hand, a second at most.
     const auto start = steady_clock::now();
     manager.OnSerialDetach(1);
-    EXPECT_LT(steady_clock::now() - start, milliseconds(1900));
+    EXPECT_LT(steady_clock::now() - start, milliseconds(500)) << "it waits for nothing";
     EXPECT_EQ(TakenMsgs(), (std::vector<Msg>{{3, 0, 0}}));
     EXPECT_TRUE(manager.GetUE(0)->GetSerial(SERIAL_TYPE_AT)->IsOpen());
     EXPECT_EQ(manager.GetUE(0)->GetGroupid(), "a");
@@ -280,6 +284,7 @@ TEST(UEManager, AModemThatVanishesDoesntMakeTheReadLoopSpinNorHoldUpOthers)
     CUEManager manager;
     manager.OnSerialAttach("a", gone.Name(), SERIAL_TYPE_DIAG, 1);
     manager.OnSerialAttach("a", other.Name(), SERIAL_TYPE_DATA, 2);
+    ASSERT_TRUE(PortsSettled(manager));
     ASSERT_TRUE(manager.StartSerialRW());
     DrainAgentQueue();
     const double dCpu = CpuSeconds();
@@ -307,17 +312,18 @@ TEST(UEManager, ASignalDoesntEndTheWaitOfTheReadLoop)
     const int nBefore = CSignals::Count();
     const CSignals signals;
     const auto start = steady_clock::now();
-    EXPECT_EQ(readSet.Wait(300), 0);
+    EXPECT_TRUE(readSet.Wait(300));
     EXPECT_GE(steady_clock::now() - start, milliseconds(300));
     EXPECT_GT(CSignals::Count(), nBefore);
 }
 
-TEST(UEManager, AnInvalidDescriptorIsAFailedWait)
+TEST(UEManager, AnInvalidDescriptorIsToldAndLeftOut)
 {
     CPtyPair modem;
     const CLogCapture log;
     CUEManager manager;
     manager.OnSerialAttach("a", modem.Name(), SERIAL_TYPE_DIAG, 1);
+    ASSERT_TRUE(PortsSettled(manager));
     close(manager.GetUE(0)->GetSerial(SERIAL_TYPE_DIAG)->GetHandler()); // as no one should
     ASSERT_TRUE(manager.StartSerialRW());
     EXPECT_TRUE(log.Saw("[ERR] : read serial select fail!"));
@@ -336,6 +342,7 @@ TEST(UEManager, MovesPacketsOverTheLinksOfTheNetworkUe)
     CUniqueFd aPeer[4];
     for (size_t i = 0; i < 4; ++i)
         aPeer[i] = AcceptTcp(aListener[i]);
+    ASSERT_TRUE(PortsSettled(manager));
     DrainAgentQueue();
 
     const struct
@@ -370,10 +377,7 @@ TEST(UEManager, MovesPacketsOverTheLinksOfTheNetworkUe)
     SendAll(aPeer[3], AsBytes("\r\nOK\r\n"));
     EXPECT_EQ(TakeUntil([](const auto& taken) { return taken.size() == 1; }).size(), 1u);
 
-    // The detach gets its turn though the read thread takes the links' lock again on each pass.
-    const auto start = steady_clock::now();
     manager.OnSerialDetach(0);
-    EXPECT_LT(steady_clock::now() - start, milliseconds(2500));
     EXPECT_TRUE(SawClose(aPeer[2]));
     EXPECT_TRUE(SawClose(aPeer[3]));
     PostToUe(UE_MSG_TCP, 15, CHANNEL_AT, AsBytes("AT\r"));
@@ -401,6 +405,7 @@ TEST(UEManager, PortsAndLinksComeAndGoWhileTheCountersAreRead)
     });
     manager.OnSerialAttach("127.0.0.1", "", SERIAL_TYPE_DIAG, 0);
     manager.OnSerialAttach("a", modem.Name(), SERIAL_TYPE_DIAG, 1);
+    EXPECT_TRUE(PortsSettled(manager));
     modem.Write(FRAME);
     SendUdp(20001, FRAME);
     PostToUe(UE_MSG_SERIAL, 0, CHANNEL_LTE_DIAG, PACKET);
@@ -424,6 +429,7 @@ TEST(UEManager, TheWriteThreadOutlivesAStoppedQueue)
     ASSERT_TRUE(manager.StartSerialRW());
     manager.OnSerialAttach("127.0.0.1", "", SERIAL_TYPE_DIAG, 0);
     const CUniqueFd peer = AcceptTcp(listener);
+    ASSERT_TRUE(PortsSettled(manager));
     CMsgBuf::Instance()->UeQueue().stop();
     CMsgBuf::Instance()->UeQueue().start();
     PostToUe(UE_MSG_TCP, 15, CHANNEL_LTE_DIAG, PACKET);

@@ -1,5 +1,6 @@
 #include "ue/UE.h"
 
+#include "support/Lines.h"
 #include "support/LogCapture.h"
 #include "support/PtyPair.h"
 #include "support/Queues.h"
@@ -96,6 +97,7 @@ TEST(UE, APortThatCantBeOpenedIsNotAnnouncedAndKeepsItsNameAndNumber)
     CUE ue;
     ue.SetGroupid("group-1");
     ue.OnSerialAttach("/dev/no-such-port", SERIAL_TYPE_DIAG, 6);
+    ASSERT_TRUE(PortsSettled(ue));
     EXPECT_TRUE(DrainAgentQueue().empty());
     EXPECT_FALSE(ue.IsUEPresent());
     EXPECT_EQ(ue.GetSerial(SERIAL_TYPE_DIAG)->GetName(), "/dev/no-such-port");
@@ -119,6 +121,8 @@ TEST(UE, AGuPortComesAndGoesAsTwoChannels)
     ue.SetGroupid("group-1");
     ue.OnSerialAttach(modem.Name(), SERIAL_TYPE_GU, 12);
     EXPECT_TRUE(ue.IsUEPresent());
+    EXPECT_TRUE(DrainAgentQueue().empty()) << "not before it has settled";
+    ASSERT_TRUE(PortsSettled(ue));
     auto msgs = DrainAgentQueue();
     ASSERT_EQ(msgs.size(), 2u);
     EXPECT_EQ(msgs[0].enChannel, CHANNEL_GU_CMD);
@@ -160,6 +164,7 @@ TEST(UE, TheGroupStaysWhileAnotherPortIsOpenAndAnUnopenedAtPortDoesntCount)
     ue.OnSerialAttach(diag.Name(), SERIAL_TYPE_DIAG, 1);
     ue.OnSerialAttach(data.Name(), SERIAL_TYPE_DATA, 2);
     ue.OnSerialAttach("/dev/ttyUSB3", SERIAL_TYPE_AT, 4);
+    ASSERT_TRUE(PortsSettled(ue));
     ue.OnSerialDetach(SERIAL_TYPE_DIAG);
     EXPECT_EQ(ue.GetGroupid(), "group-1");
     EXPECT_TRUE(ue.GetSerial(SERIAL_TYPE_DATA)->IsOpen());
@@ -167,4 +172,67 @@ TEST(UE, TheGroupStaysWhileAnotherPortIsOpenAndAnUnopenedAtPortDoesntCount)
     EXPECT_EQ(ue.GetGroupid(), "");
     EXPECT_EQ(ue.GetSerial(SERIAL_TYPE_AT)->GetName(), "/dev/ttyUSB3") << "kept into the slot's next life";
     EXPECT_EQ(ue.GetSerial(SERIAL_TYPE_AT)->GetPortNum(), 4u);
+}
+
+TEST(UE, PortsAreAnnouncedInTheOrderInWhichTheyCame)
+{
+    CPtyPair diag;
+    CPtyPair data;
+    CUE ue;
+    ue.OnSerialAttach(diag.Name(), SERIAL_TYPE_DIAG, 1);
+    ue.OnSerialAttach("/dev/ttyUSB3", SERIAL_TYPE_AT, 4);
+    ue.OnSerialAttach(data.Name(), SERIAL_TYPE_DATA, 2);
+    ASSERT_TRUE(PortsSettled(ue));
+    std::vector<enChannelType> vecChannel;
+    for (const QueuedMsg& stMsg : DrainAgentQueue())
+        vecChannel.push_back(stMsg.enChannel);
+    EXPECT_EQ(vecChannel, (std::vector<enChannelType>{CHANNEL_LTE_DIAG, CHANNEL_AT, CHANNEL_LTE_DATA}));
+}
+
+TEST(UE, ADetachEndsAnOpeningAtOnce)
+{
+    CPtyPair modem;
+    CUE ue;
+    ue.SetGroupid("group-1");
+    ue.OnSerialAttach(modem.Name(), SERIAL_TYPE_DIAG, 1);
+    EXPECT_TRUE(WaitFor([&] { return ue.GetSerial(SERIAL_TYPE_DIAG)->GetHandler() != -1; }));
+    const auto start = std::chrono::steady_clock::now();
+    ue.OnSerialDetach(SERIAL_TYPE_DIAG);
+    EXPECT_FALSE(ue.IsUEPresent());
+    EXPECT_EQ(ue.GetGroupid(), "");
+    ASSERT_TRUE(PortsSettled(ue));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(900)) << "not its whole second";
+    const auto msgs = DrainAgentQueue();
+    ASSERT_EQ(msgs.size(), 1u) << "no attach";
+    EXPECT_EQ(msgs[0].ulMsgType, AGENT_MSG_DISCONNECT);
+    EXPECT_EQ(ue.GetSerial(SERIAL_TYPE_DIAG)->GetHandler(), -1);
+}
+
+TEST(UE, AnAttachWhileThePortOpensCountsWhenThatFails)
+{
+    CPtyPair first;
+    CPtyPair other;
+    CUE ue;
+    ue.OnSerialAttach(first.Name(), SERIAL_TYPE_DATA, 1); // keeps the worker busy
+    ue.OnSerialAttach("/dev/no-such-port", SERIAL_TYPE_DIAG, 2);
+    ue.OnSerialAttach(other.Name(), SERIAL_TYPE_DIAG, 3);
+    ASSERT_TRUE(PortsSettled(ue));
+    EXPECT_TRUE(ue.GetSerial(SERIAL_TYPE_DIAG)->IsOpen());
+    EXPECT_EQ(ue.GetSerial(SERIAL_TYPE_DIAG)->GetPortNum(), 3u);
+    EXPECT_EQ(DrainAgentQueue().size(), 2u);
+}
+
+TEST(UE, APortIsOpenAgainAfterADetachAndAnAttachInARow)
+{
+    CPtyPair modem;
+    CUE ue;
+    ue.OnSerialAttach(modem.Name(), SERIAL_TYPE_DIAG, 1);
+    ue.OnSerialDetach(SERIAL_TYPE_DIAG);
+    ue.OnSerialAttach(modem.Name(), SERIAL_TYPE_DIAG, 2);
+    ASSERT_TRUE(PortsSettled(ue));
+    EXPECT_TRUE(ue.GetSerial(SERIAL_TYPE_DIAG)->IsOpen());
+    const auto msgs = DrainAgentQueue();
+    ASSERT_EQ(msgs.size(), 2u);
+    EXPECT_EQ(msgs[0].ulMsgType, AGENT_MSG_DISCONNECT);
+    EXPECT_EQ(msgs[1].ulMsgType, AGENT_MSG_CONNECT);
 }
