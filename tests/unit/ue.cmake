@@ -3,6 +3,7 @@ vex_test(test_ue
         ChildChannelTest.cpp
         DeviceMonitorTest.cpp
         HDLCParseTest.cpp
+        RecordConnectionsTest.cpp
         SerialTest.cpp
         TcpChannelTest.cpp
         UEManagerTest.cpp
