@@ -1,5 +1,4 @@
 #include "agent/Client.h"
-#include "data/DpLteDiag.h"
 #include "support/GuFixture.h"
 
 #include <cstdlib>
@@ -36,15 +35,6 @@ void CheckStream(ByteView stream)
     }
 }
 
-/// Whether the agent would send its switches now, which takes it 1.2 s.
-bool IsFullHostConnectCnf(ByteView packet)
-{
-    ADE_ACK_PACKET_STRU stAck;
-    return CDataProcessorLteDiag::GetAdeAck(packet, stAck) &&
-           (stAck.ulCmdId == UE_CMD_HOST_CONNECT || stAck.ulCmdId == UE_CMD_HOST_CONNECT_CNF) &&
-           stAck.pData.size() >= ADE_UE_CONNECTION_ACK_STRU::FULL_PAYLOAD;
-}
-
 class CSession
 {
 public:
@@ -55,6 +45,7 @@ public:
         while (m_Input.Left() > 0) {
             const STEP pStep = c_apStep[Byte() % STEPS];
             (this->*pStep)();
+            RunDue();
             CheckAll();
         }
     }
@@ -96,12 +87,14 @@ private:
     CTestClient* Client() { return m_clients.empty() ? nullptr : m_clients[Byte() % m_clients.size()].get(); }
     void Send(ByteView bytes);
     void FromUe(unsigned int ulUeIdx, enChannelType enChannel, const Bytes& packet);
+    void RunDue();
     void CheckAll();
 
     static constexpr size_t STEPS = 15;
     static const std::array<STEP, STEPS> c_apStep;
 
     CByteReader m_Input;
+    CDueActions::TIME m_DueTime = std::chrono::steady_clock::now(); // runs ahead, so that no step waits
     CAgentFixture m_Agent{std::string(TEST_LAYOUT) + "TIME_SPACE=0\ndebuglevel=0\n"};
     std::vector<std::unique_ptr<CTestClient>> m_clients;
 };
@@ -226,8 +219,14 @@ void CSession::GuPacket()
 
 void CSession::FromUe(unsigned int ulUeIdx, enChannelType enChannel, const Bytes& packet)
 {
-    if (enChannel != CHANNEL_LTE_DIAG || !IsFullHostConnectCnf(packet))
-        m_Agent.FromUe(ulUeIdx, enChannel, packet);
+    m_Agent.FromUe(ulUeIdx, enChannel, packet);
+}
+
+/// One switch, or the report behind them, if a host connect confirmation made that due.
+void CSession::RunDue()
+{
+    m_DueTime += CDueActions::SWITCH_INTERVAL;
+    (void)m_Agent.Agent().Events().RunDueAction(m_DueTime);
 }
 
 void CSession::Data()
@@ -237,8 +236,7 @@ void CSession::Data()
     std::vector<MSG_AGENT> run;
     for (size_t szLeft = 1 + Byte() % RUN_MAX; szLeft > 0; --szLeft) {
         const Bytes packet = Block(PACKET_MAX);
-        if (enChannel != CHANNEL_LTE_DIAG || !IsFullHostConnectCnf(packet))
-            run.push_back({AGENT_MSG_DATA, ulUeIdx, enChannel, CPacket::Copy(packet)});
+        run.push_back({AGENT_MSG_DATA, ulUeIdx, enChannel, CPacket::Copy(packet)});
     }
     m_Agent.Agent().Events().ProcessAgentMsgs(run);
 }

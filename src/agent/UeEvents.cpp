@@ -5,23 +5,22 @@
 #include "common/Debug.h"
 #include "common/LteDiagInitCmd.h"
 #include "common/NoMemory.h"
+#include "common/Turn.h"
 #include "data/DpLteDiag.h"
 #include "data/gu/OperationGUData.h"
 #include "ue/UEManager.h"
 
 #include <algorithm>
 #include <chrono>
-#include <thread>
 #include <unistd.h>
 
 // What the UE side reports, taken by one thread: ports that come and go, and packets. Two handshakes start here
-// when a channel appears: host connect on the LTE diag channel, link set-up on the GU command channel.
+// when a channel appears: host connect on the LTE diag channel, link set-up on the GU command channel. The thread
+// serves all UEs, so it waits for none of them: what a UE is to be sent later is due then, beside what the others
+// report.
 
 namespace
 {
-constexpr std::chrono::seconds HOST_CONNECT_DELAY(2);    // a port that was just opened needs this before it listens
-constexpr std::chrono::milliseconds SWITCH_INTERVAL(50); // between two switch requests
-
 /// Handles packet by packet; one that memory is too short for is dropped alone.
 template <class Handle> void ForEachPacket(std::span<MSG_AGENT> run, Handle handle)
 {
@@ -93,17 +92,46 @@ void CUeEvents::SetConfirmed(UE_INDEX ulUeIdx, bool bConfirmed)
 void CUeEvents::ReadAgentMsgFun()
 {
     std::array<MSG_AGENT, MSG_RUN_MAX> astMsg;
+    CAgentMsgQueue& queue = CMsgBuf::Instance()->AgentQueue();
     while (m_bRun) {
-        const size_t szCount = CMsgBuf::Instance()->AgentQueue().get(astMsg);
-        if (szCount == 0) {
+        const size_t szCount = queue.get(astMsg, m_due.NextTime());
+        if (szCount == 0 && !queue.running()) {
             sleep(1);
             continue;
         }
-        const auto msgs = std::span(astMsg).first(szCount);
-        ProcessAgentMsgs(msgs);
-        for (MSG_AGENT& stMsg : msgs)
-            stMsg.packet = {}; // now, and not when the next record comes into its place
+        const CTurn turn(LOOP::AGENT_MESSAGES);
+        RunDue();
+        ProcessAgentMsgs(std::span(astMsg).first(szCount));
+        RunDue(); // what the records have started begins at once
     }
+}
+
+void CUeEvents::RunDue()
+{
+    // The time is taken anew for each action, so that none leaves too close behind the one before of its UE.
+    while (RunDueAction(std::chrono::steady_clock::now())) {
+    }
+}
+
+bool CUeEvents::RunDueAction(std::chrono::steady_clock::time_point now)
+{
+    const auto stAction = m_due.Take(now);
+    if (!stAction)
+        return false;
+    (void)DropOnNoMemory("a request of the agent", [&] {
+        switch (stAction->enKind) {
+        case DUE_ACTION::HOST_CONNECT:
+            SendHostConnect(stAction->ulUeIdx);
+            break;
+        case DUE_ACTION::SWITCH:
+            SendSwitch(stAction->ulUeIdx, LTE_DIAG_INIT_CMD[stAction->szSwitch]);
+            break;
+        case DUE_ACTION::CONNECTED:
+            ReportConnected(stAction->ulUeIdx);
+            break;
+        }
+    });
+    return true;
 }
 
 void CUeEvents::ProcessAgentMsgs(std::span<MSG_AGENT> msgs)
@@ -111,6 +139,8 @@ void CUeEvents::ProcessAgentMsgs(std::span<MSG_AGENT> msgs)
     while (!msgs.empty()) {
         const auto run = msgs.first(RunLength(msgs));
         ProcessRun(run);
+        for (MSG_AGENT& stMsg : run)
+            stMsg = {}; // its memory and its charge: now, and not when the next record comes into its place
         msgs = msgs.subspan(run.size());
     }
 }
@@ -185,7 +215,7 @@ void CUeEvents::ConnectUE(const MSG_AGENT& stMsg)
     if (stMsg.ulUeIdx >= MAXUENUM)
         return;
     if (stMsg.enChannel == CHANNEL_LTE_DIAG)
-        SendHostConnect(stMsg.ulUeIdx);
+        m_due.StartHostConnect(stMsg.ulUeIdx, std::chrono::steady_clock::now());
     else if (stMsg.enChannel == CHANNEL_GU_CMD)
         CGuLink::SendLinkRequest(stMsg.ulUeIdx);
 }
@@ -193,7 +223,6 @@ void CUeEvents::ConnectUE(const MSG_AGENT& stMsg)
 void CUeEvents::SendHostConnect(UE_INDEX ulUeIdx)
 {
     if (CPacket request = BuildLteDiagReq(UE_CMD_HOST_CONNECT, {})) {
-        std::this_thread::sleep_for(HOST_CONNECT_DELAY); // on this thread: no UE is served meanwhile, once per UE
         CDebug::Instance()->PrintInfo("Send HOST_CONNECT cmd to UE");
         SendData2UE(std::move(request), ulUeIdx, CHANNEL_LTE_DIAG);
     }
@@ -211,6 +240,8 @@ void CUeEvents::DisconnectUE(const MSG_AGENT& stMsg)
     CUE* const pUE = m_ueManager.GetUE(stMsg.ulUeIdx);
     if (stMsg.enChannel == CHANNEL_LTE_DIAG && pUE)
         pUE->ClearUEConnectionAck();
+    if (stMsg.enChannel == CHANNEL_LTE_DIAG || stMsg.ulUeIdx == TCP_UE_INDEX) // which goes as a whole
+        m_due.Cancel(stMsg.ulUeIdx);
     m_operations[stMsg.ulUeIdx]->ClearData(ChannelsOf(stMsg));
 }
 
@@ -278,17 +309,23 @@ void CUeEvents::OnHostConnectCnf(UE_INDEX ulUeIdx, const ADE_ACK_PACKET_STRU& st
     pUE->SetUEConnectionAck(ConnectionAckOf(stAck.pData));
     SetConfirmed(ulUeIdx, true);
     SendDspModuleSwitch(ulUeIdx);
-    UEConnect stInfo = m_bindings.UeInfo(ulUeIdx);
-    stInfo.szGroupId = m_table.Row(ulUeIdx, CHANNEL_LTE_DIAG).strGroupId;
-    m_status.SendUEConnectInfo(stInfo);
 }
 
 void CUeEvents::SendDspModuleSwitch(UE_INDEX ulUeIdx)
 {
-    for (const LTE_DIAG_INIT_CMD_STRU& stRow : LTE_DIAG_INIT_CMD) {
-        SendData2UE(BuildLteDiagReq(stRow.ulCmdId, stRow.Data()), ulUeIdx, CHANNEL_LTE_DIAG);
-        std::this_thread::sleep_for(SWITCH_INTERVAL); // the UE takes no faster; once per UE
-    }
+    m_due.StartSwitches(ulUeIdx, std::chrono::steady_clock::now());
+}
+
+void CUeEvents::SendSwitch(UE_INDEX ulUeIdx, const LTE_DIAG_INIT_CMD_STRU& stRow)
+{
+    SendData2UE(BuildLteDiagReq(stRow.ulCmdId, stRow.Data()), ulUeIdx, CHANNEL_LTE_DIAG);
+}
+
+void CUeEvents::ReportConnected(UE_INDEX ulUeIdx)
+{
+    UEConnect stInfo = m_bindings.UeInfo(ulUeIdx);
+    stInfo.szGroupId = m_table.Row(ulUeIdx, CHANNEL_LTE_DIAG).strGroupId;
+    m_status.SendUEConnectInfo(stInfo);
 }
 
 CPacket CUeEvents::BuildLteDiagReq(unsigned int ulCmdId, ByteView data)

@@ -1,9 +1,11 @@
 #pragma once
 
 #include "agent/Bindings.h"
+#include "agent/DueActions.h"
 #include "common/MsgBuf.h"
 
 #include <atomic>
+#include <chrono>
 #include <span>
 
 class CClientServer;
@@ -22,17 +24,20 @@ public:
 
     /// Body of the thread.
     void ReadAgentMsgFun();
-    /// Handles the records in order; their packets may be rewritten in place.
+    /// Does one thing that is due by now; false when there is none. For the thread, and tests, which tell the time.
+    bool RunDueAction(std::chrono::steady_clock::time_point now);
+    /// Handles the records in order and lets go of each: of its packet, which may be rewritten in place, and its
+    /// charge.
     void ProcessAgentMsgs(std::span<MSG_AGENT> msgs);
     void UpdateSerialInfo(const MSG_AGENT& stMsg);
-    /// Starts the handshake of the channel. On the LTE diag channel this takes two seconds.
+    /// Starts the handshake of the channel. On the LTE diag channel the host connect is due two seconds later.
     void ConnectUE(const MSG_AGENT& stMsg);
     void DisconnectUE(const MSG_AGENT& stMsg);
     /// Marks all five rows of a UE as confirmed or not.
     void SetConfirmed(UE_INDEX ulUeIdx, bool bConfirmed);
     /// Packets of one channel.
     void OnUeDataArrive(std::span<MSG_AGENT> run);
-    /// Sends the 24 switches of LTE_DIAG_INIT_CMD, 50 ms apart: 1.2 seconds.
+    /// From now on the 24 switches of LTE_DIAG_INIT_CMD are due, 50 ms apart, and then the report to the monitor.
     void SendDspModuleSwitch(UE_INDEX ulUeIdx);
     /// A request of the agent itself; false, with a line in the log, when it can't be built.
     static CPacket BuildLteDiagReq(unsigned int ulCmdId, ByteView data);
@@ -41,7 +46,10 @@ private:
     void AttachRow(UE_INDEX ulUeIdx, enChannelType enChannel, const UE_ATTACH_INFO_STRU& stInfo)
         REQUIRES(m_bindings.Mutex());
     void ProcessDetach(UE_INDEX ulUeIdx, enChannelType enChannel) REQUIRES(m_bindings.Mutex());
+    void RunDue();
     void SendHostConnect(UE_INDEX ulUeIdx);
+    void SendSwitch(UE_INDEX ulUeIdx, const LTE_DIAG_INIT_CMD_STRU& stRow);
+    void ReportConnected(UE_INDEX ulUeIdx);
     void ProcessRun(std::span<MSG_AGENT> run);
     void OnLteDiagArrive(MSG_AGENT& stMsg);
     void Deliver2Client(std::span<MSG_AGENT> run);
@@ -54,5 +62,6 @@ private:
     CClientServer& m_clients;
     CUEManager& m_ueManager;
     const CGuOperations& m_operations;
+    CDueActions m_due; // of the thread
     std::atomic<bool> m_bRun = true;
 };

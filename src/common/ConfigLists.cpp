@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <charconv>
 #include <iterator>
+#include <optional>
 
 // The values that are lists: their small languages, one function each. Items that can't be read count as zero.
 
@@ -39,6 +41,24 @@ void SetShiftedRange(uint32_t ulLow, uint32_t ulHigh, bool bFlag, CIdFlags& flag
         flags.SetRange(ulLow - 1, ulHigh - 1, bFlag);
 }
 
+/// "a.b.c.d", or "a.b.c.d/n" for all addresses with the same n leading bits; nothing for any other text.
+std::optional<NET_RANGE> NetRange(const std::string& strText)
+{
+    constexpr uint32_t ADDRESS_BITS = 32;
+    const size_t szSlash = std::min(strText.find('/'), strText.size());
+    uint32_t ulBits = ADDRESS_BITS;
+    if (szSlash < strText.size()) {
+        const char* const pEnd = strText.data() + strText.size();
+        const auto [pBehind, error] = std::from_chars(strText.data() + szSlash + 1, pEnd, ulBits);
+        if (error != std::errc() || pBehind != pEnd || ulBits > ADDRESS_BITS)
+            return std::nullopt;
+    }
+    in_addr stAddress{};
+    if (inet_pton(AF_INET, strText.substr(0, szSlash).c_str(), &stAddress) != 1)
+        return std::nullopt;
+    return NET_RANGE{ntohl(stAddress.s_addr), static_cast<uint32_t>(~uint64_t{0} << (ADDRESS_BITS - ulBits))};
+}
+
 } // namespace
 
 std::vector<std::string> CConfig::Items(const std::string& strText, const char* pszSep)
@@ -48,22 +68,13 @@ std::vector<std::string> CConfig::Items(const std::string& strText, const char* 
     return vecItems;
 }
 
-/// Items "a.b.c.d" or "a.b.c.d/n". One that can't be read lets nobody in, as if it were not there; but the key is, so
-/// all others stay out.
+/// One that can't be read lets nobody in, as if it were not there; but the key is, so all others stay out.
 void CConfig::ParseAllowFrom(const std::string& strValue)
 {
-    constexpr uint32_t ADDRESS_BITS = 32;
     m_bAllowAll = false;
-    for (const std::string& strItem : Items(strValue, ";")) {
-        const size_t szSlash = strItem.find('/');
-        uint32_t ulBits = ADDRESS_BITS;
-        const bool bBits =
-            szSlash == std::string::npos || ScanNumbers(strItem.substr(szSlash + 1), "%u", {&ulBits}) == 1;
-        in_addr stAddress{};
-        if (bBits && ulBits <= ADDRESS_BITS && inet_pton(AF_INET, strItem.substr(0, szSlash).c_str(), &stAddress) == 1)
-            m_vecAllowFrom.push_back(
-                {ntohl(stAddress.s_addr), static_cast<uint32_t>(~uint64_t{0} << (ADDRESS_BITS - ulBits))});
-    }
+    for (const std::string& strItem : Items(strValue, ";"))
+        if (const auto stRange = NetRange(strItem))
+            m_vecAllowFrom.push_back(*stRange);
 }
 
 void CConfig::ParsePairs(const std::string& strValue, std::span<VALUE_STRU> pairs)

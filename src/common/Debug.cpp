@@ -1,11 +1,12 @@
 #include "common/Debug.h"
 
 #include "common/Config.h"
-#include "common/OwnedFile.h"
+#include "common/LogFile.h"
 #include "common/SingletonSlot.h"
 #include "common/Thread.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
@@ -20,6 +21,7 @@ namespace
 constexpr size_t TEXT_BUF_SIZE = 1024;    // bytes of a formatted text, NUL included
 constexpr int STOP_TIMEOUT_MS = 5000;     // longest wait for the last lines
 constexpr int LONG_ENOUGH_MS = INT32_MAX; // 24 days
+constexpr uint64_t BYTES_PER_MB = 1 << 20;
 constexpr char HEX_DIGITS[] = "0123456789abcdef";
 
 bool IsEnabled(unsigned char ucLevel)
@@ -58,15 +60,6 @@ std::string TimeStamp()
                    stLocal.tm_mon + 1, stLocal.tm_mday, stLocal.tm_hour, stLocal.tm_min, stLocal.tm_sec,
                    static_cast<int>(stNow.tv_usec / 1000));
     return szStamp;
-}
-
-OwnedFile OpenLog(const std::string& strName)
-{
-    OwnedFile pFile(fopen(strName.c_str(), "w"));
-    if (!pFile)
-        (void)fprintf(stderr, "can't write the log file %s: %s; this run has no log\n", strName.c_str(),
-                      strerror(errno));
-    return pFile;
 }
 
 /// Makes and queues a line. One that there is no memory for is lost: whoever prints may have none left to go on with.
@@ -108,6 +101,7 @@ bool CDebug::Start(const char* pszFileName)
     if (pszFileName == nullptr || CConfig::Instance()->GetDebugLevel() == 0 || m_hThread != -1)
         return false;
     m_strFileName = pszFileName;
+    m_ulMaxSize = CConfig::Instance()->GetLogMaxSize();
     m_queue.start();
     m_bRun = true;
     m_hThread = start_thread(0, Debug_Thread, this);
@@ -186,25 +180,36 @@ void CDebug::PrintRawData(const char* pszTitle, ByteView data)
 
 void CDebug::Output(const std::string& strText, unsigned char ucLevel)
 {
-    (void)m_queue.put(TimeStamp() + Tag(ucLevel) + strText + "\n");
+    LOG_LINE stLine{TimeStamp() + Tag(ucLevel), 0};
+    stLine.szHead = stLine.strText.size();
+    stLine.strText += strText;
+    stLine.strText += '\n';
+    (void)m_queue.put(std::move(stLine));
 }
 
 void CDebug::DebugFun()
 {
-    const OwnedFile pFile = OpenLog(m_strFileName);
+    CLogFile file(m_strFileName, uint64_t{m_ulMaxSize} * BYTES_PER_MB);
+    if (!file.IsOpen())
+        (void)fprintf(stderr, "can't write the log file %s: %s; this run has no log\n", m_strFileName.c_str(),
+                      strerror(errno));
+    CRepeatedLines repeated([&](std::string_view line) { file.Write(line); });
     for (;;) {
-        std::string strLine;
-        if (m_queue.get(strLine)) {
-            if (!pFile)
-                continue;
-            (void)fwrite(strLine.data(), 1, strLine.size(), pFile.get()); // a full disk costs lines, nothing else
-            (void)fflush(pFile.get());
+        LOG_LINE stLine;
+        if (m_queue.get({&stLine, 1}, repeated.NextTime()) == 1) {
+            if (m_ulMaxSize == 0)
+                file.Write(stLine.strText);
+            else
+                LoseOnNoMemory([&] { repeated.Add(std::move(stLine), std::chrono::steady_clock::now()); });
+        } else if (m_queue.running()) {
+            LoseOnNoMemory([&] { repeated.Flush(); });
         } else if (m_bRun) {
             sleep(1);
         } else {
-            return;
+            break;
         }
     }
+    LoseOnNoMemory([&] { repeated.Flush(); });
 }
 
 void* Debug_Thread(void* pDebug)

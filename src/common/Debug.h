@@ -1,6 +1,7 @@
 #pragma once
 
 #include "common/Bytes.h"
+#include "common/RepeatedLines.h"
 #include "common/xtl.h"
 
 #include <atomic>
@@ -13,8 +14,8 @@ constexpr unsigned char DEBUGLEVEL_WARN = 2;
 constexpr unsigned char DEBUGLEVEL_ERROR = 4;
 constexpr unsigned char DEBUGLEVEL_DATA = 8;
 
-/// The system's only log: one text file per run. Any thread prints, one thread writes the file. A line is
-/// "YYYY-MM-DD hh:mm:ss.mmm", the tag of its class, the text and a newline. A line longer than the format
+/// The system's only log: one text file per run, or with LogMaxSize two. Any thread prints, one thread writes the file.
+/// A line is "YYYY-MM-DD hh:mm:ss.mmm", the tag of its class, the text and a newline. A line longer than the format
 /// buffer is cut; lines that fit come out as they are.
 class CDebug
 {
@@ -59,10 +60,12 @@ private:
     /// True when the writer has ended within the time.
     bool StopWriter(int lTimeoutMs);
 
-    xtl::BufQueue<std::string, xtl::BufQueue_allocate<std::string>> m_queue; // finished lines
-    std::atomic<int> m_hThread = -1;                                         // writer, -1: none
+    xtl::BufQueue<LOG_LINE, xtl::BufQueue_allocate<LOG_LINE>> m_queue; // finished lines
+    std::atomic<int> m_hThread = -1;                                   // writer, -1: none
     std::atomic<bool> m_bRun = false;
-    std::string m_strFileName; // written while no writer runs
+    // Written while no writer runs.
+    std::string m_strFileName;
+    unsigned int m_ulMaxSize = 0; // MB; 0: no limit, and lines that repeat are all written
 };
 
 /// Entry of the writer thread; pDebug is its CDebug.

@@ -2,24 +2,26 @@
 
 #include "common/Config.h"
 #include "common/Debug.h"
+#include "common/ListenSocket.h"
 #include "common/NoMemory.h"
 #include "common/Thread.h"
+#include "common/Turn.h"
 #include "common/Wait.h"
 #include "ue/UEManager.h"
 
-#include <arpa/inet.h>
+#include <algorithm>
 #include <cerrno>
-#include <netinet/in.h>
+#include <cstdio>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace
 {
 constexpr int LISTEN_BACKLOG = 80;
-constexpr std::chrono::seconds
-    RECORD_TIME_LIMIT(10);                      // for each piece: a connection that says nothing holds up all others
-constexpr useconds_t ACCEPT_PAUSE_US = 100'000; // after a failed accept, which is likely to fail again at once
+constexpr std::chrono::milliseconds ACCEPT_PAUSE(100); // after a failed accept, which is likely to fail again at once
+constexpr std::chrono::seconds LISTEN_PAUSE(1);        // before a taken port is tried again
+constexpr std::chrono::seconds LONGEST_WAIT(10);       // the end of the thread is seen by then, also without a wake-up
 constexpr int END_LIMIT_MS = 20'000;
+static_assert(CRecordConnections::RECORD_SIZE == DEVICE_MONITOR_INFO_STRU::SIZE);
 
 constexpr uint8_t PORT_LEFT = 0;
 constexpr uint8_t PORT_ARRIVED = 1;
@@ -126,82 +128,104 @@ bool CDeviceMonitor::Stop()
 
 void CDeviceMonitor::EndThread()
 {
-    m_bRun = 0;
-    {
-        const xtl::MutexGuard guard(m_ListenLock);
-        if (m_Listener.IsOpen())
-            (void)shutdown(m_Listener.Get(), SHUT_RDWR); // wakes accept; the thread closes the socket
-    }
+    m_bEnd = true;
+    m_Wake.Wake();
     (void)wait_thread(m_hEnding, END_LIMIT_MS);
-}
-
-bool CDeviceMonitor::Listen()
-{
-    const xtl::MutexGuard guard(m_ListenLock);
-    m_Listener.Reset(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP));
-    if (!m_Listener.IsOpen()) {
-        CDebug::Instance()->PrintError("CDeviceMonitor socket create fail!");
-        return false;
-    }
-    sockaddr_in stAddr{};
-    stAddr.sin_family = AF_INET;
-    stAddr.sin_port = htons(DEVICE_MONITOR_PORT);
-    stAddr.sin_addr.s_addr = htonl(INADDR_ANY);
-    if (bind(m_Listener.Get(), reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr)) != 0) {
-        m_Listener.Reset();
-        CDebug::Instance()->PrintError("CDeviceMonitor socket bind fail!");
-        return false;
-    }
-    if (listen(m_Listener.Get(), LISTEN_BACKLOG) != 0) {
-        m_Listener.Reset();
-        CDebug::Instance()->PrintError("CDeviceMonitor socket listen fail!");
-        return false;
-    }
-    return true;
-}
-
-void CDeviceMonitor::CloseListener()
-{
-    const xtl::MutexGuard guard(m_ListenLock);
-    m_Listener.Reset();
 }
 
 void CDeviceMonitor::DeviceMonitorFun()
 {
     if (!Listen())
         return;
-    while (m_bRun)
-        (void)DropOnNoMemory("a device record", [this] {
-            if (const auto stInfo = ReceiveRecord())
-                HandleRecord(*stInfo);
+    bool bServed = false; // a connection, in the last turn
+    while (!m_bEnd && (m_bRun || !bServed)) {
+        WaitForConnections();
+        const CTurn turn(LOOP::DEVICE_MONITOR);
+        const auto now = std::chrono::steady_clock::now();
+        Accept(now);
+        bServed = m_Connections.Serve(now, [this](ByteView record) {
+            (void)DropOnNoMemory("a device record", [&] { HandleRecord(DecodeDeviceRecord(record)); });
         });
-    CloseListener();
+    }
+    m_Listener.Reset();
+    m_Connections.Clear();
 }
 
-/// Waits for the next connection and reads its record; none when either fails.
-std::optional<DEVICE_MONITOR_INFO_STRU> CDeviceMonitor::ReceiveRecord() NO_THREAD_SAFETY_ANALYSIS
+/// Opens the listen socket. With recovery a port that is taken is tried until it is free; false when there is no more
+/// need to listen.
+bool CDeviceMonitor::Listen()
 {
-    // Without the lock: only this thread changes the listener.
-    const int nListener = m_Listener.Get();
-    const CUniqueFd peer(RetryOnEintr([=] { return accept4(nListener, nullptr, nullptr, SOCK_CLOEXEC); }));
-    if (!peer.IsOpen()) {
-        CDebug::Instance()->PrintError("Device Monitor accept error, errno:%d", errno);
-        usleep(ACCEPT_PAUSE_US);
-        return std::nullopt;
-    }
-    const timeval stLimit{RECORD_TIME_LIMIT.count(), 0};
-    (void)setsockopt(peer.Get(), SOL_SOCKET, SO_RCVTIMEO, &stLimit, sizeof(stLimit));
-    std::array<unsigned char, DEVICE_MONITOR_INFO_STRU::SIZE> record{};
-    for (ByteSpan rest(record); !rest.empty();) {
-        const ssize_t nRead = RetryOnEintr([&] { return recv(peer.Get(), rest.data(), rest.size(), 0); },
-                                           std::chrono::steady_clock::now() + RECORD_TIME_LIMIT);
-        if (nRead <= 0) {
-            CDebug::Instance()->PrintError("Device Monitor Thread Read Data Error %d", errno);
-            return std::nullopt;
+    static constexpr const char* FAIL_LINES[] = {"CDeviceMonitor socket create fail!", // by LISTEN_STEP
+                                                 "CDeviceMonitor socket bind fail!",
+                                                 "CDeviceMonitor socket listen fail!"};
+    for (bool bTold = false; m_bRun && !m_bEnd; bTold = true) {
+        LISTEN_STEP enFailed{};
+        m_Listener = OpenListenSocket(DEVICE_MONITOR_PORT, LISTEN_BACKLOG, enFailed);
+        if (m_Listener.IsOpen())
+            return true;
+        if (errno != EADDRINUSE || !CConfig::Instance()->GetRecovery()) {
+            CDebug::Instance()->PrintError("%s", FAIL_LINES[static_cast<size_t>(enFailed)]);
+            return false;
         }
-        rest = rest.subspan(static_cast<size_t>(nRead));
+        if (!bTold)
+            TellTaken();
+        m_fds.clear();
+        WaitUntil(std::chrono::steady_clock::now() + LISTEN_PAUSE);
     }
-    return DecodeDeviceRecord(record);
+    return false;
+}
+
+void CDeviceMonitor::TellTaken()
+{
+    constexpr char FORMAT[] = "TCP port %d, for the device monitor, is taken; it is tried again every second%s";
+    (void)fprintf(stderr, FORMAT, DEVICE_MONITOR_PORT, "\n");
+    CDebug::Instance()->PrintError(FORMAT, DEVICE_MONITOR_PORT, "");
+}
+
+void CDeviceMonitor::WaitForConnections()
+{
+    const auto now = std::chrono::steady_clock::now();
+    auto end = std::min(now + LONGEST_WAIT, m_Connections.NextTime());
+    m_fds.clear();
+    m_Connections.AppendTo(m_fds);
+    if (now < m_AcceptFrom)
+        end = std::min(end, m_AcceptFrom);
+    else if (!m_Connections.IsFull())
+        m_fds.push_back({m_Listener.Get(), POLLIN, 0});
+    WaitUntil(end);
+}
+
+/// Waits for the descriptors in m_fds, until then at most. The end of the thread ends it too.
+void CDeviceMonitor::WaitUntil(std::chrono::steady_clock::time_point end)
+{
+    m_Wake.FallAsleep();
+    m_fds.push_back({m_Wake.Fd(), POLLIN, 0});
+    if (!m_bEnd)
+        (void)PollFor(m_fds, MsUntil(end)); // every connection is asked behind it
+    m_Wake.Rise();
+}
+
+void CDeviceMonitor::Accept(std::chrono::steady_clock::time_point now)
+{
+    if (now < m_AcceptFrom)
+        return;
+    for (int i = 0; i < LISTEN_BACKLOG && !m_Connections.IsFull(); ++i) {
+        sockaddr_in stPeer{};
+        socklen_t ulPeer = sizeof(stPeer);
+        CUniqueFd peer(RetryOnEintr([&] {
+            return accept4(m_Listener.Get(), reinterpret_cast<sockaddr*>(&stPeer), &ulPeer,
+                           SOCK_NONBLOCK | SOCK_CLOEXEC);
+        }));
+        if (!peer.IsOpen()) {
+            if (errno == EAGAIN)
+                return;
+            CDebug::Instance()->PrintError("Device Monitor accept error, errno:%d", errno);
+            m_AcceptFrom = now + ACCEPT_PAUSE;
+            return;
+        }
+        if (IsConnectionAllowed(stPeer))
+            m_Connections.Add(std::move(peer), now);
+    }
 }
 
 void CDeviceMonitor::HandleRecord(const DEVICE_MONITOR_INFO_STRU& stInfo)

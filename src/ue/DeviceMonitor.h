@@ -1,16 +1,18 @@
 #pragma once
 
 #include "common/Bytes.h"
-#include "common/ThreadAnnotations.h"
 #include "common/Types.h"
 #include "common/UniqueFd.h"
-#include "common/xtl.h"
+#include "common/WakeUp.h"
+#include "ue/RecordConnections.h"
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
-#include <optional>
+#include <poll.h>
 #include <string>
+#include <vector>
 
 class CUEManager;
 
@@ -34,11 +36,11 @@ DEVICE_MONITOR_INFO_STRU DecodeDeviceRecord(ByteView record);
 
 /// Tells the UE manager which ports arrive and go. With configured names all ports of the configuration are
 /// attached once, inside Start, and nothing ever detaches. Otherwise a thread takes records of the device monitor
-/// program on TCP port 20460, one after the other.
+/// program on TCP port 20460, from connections side by side, in the order in which the records are whole.
 class CDeviceMonitor
 {
 public:
-    CDeviceMonitor() = default;
+    CDeviceMonitor() { m_fds.reserve(CRecordConnections::MOST + 2); } // the listener and the wake-up
     ~CDeviceMonitor() { EndThread(); }
     CDeviceMonitor(const CDeviceMonitor&) = delete;
     CDeviceMonitor& operator=(const CDeviceMonitor&) = delete;
@@ -61,9 +63,11 @@ public:
 
 private:
     bool AttachConfiguredNames();
-    bool Listen() EXCLUDES(m_ListenLock);
-    void CloseListener() EXCLUDES(m_ListenLock);
-    std::optional<DEVICE_MONITOR_INFO_STRU> ReceiveRecord();
+    bool Listen();
+    static void TellTaken();
+    void WaitForConnections();
+    void WaitUntil(std::chrono::steady_clock::time_point end);
+    void Accept(std::chrono::steady_clock::time_point now);
     void HandleRecord(const DEVICE_MONITOR_INFO_STRU& stInfo);
     void AttachPort(const DEVICE_MONITOR_INFO_STRU& stInfo);
 
@@ -71,6 +75,11 @@ private:
     std::atomic<int> m_bRun = 1;
     int m_hThread = -1;
     int m_hEnding = -1; // the thread's handle for EndThread, as Stop forgets the other
-    xtl::Mutex m_ListenLock;
-    CUniqueFd m_Listener GUARDED_BY(m_ListenLock); // opened and closed by the thread
+    std::atomic<bool> m_bEnd = false;
+    CWakeUp m_Wake; // of the thread
+    // All below is the thread's own.
+    CUniqueFd m_Listener;
+    CRecordConnections m_Connections;
+    std::chrono::steady_clock::time_point m_AcceptFrom{}; // no connection is taken before
+    std::vector<pollfd> m_fds;                            // of the wait at hand
 };

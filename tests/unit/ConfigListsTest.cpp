@@ -74,6 +74,54 @@ TEST(ConfigLists, MonitorPortsAreTcpUnlessTheySay0)
                 ElementsAre(Pair(1u, 1u), Pair(2u, 0u), Pair(3u, 7u), Pair(0u, 1u), Pair(4u, 1u)));
 }
 
+namespace
+{
+/// Which of some addresses may connect, as a text of their letters.
+std::string Allowed(const char* pszLines)
+{
+    static constexpr struct
+    {
+        char cName;
+        uint32_t ulAddress; // host order
+    } PEERS[] = {
+        {'l', 0x7F000001}, // 127.0.0.1
+        {'m', 0x7FFFFFFF}, // 127.255.255.255
+        {'n', 0x80000000}, // 128.0.0.0
+        {'a', 0xC0A80700}, // 192.168.7.0
+        {'b', 0xC0A807FF}, // 192.168.7.255
+        {'c', 0xC0A80800}, // 192.168.8.0
+        {'z', 0x00000000}, {'y', 0xFFFFFFFF},
+    };
+    const Parsed cfg(pszLines);
+    std::string strNames;
+    for (const auto& [cName, ulAddress] : PEERS)
+        if (cfg.IsPeerAllowed(ulAddress))
+            strNames += cName;
+    return strNames;
+}
+} // namespace
+
+TEST(ConfigLists, AllowFromNamesTheNetworksThatMayConnect)
+{
+    EXPECT_EQ(Allowed(""), "lmnabczy") << "everybody";
+    EXPECT_EQ(Allowed("AllowFrom="), "lmnabczy") << "a line without a value says nothing";
+    EXPECT_EQ(Allowed("AllowFrom = 127.0.0.0/8; 192.168.7.0/24"), "lmab");
+    EXPECT_EQ(Allowed("AllowFrom=127.0.0.0/8\nAllowFrom=192.168.7.0/24\n"), "lmab") << "lines append";
+    EXPECT_EQ(Allowed("AllowFrom=192.168.7.255"), "b") << "without bits: that address";
+    EXPECT_EQ(Allowed("AllowFrom=192.168.7.255/32"), "b");
+    EXPECT_EQ(Allowed("AllowFrom=192.168.7.99/24"), "ab") << "the bits behind the mask mean nothing";
+    EXPECT_EQ(Allowed("AllowFrom=1.2.3.4/0"), "lmnabczy");
+    EXPECT_EQ(Allowed("AllowFrom=128.0.0.0/1"), "nabcy");
+}
+
+TEST(ConfigLists, AnAllowFromThatCannotBeReadLetsNobodyIn)
+{
+    for (const char* pszValue : {"127.0.0.0/33", "127.0.0.0/", "127.0.0.0/x", "127.0.0.0/8x", "127.0.0.0/-1",
+                                 "127.0.0.0/4294967304", "127.0.0.1.5", "127.0.0", "localhost", "/8", ";", "x;y"})
+        EXPECT_EQ(Allowed((std::string("AllowFrom=") + pszValue).c_str()), "") << pszValue;
+    EXPECT_EQ(Allowed("AllowFrom=x;127.0.0.1"), "l") << "the others count";
+}
+
 TEST(ConfigLists, AtFilterIsReplaced)
 {
     EXPECT_THAT(*Parsed("AT_IND_MSG_FILTER=+CREG:;RING\nAT_IND_MSG_FILTER=+CMTI").GetATDataMsgFilter(),

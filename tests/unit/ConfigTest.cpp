@@ -67,6 +67,10 @@ TEST(Config, Defaults)
     EXPECT_TRUE(cfg.GetChannelNameEnable());
     EXPECT_TRUE(cfg.GetChannelNames()->empty());
     EXPECT_TRUE(cfg.GetChannelPorts()->empty());
+    EXPECT_FALSE(cfg.GetRecovery());
+    EXPECT_EQ(cfg.GetLogMaxSize(), 0u);
+    EXPECT_STREQ(cfg.GetListenAddress(), "");
+    EXPECT_TRUE(cfg.IsPeerAllowed(0x7F000001));
     EXPECT_EQ(cfg.GetTimespaceForGuReq(), 100u);
     EXPECT_STREQ(cfg.GetAgentVersion(), "");
     EXPECT_EQ(Version(cfg), "0 0 0");
@@ -149,7 +153,7 @@ TEST(Config, SingleValues)
 {
     const Parsed cfg("debuglevel=9\ndebugfilename=run\nReportInterval=5\nMonitorIP=10.1.2.3\nChannelNameEnable=0\n"
                      "TIME_SPACE=250\nagentver=3.14.159\nCELL_MEAS_TIMEOUT=1000\nSPC_DPI_CELL_MEAS=0x1F;0xABCDEF01\n"
-                     "DPH_FILTER_ENABLE=1");
+                     "DPH_FILTER_ENABLE=1\nRecovery=1\nLogMaxSize=100\nListenAddress=127.0.0.1\n");
     EXPECT_EQ(cfg.GetDebugLevel(), 9);
     EXPECT_STREQ(cfg.GetDebugFileName(), "run");
     EXPECT_EQ(cfg.GetStatusInfoReportInterval(), 5);
@@ -161,6 +165,9 @@ TEST(Config, SingleValues)
     EXPECT_EQ(cfg.GetCellMeasTimeOut(), 1000);
     EXPECT_THAT(CellMeas(cfg), ElementsAre(0x1Fu, 0xABCDEF01u));
     EXPECT_TRUE(cfg.GetDphFilterEnable());
+    EXPECT_TRUE(cfg.GetRecovery());
+    EXPECT_EQ(cfg.GetLogMaxSize(), 100u);
+    EXPECT_STREQ(cfg.GetListenAddress(), "127.0.0.1");
 }
 
 TEST(Config, SwitchesAreOnForAnythingButZero)
@@ -169,6 +176,7 @@ TEST(Config, SwitchesAreOnForAnythingButZero)
     EXPECT_TRUE(Parsed("DPH_FILTER_ENABLE=256").GetDphFilterEnable());
     EXPECT_FALSE(Parsed("DPH_FILTER_ENABLE=1\nDPH_FILTER_ENABLE=0").GetDphFilterEnable());
     EXPECT_TRUE(Parsed("ChannelNameEnable=2").GetChannelNameEnable());
+    EXPECT_FALSE(Parsed("Recovery=1\nRecovery=0").GetRecovery());
 }
 
 TEST(Config, ANumberThatCannotBeReadGivesThePresetOfItsKey)
@@ -178,6 +186,8 @@ TEST(Config, ANumberThatCannotBeReadGivesThePresetOfItsKey)
     EXPECT_EQ(Parsed("CELL_MEAS_TIMEOUT=300\nCELL_MEAS_TIMEOUT=x").GetCellMeasTimeOut(), 200);
     EXPECT_EQ(Parsed("ReportInterval=3\nReportInterval=x").GetStatusInfoReportInterval(), 0);
     EXPECT_FALSE(Parsed("ChannelNameEnable=x").GetChannelNameEnable());
+    EXPECT_FALSE(Parsed("Recovery=x").GetRecovery());
+    EXPECT_EQ(Parsed("LogMaxSize=5\nLogMaxSize=x").GetLogMaxSize(), 0u);
     EXPECT_FALSE(Parsed("DPH_FILTER_ENABLE=1\nDPH_FILTER_ENABLE=x").GetDphFilterEnable());
     EXPECT_EQ(Parsed("ACK_CHL_PACKET_PAYLOAD_OFFSET=x").GetFilterCfg()->usAckPayloadOffset, 0);
 }
@@ -224,13 +234,18 @@ TEST(Config, SplitDropsEmptyPieces)
 
 TEST(Config, InitBringsTheDefaultsBack)
 {
-    Parsed cfg("debuglevel=9\nChannelName=a;b\nTIME_SPACE=1\nChannelNameEnable=0\nLTE_PRINT_ID_FILTER_LIST=0x1");
+    Parsed cfg("debuglevel=9\nChannelName=a;b\nTIME_SPACE=1\nChannelNameEnable=0\nLTE_PRINT_ID_FILTER_LIST=0x1\n"
+               "Recovery=1\nLogMaxSize=3\nListenAddress=127.0.0.1\nAllowFrom=127.0.0.1");
     cfg.Init();
     EXPECT_EQ(cfg.GetDebugLevel(), 0);
     EXPECT_TRUE(cfg.GetChannelNames()->empty());
     EXPECT_EQ(cfg.GetTimespaceForGuReq(), 100u);
     EXPECT_TRUE(cfg.GetChannelNameEnable());
     EXPECT_FALSE(cfg.IsPrintMessage(1));
+    EXPECT_FALSE(cfg.GetRecovery());
+    EXPECT_EQ(cfg.GetLogMaxSize(), 0u);
+    EXPECT_STREQ(cfg.GetListenAddress(), "");
+    EXPECT_TRUE(cfg.IsPeerAllowed(0));
 }
 
 TEST(Config, OutputConfigWritesTheCommandToDpiMap)
@@ -315,6 +330,10 @@ TEST(ConfigExample, EveryKeyIsRead)
     EXPECT_STREQ(cfg.GetMonitorIPAddr(), "127.0.0.1");
     EXPECT_STREQ(cfg.GetAgentVersion(), "0.1.0");
     EXPECT_FALSE(cfg.GetChannelNameEnable());
+    EXPECT_TRUE(cfg.GetRecovery());
+    EXPECT_EQ(cfg.GetLogMaxSize(), 0u);
+    EXPECT_STREQ(cfg.GetListenAddress(), "");
+    EXPECT_TRUE(cfg.IsPeerAllowed(0xC0000201)); // 192.0.2.1: everybody
     EXPECT_EQ(cfg.GetMonitorPortInfo()->size(), 4u);
     EXPECT_EQ(cfg.GetATDataMsgFilter()->size(), 5u);
     EXPECT_EQ(cfg.GetDPH_FILTER_REQ_DPI_CMD_PAIR().size(), 3u);

@@ -283,6 +283,80 @@ TEST_F(Debug, AFullDiskBlocksNobody)
     EXPECT_TRUE(m_pDebug->Stop());
 }
 
+namespace
+{
+void SetMaxSize(int iMb)
+{
+    std::string strLine = "LogMaxSize=" + std::to_string(iMb);
+    CConfig::Instance()->ParseLine(strLine);
+}
+} // namespace
+
+TEST_F(Debug, WithALimitTheNewestLinesAreInTwoFiles)
+{
+    SetMaxSize(1);
+    ASSERT_TRUE(m_pDebug->Start(m_strPath.c_str()));
+    constexpr int LINES = 4000; // of about 1 kB each
+    for (int i = 0; i < LINES; ++i)
+        m_pDebug->PrintInfo("%d %s", i, std::string(1000, 'x').c_str());
+    m_pDebug->Stop();
+    const std::string strOld = m_strPath + ".1";
+    EXPECT_LE(std::filesystem::file_size(m_strPath), 1048576u);
+    EXPECT_LE(std::filesystem::file_size(strOld), 1048576u);
+    EXPECT_GT(std::filesystem::file_size(strOld), 1048576u - 2000) << "cut over no earlier than need be";
+
+    std::stringstream both;
+    both << std::ifstream(strOld).rdbuf() << Text();
+    int lNext = -1;
+    for (std::string strLine; std::getline(both, strLine); ++lNext) {
+        int lLine = -1;
+        ASSERT_EQ(sscanf(strLine.c_str() + 23, " [INF] : %d", &lLine), 1) << strLine;
+        if (lNext == -1)
+            lNext = lLine;
+        ASSERT_EQ(lLine, lNext);
+    }
+    EXPECT_EQ(lNext, LINES) << "up to the last one";
+}
+
+TEST_F(Debug, WithALimitLinesThatRepeatAreCountedAtTheEndToo)
+{
+    // The writer may take longer than a second for them on a slow machine; then each second has lines of its own.
+    SetMaxSize(1);
+    ASSERT_TRUE(m_pDebug->Start(m_strPath.c_str()));
+    constexpr int LINES = 1000;
+    for (int i = 0; i < LINES; ++i)
+        m_pDebug->PrintWarn("again");
+    m_pDebug->Stop();
+    int lSum = 0;
+    for (const std::string& strText : Texts()) {
+        int lMore = 0;
+        if (strText == " [WAN] : again")
+            ++lSum;
+        else if (sscanf(strText.c_str(), " [WAN] : ... and %d more of: again", &lMore) == 1)
+            lSum += lMore;
+    }
+    EXPECT_EQ(lSum, LINES);
+    EXPECT_LT(Texts().size(), static_cast<size_t>(LINES));
+}
+
+TEST_F(Debug, TheCountIsWrittenWhenTheSecondIsOverThoughNothingComes)
+{
+    SetMaxSize(1);
+    ASSERT_TRUE(m_pDebug->Start(m_strPath.c_str()));
+    for (int i = 0; i < 200; ++i)
+        m_pDebug->PrintWarn("again");
+    EXPECT_TRUE(WaitFor([&] { return Text().find(" more of: again\n") != std::string::npos; }));
+}
+
+TEST_F(Debug, WithoutALimitEveryLineIsWritten)
+{
+    ASSERT_TRUE(m_pDebug->Start(m_strPath.c_str()));
+    for (int i = 0; i < 500; ++i)
+        m_pDebug->PrintWarn("again");
+    m_pDebug->Stop();
+    EXPECT_EQ(Texts(), Strings(500, " [WAN] : again"));
+}
+
 TEST_F(Debug, ThreadsNeverMixTheirLinesAndKeepTheirOrder)
 {
     constexpr int THREADS = 4;

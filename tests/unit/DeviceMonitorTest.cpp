@@ -284,7 +284,7 @@ TEST(DeviceMonitor, AfterStopOneMoreRecordIsTaken)
 {
     Monitor monitor;
     Deliver(EncodeDeviceRecord(Record(1, SERIAL_TYPE_AT, 2, "", "")));
-    // The thread must be back in accept: with nothing left to do, it waits nowhere else.
+    // The thread must be back in its wait: with nothing left to do, it waits nowhere else.
     EXPECT_EQ(monitor.log.Count("info.barrive: 2"), 1);
     int iQuiet = 0;
     EXPECT_TRUE(WaitFor([&] { return (iQuiet = OthersWait() ? iQuiet + 1 : 0) == 10; }));
@@ -311,4 +311,106 @@ TEST(DeviceMonitor, ItsEndWakesAThreadThatWaits)
         EXPECT_TRUE(ConnectTcp(DEVICE_MONITOR_PORT).IsOpen());
     }
     EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(1500));
+}
+
+TEST(DeviceMonitor, SilentConnectionsHoldUpNobody)
+{
+    Monitor monitor;
+    std::vector<CUniqueFd> silent;
+    for (int i = 0; i < 79; ++i)
+        silent.push_back(ConnectTcp(DEVICE_MONITOR_PORT));
+    Deliver(EncodeDeviceRecord(Record(7, SERIAL_TYPE_AT, 2, "", "")));
+    EXPECT_TRUE(monitor.log.Saw("info.barrive: 2"));
+}
+
+TEST(DeviceMonitor, BehindEightyConnectionsTheNextWaitsForOneToEnd)
+{
+    Monitor monitor;
+    std::vector<CUniqueFd> silent;
+    for (int i = 0; i < 80; ++i)
+        silent.push_back(ConnectTcp(DEVICE_MONITOR_PORT));
+    const CUniqueFd next = ConnectTcp(DEVICE_MONITOR_PORT);
+    ASSERT_TRUE(SendAll(next, EncodeDeviceRecord(Record(7, SERIAL_TYPE_AT, 2, "", ""))));
+    EXPECT_FALSE(SawClose(next, milliseconds(50)));
+    EXPECT_EQ(monitor.log.Count("info.barrive: 2"), 0);
+    silent.pop_back();
+    EXPECT_TRUE(SawClose(next));
+    EXPECT_TRUE(monitor.log.Saw("info.barrive: 2"));
+}
+
+TEST(DeviceMonitor, AfterStopARecordInPiecesIsTakenToItsEnd)
+{
+    Monitor monitor;
+    const auto attach = EncodeDeviceRecord(Record(7, SERIAL_TYPE_AT, 2, "", ""));
+    const CUniqueFd fd = ConnectTcp(DEVICE_MONITOR_PORT);
+    monitor.manager.StopDeviceMonitor();
+    ASSERT_TRUE(SendAll(fd, ByteView(attach).first(100)));
+    EXPECT_TRUE(WaitFor([] { return UnreadBytes(DEVICE_MONITOR_PORT) == 0; }));
+    ASSERT_TRUE(SendAll(fd, ByteView(attach).subspan(100)));
+    EXPECT_TRUE(monitor.log.Saw("info.barrive: 2"));
+    EXPECT_TRUE(WaitFor([] { return !ConnectTcp(DEVICE_MONITOR_PORT, milliseconds(1)).IsOpen(); }));
+}
+
+TEST(DeviceMonitor, WithRecoveryAPortThatIsTakenIsTriedAgain)
+{
+    CUniqueFd squatter = ListenTcp(DEVICE_MONITOR_PORT);
+    testing::internal::CaptureStderr();
+    Monitor monitor("Recovery=1\n");
+    constexpr char LINE[] = "TCP port 20460, for the device monitor, is taken; it is tried again every second";
+    EXPECT_TRUE(monitor.log.Saw(std::string("[ERR] : ") + LINE + "\n"));
+    squatter.Reset();
+    Deliver(EncodeDeviceRecord(Record(7, SERIAL_TYPE_AT, 2, "", "")));
+    EXPECT_TRUE(monitor.log.Saw("info.barrive: 2"));
+    EXPECT_EQ(monitor.log.Count("is taken"), 1);
+    EXPECT_EQ(monitor.log.Count("bind fail"), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), std::string(LINE) + "\n");
+}
+
+TEST(DeviceMonitor, ItsEndEndsTheWaitForATakenPort)
+{
+    const CUniqueFd squatter = ListenTcp(DEVICE_MONITOR_PORT);
+    const CLogCapture log;
+    Configure("ChannelNameEnable=0\nRecovery=1\n");
+    CUEManager manager;
+    CDeviceMonitor monitor;
+    monitor.SetUEManager(&manager);
+    std::thread thread([&] { monitor.DeviceMonitorFun(); });
+    EXPECT_TRUE(log.Saw("is taken"));
+    monitor.EndThread();
+    thread.join();
+}
+
+TEST(DeviceMonitor, PeersThatAreNotAllowedAreClosedAtOnce)
+{
+    Monitor monitor("AllowFrom=192.168.7.0/24\n");
+    EXPECT_TRUE(SawClose(ConnectTcp(DEVICE_MONITOR_PORT)));
+    EXPECT_TRUE(monitor.log.Saw("[WAN] : Connection from 127.0.0.1 is not allowed, closed\n"));
+    EXPECT_EQ(monitor.log.Count("Read Data Error"), 0) << "no byte was read";
+}
+
+namespace
+{
+/// Addresses, as /proc shows them, on which somebody listens on the port.
+std::vector<unsigned int> ListenAddresses(unsigned short usPort)
+{
+    std::ifstream table("/proc/thread-self/net/tcp");
+    std::vector<unsigned int> addresses;
+    for (std::string strLine; std::getline(table, strLine);) {
+        unsigned int ulAddress = 0;
+        unsigned int ulPort = 0;
+        unsigned int ulState = 0;
+        constexpr unsigned int LISTEN = 10;
+        if (std::sscanf(strLine.c_str(), "%*d: %x:%x %*x:%*x %x", &ulAddress, &ulPort, &ulState) == 3 &&
+            ulPort == usPort && ulState == LISTEN)
+            addresses.push_back(ulAddress);
+    }
+    return addresses;
+}
+} // namespace
+
+TEST(DeviceMonitor, ListensOnTheConfiguredAddressAlone)
+{
+    Monitor monitor("ListenAddress=127.0.0.2\n");
+    const std::vector<unsigned int> expected{0x0200007F}; // in network order
+    EXPECT_TRUE(WaitFor([&] { return ListenAddresses(DEVICE_MONITOR_PORT) == expected; }));
 }

@@ -1,9 +1,11 @@
 #include "common/MsgBuf.h"
 
 #include "support/Blocks.h"
+#include "support/LogCapture.h"
 #include "support/Queues.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
 
 namespace
 {
@@ -88,6 +90,69 @@ TEST_F(MsgBuf, ARunIsPostedAtItsEndOrWhenItIsFull)
     EXPECT_EQ(vecRest[1].ulMsgType, AGENT_MSG_DATA);
     EXPECT_EQ(vecRest[1].enChannel, CHANNEL_GU_DATA);
     EXPECT_EQ(vecRest[1].data, (Bytes{0x01, 0x02}));
+}
+
+TEST_F(MsgBuf, ChargesGoWithTheRecordsOfTheirLine)
+{
+    // Both channels of the GU port are one line.
+    CLineLoad& up = *m_buf.LoadFromUe(2, CHANNEL_GU_CMD);
+    EXPECT_EQ(&up, m_buf.LoadFromUe(2, CHANNEL_GU_DATA));
+    EXPECT_NE(&up, m_buf.LoadFromUe(2, CHANNEL_LTE_DIAG));
+    EXPECT_NE(&up, m_buf.LoadFromUe(3, CHANNEL_GU_CMD));
+    EXPECT_NE(&up, m_buf.LoadToUe(2, CHANNEL_GU_CMD));
+    EXPECT_EQ(m_buf.LoadFromUe(16, CHANNEL_GU_CMD), nullptr);
+    EXPECT_EQ(m_buf.LoadToUe(0, static_cast<enChannelType>(5)), nullptr);
+    {
+        CAgentMsgRun run;
+        run.Add(2, CHANNEL_GU_CMD, CPacket::Zeroed(150'000));
+        run.Add(2, CHANNEL_GU_DATA, CPacket::Zeroed(150'000));
+    }
+    EXPECT_FALSE(up.HasRoom());
+    EXPECT_EQ(DrainAgentQueue().size(), 2u);
+    EXPECT_TRUE(up.HasRoom());
+}
+
+TEST_F(MsgBuf, APauseBehindAPacketIsCountedUntilItsChargeIsGone)
+{
+    CLineLoad& load = *m_buf.LoadToUe(1, CHANNEL_GU_CMD);
+    SendData2UE(Copy({1}), 1, CHANNEL_GU_CMD, std::chrono::milliseconds(100));
+    SendData2UE(Copy({2}), 1, CHANNEL_GU_CMD);
+    EXPECT_EQ(load.PacedPosted(), 1u);
+    MSG_UE stMsg;
+    ASSERT_TRUE(m_buf.UeQueue().get(stMsg));
+    EXPECT_EQ(stMsg.pause, std::chrono::milliseconds(100));
+    EXPECT_EQ(load.PacedDone(), 0u);
+    ASSERT_TRUE(m_buf.UeQueue().get(stMsg)) << "the next one takes its place";
+    EXPECT_EQ(stMsg.pause, std::chrono::milliseconds(0));
+    EXPECT_EQ(load.PacedDone(), 1u);
+}
+
+TEST_F(MsgBuf, BeyondTheLimitOfALinePacketsAreLostWithOneWarning)
+{
+    const CLogCapture log;
+    for (int i = 0; i < 3; ++i)
+        SendData2UE(CPacket::Zeroed(200'000), 4, CHANNEL_AT); // the third begins below the limit
+    for (int i = 0; i < 5; ++i)
+        SendData2UE(Copy({1}), 4, CHANNEL_AT);
+    SendData2UE(Copy({2}), 4, CHANNEL_LTE_DIAG); // another line of the same UE
+    EXPECT_EQ(log.Count("[WAN] : UE 4 AT: too many packets wait to be written, what comes now is lost"), 1);
+    const auto taken = DrainUeQueue();
+    ASSERT_EQ(taken.size(), 4u);
+    EXPECT_EQ(taken[3].enChannel, CHANNEL_LTE_DIAG);
+    SendData2UE(Copy({3}), 4, CHANNEL_AT);
+    EXPECT_EQ(DrainUeQueue().size(), 1u) << "there is room again";
+    EXPECT_EQ(log.Count("too many packets"), 1);
+}
+
+TEST_F(MsgBuf, APostWakesTheWriterThatSleeps)
+{
+    CWakeUp& wake = m_buf.WriteWake();
+    pollfd stFd{wake.Fd(), POLLIN, 0};
+    EXPECT_TRUE(PostUeMsg(UE_MSG_SERIAL, 0, CHANNEL_AT, {}));
+    EXPECT_EQ(poll(&stFd, 1, 0), 0) << "it was awake";
+    wake.FallAsleep();
+    EXPECT_TRUE(PostUeMsg(UE_MSG_SERIAL, 0, CHANNEL_AT, {}));
+    EXPECT_EQ(poll(&stFd, 1, 0), 1);
 }
 
 TEST_F(MsgBuf, AStoppedQueueRefusesAndTheDataIsFreed)

@@ -217,6 +217,10 @@ TEST_F(StatusTest, AConfirmedUe)
     StoreLe<uint16_t>(payload, 38, 65535);
     StoreLe<uint16_t>(payload, 40, 123);
     m_fix.FromUe(1, CHANNEL_LTE_DIAG, LteAck(0x10065000, payload));
+    EXPECT_THAT(m_monitor.All(), IsEmpty()) << "first the 24 switches, 50 ms apart";
+    const auto now = std::chrono::steady_clock::now();
+    for (int i = 0; i <= 24; ++i)
+        EXPECT_TRUE(Agent().Events().RunDueAction(now + i * std::chrono::milliseconds(50)));
     EXPECT_THAT(m_monitor.All(), ElementsAre(UeConnected("usb-7", "490154203237518", "V100R002C30B65535SP123")));
 }
 

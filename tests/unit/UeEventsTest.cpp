@@ -11,6 +11,9 @@
 #include <sys/socket.h>
 #include <thread>
 
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
 using testing::IsEmpty;
 using testing::SizeIs;
 
@@ -25,6 +28,21 @@ protected:
     {
         Agent().Events().ConnectUE({AGENT_MSG_CONNECT, ulUeIdx, enChannel, {}});
     }
+    /// Does everything that is due by then.
+    void Run(CDueActions::TIME now)
+    {
+        while (Agent().Events().RunDueAction(now)) {
+        }
+    }
+    /// Lets a UE's switches and its report go by, from the time on; gives what was sent.
+    std::vector<QueuedMsg> RunSwitches(CDueActions::TIME now)
+    {
+        for (int i = 0; i <= 24; ++i)
+            Run(now + i * milliseconds(50));
+        return m_fix.ToUe();
+    }
+    /// The UE answers its host connect in full.
+    void Answer(unsigned int ulUeIdx);
     /// One frame on the GU command channel of the UE.
     static void ExpectGuFrame(const QueuedMsg& stMsg, unsigned int ulUeIdx, const Bytes& frame)
     {
@@ -47,6 +65,23 @@ Bytes ConnectPayload(size_t szSize)
                          Hex("07 00 0B 00 06 00 14 00 03 00 09 00"),                                 // versions
                          Hex("44 45 46 47"), Fill(12, 0x5C), Fill(szSize - 60, 0xEE));
     return payload;
+}
+
+void UeEventsTest::Answer(unsigned int ulUeIdx)
+{
+    m_fix.FromUe(ulUeIdx, CHANNEL_LTE_DIAG, LteAck(0x10065000, ConnectPayload(320)));
+}
+
+const Bytes HOST_CONNECT = Hex("00 02 20 01 01 00 00 00  00 50 06 10  08 00 00 00  00 00 00 00 00 00 00 00");
+const Bytes TIME_STAMP = Hex("00 02 20 01 01 00 00 00  00 70 06 10  08 00 00 00  00 00 00 00 00 00 00 00");
+
+/// The command ids of requests, as the UE gets them.
+std::vector<uint32_t> Ids(const std::vector<QueuedMsg>& sent)
+{
+    std::vector<uint32_t> ids;
+    for (const QueuedMsg& stMsg : sent)
+        ids.push_back(LoadLe<uint32_t>(stMsg.data, 8));
+    return ids;
 }
 } // namespace
 
@@ -133,21 +168,72 @@ TEST_F(UeEventsTest, ADetachEndsTheClientOfItsChannelAlone)
     EXPECT_EQ(log.Count("because device loss"), 1) << "nobody was bound there";
 }
 
-TEST_F(UeEventsTest, ANewLteDiagChannelStartsTheHostConnect)
+TEST_F(UeEventsTest, ANewLteDiagChannelStartsTheHostConnectTwoSecondsLater)
 {
     CLogCapture log;
-    const auto start = std::chrono::steady_clock::now();
+    const auto before = steady_clock::now();
     Connect(3, CHANNEL_LTE_DIAG);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    const auto after = steady_clock::now();
+    EXPECT_FALSE(Agent().Events().RunDueAction(before + milliseconds(1999)));
+    EXPECT_THAT(m_fix.ToUe(), IsEmpty());
+    EXPECT_TRUE(Agent().Events().RunDueAction(after + seconds(2)));
     const auto sent = m_fix.ToUe();
     ASSERT_THAT(sent, SizeIs(2));
     EXPECT_EQ(sent[0].ulMsgType, UE_MSG_SERIAL);
     EXPECT_EQ(sent[0].ulUeIdx, 3u);
     EXPECT_EQ(sent[0].enChannel, CHANNEL_LTE_DIAG);
-    EXPECT_EQ(sent[0].data, Hex("00 02 20 01 01 00 00 00  00 50 06 10  08 00 00 00  00 00 00 00 00 00 00 00"));
-    EXPECT_EQ(sent[1].data, Hex("00 02 20 01 01 00 00 00  00 70 06 10  08 00 00 00  00 00 00 00 00 00 00 00"));
+    EXPECT_EQ(sent[0].data, HOST_CONNECT);
+    EXPECT_EQ(sent[1].data, TIME_STAMP);
     EXPECT_TRUE(log.Saw("[INF] : Send HOST_CONNECT cmd to UE\n"));
     EXPECT_TRUE(log.Saw("[INF] : Send DT_CMD_PACKET_SERIAL_TIMESTAMPID to UE\n"));
+    EXPECT_FALSE(Agent().Events().RunDueAction(after + seconds(60))) << "once";
+}
+
+TEST_F(UeEventsTest, OtherUesAreServedWhileAHostConnectIsDue)
+{
+    m_fix.AttachUe(0, 1);
+    m_fix.Confirm(0);
+    CTestClient at = m_fix.AddClient(CHANNEL_AT);
+    Connect(1, CHANNEL_LTE_DIAG);
+    m_fix.FromUe(0, CHANNEL_AT, Hex("4F 4B"));
+    EXPECT_TRUE(at.Read());
+    EXPECT_THAT(m_fix.ToUe(), IsEmpty()) << "the host connect of UE 1 is still due";
+    Run(steady_clock::now() + seconds(2));
+    EXPECT_EQ(Ids(m_fix.ToUe()), (std::vector<uint32_t>{0x10065000, 0x10067000}));
+}
+
+TEST_F(UeEventsTest, ADetachOfTheLteDiagChannelCancelsWhatIsDue)
+{
+    const struct
+    {
+        unsigned int ulUeIdx;
+        enChannelType enChannel;
+        bool bCancels;
+    } astCase[] = {
+        {1, CHANNEL_LTE_DIAG, true}, {2, CHANNEL_LTE_DATA, false}, {3, CHANNEL_GU_CMD, false},
+        {4, CHANNEL_AT, false},      {15, CHANNEL_LTE_DIAG, true}, {15, CHANNEL_AT, true}, // the whole UE
+    };
+    for (const auto& stCase : astCase) {
+        Connect(stCase.ulUeIdx, CHANNEL_LTE_DIAG);
+        m_fix.Detach(stCase.ulUeIdx, stCase.enChannel);
+        Run(steady_clock::now() + seconds(2));
+        EXPECT_EQ(m_fix.ToUe().size(), stCase.bCancels ? 0u : 2u) << stCase.ulUeIdx << " " << stCase.enChannel;
+    }
+}
+
+TEST_F(UeEventsTest, ADetachEndsTheSwitchesAndTheReport)
+{
+    CLogCapture log;
+    m_fix.AttachUe(2, 9);
+    const auto now = steady_clock::now() + seconds(1);
+    Answer(2);
+    Run(now);
+    Run(now + milliseconds(50));
+    EXPECT_THAT(m_fix.ToUe(), SizeIs(2));
+    m_fix.Detach(2, CHANNEL_LTE_DIAG);
+    Run(now + seconds(60));
+    EXPECT_THAT(m_fix.ToUe(), IsEmpty());
+    EXPECT_EQ(log.Count("UE Connected"), 0);
 }
 
 TEST_F(UeEventsTest, ANewGuCommandChannelStartsTheLinkSetUp)
@@ -403,8 +489,9 @@ TEST_F(UeEventsTest, TheHostConnectConfirmationOpensTheUe)
     m_fix.AttachUe(2, 9, "/dev/ttyUSB2", "usb-1-2");
     m_fix.FromUe(2, CHANNEL_LTE_DIAG, LteAck(0x10066000, ConnectPayload(320)));
     for (const enChannelType enChannel : ALL_CHANNELS)
-        EXPECT_TRUE(Agent().Bindings().IsChannelOK(2, enChannel));
+        EXPECT_TRUE(Agent().Bindings().IsChannelOK(2, enChannel)) << "at once";
     EXPECT_TRUE(log.Saw("[INF] : Received host connect cnf msg(10066000) from lte diag channel\n"));
+    const auto sent = RunSwitches(steady_clock::now());
     EXPECT_TRUE(log.Saw("[INF] : UE Connected, nMsgID is 2, payLoadSize is 301, groupid is usb-1-2, "
                         "IMEI is 861234567890123, ver is V007R011C06B020SP03\n"));
 
@@ -414,7 +501,6 @@ TEST_F(UeEventsTest, TheHostConnectConfirmationOpensTheUe)
     // The 24 switches.
     const unsigned char aucIdLow[24] = {0x99, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08, 0x09, 0x0A, 0x0B,
                                         0x0C, 0x0D, 0x0E, 0x0F, 0x10, 0x11, 0x12, 0x13, 0x14, 0x15, 0x16, 0x17};
-    const auto sent = m_fix.ToUe();
     ASSERT_THAT(sent, SizeIs(24));
     for (size_t i = 0; i < 24; ++i) {
         const Bytes rest = i == 0 ? Hex("00 90 30  0C 00 00 00  00 00 00 00 00 00 00 00  01 00 00 00")
@@ -426,12 +512,70 @@ TEST_F(UeEventsTest, TheHostConnectConfirmationOpensTheUe)
     }
 }
 
-TEST_F(UeEventsTest, TheSwitchesGoOut50MsApart)
+TEST_F(UeEventsTest, TheSwitchesGoOut50MsApartAndTheReportBehindThem)
 {
-    const auto start = std::chrono::steady_clock::now();
-    Agent().Events().SendDspModuleSwitch(0);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1200));
-    EXPECT_THAT(m_fix.ToUe(), SizeIs(24));
+    CLogCapture log;
+    m_fix.AttachUe(0, 1);
+    const auto now = steady_clock::now() + seconds(1);
+    Answer(0);
+    Run(now);
+    EXPECT_THAT(m_fix.ToUe(), SizeIs(1)) << "at once";
+    for (int i = 1; i < 24; ++i) {
+        Run(now + milliseconds(i * 50 - 1));
+        EXPECT_THAT(m_fix.ToUe(), IsEmpty()) << "switch " << i;
+        Run(now + milliseconds(i * 50));
+        EXPECT_THAT(m_fix.ToUe(), SizeIs(1)) << "switch " << i;
+    }
+    Run(now + milliseconds(24 * 50 - 1));
+    EXPECT_EQ(log.Count("UE Connected"), 0);
+    Run(now + milliseconds(24 * 50));
+    EXPECT_EQ(log.Count("UE Connected"), 1);
+    EXPECT_THAT(m_fix.ToUe(), IsEmpty());
+}
+
+TEST_F(UeEventsTest, ARepeatedConfirmationStartsTheSwitchesAgain)
+{
+    CLogCapture log;
+    m_fix.AttachUe(0, 1);
+    const auto now = steady_clock::now() + seconds(1);
+    Answer(0);
+    for (int i = 0; i < 3; ++i)
+        Run(now + i * milliseconds(50));
+    EXPECT_EQ(Ids(m_fix.ToUe()), (std::vector<uint32_t>{0x30900099, 0x30900001, 0x30900002}));
+    Answer(0);
+    const auto sent = RunSwitches(now + milliseconds(150));
+    ASSERT_THAT(sent, SizeIs(24)) << "one sequence, not two";
+    EXPECT_EQ(Ids(sent).front(), 0x30900099u);
+    EXPECT_EQ(Ids(sent).back(), 0x30900017u);
+    EXPECT_EQ(log.Count("UE Connected"), 1);
+}
+
+TEST_F(UeEventsTest, AShortConfirmationDoesNotStopTheSwitches)
+{
+    CLogCapture log;
+    m_fix.AttachUe(0, 1);
+    Answer(0);
+    m_fix.FromUe(0, CHANNEL_LTE_DIAG, LteAck(0x10065000, ConnectPayload(319)));
+    EXPECT_FALSE(Agent().Bindings().IsChannelOK(0, CHANNEL_LTE_DIAG));
+    EXPECT_THAT(RunSwitches(steady_clock::now()), SizeIs(24));
+    EXPECT_EQ(log.Count("UE Connected"), 1);
+}
+
+TEST_F(UeEventsTest, ARecordsChargeGoesWithItsPacket)
+{
+    CMsgBuf* const pMsgBuf = CMsgBuf::Instance();
+    CLineLoad& load = *pMsgBuf->LoadFromUe(0, CHANNEL_AT);
+    {
+        CAgentMsgRun run;
+        run.Add(0, CHANNEL_AT, CPacket::Zeroed(CLineLoad::ROOM));
+        run.Add(1, CHANNEL_AT, CPacket::Zeroed(1));
+    }
+    std::array<MSG_AGENT, 2> astMsg;
+    ASSERT_EQ(pMsgBuf->AgentQueue().get(astMsg), 2u);
+    EXPECT_FALSE(load.HasRoom()) << "taken, not handled";
+    Agent().Events().ProcessAgentMsgs(astMsg);
+    EXPECT_TRUE(load.HasRoom());
+    EXPECT_FALSE(astMsg[0].packet);
 }
 
 TEST_F(UeEventsTest, ALongerConfirmationIsOfTheSecondVersion)
@@ -495,6 +639,20 @@ TEST_F(UeEventsTest, TheThreadTakesRecordsUntilTheRunEnds)
     EXPECT_TRUE(log.Saw("Invalid data from Agent Msg Deque"));
     PostAgentMsg(AGENT_MSG_DISCONNECT, 1, CHANNEL_AT, {});
     EXPECT_TRUE(log.Saw("UE 1 AT detached"));
+    Agent().Stop();
+    reader.join();
+}
+
+TEST_F(UeEventsTest, TheThreadDoesWhatIsDueWhileNothingComes)
+{
+    CLogCapture log;
+    std::thread reader([&] { Agent().Events().ReadAgentMsgFun(); });
+    m_fix.AttachUe(2, 9);
+    const auto start = steady_clock::now();
+    PostAgentMsg(AGENT_MSG_DATA, 2, CHANNEL_LTE_DIAG, CPacket::Copy(LteAck(0x10065000, ConnectPayload(320))));
+    EXPECT_TRUE(log.Saw("UE Connected"));
+    EXPECT_GE(steady_clock::now() - start, milliseconds(24 * 50)) << "the pauses were kept";
+    EXPECT_THAT(m_fix.ToUe(), SizeIs(24));
     Agent().Stop();
     reader.join();
 }

@@ -5,10 +5,15 @@ vex_test(test_common
         ConfigTest.cpp
         DebugTest.cpp
         IdFlagsTest.cpp
+        LineLoadTest.cpp
+        LogFileTest.cpp
         MsgBufTest.cpp
+        RepeatedLinesTest.cpp
         ScanTest.cpp
         ThreadTest.cpp
+        TurnTest.cpp
         WaitTest.cpp
+        WakeUpTest.cpp
         xtlTest.cpp
     LIBS vex_common
 )

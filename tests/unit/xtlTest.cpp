@@ -280,6 +280,89 @@ TEST(XtlBufQueue, AGetOfSeveralTakesWhatIsThereAndWaitsForOneOnly)
     EXPECT_EQ(vecTaken, std::vector<int>{9});
 }
 
+namespace
+{
+using Clock = std::chrono::steady_clock;
+
+/// What one get of at most szMost records until then gives.
+std::vector<int> TakeRunUntil(Queue& queue, size_t szMost, Clock::time_point end)
+{
+    std::vector<int> vecTaken(szMost);
+    vecTaken.resize(queue.get(vecTaken, end));
+    return vecTaken;
+}
+} // namespace
+
+TEST(XtlBufQueue, AGetUntilATimeThatHasPassedTakesWhatIsThere)
+{
+    Queue queue(10);
+    const auto past = Clock::now() - std::chrono::hours(1);
+    EXPECT_EQ(TakeRunUntil(queue, 3, past), std::vector<int>{});
+    EXPECT_EQ(PutAll(queue, Numbers(5)), 5u);
+    EXPECT_EQ(TakeRunUntil(queue, 3, past), (std::vector<int>{0, 1, 2}));
+    EXPECT_EQ(TakeRunUntil(queue, 3, past), (std::vector<int>{3, 4}));
+    EXPECT_EQ(TakeRunUntil(queue, 3, past), std::vector<int>{});
+    EXPECT_EQ(TakeRunUntil(queue, 3, Clock::time_point{}), std::vector<int>{}) << "the start of the clock";
+    EXPECT_TRUE(queue.running());
+}
+
+TEST(XtlBufQueue, AGetUntilATimeEndsThenAndNotBefore)
+{
+    Queue queue(10);
+    const auto end = Clock::now() + std::chrono::milliseconds(20);
+    EXPECT_EQ(TakeRunUntil(queue, 3, end), std::vector<int>{});
+    EXPECT_GE(Clock::now(), end);
+    EXPECT_TRUE(queue.running()) << "a time-out, not a stopped queue";
+}
+
+TEST(XtlBufQueue, AGetThatRanOutOfTimeTookNoPermit)
+{
+    Queue queue(2);
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(TakeRunUntil(queue, 3, Clock::now()), std::vector<int>{});
+    EXPECT_EQ(PutAll(queue, Numbers(2)), 2u);
+    EXPECT_EQ(TakeRun(queue, 3), Numbers(2));
+}
+
+TEST(XtlBufQueue, APutEndsAGetUntilALaterTime)
+{
+    Queue queue(10);
+    for (const auto end : {Clock::now() + std::chrono::hours(1), Clock::time_point::max()}) {
+        std::vector<int> vecTaken;
+        CBackgroundCall reader([&] { vecTaken = TakeRunUntil(queue, 3, end); });
+        EXPECT_TRUE(reader.Blocks());
+        queue.put(9);
+        EXPECT_TRUE(reader.Returns());
+        EXPECT_EQ(vecTaken, std::vector<int>{9});
+    }
+}
+
+TEST(XtlBufQueue, StopEndsAGetUntilALaterTime)
+{
+    Queue queue(10);
+    queue.put(1);
+    EXPECT_EQ(TakeRun(queue, 1), std::vector<int>{1});
+    {
+        CBackgroundCall reader(
+            [&] { EXPECT_EQ(TakeRunUntil(queue, 3, Clock::time_point::max()), std::vector<int>{}); });
+        EXPECT_TRUE(reader.Blocks());
+        queue.stop();
+        EXPECT_TRUE(reader.Returns());
+    }
+    EXPECT_FALSE(queue.running());
+    queue.start();
+    EXPECT_TRUE(queue.running());
+}
+
+TEST(XtlBufQueue, AStoppedQueueGivesWhatIsLeftToAGetUntilATime)
+{
+    Queue queue(10);
+    EXPECT_EQ(PutAll(queue, Numbers(2)), 2u);
+    queue.stop();
+    EXPECT_EQ(TakeRunUntil(queue, 3, Clock::time_point::max()), Numbers(2));
+    EXPECT_EQ(TakeRunUntil(queue, 3, Clock::time_point::max()), std::vector<int>{});
+}
+
 TEST(XtlBufQueue, APutOfMoreThanThereIsRoomForWaitsInTheMiddle)
 {
     Queue queue(4);
