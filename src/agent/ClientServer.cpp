@@ -166,7 +166,7 @@ Clock::time_point CClientServer::FillPollSet(CPollSet& fds, const CListenSockets
     for (const auto& pClient : m_vecClients) {
         int nEvents = pClient->IsHeldBack() && pClient->MustWait() ? 0 : POLLIN;
         if (nEvents != 0 && pClient->HasKept())
-            end = Clock::time_point::min(); // it goes on at once
+            end = Clock::time_point(); // long ago: it goes on at once
         if (pClient->HasOutput()) {
             const CClient::OUTPUT stOutput = pClient->Output();
             nEvents |= stOutput.bWaiting ? POLLOUT : 0;

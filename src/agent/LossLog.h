@@ -25,7 +25,7 @@ private:
     bool MayTell(TIME now);
 
     const char* m_pszChannel;
-    TIME m_SecondEnd = TIME::min();
+    TIME m_SecondEnd{};        // long ago
     int m_nTold = 0;           // lines in this second
     unsigned int m_ulMore = 0; // frames without a line
 };

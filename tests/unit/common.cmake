@@ -5,6 +5,7 @@ vex_test(test_common
         ConfigTest.cpp
         DebugTest.cpp
         IdFlagsTest.cpp
+        ListenSocketTest.cpp
         MsgBufTest.cpp
         ScanTest.cpp
         ThreadTest.cpp
