@@ -19,7 +19,7 @@ void CClientOut::Add(CPacket packet)
     const size_t szLen = packet.size();
     if (m_nSocket < 0 || szLen == 0)
         return;
-    if (m_bHolding && m_szHeld + szLen > HOLD_MAX)
+    if ((m_bHolding && m_szHeld + szLen > HOLD_MAX) || IsFull(szLen))
         SendAll();
     if (IsFull(szLen)) {
         m_Losses.FrameTimedOut(m_fnNow());

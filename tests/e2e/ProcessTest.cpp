@@ -199,14 +199,14 @@ TEST(Process, ATerminatedAgentEndsInOrder)
     CAgentBench bench("debuglevel=7");
     bench.StartAgent();
     CTcpClient other(CHANNEL_LTE_DIAG);
-    bench.StartModem({});
-    ASSERT_TRUE(bench.WaitConfirmed(101));
-    const auto pClient = bench.BoundClient(CHANNEL_LTE_DATA, 102);
+    bench.StartModem({"--ues", "1", "--lte-rate", "500", "--quiet"});
+    ASSERT_TRUE(bench.WaitConfirmed(1));
+    const auto pClient = bench.BoundClient(CHANNEL_LTE_DATA, 1);
     ASSERT_TRUE(pClient->IsOpen());
     bench.Agent().Signal(SIGTERM);
     EXPECT_EQ(bench.Agent().WaitExit(STOP_LIMIT), 0);
     EXPECT_TRUE(IsLogComplete(bench)) << bench.Log();
-    EXPECT_NE(bench.Log().find("[INF] : Delete Client(com 102) Lte Data"), std::string::npos) << bench.Log();
+    EXPECT_NE(bench.Log().find("[INF] : Delete Client(com 2) Lte Data"), std::string::npos) << bench.Log();
 }
 
 TEST(Process, ASecondSignalChangesNothing)

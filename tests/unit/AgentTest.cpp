@@ -75,6 +75,8 @@ bool IsClosedByAgent(const CUniqueFd& fd)
     return poll(&stFd, 1, 5000) > 0 && recv(fd.Get(), &cByte, 1, 0) <= 0;
 }
 
+constexpr size_t UE_STATUS_LEN = 114; // what a client is told when it is bound, lead bytes and head included
+
 // An unbind, and its ack.
 const Bytes UNBIND = Hex("9F 9F 50 00 00 50 F0 00 00 00");
 const Bytes UNBIND_ACK = Hex("9F 9F 50 00 00 50 00 00 00 00 00 00 00 00 00 00 00 00 F0 00 00 00");
@@ -411,7 +413,7 @@ TEST_F(ClientLoopTest, AClientWhoseUeNeedsAPauseWaitsAndOthersDont)
     m_fix.AttachUe(0, 12);
     m_fix.Confirm(0);
     const CUniqueFd gu = Connect(CHANNEL_GU_CMD);
-    ASSERT_TRUE(WaitFor([&] { return Agent().Table().GetGUDataClient(0, CHANNEL_GU_CMD) != nullptr; }));
+    ASSERT_EQ(Receive(gu, UE_STATUS_LEN).size(), UE_STATUS_LEN) << "bound";
     const Bytes request = Hex("9F 9F 05 A0 00 00 52 00 04 00 01 00 00 00"); // 0xA005
     const Bytes requests = Join(request, request, UNBIND, request);
     CUeMsgQueue& queue = CMsgBuf::Instance()->UeQueue();

@@ -10,6 +10,7 @@ vex_test(test_common
         ScanTest.cpp
         ThreadTest.cpp
         WaitTest.cpp
+        WakeUpTest.cpp
         xtlTest.cpp
     LIBS vex_common
 )
