@@ -240,6 +240,11 @@ void CClient::LookAtOutput()
 /// Tells whoever waits for the socket, when it would come too late.
 void CClient::Watch()
 {
+    const size_t szBacklog = m_Out.Backlog();
+    if (m_pSource && szBacklog > 0)
+        m_Backlog = CLineCharge(*m_pSource, szBacklog); // the new one is there before the old one goes
+    else
+        m_Backlog.Release();
     const OUTPUT stBefore = std::exchange(m_stOutput, OUTPUT{m_Out.IsWaiting(), m_Out.NextLook()});
     if (const bool bHas = m_stOutput.bWaiting || m_stOutput.nextAt != CClientOut::TIME::max(); bHas != m_bHasOutput)
         m_bHasOutput = bHas;
@@ -267,4 +272,10 @@ void CClient::SetBindUePort(unsigned int ulPort)
     m_ulBindPort = ulPort;
     if (m_pProcessor)
         m_pProcessor->SetChannelBindPort(ulPort);
+}
+
+void CClient::SetSource(CLineLoad* pSource)
+{
+    const xtl::MutexGuard guard(m_SendMutex);
+    m_pSource = pSource;
 }

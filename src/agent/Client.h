@@ -95,6 +95,9 @@ public:
     /// Dotted text of the peer's address.
     std::string GetAddressText() const;
     void SetBindUePort(unsigned int ulPort);
+    /// The line that feeds the client: what waits for the client counts as on its way from there, so that a line that
+    /// is faster than its client isn't read meanwhile.
+    void SetSource(CLineLoad* pSource);
 
 private:
     bool IsFrameComplete() const;
@@ -124,5 +127,7 @@ private:
     xtl::Mutex m_SendMutex; // keeps a packet together; never held across a wait
     CClientOut m_Out GUARDED_BY(m_SendMutex);
     OUTPUT m_stOutput GUARDED_BY(m_SendMutex){false, CClientOut::TIME::max()}; // as the wake-up was told last
+    CLineLoad* m_pSource GUARDED_BY(m_SendMutex) = nullptr;                    // null until bound
+    CLineCharge m_Backlog GUARDED_BY(m_SendMutex);
     std::atomic<bool> m_bHasOutput = false;
 };

@@ -15,9 +15,11 @@ class CClientOut
 {
 public:
     using TIME = std::chrono::steady_clock::time_point;
-    static constexpr size_t LIMIT = 256 * 1024; // bytes that wait; a single packet may be larger
-    static constexpr size_t PACKET_COST = 64;   // counted for a packet beside its bytes
-    static constexpr size_t HOLD_MAX = 16384;   // bytes held back at most, half of the socket's send buffer
+    // Bytes that wait; a single packet may be larger. Of one UE's line no more than this comes once it isn't read for
+    // want of room: what was on its way then, and one read.
+    static constexpr size_t LIMIT = 512 * 1024;
+    static constexpr size_t PACKET_COST = 64; // counted for a packet beside its bytes
+    static constexpr size_t HOLD_MAX = 16384; // bytes held back at most, half of the socket's send buffer
     static constexpr std::chrono::milliseconds PATIENCE{20}; // how long a client may take nothing
 
     /// The socket stays the caller's; with -1 packets vanish.
@@ -33,6 +35,8 @@ public:
 
     /// Whether something waits until the socket takes bytes.
     bool IsWaiting() const { return m_bWaiting; }
+    /// Bytes that wait and may be lost yet; 0 for a client that is given up until it reads again.
+    size_t Backlog() const { return m_bWaiting && !m_bStalled ? m_szCost : 0; }
     /// When Look is due although the socket took nothing; never is possible.
     TIME NextLook() const;
 

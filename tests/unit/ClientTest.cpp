@@ -459,6 +459,29 @@ TEST_F(SendTest, PacketsOfTwoThreadsNeverMix)
         EXPECT_EQ(Bytes(Slice(ByteView(received), i, PACKET)), Fill(PACKET, received[i])) << "packet at " << i;
 }
 
+TEST_F(SendTest, WhatWaitsForAClientCountsForTheLineThatItComesFrom)
+{
+    CLineLoad load;
+    CClient& client = *m_client.Get();
+    client.SetSource(&load);
+    Send(CLineLoad::ROOM - 2000);
+    ASSERT_TRUE(client.HasOutput());
+    EXPECT_TRUE(load.HasRoom());
+    Send(2000);
+    EXPECT_FALSE(load.HasRoom());
+    while (!m_client.Pending().empty())
+        client.LookAtOutput();
+    EXPECT_TRUE(load.HasRoom()) << "it reads again";
+
+    Send(CLineLoad::ROOM);
+    EXPECT_FALSE(load.HasRoom());
+    EXPECT_TRUE(WaitFor([&] {
+        client.LookAtOutput();
+        return load.HasRoom();
+    })) << "given up: it holds its line back no longer";
+    client.SetSource(nullptr);
+}
+
 // Clients that are faster than their UE.
 
 class HeldBackTest : public testing::Test
