@@ -4,6 +4,7 @@
 #include "common/Config.h"
 #include "common/Debug.h"
 #include "common/Thread.h"
+#include "common/Turn.h"
 #include "data/gu/OperationGUData.h"
 
 #include <ctime>
@@ -118,6 +119,7 @@ bool CAgent::Stop()
     m_UEManager.Stop();
     CMsgBuf::Instance()->Stop();
     CMsgBuf::Destory();
+    CTurn::LogLongest();
     CDebug::Instance()->Stop();
     CDebug::Destory();
     CConfig::Destory();

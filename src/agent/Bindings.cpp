@@ -2,6 +2,7 @@
 
 #include "agent/Client.h"
 #include "common/Debug.h"
+#include "common/MsgBuf.h"
 #include "data/gu/OperationGUData.h"
 #include "ue/UEManager.h"
 
@@ -49,6 +50,8 @@ bool CBindings::BindUE(CClient* pClient, UE_INDEX ulUeIdx)
     if (!stRow.IsBindable())
         return false;
     m_table.SetClient(ulUeIdx, enType, pClient);
+    if (ChannelsOf(RowOf(enType)->enPort).size() == 1) // or it would hold up the client of the line's other channel
+        pClient->SetSource(CMsgBuf::Instance()->LoadFromUe(ulUeIdx, enType));
     const auto ulPort = static_cast<unsigned int>(stRow.nPort);
     m_status.SendClientConnectInfo({ulPort, static_cast<uint32_t>(enType), pClient->GetAddressText()});
     CDebug::Instance()->PrintInfo("%s binded to %d", strChannelType[static_cast<size_t>(enType)], stRow.nPort);

@@ -1,7 +1,7 @@
 #include "agent/Client.h"
 
-#include "agent/ClientSocket.h"
 #include "common/Debug.h"
+#include "common/MsgBuf.h"
 #include "data/DiagPacket.h"
 #include "data/DpAt.h"
 #include "data/DpGuCmd.h"
@@ -17,7 +17,6 @@ namespace
 constexpr size_t FRAME_HEAD_LEN = LEAD_LEN + DIAG_PACKET_REQ_STRU::SIZE;
 constexpr size_t LEAD_PAIR_RESTARTS = 7; // a pair of lead bytes that ends this early starts the frame anew
 constexpr size_t AT_RAW_MIN = 3;         // a shorter read is no text
-constexpr size_t HOLD_MAX = 16384;       // bytes held back at most, half of the socket's send buffer
 
 const char* ChannelLabel(enChannelType enType)
 {
@@ -44,12 +43,20 @@ std::unique_ptr<CDataProcessor> CreateDataProcessor(enChannelType enType, IBindi
 }
 
 CClient::CClient(int nSocket, enChannelType enType, IBindings* pBindings)
-    : m_pProcessor(CreateDataProcessor(enType, pBindings, this)), m_Socket(nSocket), m_enType(enType)
+    : m_pBindings(pBindings),
+      m_pProcessor(CreateDataProcessor(enType, pBindings, this)),
+      m_Socket(nSocket),
+      m_enType(enType),
+      m_Out(nSocket, ChannelLabel(enType))
 {
 }
 
 CClient::~CClient()
 {
+    {
+        const xtl::MutexGuard guard(m_SendMutex);
+        m_Out.TellCount();
+    }
     m_Socket.Reset();
     m_pProcessor.reset();
     CDebug::Instance()->PrintInfo("Delete Client(com %d) %s", static_cast<int>(m_ulBindPort), ChannelLabel(m_enType));
@@ -58,20 +65,68 @@ CClient::~CClient()
 void CClient::OnClientData(ByteView data)
 {
     if (m_enType == CHANNEL_AT) {
-        OnAtData(data);
+        OnAtData(data); // no pauses there
         return;
     }
-    while (!data.empty())
+    if (!m_vecKept.empty()) {
+        m_vecKept.insert(m_vecKept.end(), data.begin(), data.end());
+        return;
+    }
+    while (!data.empty()) {
         data = CollectFrame(data);
+        if (!data.empty() && m_pPacedLoad && MustWait()) {
+            m_vecKept.assign(data.begin(), data.end());
+            return;
+        }
+    }
+}
+
+void CClient::OnKeptData()
+{
+    const std::vector<unsigned char> vecKept = std::exchange(m_vecKept, {});
+    OnClientData(vecKept);
 }
 
 /// Takes bytes up to the end of one frame, and gives the rest.
 ByteView CClient::CollectFrame(ByteView data)
 {
     const TAKEN_FRAME stTaken = GetDiagReqPacket(data);
-    if (!stTaken.frame.empty() && m_pProcessor)
+    if (!stTaken.frame.empty() && m_pProcessor) {
+        CLineLoad* const pLoad = Load();
+        const uint64_t ullBefore = pLoad ? pLoad->PacedPosted() : 0;
         m_pProcessor->ProcessClientData(stTaken.frame);
+        const uint64_t ullAfter = pLoad ? pLoad->PacedPosted() : 0;
+        m_pPacedLoad = ullAfter == ullBefore ? m_pPacedLoad : pLoad;
+        m_ullPacedUntil = ullAfter == ullBefore ? m_ullPacedUntil : ullAfter;
+    }
     return data.subspan(stTaken.szTaken);
+}
+
+/// What is on its way to the line of the client's UE; null without a binding.
+CLineLoad* CClient::Load() const
+{
+    const UE_INDEX ulUeIdx = m_pBindings ? m_pBindings->GetBindedUE(this) : UE_NONE;
+    return ulUeIdx == UE_NONE ? nullptr : CMsgBuf::Instance()->LoadToUe(ulUeIdx, m_enType);
+}
+
+bool CClient::IsBlocked() const
+{
+    const CLineLoad* const pLoad = Load();
+    const bool bPaused = pLoad && pLoad == m_pPacedLoad && pLoad->PacedDone() < m_ullPacedUntil;
+    return bPaused || (pLoad && !pLoad->HasRoom());
+}
+
+bool CClient::MustWait()
+{
+    m_bHeldBack = IsBlocked();
+    if (m_bHeldBack) {
+        if (CLineLoad* const pLoad = Load())
+            pLoad->Await();
+        m_bHeldBack = IsBlocked(); // what changed before the call wakes nobody
+    }
+    if (!m_bHeldBack)
+        m_pPacedLoad = nullptr;
+    return m_bHeldBack;
 }
 
 /// Text goes on in pieces that end where a frame starts, and with the read: a NUL ends the piece that it is in, and
@@ -156,47 +211,46 @@ void CClient::OnSerialData(ByteSpan data)
 
 bool CClient::SendData2Client(CPacket packet)
 {
-    const ByteView bytes = std::as_const(packet).Bytes();
-    const size_t szLen = bytes.size();
     const xtl::MutexGuard guard(m_SendMutex);
-    if (m_szHeld + szLen > HOLD_MAX)
-        SendHeld();
-    if (!m_bHolding || szLen > HOLD_MAX) {
-        SendPackets(bytes, {&szLen, 1});
-        return true;
-    }
-    m_vecHeldEnd.push_back(m_szHeld + szLen); // first, as it may fail
-    std::ranges::copy(bytes, m_pHeld.get() + m_szHeld);
-    m_szHeld += szLen;
+    m_Out.Add(std::move(packet));
+    Watch();
     return true;
 }
 
 void CClient::SetHolding(bool bHolding)
 {
     const xtl::MutexGuard guard(m_SendMutex);
-    SendHeld();
-    if (bHolding && !m_pHeld)
-        m_pHeld.reset(new (std::nothrow) unsigned char[HOLD_MAX]);
-    m_bHolding = bHolding && m_pHeld; // without room each packet is sent on its own
+    m_Out.SetHolding(bHolding);
+    Watch();
 }
 
-void CClient::SendHeld()
+CClient::OUTPUT CClient::Output()
 {
-    SendPackets({m_pHeld.get(), m_szHeld}, m_vecHeldEnd);
-    m_szHeld = 0;
-    m_vecHeldEnd.clear();
+    const xtl::MutexGuard guard(m_SendMutex);
+    return m_stOutput;
 }
 
-/// Sends packets that lie one behind the other. When the client stops taking bytes, the packet at that point is lost
-/// for it and each one behind it is tried on its own.
-void CClient::SendPackets(ByteView packets, std::span<const size_t> ends)
+void CClient::LookAtOutput()
 {
-    for (size_t szDone = 0; szDone < packets.size();) {
-        ByteView rest = packets.subspan(szDone);
-        m_bStalled = !::SendData2Client(m_Socket.Get(), rest, ChannelLabel(m_enType), m_bStalled);
-        const size_t szSent = packets.size() - rest.size();
-        szDone = m_bStalled ? *std::ranges::upper_bound(ends, szSent) : packets.size();
-    }
+    const xtl::MutexGuard guard(m_SendMutex);
+    m_Out.Look();
+    Watch();
+}
+
+/// Tells whoever waits for the socket, when it would come too late.
+void CClient::Watch()
+{
+    const size_t szBacklog = m_Out.Backlog();
+    if (m_pSource && szBacklog > 0)
+        m_Backlog = CLineCharge(*m_pSource, szBacklog); // the new one is there before the old one goes
+    else
+        m_Backlog.Release();
+    const OUTPUT stBefore = std::exchange(m_stOutput, OUTPUT{m_Out.IsWaiting(), m_Out.NextLook()});
+    if (const bool bHas = m_stOutput.bWaiting || m_stOutput.nextAt != CClientOut::TIME::max(); bHas != m_bHasOutput)
+        m_bHasOutput = bHas;
+    const bool bTooLate = (m_stOutput.bWaiting && !stBefore.bWaiting) || m_stOutput.nextAt < stBefore.nextAt;
+    if (bTooLate && m_pWake)
+        m_pWake->Wake();
 }
 
 void CClient::SendAck(unsigned int ulCmdId, unsigned short usPktType, unsigned int ulRc, ByteView payload,
@@ -218,4 +272,10 @@ void CClient::SetBindUePort(unsigned int ulPort)
     m_ulBindPort = ulPort;
     if (m_pProcessor)
         m_pProcessor->SetChannelBindPort(ulPort);
+}
+
+void CClient::SetSource(CLineLoad* pSource)
+{
+    const xtl::MutexGuard guard(m_SendMutex);
+    m_pSource = pSource;
 }

@@ -1,16 +1,18 @@
 #pragma once
 
 #include "agent/AtFrameSearch.h"
+#include "agent/ClientOut.h"
 #include "common/Bytes.h"
+#include "common/LineLoad.h"
 #include "common/Types.h"
 #include "common/UniqueFd.h"
 #include "common/xtl.h"
 #include "data/AgentInterfaces.h"
 
 #include <array>
+#include <atomic>
 #include <memory>
 #include <netinet/in.h>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -21,7 +23,8 @@ std::unique_ptr<CDataProcessor> CreateDataProcessor(enChannelType enType, IBindi
 
 /// One connected client: its socket, the reassembly of its request frames and its data processor.
 /// Always held by a shared pointer: the agent's client list owns it, and a thread that sends to it without the
-/// agent's lock holds it for that long. Requests are read on the main thread only.
+/// agent's lock holds it for that long. Requests are read on the main thread only; a client that sends them faster than
+/// its UE takes them is held back there.
 class CClient : public IClientPort
 {
 public:
@@ -35,8 +38,16 @@ public:
 
     /// Bytes of one read from the socket: frames go to the processor. On the AT channel, where a terminal may talk
     /// as it is, all else goes there too, at once and in order, as raw text; but not from a read of fewer than three
-    /// bytes.
+    /// bytes. What comes behind a request that the UE needs time for is kept, until MustWait says no.
     void OnClientData(ByteView data);
+    /// The same for what was kept.
+    void OnKeptData();
+    bool HasKept() const { return !m_vecKept.empty(); }
+    /// Whether nothing more is to be read or handled yet: packets of the last request, or the pauses behind them, are
+    /// not over, or the line of the client's UE has no room. Then CMsgBuf's RoomWake wakes whoever has to ask again.
+    bool MustWait();
+    /// What MustWait said last.
+    bool IsHeldBack() const { return m_bHeldBack; }
     struct TAKEN_FRAME
     {
         size_t szTaken = 0; // bytes taken, up to the end of one frame
@@ -60,6 +71,18 @@ public:
     };
 
     bool SendData2Client(CPacket packet) override;
+    /// Woken when the times below change so that they come earlier. Set once, before the client is known to others.
+    void SetWakeUp(CWakeUp& wake) { m_pWake = &wake; }
+    /// Whether LookAtOutput has to be called at some time.
+    bool HasOutput() const { return m_bHasOutput; }
+    struct OUTPUT
+    {
+        bool bWaiting;           // when the socket takes bytes
+        CClientOut::TIME nextAt; // then at the latest
+    };
+    OUTPUT Output();
+    /// Sends what waits, as far as it goes, and gives up what has waited too long.
+    void LookAtOutput();
     void SendAck(unsigned int ulCmdId, unsigned short usPktType, unsigned int ulRc, ByteView payload,
                  unsigned long long ullTimeStamp);
 
@@ -72,6 +95,9 @@ public:
     /// Dotted text of the peer's address.
     std::string GetAddressText() const;
     void SetBindUePort(unsigned int ulPort);
+    /// The line that feeds the client: what waits for the client counts as on its way from there, so that a line that
+    /// is faster than its client isn't read meanwhile.
+    void SetSource(CLineLoad* pSource);
 
 private:
     bool IsFrameComplete() const;
@@ -79,10 +105,12 @@ private:
     ByteView CollectFrame(ByteView data);
     void OnAtData(ByteView data);
     void ProcessRawText(std::vector<unsigned char>& text);
+    CLineLoad* Load() const;
+    bool IsBlocked() const;
     void SetHolding(bool bHolding);
-    void SendHeld() REQUIRES(m_SendMutex);
-    void SendPackets(ByteView packets, std::span<const size_t> ends) REQUIRES(m_SendMutex);
+    void Watch() REQUIRES(m_SendMutex);
 
+    IBindings* m_pBindings;
     std::unique_ptr<CDataProcessor> m_pProcessor;
     CUniqueFd m_Socket;
     enChannelType m_enType;
@@ -90,11 +118,16 @@ private:
     size_t m_nReqLen = 0;                                 // bytes held of it
     CAtFrameSearch m_AtSearch;                            // AT channel: what comes between frames
     sockaddr_in m_stAddr{};
-    unsigned int m_ulBindPort = 0;                   // COM port of the bound UE, also after an unbind; 0 until bound
-    xtl::Mutex m_SendMutex;                          // keeps a packet together; held while the socket is waited for
-    bool m_bStalled GUARDED_BY(m_SendMutex) = false; // the last send failed
-    bool m_bHolding GUARDED_BY(m_SendMutex) = false; // a CSendTogether exists
-    std::unique_ptr<unsigned char[]> m_pHeld GUARDED_BY(m_SendMutex); // packets not sent yet; null until the first time
-    size_t m_szHeld GUARDED_BY(m_SendMutex) = 0;                      // their bytes
-    std::vector<size_t> m_vecHeldEnd GUARDED_BY(m_SendMutex);         // where each of them ends
+    unsigned int m_ulBindPort = 0;        // COM port of the bound UE, also after an unbind; 0 until bound
+    std::vector<unsigned char> m_vecKept; // read and not handled yet
+    CLineLoad* m_pPacedLoad = nullptr;    // line of the last request with pauses; null for none
+    uint64_t m_ullPacedUntil = 0;         // its PacedDone when that request is over
+    bool m_bHeldBack = false;
+    CWakeUp* m_pWake = nullptr;
+    xtl::Mutex m_SendMutex; // keeps a packet together; never held across a wait
+    CClientOut m_Out GUARDED_BY(m_SendMutex);
+    OUTPUT m_stOutput GUARDED_BY(m_SendMutex){false, CClientOut::TIME::max()}; // as the wake-up was told last
+    CLineLoad* m_pSource GUARDED_BY(m_SendMutex) = nullptr;                    // null until bound
+    CLineCharge m_Backlog GUARDED_BY(m_SendMutex);
+    std::atomic<bool> m_bHasOutput = false;
 };

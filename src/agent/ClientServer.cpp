@@ -1,9 +1,13 @@
 #include "agent/ClientServer.h"
 
 #include "agent/Client.h"
+#include "agent/ClientSocket.h"
 #include "agent/PollSet.h"
 #include "common/Debug.h"
+#include "common/ListenSocket.h"
+#include "common/MsgBuf.h"
 #include "common/NoMemory.h"
+#include "common/Turn.h"
 #include "common/Wait.h"
 #include "data/gu/OperationGUData.h"
 
@@ -11,15 +15,14 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
-#include <netinet/tcp.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <thread>
 
 // The main thread holds m_ClientListMutex while it waits for sockets, so a client that another thread removes is
 // gone from the wait before its socket is closed. That other thread must not wait for a whole second: it counts
-// itself in m_nListWaiters, ends the wait by m_WakeUp, and the main thread lets it go first.
+// itself in m_nListWaiters, ends the wait by m_WakeUp, and the main thread lets it go first. m_WakeUp also tells of
+// clients whose sockets took less than there was for them; the wait ends when they take bytes, or when they have had
+// time enough. A client whose UE can't keep up is left out, until RoomWake tells that it may go on.
 
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
@@ -28,31 +31,19 @@ namespace
 {
 constexpr int LISTEN_BACKLOG = 16;
 constexpr size_t CLIENT_READ_LEN = 1024; // bytes read from a client in one pass
-constexpr int CLIENT_SEND_BUF = 32768;   // SO_SNDBUF
 constexpr auto CLIENT_WAIT = 1s;         // an idle wait lasts this long
 constexpr auto NO_MEMORY_PAUSE = 100ms;  // after a pass that memory was too short for
 constexpr auto ACCEPT_PAUSE = 1s;        // before the next accept when the system is short of descriptors
 
-bool BindAndListen(int nSocket, unsigned short usPort)
-{
-    // No SO_REUSEADDR: a port that is still in use is a failure.
-    sockaddr_in stAddr{};
-    stAddr.sin_family = AF_INET;
-    stAddr.sin_port = htons(usPort);
-    stAddr.sin_addr.s_addr = htonl(INADDR_ANY);
-    return bind(nSocket, reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr)) == 0 &&
-           listen(nSocket, LISTEN_BACKLOG) == 0;
-}
-
 /// A listen socket on the port, or -1. A person at the console learns which port it was. Non-blocking, so that a
 /// client that has gone again before its accept can't hold the main thread.
-int OpenListenSocket(unsigned short usPort)
+int OpenClientPort(unsigned short usPort)
 {
-    CUniqueFd listenFd(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0));
-    if (listenFd.IsOpen() && BindAndListen(listenFd.Get(), usPort))
-        return listenFd.Release();
-    (void)std::fprintf(stderr, "vex-agent: can't listen on TCP port %d: %s\n", usPort, std::strerror(errno));
-    return -1;
+    LISTEN_STEP enFailed{};
+    CUniqueFd listenFd = OpenListenSocket(usPort, LISTEN_BACKLOG, enFailed);
+    if (!listenFd.IsOpen())
+        (void)std::fprintf(stderr, "vex-agent: can't listen on TCP port %d: %s\n", usPort, std::strerror(errno));
+    return listenFd.Release();
 }
 
 void CloseSocket(int& nSocket)
@@ -60,12 +51,10 @@ void CloseSocket(int& nSocket)
     CUniqueFd(std::exchange(nSocket, -1)).Reset();
 }
 
-/// What was sent last must not wait for the ack of what went before: a client's system may hold its ack back for
-/// longer than the agent waits for the client to take more (RFC 1122, 4.2.3.2 and 4.2.3.4).
-void SendWithoutDelay(int nSocket)
+/// Whether something of the client is to be handled.
+bool IsDue(const CClient& client, const CPollSet& fds)
 {
-    const int nOn = 1;
-    (void)setsockopt(nSocket, IPPROTO_TCP, TCP_NODELAY, &nOn, sizeof(nOn)); // fails on what is no TCP socket only
+    return !client.IsHeldBack() && (client.HasKept() || fds.IsReady(client.GetClientSocket()));
 }
 
 bool IsOutOfResources(int iError)
@@ -74,14 +63,10 @@ bool IsOutOfResources(int iError)
 }
 } // namespace
 
-// Without the eventfd everything works too: a thread that waits for the client list then waits for up to a second.
+// Without a descriptor for the wake-up everything works too, but what it tells is seen up to a second later.
 CClientServer::CClientServer(CBindings& bindings, CChannelTable& table, CStatusReporter& status,
                              const CGuOperations& operations)
-    : m_bindings(bindings),
-      m_table(table),
-      m_status(status),
-      m_operations(operations),
-      m_WakeUp(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
+    : m_bindings(bindings), m_table(table), m_status(status), m_operations(operations)
 {
 }
 
@@ -90,7 +75,7 @@ CClientServer::~CClientServer() = default;
 void CClientServer::Stop()
 {
     m_bRun = false;
-    WakeUp();
+    m_WakeUp.Wake();
 }
 
 int CClientServer::CreateListenSocket(int* pnSockets, int nCount)
@@ -98,7 +83,7 @@ int CClientServer::CreateListenSocket(int* pnSockets, int nCount)
     std::fill_n(pnSockets, nCount, -1);
     int nGreatest = -1;
     for (int i = 0; i < nCount; ++i) {
-        pnSockets[i] = OpenListenSocket(LISTENPORT[static_cast<size_t>(i)]);
+        pnSockets[i] = OpenClientPort(LISTENPORT[static_cast<size_t>(i)]);
         if (pnSockets[i] < 0) {
             std::for_each_n(pnSockets, nCount, CloseSocket);
             break;
@@ -116,6 +101,7 @@ int CClientServer::ListenFun()
         return 0;
     }
     ReleaseClients();
+    m_IdleEnd = m_fnNow() + CLIENT_WAIT;
     CPollSet fds;
     while (m_bRun) {
         bool bWaited = true;
@@ -135,51 +121,85 @@ int CClientServer::ListenFun()
 /// One pass: waits, and takes what comes. False, with errno, when the wait failed.
 bool CClientServer::ServeClients(CPollSet& fds, const CListenSockets& anListen)
 {
-    const int iReady = WaitForClients(fds, anListen);
-    if (iReady == 0)
-        m_status.SendAgentVer(); // once in each idle second
-    else if (iReady > 0)
+    if (WaitForClients(fds, anListen) < 0)
+        return false;
+    const CTurn turn(LOOP::CLIENTS);
+    LookAtOutputs(fds);
+    if (HasRequests(fds, anListen)) {
         OnClientDataArrive(fds, anListen);
-    return iReady >= 0;
+        m_IdleEnd = m_fnNow() + CLIENT_WAIT;
+    } else if (m_fnNow() >= m_IdleEnd) {
+        m_status.SendAgentVer(); // once in each idle second
+        m_IdleEnd = m_fnNow() + CLIENT_WAIT;
+    }
+    return true;
 }
 
-/// Waits for one second at most, also when m_WakeUp ends the wait now and then: such an end is no idle second.
+/// Waits until something may have to be done; negative, with errno, when that fails.
 int CClientServer::WaitForClients(CPollSet& fds, const CListenSockets& anListen)
 {
-    const auto end = m_fnNow() + CLIENT_WAIT;
-    for (;;) {
-        LetListWaitersIn();
-        const xtl::MutexGuard guard(m_ClientListMutex);
-        fds.Clear();
-        FillPollSet(fds, anListen);
-        const int iReady = fds.Wait(MsUntil(end, m_fnNow()));
-        if (iReady != 1 || !fds.IsReady(m_WakeUp.Get()) || !m_bRun)
-            return iReady;
-        eventfd_t ullCount = 0;
-        (void)eventfd_read(m_WakeUp.Get(), &ullCount); // the next wait is to last again
+    CWakeUp& room = CMsgBuf::Instance()->RoomWake();
+    LetListWaitersIn();
+    const xtl::MutexGuard guard(m_ClientListMutex);
+    m_WakeUp.FallAsleep();
+    room.FallAsleep();
+    fds.Clear();
+    for (const int nFd : {m_WakeUp.Fd(), room.Fd()})
+        if (nFd >= 0)
+            fds.Add(nFd);
+    const Clock::time_point end = FillPollSet(fds, anListen);
+    const bool bWait = m_bRun && m_nListWaiters == 0; // what was told before the set was filled wakes nobody
+    const int iReady = fds.Wait(bWait ? MsUntil(end, m_fnNow()) : 0);
+    if (iReady >= 0) {
+        m_WakeUp.Rise();
+        room.Rise();
     }
+    return iReady;
 }
 
-void CClientServer::FillPollSet(CPollSet& fds, const CListenSockets& anListen) const
+/// Gives the time at which the wait has to end.
+Clock::time_point CClientServer::FillPollSet(CPollSet& fds, const CListenSockets& anListen) const
 {
+    Clock::time_point end = m_IdleEnd;
     if (Clock::now() >= m_AcceptAgain)
         std::ranges::for_each(anListen, [&](int nSocket) { fds.Add(nSocket); });
-    if (m_WakeUp.IsOpen())
-        fds.Add(m_WakeUp.Get());
-    for (const auto& pClient : m_vecClients)
-        fds.Add(pClient->GetClientSocket());
-}
-
-void CClientServer::WakeUp()
-{
-    if (m_WakeUp.IsOpen())
-        (void)eventfd_write(m_WakeUp.Get(), 1); // fails only when the wake-up is already far overdue
+    for (const auto& pClient : m_vecClients) {
+        int nEvents = pClient->IsHeldBack() && pClient->MustWait() ? 0 : POLLIN;
+        if (nEvents != 0 && pClient->HasKept())
+            end = Clock::time_point(); // long ago: it goes on at once
+        if (pClient->HasOutput()) {
+            const CClient::OUTPUT stOutput = pClient->Output();
+            nEvents |= stOutput.bWaiting ? POLLOUT : 0;
+            end = std::min(end, stOutput.nextAt);
+        }
+        if (nEvents != 0)
+            fds.Add(pClient->GetClientSocket(), static_cast<short>(nEvents));
+    }
+    return end;
 }
 
 void CClientServer::LetListWaitersIn()
 {
     for (int nWaiters = m_nListWaiters; nWaiters != 0; nWaiters = m_nListWaiters)
         m_nListWaiters.wait(nWaiters);
+}
+
+/// With the list held: no client goes meanwhile.
+void CClientServer::LookAtOutputs(const CPollSet& fds)
+{
+    const xtl::MutexGuard guard(m_ClientListMutex);
+    for (const auto& pClient : m_vecClients)
+        if (pClient->HasOutput() &&
+            (fds.IsWritable(pClient->GetClientSocket()) || Clock::now() >= pClient->Output().nextAt))
+            pClient->LookAtOutput();
+}
+
+bool CClientServer::HasRequests(const CPollSet& fds, const CListenSockets& anListen)
+{
+    if (std::ranges::any_of(anListen, [&](int nSocket) { return fds.IsReady(nSocket); }))
+        return true;
+    const xtl::MutexGuard guard(m_ClientListMutex);
+    return std::ranges::any_of(m_vecClients, [&](const auto& pClient) { return IsDue(*pClient, fds); });
 }
 
 void CClientServer::OnClientDataArrive(const CPollSet& fds, const CListenSockets& anListen)
@@ -197,7 +217,7 @@ void CClientServer::ReadClients(const CPollSet& fds)
     {
         const xtl::MutexGuard guard(m_ClientListMutex);
         std::ranges::copy_if(m_vecClients, std::back_inserter(vecReady),
-                             [&](const auto& pClient) { return fds.IsReady(pClient->GetClientSocket()); });
+                             [&](const auto& pClient) { return IsDue(*pClient, fds); });
     }
     for (; !vecReady.empty(); vecReady.pop_back()) // from the last to the first
         ReadClient(vecReady.back());
@@ -206,6 +226,12 @@ void CClientServer::ReadClients(const CPollSet& fds)
 /// pClient is the caller's hold on the client; it's given up when the client goes.
 void CClientServer::ReadClient(std::shared_ptr<CClient>& pClient)
 {
+    if (pClient->MustWait())
+        return;
+    if (pClient->HasKept()) {
+        (void)DropOnNoMemory("a client's request", [&] { pClient->OnKeptData(); });
+        return;
+    }
     std::array<unsigned char, CLIENT_READ_LEN> aucBuf;
     const int nSocket = pClient->GetClientSocket();
     const ssize_t lRead = recv(nSocket, aucBuf.data(), aucBuf.size(), 0);
@@ -245,7 +271,7 @@ void CClientServer::RemoveLostClient(CClient* pClient)
 {
     ForgetClient(pClient);
     ++m_nListWaiters;
-    WakeUp();
+    m_WakeUp.Wake();
     const xtl::MutexGuard guard(m_ClientListMutex);
     --m_nListWaiters;
     m_nListWaiters.notify_all();
@@ -284,9 +310,9 @@ bool CClientServer::AcceptClient(int nListen, enChannelType enType)
         CDebug::Instance()->PrintError("Accept socket fail!");
         return false;
     }
-    (void)setsockopt(clientFd.Get(), SOL_SOCKET, SO_SNDBUF, &CLIENT_SEND_BUF, sizeof(CLIENT_SEND_BUF)); // a wish
-    SendWithoutDelay(clientFd.Get());
-    if (!SetNonBlocking(clientFd.Get(), true)) {
+    if (!IsConnectionAllowed(stAddr))
+        return true;
+    if (!SetUpClientSocket(clientFd.Get())) {
         CDebug::Instance()->PrintError("set(fcntl) client socket O_NONBLOCK fail");
         return true;
     }
@@ -313,6 +339,7 @@ CClient* CClientServer::AddClient(int nSocket, enChannelType enType, const socka
     MakeRoomForClient();
     CDebug::Instance()->PrintInfo("new Client connect, type is %s", strChannelType[static_cast<size_t>(enType)]);
     pClient->GetAddress() = stAddr;
+    pClient->SetWakeUp(m_WakeUp);
     // The binding looks at the clients that were there before this one. Whatever becomes of it, the client is listed:
     // a row of the channel table may know it.
     (void)DropOnNoMemory("the default binding", [&] { DefaultBindClient(pClient.get()); });

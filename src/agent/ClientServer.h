@@ -1,7 +1,7 @@
 #pragma once
 
 #include "agent/Bindings.h"
-#include "common/UniqueFd.h"
+#include "common/WakeUp.h"
 #include "common/xtl.h"
 
 #include <array>
@@ -32,7 +32,7 @@ public:
     int CreateListenSocket(int* pnSockets, int nCount);
     /// The client loop of the main thread. Returns 0 after Stop, and when a wait fails.
     int ListenFun();
-    /// Ends the loop. From any thread.
+    /// Ends the loop, also one that hasn't begun. From any thread, or a signal handler.
     void Stop();
 
     /// Takes an accepted socket as a new client: default binding first, then the client list. Call with
@@ -49,9 +49,11 @@ public:
 private:
     bool ServeClients(CPollSet& fds, const CListenSockets& anListen);
     int WaitForClients(CPollSet& fds, const CListenSockets& anListen);
-    void FillPollSet(CPollSet& fds, const CListenSockets& anListen) const REQUIRES(m_ClientListMutex);
-    void WakeUp();
+    std::chrono::steady_clock::time_point FillPollSet(CPollSet& fds, const CListenSockets& anListen) const
+        REQUIRES(m_ClientListMutex);
     void LetListWaitersIn();
+    void LookAtOutputs(const CPollSet& fds);
+    bool HasRequests(const CPollSet& fds, const CListenSockets& anListen);
     void OnClientDataArrive(const CPollSet& fds, const CListenSockets& anListen);
     void ReadClients(const CPollSet& fds) REQUIRES(m_bindings.Mutex());
     void ReadClient(std::shared_ptr<CClient>& pClient) REQUIRES(m_bindings.Mutex());
@@ -67,9 +69,10 @@ private:
     const CGuOperations& m_operations;
     std::function<std::chrono::steady_clock::time_point()> m_fnNow = std::chrono::steady_clock::now;
     std::atomic<bool> m_bRun = true;
-    xtl::Mutex m_ClientListMutex; // the main thread holds it while it waits for sockets
+    std::chrono::steady_clock::time_point m_IdleEnd; // of the second without requests that runs; main thread
+    CWakeUp m_WakeUp;                                // ends the main thread's wait early
+    xtl::Mutex m_ClientListMutex;                    // the main thread holds it while it waits for sockets
     std::vector<std::shared_ptr<CClient>> m_vecClients GUARDED_BY(m_ClientListMutex);
-    CUniqueFd m_WakeUp;                                  // an eventfd that ends the main thread's wait early
     std::atomic<int> m_nListWaiters = 0;                 // threads that want m_ClientListMutex next
     std::chrono::steady_clock::time_point m_AcceptAgain; // no accept before, after the system ran short; main thread
 };

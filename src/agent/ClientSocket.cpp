@@ -1,55 +1,40 @@
 #include "agent/ClientSocket.h"
 
-#include "common/Debug.h"
+#include "common/Config.h"
 #include "common/Wait.h"
 
-#include <cerrno>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 
 namespace
 {
-constexpr int CLIENT_SEND_TIMEOUT_MS = 20; // longest wait for a client to take more
+constexpr int CLIENT_SEND_BUF = 32768; // SO_SNDBUF
+// A connection that carries nothing is asked after 10 s and given up 20 s later; one with bytes under way after 30 s.
+constexpr int KEEPALIVE_IDLE_S = 10;
+constexpr int KEEPALIVE_INTERVAL_S = 5;
+constexpr int KEEPALIVE_PROBES = 4;
+constexpr int USER_TIMEOUT_MS = 30'000;
 
-/// Waits until the socket takes bytes again. False, with a line in the log, when it didn't in time.
-bool WaitWritable(int nSocket, const char* pszChannel, int iTimeoutMs)
+/// Wishes only: on what is no TCP socket most of them fail.
+void SetOption(int nSocket, int nLevel, int nName, int nValue)
 {
-    pollfd stFd{nSocket, POLLOUT, 0};
-    int iReady = PollFor({&stFd, 1}, iTimeoutMs);
-    if (iReady > 0 && (stFd.revents & POLLNVAL) != 0) {
-        errno = EBADF;
-        iReady = -1;
-    }
-    if (iReady < 0)
-        CDebug::Instance()->PrintError("Client SendDataToClient select Fail, channel:%s, errno :%d", pszChannel, errno);
-    else if (iReady == 0)
-        CDebug::Instance()->PrintWarn("Client SendDataToClient select TimeOut, channel:%s, errno :%d", pszChannel,
-                                      EAGAIN);
-    return iReady > 0;
+    (void)setsockopt(nSocket, nLevel, nName, &nValue, sizeof(nValue));
 }
 } // namespace
 
-bool SendData2Client(int nSocket, ByteView& data, const char* pszChannel, bool bStalled)
+bool SetUpClientSocket(int nSocket)
 {
-    if (nSocket == -1 || data.data() == nullptr || data.empty())
-        return false;
-    if (bStalled && !WaitWritable(nSocket, pszChannel, 0))
-        return false; // it had its 20 ms; the threads that send must not spend them again on every packet
-    const size_t szTotal = data.size();
-    while (!data.empty()) {
-        const ssize_t lSent =
-            RetryOnEintr([&] { return send(nSocket, data.data(), data.size(), MSG_NOSIGNAL | MSG_DONTWAIT); });
-        if (lSent >= 0) {
-            data = data.subspan(static_cast<size_t>(lSent));
-            continue;
-        }
-        if (errno != EAGAIN) {
-            CDebug::Instance()->PrintError(
-                "Client SendDataToClient send Fail, channel:%s, lenth/total: %d/%d, errno :%d", pszChannel,
-                static_cast<int>(data.size()), static_cast<int>(szTotal), errno);
-            return false;
-        }
-        if (!WaitWritable(nSocket, pszChannel, CLIENT_SEND_TIMEOUT_MS))
-            return false;
+    SetOption(nSocket, SOL_SOCKET, SO_SNDBUF, CLIENT_SEND_BUF);
+    // What was sent last must not wait for the ack of what went before: a client's system may hold its ack back for
+    // longer than the agent waits for the client to take more (RFC 1122, 4.2.3.2 and 4.2.3.4).
+    SetOption(nSocket, IPPROTO_TCP, TCP_NODELAY, 1);
+    if (CConfig::Instance()->GetRecovery()) {
+        SetOption(nSocket, SOL_SOCKET, SO_KEEPALIVE, 1);
+        SetOption(nSocket, IPPROTO_TCP, TCP_KEEPIDLE, KEEPALIVE_IDLE_S);
+        SetOption(nSocket, IPPROTO_TCP, TCP_KEEPINTVL, KEEPALIVE_INTERVAL_S);
+        SetOption(nSocket, IPPROTO_TCP, TCP_KEEPCNT, KEEPALIVE_PROBES);
+        SetOption(nSocket, IPPROTO_TCP, TCP_USER_TIMEOUT, USER_TIMEOUT_MS);
     }
-    return true;
+    return SetNonBlocking(nSocket, true);
 }

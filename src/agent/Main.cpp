@@ -1,4 +1,5 @@
 #include "agent/Agent.h"
+#include "agent/StopSignals.h"
 #include "common/Debug.h"
 #include "ue/DeviceMonitor.h"
 
@@ -29,6 +30,7 @@ int main()
 {
     (void)std::signal(SIGPIPE, SIG_IGN); // a standard error that nobody reads must not end the run
     CAgent agent;
+    StopOnSignals(agent.Clients());
     const int iStatus = RunAgent(agent);
     agent.Stop();
     // The agent's threads aren't joined; some are blocked for good. What they use must outlive them, so neither

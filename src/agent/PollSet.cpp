@@ -8,19 +8,19 @@
 void CPollSet::Clear()
 {
     m_fds.clear();
-    m_abReady.assign(m_abReady.size(), false);
+    std::ranges::fill(m_vecEvents, short{0});
     m_bInvalid = false;
 }
 
-void CPollSet::Add(int nFd)
+void CPollSet::Add(int nFd, short sEvents)
 {
     if (nFd < 0) {
         m_bInvalid = true;
         return;
     }
-    m_fds.push_back({nFd, POLLIN, 0});
-    if (m_abReady.size() <= static_cast<size_t>(nFd))
-        m_abReady.resize(static_cast<size_t>(nFd) + 1);
+    m_fds.push_back({nFd, sEvents, 0});
+    if (m_vecEvents.size() <= static_cast<size_t>(nFd))
+        m_vecEvents.resize(static_cast<size_t>(nFd) + 1);
 }
 
 int CPollSet::Wait(int iTimeOutMs)
@@ -32,11 +32,11 @@ int CPollSet::Wait(int iTimeOutMs)
         return -1;
     }
     for (const pollfd& stFd : m_fds)
-        m_abReady[static_cast<size_t>(stFd.fd)] = iReady > 0 && stFd.revents != 0;
+        m_vecEvents[static_cast<size_t>(stFd.fd)] = iReady > 0 ? stFd.revents : short{0};
     return iReady;
 }
 
-bool CPollSet::IsReady(int nFd) const
+int CPollSet::Events(int nFd) const
 {
-    return nFd >= 0 && static_cast<size_t>(nFd) < m_abReady.size() && m_abReady[static_cast<size_t>(nFd)];
+    return nFd >= 0 && static_cast<size_t>(nFd) < m_vecEvents.size() ? m_vecEvents[static_cast<size_t>(nFd)] : 0;
 }

@@ -4,6 +4,7 @@
 #include "agent/Client.h"
 #include "common/Config.h"
 #include "common/Debug.h"
+#include "common/ListenSocket.h"
 #include "common/NoMemory.h"
 #include "common/UniqueFd.h"
 #include "common/Wait.h"
@@ -56,20 +57,23 @@ void CStatusService::StatusQueryFun()
         return;
     }
     sockaddr_in stAddr{};
-    stAddr.sin_family = AF_INET;
-    stAddr.sin_port = htons(STATUS_QUERY_PORT);
-    stAddr.sin_addr.s_addr = htonl(INADDR_ANY);
-    if (bind(queryFd.Get(), reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr)) != 0) {
+    if (!ListenAddress(STATUS_QUERY_PORT, stAddr) ||
+        bind(queryFd.Get(), reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr)) != 0) {
         CDebug::Instance()->PrintError("Status Query socket bind address fail!");
         return;
     }
     while (m_bRun) {
         std::array<unsigned char, STATUS_QUERY_MAX> aucQuery;
-        const ssize_t lRead = RetryOnEintr(
-            [&] { return recvfrom(queryFd.Get(), aucQuery.data(), aucQuery.size(), 0, nullptr, nullptr); });
+        sockaddr_in stPeer{};
+        socklen_t ulPeerLen = sizeof(stPeer);
+        const ssize_t lRead = RetryOnEintr([&] {
+            return recvfrom(queryFd.Get(), aucQuery.data(), aucQuery.size(), 0, reinterpret_cast<sockaddr*>(&stPeer),
+                            &ulPeerLen);
+        });
         if (lRead < 0)
             sleep(1); // a broken socket must not keep a core busy
-        if (lRead < 1 || aucQuery[0] != AGENT_STATUS_QUERY_CURRENT)
+        if (lRead < 1 || aucQuery[0] != AGENT_STATUS_QUERY_CURRENT ||
+            !CConfig::Instance()->IsPeerAllowed(ntohl(stPeer.sin_addr.s_addr)))
             continue;
         CDebug::Instance()->PrintInfo("Receive AGENT_STATUS_QUERY_CURRENT cmd");
         // To the monitor, whoever asked.

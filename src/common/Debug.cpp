@@ -19,7 +19,7 @@ namespace
 {
 
 constexpr size_t TEXT_BUF_SIZE = 1024;    // bytes of a formatted text, NUL included
-constexpr int STOP_TIMEOUT_MS = 5000;     // longest wait for the last lines
+constexpr int STOP_TIMEOUT_MS = 1500;     // longest wait for the last lines: a run ends within 2 s
 constexpr int LONG_ENOUGH_MS = INT32_MAX; // 24 days
 constexpr uint64_t BYTES_PER_MB = 1 << 20;
 constexpr char HEX_DIGITS[] = "0123456789abcdef";

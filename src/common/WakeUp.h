@@ -3,6 +3,7 @@
 #include "common/UniqueFd.h"
 
 #include <atomic>
+#include <cstdint>
 
 /// Ends the poll of one thread, the sleeper, which has the descriptor in its set. Without a descriptor, when the system
 /// has none left, the sleeper learns at the end of its wait.
@@ -14,7 +15,7 @@ public:
     /// For the sleeper's set; -1 when there is none.
     int Fd() const { return m_Fd.Get(); }
     /// The sleeper, before it looks for work a last time and then waits.
-    void FallAsleep() { m_bAsleep = true; }
+    void FallAsleep();
     /// The sleeper, behind its wait.
     void Rise();
 
@@ -30,4 +31,7 @@ private:
 
     CUniqueFd m_Fd; // an eventfd
     std::atomic<bool> m_bAsleep = false;
+    // The sleeper's own:
+    bool m_bDown = false;   // from FallAsleep to Rise
+    uint64_t m_ullOwed = 0; // rings that it has seen coming and not read
 };

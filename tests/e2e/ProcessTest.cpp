@@ -181,3 +181,60 @@ TEST(Process, AStoppedAndContinuedAgentGoesOn)
     EXPECT_TRUE(client.Ask(AGENT_CMD_CHANNEL_QUERY, PKT_TYPE_AGENT));
     EXPECT_TRUE(bench.Agent().IsRunning());
 }
+
+namespace
+{
+constexpr std::chrono::milliseconds STOP_LIMIT(2000);
+
+/// The last line of the log of an agent that has ended in order.
+bool IsLogComplete(const CAgentBench& bench)
+{
+    const auto lines = Lines(bench.Log());
+    return !lines.empty() && lines.back().find("[INF] : Longest turns:") != std::string::npos;
+}
+} // namespace
+
+TEST(Process, ATerminatedAgentEndsInOrder)
+{
+    CAgentBench bench("debuglevel=7");
+    bench.StartAgent();
+    CTcpClient other(CHANNEL_LTE_DIAG);
+    bench.StartModem({"--ues", "1", "--lte-rate", "500", "--quiet"});
+    ASSERT_TRUE(bench.WaitConfirmed(1));
+    const auto pClient = bench.BoundClient(CHANNEL_LTE_DATA, 1);
+    ASSERT_TRUE(pClient->IsOpen());
+    bench.Agent().Signal(SIGTERM);
+    EXPECT_EQ(bench.Agent().WaitExit(STOP_LIMIT), 0);
+    EXPECT_TRUE(IsLogComplete(bench)) << bench.Log();
+    EXPECT_NE(bench.Log().find("[INF] : Delete Client(com 2) Lte Data"), std::string::npos) << bench.Log();
+}
+
+TEST(Process, ASecondSignalChangesNothing)
+{
+    CAgentBench bench("debuglevel=7");
+    bench.StartAgent();
+    CTcpClient client(CHANNEL_LTE_DIAG);
+    ASSERT_TRUE(client.Ask(AGENT_CMD_CHANNEL_QUERY, PKT_TYPE_AGENT));
+    bench.Agent().Signal(SIGINT);
+    bench.Agent().Signal(SIGINT);
+    EXPECT_EQ(bench.Agent().WaitExit(STOP_LIMIT), 0);
+    EXPECT_TRUE(IsLogComplete(bench)) << bench.Log();
+}
+
+TEST(Process, ASignalBeforeItListensEndsItToo)
+{
+    CAgentBench bench("debuglevel=7");
+    bench.StartAgent();
+    ASSERT_TRUE(WaitFor([&] { return !bench.Log().empty(); }));
+    bench.Agent().Signal(SIGTERM);
+    EXPECT_EQ(bench.Agent().WaitExit(STOP_LIMIT), 0);
+}
+
+TEST(Process, ALogThatTakesNothingDoesntHoldTheEndUp)
+{
+    CAgentBench bench("debuglevel=7\ndebugfilename=/dev/full\n");
+    bench.StartAgent();
+    ASSERT_TRUE(WaitListening(20270));
+    bench.Agent().Signal(SIGTERM);
+    EXPECT_EQ(bench.Agent().WaitExit(STOP_LIMIT), 0);
+}

@@ -75,6 +75,8 @@ bool IsClosedByAgent(const CUniqueFd& fd)
     return poll(&stFd, 1, 5000) > 0 && recv(fd.Get(), &cByte, 1, 0) <= 0;
 }
 
+constexpr size_t UE_STATUS_LEN = 114; // what a client is told when it is bound, lead bytes and head included
+
 // An unbind, and its ack.
 const Bytes UNBIND = Hex("9F 9F 50 00 00 50 F0 00 00 00");
 const Bytes UNBIND_ACK = Hex("9F 9F 50 00 00 50 00 00 00 00 00 00 00 00 00 00 00 00 F0 00 00 00");
@@ -183,6 +185,31 @@ TEST(PollSet, TellsWhichOnesAreReady)
     EXPECT_FALSE(fds.IsReady(100000));
     fds.Clear();
     EXPECT_FALSE(fds.IsReady(second.Get()));
+}
+
+TEST(PollSet, TellsWritingFromTheRest)
+{
+    int anPair[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, anPair), 0);
+    const CUniqueFd near(anPair[0]);
+    CUniqueFd far(anPair[1]);
+    CPollSet fds;
+    fds.Add(near.Get(), POLLOUT);
+    EXPECT_EQ(fds.Wait(0), 1);
+    EXPECT_TRUE(fds.IsWritable(near.Get()));
+    EXPECT_FALSE(fds.IsReady(near.Get()));
+    ASSERT_EQ(write(far.Get(), "x", 1), 1);
+    fds.Clear();
+    fds.Add(near.Get());
+    EXPECT_EQ(fds.Wait(0), 1);
+    EXPECT_FALSE(fds.IsWritable(near.Get()));
+    EXPECT_TRUE(fds.IsReady(near.Get()));
+    far.Reset();
+    fds.Clear();
+    fds.Add(near.Get(), POLLIN | POLLOUT);
+    EXPECT_EQ(fds.Wait(0), 1);
+    EXPECT_TRUE(fds.IsWritable(near.Get())) << "it never waits again";
+    EXPECT_TRUE(fds.IsReady(near.Get()));
 }
 
 TEST(PollSet, ASignalDoesntEndTheWait)
@@ -343,6 +370,159 @@ TEST_F(ClientLoopTest, DeviceLossDoesNotWaitForTheIdleSecond)
         EXPECT_LT(Clock::now() - start, 500ms);
         EXPECT_TRUE(IsClosedByAgent(client));
     }
+}
+
+TEST_F(ClientLoopTest, WhatAClientDidntTakeComesWhenItReadsAgain)
+{
+    Start();
+    m_fix.AttachUe(0, 12);
+    m_fix.Confirm(0);
+    const CUniqueFd client = Connect(CHANNEL_LTE_DATA);
+    std::shared_ptr<CClient> pClient;
+    ASSERT_TRUE(WaitFor([&] { return (pClient = Agent().Table().GetGUDataClient(0, CHANNEL_LTE_DATA)) != nullptr; }));
+    // More than the buffers of both ends take, as one packet: its rest can't be given up.
+    constexpr size_t LARGE = 16 << 20;
+    EXPECT_TRUE(pClient->SendData2Client(CPacket::Copy(Fill(LARGE, 0x5A))));
+    EXPECT_TRUE(pClient->HasOutput());
+    EXPECT_EQ(Receive(client, LARGE), Fill(LARGE, 0x5A));
+    EXPECT_TRUE(WaitFor([&] { return !pClient->HasOutput(); }));
+}
+
+TEST_F(ClientLoopTest, AClientThatTakesNothingIsGivenUpByTheLoop)
+{
+    CLogCapture log;
+    Start();
+    m_fix.AttachUe(0, 12);
+    m_fix.Confirm(0);
+    const CUniqueFd client = Connect(CHANNEL_LTE_DATA);
+    std::shared_ptr<CClient> pClient;
+    ASSERT_TRUE(WaitFor([&] { return (pClient = Agent().Table().GetGUDataClient(0, CHANNEL_LTE_DATA)) != nullptr; }));
+    EXPECT_TRUE(WaitFor([&] { return IsAsleep(m_nLoopId); }));
+    EXPECT_TRUE(pClient->SendData2Client(CPacket::Copy(Fill(16 << 20, 0x5A))));
+    for (int i = 0; i < 12; ++i)
+        EXPECT_TRUE(pClient->SendData2Client(CPacket::Copy(Fill(3))));
+    const std::string strLost = "[WAN] : Client SendDataToClient select TimeOut, channel:Lte Data, ";
+    EXPECT_TRUE(log.Saw(strLost + "errno :" + std::to_string(EAGAIN)));
+    EXPECT_TRUE(log.Saw(strLost + "2 more frames lost")) << "told a second later";
+}
+
+TEST_F(ClientLoopTest, AClientWhoseUeNeedsAPauseWaitsAndOthersDont)
+{
+    CAgentFixture::Configure("TIME_SPACE=40");
+    Start();
+    m_fix.AttachUe(0, 12);
+    m_fix.Confirm(0);
+    const CUniqueFd gu = Connect(CHANNEL_GU_CMD);
+    ASSERT_EQ(Receive(gu, UE_STATUS_LEN).size(), UE_STATUS_LEN) << "bound";
+    const Bytes request = Hex("9F 9F 05 A0 00 00 52 00 04 00 01 00 00 00"); // 0xA005
+    const Bytes requests = Join(request, request, UNBIND, request);
+    CUeMsgQueue& queue = CMsgBuf::Instance()->UeQueue();
+    const CLineLoad& load = *CMsgBuf::Instance()->LoadToUe(0, CHANNEL_GU_CMD);
+    ASSERT_EQ(send(gu.Get(), requests.data(), requests.size(), 0), static_cast<ssize_t>(requests.size()));
+    MSG_UE stMsg; // holds the charge, as long as the pause would last
+    ASSERT_TRUE(queue.get(stMsg));
+
+    const CUniqueFd other = Connect(CHANNEL_GU_CMD);
+    ASSERT_EQ(send(other.Get(), UNBIND.data(), UNBIND.size(), 0), 10);
+    EXPECT_EQ(Receive(other, UNBIND_ACK.size()), UNBIND_ACK) << "meanwhile";
+    EXPECT_TRUE(WaitFor([&] { return IsAsleep(m_nLoopId); }));
+    EXPECT_EQ(load.PacedPosted(), 1U) << "the second request isn't handled yet";
+
+    stMsg = {};
+    ASSERT_TRUE(queue.get(stMsg));
+    EXPECT_EQ(load.PacedPosted(), 2U);
+    pollfd stAnswer{gu.Get(), POLLIN, 0};
+    EXPECT_EQ(poll(&stAnswer, 1, 50), 0) << "the answer to the third comes behind the pause of the second";
+    stMsg = {};
+    EXPECT_EQ(Receive(gu, UNBIND_ACK.size()), UNBIND_ACK);
+}
+
+TEST_F(ClientLoopTest, AClientWhoseLineIsFullIsntReadUntilThereIsRoom)
+{
+    Start();
+    m_fix.AttachUe(0, 12);
+    m_fix.Confirm(0);
+    const CUniqueFd at = Connect(CHANNEL_AT);
+    ASSERT_TRUE(WaitFor([&] { return Agent().Table().GetGUDataClient(0, CHANNEL_AT) != nullptr; }));
+    CLineCharge full(*CMsgBuf::Instance()->LoadToUe(0, CHANNEL_AT), CLineLoad::ROOM);
+    const Bytes text = Hex("41 54 0D");
+    ASSERT_EQ(send(at.Get(), text.data(), text.size(), 0), 3);
+    const CUniqueFd other = Connect(CHANNEL_AT);
+    ASSERT_EQ(send(other.Get(), UNBIND.data(), UNBIND.size(), 0), 10);
+    EXPECT_EQ(Receive(other, UNBIND_ACK.size()), UNBIND_ACK) << "bound to none, it goes on";
+    EXPECT_TRUE(WaitFor([&] { return IsAsleep(m_nLoopId); })) << "a client that isn't read keeps no core busy";
+    EXPECT_TRUE(m_fix.ToUe().empty());
+    full.Release();
+    MSG_UE stMsg;
+    ASSERT_TRUE(CMsgBuf::Instance()->UeQueue().get(stMsg));
+    EXPECT_EQ(Bytes(stMsg.packet.Bytes()), text);
+}
+
+TEST_F(ClientLoopTest, DeviceLossEndsAClientThatIsHeldBack)
+{
+    Start();
+    m_fix.AttachUe(0, 12);
+    m_fix.Confirm(0);
+    const CUniqueFd at = Connect(CHANNEL_AT);
+    ASSERT_TRUE(WaitFor([&] { return Agent().Table().GetGUDataClient(0, CHANNEL_AT) != nullptr; }));
+    const CLineCharge full(*CMsgBuf::Instance()->LoadToUe(0, CHANNEL_AT), CLineLoad::ROOM);
+    ASSERT_EQ(send(at.Get(), "AT\r", 3, 0), 3);
+    EXPECT_TRUE(WaitFor([&] { return IsAsleep(m_nLoopId); }));
+    m_fix.Detach(0, CHANNEL_AT);
+    EXPECT_TRUE(IsClosedByAgent(at));
+}
+
+TEST_F(ClientLoopTest, PeersThatArentAllowedAreClosedUnread)
+{
+    CLogCapture log;
+    CAgentFixture::Configure("AllowFrom=192.0.2.0/24");
+    Start();
+    const CUniqueFd client = Connect(CHANNEL_LTE_DATA);
+    (void)send(client.Get(), UNBIND.data(), UNBIND.size(), MSG_NOSIGNAL);
+    EXPECT_TRUE(IsClosedByAgent(client));
+    EXPECT_TRUE(log.Saw("[WAN] : Connection from 127.0.0.1 is not allowed, closed\n"));
+    EXPECT_EQ(log.Count("new Client connect, type is Lte Data"), 0);
+}
+
+TEST_F(ClientLoopTest, PeersThatAreAllowedAreServed)
+{
+    CAgentFixture::Configure("AllowFrom=192.0.2.0/24;127.0.0.0/8");
+    Start();
+    const CUniqueFd client = Connect(CHANNEL_LTE_DATA);
+    ASSERT_EQ(send(client.Get(), UNBIND.data(), UNBIND.size(), 0), 10);
+    EXPECT_EQ(Receive(client, UNBIND_ACK.size()), UNBIND_ACK);
+}
+
+TEST_F(ClientLoopTest, WithRecoveryAPeerThatHasVanishedIsNoticed)
+{
+    CAgentFixture::Configure("Recovery=1");
+    Start();
+    m_fix.AttachUe(0, 12);
+    m_fix.Confirm(0);
+    const CUniqueFd far = Connect(CHANNEL_AT);
+    std::shared_ptr<CClient> pClient;
+    ASSERT_TRUE(WaitFor([&] { return (pClient = Agent().Table().GetGUDataClient(0, CHANNEL_AT)) != nullptr; }));
+    const struct
+    {
+        int nLevel, nName, nValue;
+    } astOption[] = {{SOL_SOCKET, SO_KEEPALIVE, 1},
+                     {IPPROTO_TCP, TCP_KEEPIDLE, 10},
+                     {IPPROTO_TCP, TCP_KEEPINTVL, 5},
+                     {IPPROTO_TCP, TCP_KEEPCNT, 4},
+                     {IPPROTO_TCP, TCP_USER_TIMEOUT, 30'000}};
+    for (const auto& stOption : astOption) {
+        int nValue = -1;
+        socklen_t ulLen = sizeof(nValue);
+        EXPECT_EQ(getsockopt(pClient->GetClientSocket(), stOption.nLevel, stOption.nName, &nValue, &ulLen), 0);
+        EXPECT_EQ(nValue, stOption.nValue) << stOption.nName;
+    }
+}
+
+TEST_F(ClientLoopTest, AStopBeforeItsStartEndsIt)
+{
+    Agent().Clients().Stop();
+    EXPECT_EQ(Agent().Clients().ListenFun(), 0);
+    EXPECT_FALSE(TryConnect(20260).IsOpen());
 }
 
 TEST_F(ClientLoopTest, EachIdleSecondTellsTheVersion)

@@ -1,12 +1,12 @@
 #include "agent/Client.h"
-#include "agent/ClientSocket.h"
 
 #include "support/AgentFixture.h"
 #include "support/LogCapture.h"
-#include "support/Signals.h"
+#include "support/WaitFor.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <thread>
 
@@ -357,66 +357,62 @@ protected:
     CTestClient m_client = m_fix.AddClient(CHANNEL_LTE_DATA);
 };
 
-TEST_F(SendTest, NothingToSendFails)
-{
-    const Bytes data = Hex("01");
-    ByteView something(data), nothing, empty = something.first(0);
-    EXPECT_FALSE(SendData2Client(-1, something, "AT"));
-    EXPECT_FALSE(SendData2Client(m_client.Get()->GetClientSocket(), nothing, "AT"));
-    EXPECT_FALSE(SendData2Client(m_client.Get()->GetClientSocket(), empty, "AT"));
-    EXPECT_EQ(something.size(), 1u) << "still there";
-    EXPECT_THAT(m_client.Pending(), IsEmpty());
-}
-
 TEST_F(SendTest, ALargePacketArrivesWhole)
 {
-    Bytes received;
-    std::thread reader([&] {
-        while (received.size() < 1'000'000)
-            received = Join(received, m_client.Pending());
-    });
     EXPECT_TRUE(Send(1'000'000));
-    reader.join();
+    Bytes received;
+    for (Bytes part = m_client.Pending(); !part.empty(); part = m_client.Pending()) {
+        received = Join(received, part);
+        m_client.Get()->LookAtOutput();
+    }
     EXPECT_EQ(received, Fill(1'000'000, 0x11));
 }
 
 TEST_F(SendTest, AClientThatStopsReadingLosesPacketsAndKeepsItsConnection)
 {
     CLogCapture log;
-    const std::string strWarning =
-        "[WAN] : Client SendDataToClient select TimeOut, channel:Lte Data, errno :" + std::to_string(EAGAIN);
-    const auto start = std::chrono::steady_clock::now();
-    while (log.Count(strWarning) == 0)
+    CClient& client = *m_client.Get();
+    CWakeUp wake;
+    client.SetWakeUp(wake);
+    wake.FallAsleep();
+    while (!client.HasOutput())
         EXPECT_TRUE(Send(4096)); // true whatever happens
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(20)) << "waited once";
-
-    // From now on its packets cost nobody any time: a hundred of them with 20 ms each would take two seconds.
-    constexpr int LOST = 100;
+    pollfd stWake{wake.Fd(), POLLIN, 0};
+    EXPECT_EQ(poll(&stWake, 1, 0), 1) << "whoever looks after the sockets is told";
+    EXPECT_TRUE(client.Output().bWaiting);
+    EXPECT_GT(client.Output().nextAt, std::chrono::steady_clock::now() - std::chrono::milliseconds(20));
+    EXPECT_TRUE(WaitFor([&] {
+        client.LookAtOutput();
+        return client.Output().nextAt == CClientOut::TIME::max() || !client.HasOutput();
+    })) << "its patience ends";
     const auto stalled = std::chrono::steady_clock::now();
-    for (int i = 0; i < LOST; ++i)
+    for (int i = 0; i < 100; ++i)
         EXPECT_TRUE(Send(4096));
-    EXPECT_LT(std::chrono::steady_clock::now() - stalled, std::chrono::milliseconds(1000));
-    EXPECT_EQ(log.Count(strWarning), 1 + LOST) << "one for each packet";
+    EXPECT_LT(std::chrono::steady_clock::now() - stalled, std::chrono::milliseconds(1000)) << "nobody waits for it";
+    EXPECT_GE(log.Count("[WAN] : Client SendDataToClient select TimeOut, channel:Lte Data, errno :"), 10);
 
-    (void)m_client.Pending();
+    while (!m_client.Pending().empty())
+        client.LookAtOutput();
     EXPECT_FALSE(m_client.IsClosed());
     EXPECT_TRUE(Send(3, 0x22));
     EXPECT_EQ(m_client.Pending(), Hex("22 22 22"));
 }
 
-TEST_F(SendTest, SignalsDontEndTheWaitForAClient)
+TEST_F(SendTest, LossesThatWereOnlyCountedAreToldAtTheEndOfTheClient)
 {
     CLogCapture log;
-    while (send(m_client.Get()->GetClientSocket(), "xxxx", 4, MSG_DONTWAIT) > 0) { // now it takes no more
-    }
-    const CSignals signals;
-    const auto start = std::chrono::steady_clock::now();
-    const Bytes packet = Hex("01 02 03");
-    ByteView data(packet);
-    EXPECT_FALSE(SendData2Client(m_client.Get()->GetClientSocket(), data, "Lte Data"));
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(20));
-    EXPECT_EQ(log.Count("Client SendDataToClient select Fail"), 0);
-    EXPECT_EQ(log.Count("Client SendDataToClient select TimeOut"), 1);
+    auto pClient = m_client.Get()->Hold();
+    shutdown(m_client.Socket(), SHUT_RDWR);
+    for (int i = 0; i < 13; ++i)
+        Send(5);
+    EXPECT_EQ(log.Count("[ERR] : Client SendDataToClient send Fail, channel:Lte Data, lenth/total: 5/5, errno :" +
+                        std::to_string(EPIPE)),
+              10);
+    EXPECT_TRUE(pClient->HasOutput()) << "the line with the count is due";
+    EXPECT_EQ(log.Count("more frames lost"), 0);
+    m_fix.Agent().Clients().RemoveLostClient(pClient.get());
+    pClient.reset();
+    EXPECT_TRUE(log.Saw("TimeOut, channel:Lte Data, 3 more frames lost\n"));
 }
 
 TEST_F(SendTest, PacketsThatAreSentTogetherWaitForTheEndOrUntilTheyAreMany)
@@ -439,61 +435,157 @@ TEST_F(SendTest, PacketsThatAreSentTogetherWaitForTheEndOrUntilTheyAreMany)
     EXPECT_EQ(m_client.Pending(), Hex("66")) << "on its own again";
 }
 
-TEST_F(SendTest, OfPacketsSentTogetherAStalledClientLosesTheOneThatIsCutAndThoseBehind)
-{
-    CLogCapture log;
-    constexpr size_t PACKET = 1000;
-    constexpr unsigned int COUNT = 2000;
-    const std::string strWarning = "[WAN] : Client SendDataToClient select TimeOut, channel:Lte Data";
-    {
-        const CClient::CSendTogether together(*m_client.Get());
-        for (unsigned int i = 0; i < COUNT; ++i)
-            Send(PACKET, static_cast<unsigned char>(i));
-    }
-    Bytes received = m_client.Pending();
-    const size_t szWhole = received.size() / PACKET;
-    ASSERT_GT(szWhole, 0u);
-    ASSERT_LT(szWhole, COUNT);
-    EXPECT_EQ(log.Count(strWarning), static_cast<int>(COUNT - szWhole)) << "one for each packet lost";
-    for (size_t i = 0; i < received.size(); ++i)
-        ASSERT_EQ(received[i], static_cast<unsigned char>(i / PACKET)) << "byte " << i;
-
-    {
-        const CClient::CSendTogether together(*m_client.Get());
-        Send(3, 0xAA);
-        Send(3, 0xBB);
-    }
-    EXPECT_EQ(m_client.Pending(), Hex("AA AA AA BB BB BB")) << "the rest of the cut packet never comes";
-}
-
-TEST_F(SendTest, ASendToAPeerThatHasGoneFailsAndIsSurvived)
-{
-    CLogCapture log;
-    shutdown(m_client.Socket(), SHUT_RDWR);
-    const Bytes packet = Hex("01 02 03 04 05");
-    ByteView data(packet);
-    EXPECT_FALSE(SendData2Client(m_client.Get()->GetClientSocket(), data, "Guom Cmd"));
-    EXPECT_TRUE(log.Saw("[ERR] : Client SendDataToClient send Fail, channel:Guom Cmd, lenth/total: 5/5, errno :" +
-                        std::to_string(EPIPE)));
-    EXPECT_NE(m_client.Get(), nullptr) << "the read side alone ends a client";
-}
-
 TEST_F(SendTest, PacketsOfTwoThreadsNeverMix)
 {
     constexpr size_t PACKET = 3000, COUNT = 200;
     std::atomic<int> nRunning = 2;
     const auto sender = [&](unsigned char ucByte) {
-        for (size_t i = 0; i < COUNT; ++i)
+        for (size_t i = 0; i < COUNT; ++i) {
             Send(PACKET, ucByte);
+            (void)WaitFor([&] { return !m_client.Get()->HasOutput(); });
+        }
         --nRunning;
     };
     std::thread first(sender, 0xAA), second(sender, 0xBB);
     Bytes received;
-    while (nRunning > 0 || received.size() < 2 * COUNT * PACKET)
+    while (nRunning > 0 || received.size() < 2 * COUNT * PACKET) {
         received = Join(received, m_client.Pending());
+        m_client.Get()->LookAtOutput();
+    }
     first.join();
     second.join();
     ASSERT_EQ(received.size(), 2 * COUNT * PACKET);
     for (size_t i = 0; i < received.size(); i += PACKET)
         EXPECT_EQ(Bytes(Slice(ByteView(received), i, PACKET)), Fill(PACKET, received[i])) << "packet at " << i;
+}
+
+TEST_F(SendTest, WhatWaitsForAClientCountsForTheLineThatItComesFrom)
+{
+    CLineLoad load;
+    CClient& client = *m_client.Get();
+    client.SetSource(&load);
+    Send(CLineLoad::ROOM - 2000);
+    ASSERT_TRUE(client.HasOutput());
+    EXPECT_TRUE(load.HasRoom());
+    Send(2000);
+    EXPECT_FALSE(load.HasRoom());
+    while (!m_client.Pending().empty())
+        client.LookAtOutput();
+    EXPECT_TRUE(load.HasRoom()) << "it reads again";
+
+    Send(CLineLoad::ROOM);
+    EXPECT_FALSE(load.HasRoom());
+    EXPECT_TRUE(WaitFor([&] {
+        client.LookAtOutput();
+        return load.HasRoom();
+    })) << "given up: it holds its line back no longer";
+    client.SetSource(nullptr);
+}
+
+// Clients that are faster than their UE.
+
+class HeldBackTest : public testing::Test
+{
+protected:
+    HeldBackTest()
+    {
+        m_fix.AttachUe(2, 30);
+        m_fix.Confirm(2);
+        m_pGu = std::make_unique<CTestClient>(m_fix.Agent(), CHANNEL_GU_CMD);
+    }
+    /// A request that goes to the UE in one segment.
+    static Bytes OtaRequest(unsigned char ucParam)
+    {
+        return Join(Hex("9F 9F"), Le(0xA005u), Le(uint16_t{PKT_TYPE_GU_OTA}), Le(uint16_t{4}), Bytes{ucParam, 0, 0, 0});
+    }
+    /// The next record for the UEs, which holds its charge as long as it lives.
+    static MSG_UE NextToUe()
+    {
+        MSG_UE stMsg;
+        EXPECT_TRUE(CMsgBuf::Instance()->UeQueue().get(stMsg));
+        return stMsg;
+    }
+    /// The parameter of the request in a frame: behind the frame's head of 9 bytes at offset 28.
+    static int ParamOf(const MSG_UE& stMsg) { return stMsg.packet.Bytes()[9 + 28]; }
+    static CLineLoad& Load(enChannelType enChannel) { return *CMsgBuf::Instance()->LoadToUe(2, enChannel); }
+
+    CAgentFixture m_fix{std::string(TEST_LAYOUT) + "TIME_SPACE=40\n"};
+    std::unique_ptr<CTestClient> m_pGu;
+};
+
+TEST_F(HeldBackTest, TheNextRequestIsHandledWhenThePauseOfTheLastOneIsOver)
+{
+    CClient& client = *m_pGu->Get();
+    m_pGu->Send(Join(OtaRequest(1), OtaRequest(2), OtaRequest(3), Slice(ByteView(OtaRequest(4)), 0, 9)));
+    EXPECT_TRUE(client.HasKept());
+    EXPECT_TRUE(client.IsHeldBack());
+    EXPECT_EQ(Load(CHANNEL_GU_CMD).PacedPosted(), 1U);
+    for (int i = 1; i <= 3; ++i) {
+        MSG_UE stMsg = NextToUe();
+        EXPECT_EQ(ParamOf(stMsg), i);
+        EXPECT_EQ(stMsg.pause, std::chrono::milliseconds(40));
+        EXPECT_TRUE(client.MustWait()) << i;
+        stMsg = {};
+        EXPECT_FALSE(client.MustWait()) << i;
+        EXPECT_EQ(client.HasKept(), true);
+        EXPECT_EQ(Load(CHANNEL_GU_CMD).PacedPosted(), static_cast<uint64_t>(i)) << "nothing is handled by itself";
+        client.OnKeptData();
+        if (i == 3)
+            break;
+    }
+    EXPECT_FALSE(client.HasKept()) << "the start of the fourth is in the frame being assembled";
+    m_pGu->Send(Slice(ByteView(OtaRequest(4)), 9));
+    EXPECT_EQ(ParamOf(NextToUe()), 4);
+}
+
+TEST_F(HeldBackTest, EachSegmentOfARequestCounts)
+{
+    // 0xB010 goes to the UE as three requests.
+    m_pGu->Send(Join(Hex("9F 9F"), Le(0xB010u), Le(uint16_t{PKT_TYPE_GU_TRANS}), Le(uint16_t{4}), Hex("01 02 64 00")));
+    EXPECT_EQ(Load(CHANNEL_GU_CMD).PacedPosted(), 3U);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(m_pGu->Get()->MustWait()) << i;
+        (void)NextToUe();
+    }
+    EXPECT_FALSE(m_pGu->Get()->MustWait());
+}
+
+TEST_F(HeldBackTest, TheEndOfAPauseWakesWhoeverWaits)
+{
+    CWakeUp& room = CMsgBuf::Instance()->RoomWake();
+    m_pGu->Send(OtaRequest(1));
+    room.FallAsleep();
+    EXPECT_TRUE(m_pGu->Get()->MustWait());
+    pollfd stRoom{room.Fd(), POLLIN, 0};
+    EXPECT_EQ(poll(&stRoom, 1, 0), 0);
+    (void)NextToUe();
+    EXPECT_EQ(poll(&stRoom, 1, 0), 1);
+    room.Rise();
+}
+
+TEST_F(HeldBackTest, ALineWithoutRoomHoldsItsClientsBackAndNoOthers)
+{
+    CTestClient at(m_fix.Agent(), CHANNEL_AT), diag(m_fix.Agent(), CHANNEL_LTE_DIAG);
+    CTestClient unbound(m_fix.Agent(), CHANNEL_AT);
+    CLineCharge full(Load(CHANNEL_AT), CLineLoad::ROOM);
+    EXPECT_TRUE(at.Get()->MustWait());
+    EXPECT_TRUE(at.Get()->IsHeldBack());
+    for (const CTestClient* pOther : {&diag, &unbound, m_pGu.get()})
+        EXPECT_FALSE(pOther->Get()->MustWait());
+    full.Release();
+    EXPECT_FALSE(at.Get()->MustWait());
+    EXPECT_FALSE(at.Get()->IsHeldBack());
+}
+
+TEST_F(HeldBackTest, AnUnbindReleasesTheClient)
+{
+    m_pGu->Send(OtaRequest(1));
+    EXPECT_TRUE(m_pGu->Get()->MustWait());
+    {
+        const xtl::MutexGuard guard(m_fix.Agent().Bindings().Mutex());
+        m_fix.Agent().Bindings().UnBindUE(m_pGu->Get());
+    }
+    EXPECT_FALSE(m_pGu->Get()->MustWait());
+    ASSERT_TRUE(m_fix.Bind(*m_pGu, 30));
+    EXPECT_FALSE(m_pGu->Get()->MustWait()) << "what the earlier binding left is nothing to the new one";
 }

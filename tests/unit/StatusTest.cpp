@@ -5,6 +5,7 @@
 #include "support/AgentFixture.h"
 #include "support/Lines.h"
 #include "support/LogCapture.h"
+#include "support/WaitFor.h"
 #include "ue/UE.h"
 
 #include <arpa/inet.h>
@@ -15,6 +16,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <thread>
+#include <unistd.h>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -381,6 +383,25 @@ TEST_F(StatusTest, TheThreadAnswersTheQueryThatItKnows)
     Agent().Stop();
     m_monitor.Query(Hex("01")); // the thread waits for a datagram without end
     query.join();
+}
+
+TEST_F(StatusTest, AQueryOfAPeerThatIsntAllowedIsIgnored)
+{
+    CLogCapture log;
+    CAgentFixture::Configure("AllowFrom=192.0.2.0/24");
+    std::atomic<int> nThreadId = 0;
+    std::thread query([&] {
+        nThreadId = gettid();
+        Agent().StatusService().StatusQueryFun();
+    });
+    EXPECT_TRUE(WaitFor([&] { return IsAsleep(nThreadId); })); // for a datagram: it waits for nothing else
+    m_monitor.Query(Hex("01"));
+    EXPECT_TRUE(WaitFor([&] { return IsAsleep(nThreadId); }));
+    Agent().StatusService().Stop();
+    m_monitor.Query(Hex("01"));
+    query.join();
+    EXPECT_THAT(m_monitor.Next(100), IsEmpty());
+    EXPECT_EQ(log.Count("Receive AGENT_STATUS_QUERY_CURRENT"), 0);
 }
 
 TEST_F(StatusTest, AQueryPortThatIsTakenEndsTheThread)

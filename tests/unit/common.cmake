@@ -7,6 +7,7 @@ vex_test(test_common
         IdFlagsTest.cpp
         LineLoadTest.cpp
         LogFileTest.cpp
+        ListenSocketTest.cpp
         MsgBufTest.cpp
         RepeatedLinesTest.cpp
         ScanTest.cpp

@@ -8,7 +8,6 @@
 #include "data/gu/reg/RegisterManager.h"
 
 #include <algorithm>
-#include <thread>
 #include <utility>
 
 // The object, and the way from a client's request to the UE. The reverse way is in OperationGUDataFromUe.cpp and
@@ -301,9 +300,7 @@ void COperationGUData::SendReq2UE(ByteView packet)
             CDebug::Instance()->PrintInfo("DpGuCmd function SendReq2UE Get memory Faild");
             return;
         }
-        SendData2UE(std::move(frame), ulUeIdx, CHANNEL_GU_CMD);
-        if (pause.count() > 0)
-            std::this_thread::sleep_for(pause); // the UE needs time between segments
+        SendData2UE(std::move(frame), ulUeIdx, CHANNEL_GU_CMD, pause); // the UE needs time between segments
     }
 }
 
