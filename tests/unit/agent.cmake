@@ -1,6 +1,5 @@
-vex_test(test_agent SOURCES AgentTest.cpp ClientTest.cpp ChannelBindingTest.cpp DueActionsTest.cpp StatusTest.cpp
-                 UeEventsTest.cpp
-vex_test(test_agent SOURCES AgentTest.cpp ClientOutTest.cpp ClientTest.cpp ChannelBindingTest.cpp StatusTest.cpp UeEventsTest.cpp
+vex_test(test_agent SOURCES AgentTest.cpp ClientOutTest.cpp ClientTest.cpp ChannelBindingTest.cpp DueActionsTest.cpp
+                 StatusTest.cpp UeEventsTest.cpp
          LIBS vex_agent_fixture)
 # A program of its own: its allocation functions can be made to fail.
 vex_test(test_no_memory SOURCES NoMemoryTest.cpp ../support/FailingNew.cpp LIBS vex_agent_fixture)
