@@ -40,10 +40,16 @@ public:
     std::optional<Bytes> ReadPacket(enSerialType enType);
     std::optional<UeRequest> ReadRequest();
 
+    /// Answers a host connect request.
+    void SendHostConnectCnf();
     void SendFrame(enSerialType enType, const Bytes& packet);
     void SendAck(uint32_t ulCmdId, unsigned char ucCmdType, const Bytes& payload);
     void SendIndication(uint32_t ulId, uint32_t ulAckField, uint64_t ullStamp, const Bytes& payload);
 
+    /// Payload of a full confirmation: IMEI 490154203237518, version V001R002C03B004SP05.
+    static Bytes HostConnectPayload();
+    /// The packet in a frame, flags, stuffing and FCS taken off; nothing when its FCS is wrong. Short ones count too.
+    static std::optional<Bytes> Unframe(const Bytes& frame);
     /// The frame of a packet: flags, stuffing, FCS.
     static Bytes Frame(const Bytes& packet);
     /// An ack or indication: 28 bytes of head with the tag at 4, the payload behind.
