@@ -20,14 +20,25 @@ bool CScriptedLinks::Listen()
     return std::ranges::all_of(m_aListener, &CUniqueFd::IsOpen);
 }
 
+bool CScriptedLinks::ListenWithoutData()
+{
+    const bool bListens = Listen();
+    m_aListener[SERIAL_TYPE_DATA].Reset();
+    return bListens;
+}
+
 bool CScriptedLinks::Accept(std::chrono::milliseconds limit)
 {
     const auto end = std::chrono::steady_clock::now() + limit;
     for (size_t i = 0; i < SERIALNUM; ++i) {
+        if (!m_aListener[i].IsOpen())
+            continue;
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
         m_aLink[i] = AcceptTcp(m_aListener[i], std::max(std::chrono::milliseconds(0), left));
+        if (!m_aLink[i].IsOpen())
+            return false;
     }
-    return std::ranges::all_of(m_aLink, &CUniqueFd::IsOpen);
+    return true;
 }
 
 bool CScriptedLinks::Confirm()

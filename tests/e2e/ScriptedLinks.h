@@ -13,7 +13,9 @@ public:
     static constexpr unsigned short FIRST_PORT = 21000; // of the diag link; the others follow
 
     bool Listen();
-    /// Takes the agent's four connections.
+    /// The same with a data link that is UDP: only the other three are connections.
+    bool ListenWithoutData();
+    /// Takes the agent's connections.
     bool Accept(std::chrono::milliseconds limit = SOCKET_LIMIT);
     /// Answers the handshake on the diag link, up to the last report switch. False when the agent says something else.
     bool Confirm();
@@ -30,5 +32,5 @@ public:
 
 private:
     std::array<CUniqueFd, SERIALNUM> m_aListener;
-    std::array<CUniqueFd, SERIALNUM> m_aLink;
+    std::array<CUniqueFd, SERIALNUM> m_aLink; // not open where nobody listens
 };

@@ -38,8 +38,11 @@ bool CScriptedUe::Detach(enSerialType enType)
 
 bool CScriptedUe::Confirm()
 {
-    if (!Attach(SERIAL_TYPE_DIAG))
-        return false;
+    return Attach(SERIAL_TYPE_DIAG) && TakeHandshake();
+}
+
+bool CScriptedUe::TakeHandshake()
+{
     for (const uint32_t ulExpected : {HOST_CONNECT, TIME_STAMP}) {
         const auto stReq = ReadRequest();
         if (!stReq || stReq->ulCmdId != ulExpected)

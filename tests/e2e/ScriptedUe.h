@@ -35,6 +35,8 @@ public:
     /// Attaches the diag port, takes host connect and time stamp requests, answers the first, and takes the 24
     /// report switches. False when the agent says something else.
     bool Confirm();
+    /// The same without the attach.
+    bool TakeHandshake();
 
     /// The next frame's packet from the diag port, flags, stuffing and FCS taken off; nothing within 5 s.
     std::optional<Bytes> ReadPacket(enSerialType enType);
