@@ -58,7 +58,7 @@ void CHealthyModem::Send()
 void CHealthyModem::Write(ByteView frame)
 {
     const int nModem = m_ue.Port(SERIAL_TYPE_DATA).Modem().Get();
-    while (!frame.empty() && m_bSend) {
+    while (!frame.empty() && m_bRead) { // a frame that has begun goes out whole
         const ssize_t lWritten = write(nModem, frame.data(), frame.size());
         if (lWritten > 0) {
             frame = frame.subspan(static_cast<size_t>(lWritten));

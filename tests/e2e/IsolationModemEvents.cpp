@@ -128,12 +128,7 @@ class CStuckModem : public COtherModemEvent
 {
 public:
     std::string Prepare(CIsolationRun& run) override { return BringUp(run); }
-    std::string Run(CIsolationRun&) override
-    {
-        const size_t szSent = FloodRequests(m_pClient->Fd(), 12000, 200, seconds(4));
-        std::this_thread::sleep_for(seconds(1));
-        return Unless(szSent > 100, "the agent took only " + std::to_string(szSent) + " requests");
-    }
+    std::string Run(CIsolationRun& run) override { return FloodAndAsk(run, m_pClient->Fd(), 200); }
 };
 
 class CStuckModemDetach : public COtherModemEvent
@@ -261,8 +256,9 @@ public:
     std::string Undo(CIsolationRun& run) override
     {
         m_pModem->Signal(SIGTERM); // it detaches its ports
-        return Unless(m_pModem->WaitExit(EVENT_LIMIT).has_value() &&
-                          run.Status().AwaitDisconnects(OTHER_PORTS, CHANNELNUM, EVENT_LIMIT),
+        if (!m_pModem->WaitExit(EVENT_LIMIT))
+            return "the GU modem doesn't end";
+        return Unless(run.Status().AwaitDisconnects(OTHER_PORTS, CHANNELNUM, EVENT_LIMIT),
                       "the GU modem isn't detached");
     }
 

@@ -44,12 +44,7 @@ public:
         const auto isBound = [&] { return (m_pClient = run.Bench().BoundClient(CHANNEL_LTE_DIAG, 0))->IsOpen(); };
         return strFault + Unless(WaitFor(isBound), "no client can bind to the network modem");
     }
-    std::string Run(CIsolationRun&) override
-    {
-        const size_t szSent = FloodRequests(m_pClient->Fd(), 12000, 4000, seconds(4));
-        std::this_thread::sleep_for(seconds(1));
-        return Unless(szSent > 100, "the agent took only " + std::to_string(szSent) + " requests");
-    }
+    std::string Run(CIsolationRun& run) override { return FloodAndAsk(run, m_pClient->Fd(), 4000); }
 
 private:
     std::unique_ptr<CTcpClient> m_pClient;
@@ -175,7 +170,7 @@ public:
     }
 
 protected:
-    static constexpr auto TIME = seconds(4);
+    static constexpr auto TIME = seconds(8); // until all buffers on the way are full
 
     /// Reads so much; what is wrong with the frames, or empty.
     std::string Read(size_t szBytes, milliseconds limit)
@@ -255,6 +250,17 @@ size_t FloodRequests(const CUniqueFd& client, size_t szCount, size_t szParams, m
         }
     }
     return szAt / request.size();
+}
+
+std::string FloodAndAsk(CIsolationRun& run, const CUniqueFd& client, size_t szParams)
+{
+    CTcpClient other(CHANNEL_LTE_DIAG);
+    const size_t szSent = FloodRequests(client, 12000, szParams, seconds(4));
+    const MeterTime begin = MeterClock::now();
+    if (!other.Ask(AGENT_CMD_CHANNEL_QUERY, PKT_TYPE_AGENT, {}, EVENT_LIMIT))
+        return "another client's request isn't answered";
+    run.Took("another client's request", Millis(MeterClock::now() - begin), 20);
+    return Unless(szSent > 100, "the agent took only " + std::to_string(szSent) + " requests");
 }
 
 std::vector<ISOLATION_EVENT> PeerEvents()
