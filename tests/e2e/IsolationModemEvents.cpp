@@ -128,7 +128,7 @@ class CStuckModem : public COtherModemEvent
 {
 public:
     std::string Prepare(CIsolationRun& run) override { return BringUp(run); }
-    std::string Run(CIsolationRun& run) override { return FloodAndAsk(run, m_pClient->Fd(), 200); }
+    std::string Run(CIsolationRun& run) override { return FloodAndAsk(run, m_pClient->Fd(), 1000); }
 };
 
 class CStuckModemDetach : public COtherModemEvent
@@ -137,7 +137,7 @@ public:
     std::string Prepare(CIsolationRun& run) override
     {
         const std::string strFault = BringUp(run);
-        (void)FloodRequests(m_pClient->Fd(), 12000, 200, seconds(3));
+        (void)FloodRequests(m_pClient->Fd(), 12000, 1000, seconds(3));
         return strFault;
     }
     std::string Run(CIsolationRun& run) override

@@ -44,7 +44,7 @@ public:
         const auto isBound = [&] { return (m_pClient = run.Bench().BoundClient(CHANNEL_LTE_DIAG, 0))->IsOpen(); };
         return strFault + Unless(WaitFor(isBound), "no client can bind to the network modem");
     }
-    std::string Run(CIsolationRun& run) override { return FloodAndAsk(run, m_pClient->Fd(), 4000); }
+    std::string Run(CIsolationRun& run) override { return FloodAndAsk(run, m_pClient->Fd(), 8000); }
 
 private:
     std::unique_ptr<CTcpClient> m_pClient;
