@@ -13,7 +13,8 @@
 namespace
 {
 constexpr uint32_t DSP_ID = 0x30000001; // config/vex.cfg lets it pass
-constexpr size_t PAYLOAD_LEN = 64;      // the packet's number in front
+constexpr uint32_t REQUEST_ID = 0x10014003;
+constexpr size_t PAYLOAD_LEN = 64; // the packet's number in front
 constexpr auto INTERVAL = std::chrono::milliseconds(2);
 constexpr int LOOK_MS = 20; // until a thread that waits looks whether it is to end
 } // namespace
@@ -32,17 +33,31 @@ bool CHealthyModem::Start(CAgentBench& bench)
 {
     if (!m_ue.Confirm() || !m_ue.Attach(SERIAL_TYPE_DATA) || !bench.WaitConfirmed(m_ulFirstPort))
         return false;
-    const auto isBound = [&] {
-        m_pClient = bench.BoundClient(CHANNEL_LTE_DATA, m_ulFirstPort);
-        return m_pClient->IsOpen();
+    const auto bind = [&](enChannelType enChannel, std::unique_ptr<CTcpClient>& pClient) {
+        return WaitFor([&] { return (pClient = bench.BoundClient(enChannel, m_ulFirstPort))->IsOpen(); });
     };
-    if (!WaitFor(isBound) || !bench.Logged("UE 0 Lte Data attached"))
+    if (!bind(CHANNEL_LTE_DATA, m_pClient) || !bind(CHANNEL_LTE_DIAG, m_pDiagClient) ||
+        !bench.Logged("UE 0 Lte Data attached"))
         return false;
     const int nModem = m_ue.Port(SERIAL_TYPE_DATA).Modem().Get();
     (void)fcntl(nModem, F_SETFL, fcntl(nModem, F_GETFL) | O_NONBLOCK); // so that the sender can end at any time
     m_sender = std::thread([this] { Send(); });
     m_reader = std::thread([this] { Receive(); });
     return true;
+}
+
+std::optional<double> CHealthyModem::AskMs(std::chrono::milliseconds limit)
+{
+    const MeterTime begin = MeterClock::now();
+    if (!m_pDiagClient->Send(REQUEST_ID, PKT_TYPE_CMD))
+        return std::nullopt;
+    for (std::optional<UeRequest> stReq; !stReq || stReq->ulCmdId != REQUEST_ID; stReq = m_ue.ReadRequest())
+        if (MeterClock::now() - begin > limit)
+            return std::nullopt;
+    m_ue.SendAck(REQUEST_ID, 0, Fill(4));
+    if (!m_pDiagClient->Await(REQUEST_ID, limit))
+        return std::nullopt;
+    return Millis(MeterClock::now() - begin);
 }
 
 void CHealthyModem::Send()

@@ -22,6 +22,9 @@ public:
     /// The sender ends; what is under way still arrives.
     void StopSending() { m_bSend = false; }
 
+    /// A request of a client of this modem, to the modem and back, in ms; nothing when it doesn't come back in time.
+    std::optional<double> AskMs(std::chrono::milliseconds limit);
+
     const CDelayMeter& Meter() const { return m_meter; }
     /// What was wrong with what the client got; empty when nothing was.
     std::string Fault() const;
@@ -34,7 +37,8 @@ private:
 
     unsigned int m_ulFirstPort;
     CScriptedUe m_ue;
-    std::unique_ptr<CTcpClient> m_pClient;
+    std::unique_ptr<CTcpClient> m_pClient;     // of the data
+    std::unique_ptr<CTcpClient> m_pDiagClient; // asks now and then
     CDelayMeter m_meter;
     mutable xtl::Mutex m_FaultLock;
     std::string m_strFault GUARDED_BY(m_FaultLock);

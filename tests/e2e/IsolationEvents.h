@@ -26,5 +26,6 @@ inline std::string Unless(bool bGood, const std::string& strFault)
 
 /// A request over and over, as fast as the agent takes it; never waits for long. How many were taken whole.
 size_t FloodRequests(const CUniqueFd& client, size_t szCount, size_t szParams, std::chrono::milliseconds limit);
-/// 12000 of them, and then another client asks for something that the agent answers by itself.
+/// 12000 of them; then another client asks for something that the agent answers by itself, and a third one asks the
+/// healthy modem.
 std::string FloodAndAsk(CIsolationRun& run, const CUniqueFd& client, size_t szParams);

@@ -256,10 +256,15 @@ std::string FloodAndAsk(CIsolationRun& run, const CUniqueFd& client, size_t szPa
 {
     CTcpClient other(CHANNEL_LTE_DIAG);
     const size_t szSent = FloodRequests(client, 12000, szParams, seconds(4));
+    std::this_thread::sleep_for(milliseconds(500)); // until they are where they get stuck
     const MeterTime begin = MeterClock::now();
     if (!other.Ask(AGENT_CMD_CHANNEL_QUERY, PKT_TYPE_AGENT, {}, EVENT_LIMIT))
         return "another client's request isn't answered";
     run.Took("another client's request", Millis(MeterClock::now() - begin), 20);
+    const auto dHealthy = run.Healthy().AskMs(EVENT_LIMIT);
+    if (!dHealthy)
+        return "a request to the healthy modem isn't answered";
+    run.Took("a request to the healthy modem", *dHealthy, 20);
     return Unless(szSent > 100, "the agent took only " + std::to_string(szSent) + " requests");
 }
 

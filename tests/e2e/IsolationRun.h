@@ -49,6 +49,7 @@ public:
 
     CAgentBench& Bench() { return m_bench; }
     CStatusEars& Status() { return m_status; }
+    CHealthyModem& Healthy() { return m_healthy; }
     /// A time that the event measured beside the healthy modem's delays.
     void Took(const std::string& strWhat, double dMs, double dLimitMs);
     /// How often a text stands in the log so far.
@@ -95,5 +96,5 @@ inline void PrintTo(const ISOLATION_EVENT& stEvent, std::ostream* pOut)
 std::span<const ISOLATION_EVENT> IsolationEvents();
 
 /// Plays an event up to three times, as a busy machine may hold up the test itself, and takes the best of the rounds.
-/// The limit stays the same in each.
+/// The limit stays the same in each, and what doesn't work at all is a fault at once.
 ISOLATION_RESULT RunIsolation(const ISOLATION_EVENT& stEvent);
