@@ -41,10 +41,12 @@ public:
     {
         std::string strFault = CNetworkAttach::Prepare(run);
         strFault += CNetworkAttach::Run(run);
+        const int nRoom = 16 * 1024; // little room for what isn't read
+        (void)setsockopt(m_links.Link(SERIAL_TYPE_DIAG).Get(), SOL_SOCKET, SO_RCVBUF, &nRoom, sizeof(nRoom));
         const auto isBound = [&] { return (m_pClient = run.Bench().BoundClient(CHANNEL_LTE_DIAG, 0))->IsOpen(); };
         return strFault + Unless(WaitFor(isBound), "no client can bind to the network modem");
     }
-    std::string Run(CIsolationRun& run) override { return FloodAndAsk(run, m_pClient->Fd(), 8000); }
+    std::string Run(CIsolationRun& run) override { return FloodAndAsk(run, m_pClient->Fd(), 4000); }
 
 private:
     std::unique_ptr<CTcpClient> m_pClient;
