@@ -99,6 +99,7 @@ private:
     bool AddReader(const std::string& strName, enChannelType enChannel, unsigned int ulPort,
                    CSoakReader::IsNumbered isNumbered);
     void StartGuReports() const;
+    void AskAt() const;
     void StartLoops();
     void Progress();
     void WaitQuiet() const;
@@ -117,6 +118,7 @@ private:
     std::vector<std::unique_ptr<CSoakReader>> m_readers;
     std::vector<std::unique_ptr<CVanishingModem>> m_vanishing;
     CBootLoop m_boot{BOOT_PORT};
+    std::atomic<uint64_t> m_ullSlowFrames = 0; // that the slow clients got
     mutable xtl::Mutex m_FaultLock;
     std::vector<std::string> m_faults GUARDED_BY(m_FaultLock); // of clients that come and go
     std::vector<std::unique_ptr<CSoakLoop>> m_loops;           // behind all that they use
@@ -198,6 +200,14 @@ void CSoak::StartGuReports() const
                                                            Le(uint16_t{PKT_TYPE_GU_TRANS}), Hex("04 00 01 00 F4 01")));
 }
 
+/// The AT port opens with the first of these.
+void CSoak::AskAt() const
+{
+    for (const auto& pReader : m_readers)
+        if (pReader->Name().ends_with(" at"))
+            (void)SendAll(pReader->Client().Fd(), AsBytes("ATI\r"));
+}
+
 void CSoak::StartLoops()
 {
     for (unsigned int i = 0; i < VANISHING; ++i) {
@@ -208,7 +218,7 @@ void CSoak::StartLoops()
     m_loops.push_back(std::make_unique<CSoakLoop>([this] { m_boot.Boot(); }));
     m_loops.push_back(std::make_unique<CSoakLoop>([] { ComeAndGo(); }));
     m_loops.push_back(std::make_unique<CSoakLoop>([this] {
-        const std::string strFault = ReadSlowlyAndStall(m_bench, TORRENT_PORT);
+        const std::string strFault = ReadSlowlyAndStall(m_bench, TORRENT_PORT, m_ullSlowFrames);
         const xtl::MutexGuard guard(m_FaultLock);
         if (!strFault.empty())
             m_faults.push_back(strFault);
@@ -221,6 +231,7 @@ void CSoak::Run()
     MeterTime nextProgress = m_begin;
     while (MeterClock::now() < end && m_bench.Agent().IsRunning()) {
         m_samples.push_back(TakeSample(m_bench.Agent().Pid(), Seconds()));
+        AskAt();
         if (MeterClock::now() >= nextProgress) {
             nextProgress += PROGRESS_TIME;
             Progress();
@@ -316,8 +327,8 @@ bool CSoak::ReportOthers() const
     }
     std::printf("\nmodems that vanished and came back: %u times, confirmed %u\nboot loop: %u times, confirmed %u\n",
                 ulLives, ulConfirmed, m_boot.Boots(), m_boot.Confirmed());
-    std::printf("a slow or stalled client's modem sent %zu frames; that client alone may lose them\n",
-                m_torrent.Sent());
+    std::printf("slow and stalled clients: sent %zu frames, received %llu; they alone may lose them\n",
+                m_torrent.Sent(), static_cast<unsigned long long>(m_ullSlowFrames.load()));
     const xtl::MutexGuard guard(m_FaultLock);
     for (const std::string& strFault : m_faults)
         std::printf("FAULT: %s\n", strFault.c_str());

@@ -96,7 +96,7 @@ void ComeAndGo()
     std::this_thread::sleep_for(milliseconds(500));
 }
 
-std::string ReadSlowlyAndStall(CAgentBench& bench, unsigned int ulPort)
+std::string ReadSlowlyAndStall(CAgentBench& bench, unsigned int ulPort, std::atomic<uint64_t>& ullFrames)
 {
     const auto pClient = bench.BoundClient(CHANNEL_LTE_DATA, ulPort);
     if (!pClient->IsOpen()) {
@@ -107,7 +107,8 @@ std::string ReadSlowlyAndStall(CAgentBench& bench, unsigned int ulPort)
     (void)setsockopt(pClient->Fd().Get(), SOL_SOCKET, SO_RCVBUF, &nRoom, sizeof(nRoom));
     CFrameStream stream;
     const auto isTorn = [&](size_t szBytes) {
-        return !stream.Feed(ReceiveBytes(pClient->Fd(), szBytes, SLOW_PAUSE), [](const auto&, ByteView) {});
+        return !stream.Feed(ReceiveBytes(pClient->Fd(), szBytes, SLOW_PAUSE),
+                            [&](const auto&, ByteView) { ++ullFrames; });
     };
     for (int i = 0; i < SLOW_READS; ++i) {
         std::this_thread::sleep_for(SLOW_PAUSE);

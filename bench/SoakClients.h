@@ -81,5 +81,6 @@ private:
 
 /// Clients of all kinds that connect, ask, leave a request half said or nothing at all, and go.
 void ComeAndGo();
-/// A client of the modem with this port that reads slowly for a while, then not at all, then goes. What was wrong.
-std::string ReadSlowlyAndStall(CAgentBench& bench, unsigned int ulPort);
+/// A client of the modem with this port that reads slowly for a while, then not at all, then goes; adds the frames that
+/// it got. What was wrong.
+std::string ReadSlowlyAndStall(CAgentBench& bench, unsigned int ulPort, std::atomic<uint64_t>& ullFrames);
