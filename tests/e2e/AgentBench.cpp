@@ -16,6 +16,13 @@ std::string Program(const std::string& strName)
     return std::string(VEX_BIN_DIR) + "/" + strName;
 }
 
+/// The agent of this build, or the one that VEX_AGENT names.
+std::string AgentProgram()
+{
+    const char* const pszOther = std::getenv("VEX_AGENT");
+    return pszOther != nullptr ? pszOther : Program("vex-agent");
+}
+
 std::string ExampleConfig()
 {
     std::ostringstream text;
@@ -29,17 +36,33 @@ CAgentBench::CAgentBench(const std::string& strExtraConfig)
     m_dir.Write("config/vex.cfg", ExampleConfig() + "\n" + strExtraConfig + "\n");
 }
 
+void CAgentBench::AddConfig(const std::string& strLines) const
+{
+    m_dir.Write("config/vex.cfg", m_dir.Read("config/vex.cfg") + strLines + "\n");
+}
+
 void CAgentBench::StartAgent(CUniqueFd errFd)
 {
     m_pAgent =
-        std::make_unique<CVexProcess>(Program("vex-agent"), std::vector<std::string>{}, m_dir.Path(), std::move(errFd));
+        std::make_unique<CVexProcess>(AgentProgram(), std::vector<std::string>{}, m_dir.Path(), std::move(errFd));
 }
 
 CVexProcess& CAgentBench::StartModem(std::vector<std::string> args)
 {
-    args.insert(args.end(), {"--config", "config/vex.cfg", "--attach", "--dir", m_dir.Path() + "/ports"});
+    args.push_back("--attach");
+    return StartUnreportedModem(std::move(args));
+}
+
+CVexProcess& CAgentBench::StartUnreportedModem(std::vector<std::string> args)
+{
+    args.insert(args.end(), {"--config", "config/vex.cfg", "--dir", m_dir.Path() + "/ports"});
     m_vecOthers.push_back(std::make_unique<CVexProcess>(Program("vex-uesim"), args, m_dir.Path()));
     return *m_vecOthers.back();
+}
+
+std::string CAgentBench::ModemPort(unsigned int ulUe, const std::string& strLabel) const
+{
+    return m_dir.Path() + "/ports/ue" + std::to_string(ulUe) + "-" + strLabel;
 }
 
 CVexProcess& CAgentBench::StartClient(const std::vector<std::string>& args)

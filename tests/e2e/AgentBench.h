@@ -17,11 +17,17 @@ public:
     /// waits of the product stay as they are.
     explicit CAgentBench(const std::string& strExtraConfig = "");
 
+    /// More lines, for an agent that starts later.
+    void AddConfig(const std::string& strLines) const;
     /// With another file for its standard error, if one is given.
     void StartAgent(CUniqueFd errFd = {});
     CVexProcess& Agent() { return *m_pAgent; }
     /// Starts the modem simulator, attached through the device monitor's port; UE n has the ports 100 n + 1 to + 4.
     CVexProcess& StartModem(std::vector<std::string> args);
+    /// The same, but nothing is reported to the device monitor's port. Its ports are ModemPort(n, ...).
+    CVexProcess& StartUnreportedModem(std::vector<std::string> args);
+    /// Name of a port of UE n of the simulator, "diag", "data", "gu" or "at"; there once the simulator runs.
+    std::string ModemPort(unsigned int ulUe, const std::string& strLabel) const;
     /// Runs a client command to its end.
     CVexProcess& StartClient(const std::vector<std::string>& args);
 

@@ -11,9 +11,9 @@ constexpr size_t HOST_CONNECT_PAYLOAD = 320;
 constexpr int REPORT_SWITCHES = 24;
 constexpr uint32_t HOST_CONNECT = 0x10065000;
 constexpr uint32_t TIME_STAMP = 0x10067000;
+} // namespace
 
-/// The packet in a raw frame; nothing when its FCS is wrong. Unlike the agent's own decoder it takes short ones.
-std::optional<Bytes> Unframe(const Bytes& frame)
+std::optional<Bytes> CScriptedUe::Unframe(const Bytes& frame)
 {
     Bytes packet;
     for (size_t i = 1; i + 1 < frame.size(); ++i)
@@ -23,7 +23,6 @@ std::optional<Bytes> Unframe(const Bytes& frame)
     packet.erase(packet.end() - 2, packet.end()); // the FCS
     return packet;
 }
-} // namespace
 
 bool CScriptedUe::Attach(enSerialType enType)
 {
@@ -39,22 +38,35 @@ bool CScriptedUe::Detach(enSerialType enType)
 
 bool CScriptedUe::Confirm()
 {
-    if (!Attach(SERIAL_TYPE_DIAG))
-        return false;
+    return Attach(SERIAL_TYPE_DIAG) && TakeHandshake();
+}
+
+bool CScriptedUe::TakeHandshake()
+{
     for (const uint32_t ulExpected : {HOST_CONNECT, TIME_STAMP}) {
         const auto stReq = ReadRequest();
         if (!stReq || stReq->ulCmdId != ulExpected)
             return false;
     }
-    Bytes payload(HOST_CONNECT_PAYLOAD, 0);
-    StoreText(ByteSpan(payload).subspan(4, 16), "490154203237518");
-    for (size_t i = 0; i < 5; ++i) // V1 R2 C3 B4 SP5
-        StoreLe<uint16_t>(payload, 32 + 2 * i, static_cast<uint16_t>(i + 1));
-    SendAck(HOST_CONNECT, 0, payload);
+    SendHostConnectCnf();
     for (int i = 0; i < REPORT_SWITCHES; ++i)
         if (!ReadRequest())
             return false;
     return true;
+}
+
+void CScriptedUe::SendHostConnectCnf()
+{
+    SendAck(HOST_CONNECT, 0, HostConnectPayload());
+}
+
+Bytes CScriptedUe::HostConnectPayload()
+{
+    Bytes payload(HOST_CONNECT_PAYLOAD, 0);
+    StoreText(ByteSpan(payload).subspan(4, 16), "490154203237518");
+    for (size_t i = 0; i < 5; ++i) // V1 R2 C3 B4 SP5
+        StoreLe<uint16_t>(payload, 32 + 2 * i, static_cast<uint16_t>(i + 1));
+    return payload;
 }
 
 std::optional<Bytes> CScriptedUe::ReadPacket(enSerialType enType)

@@ -35,15 +35,23 @@ public:
     /// Attaches the diag port, takes host connect and time stamp requests, answers the first, and takes the 24
     /// report switches. False when the agent says something else.
     bool Confirm();
+    /// The same without the attach.
+    bool TakeHandshake();
 
     /// The next frame's packet from the diag port, flags, stuffing and FCS taken off; nothing within 5 s.
     std::optional<Bytes> ReadPacket(enSerialType enType);
     std::optional<UeRequest> ReadRequest();
 
+    /// Answers a host connect request.
+    void SendHostConnectCnf();
     void SendFrame(enSerialType enType, const Bytes& packet);
     void SendAck(uint32_t ulCmdId, unsigned char ucCmdType, const Bytes& payload);
     void SendIndication(uint32_t ulId, uint32_t ulAckField, uint64_t ullStamp, const Bytes& payload);
 
+    /// Payload of a full confirmation: IMEI 490154203237518, version V001R002C03B004SP05.
+    static Bytes HostConnectPayload();
+    /// The packet in a frame, flags, stuffing and FCS taken off; nothing when its FCS is wrong. Short ones count too.
+    static std::optional<Bytes> Unframe(const Bytes& frame);
     /// The frame of a packet: flags, stuffing, FCS.
     static Bytes Frame(const Bytes& packet);
     /// An ack or indication: 28 bytes of head with the tag at 4, the payload behind.

@@ -16,6 +16,8 @@ public:
     CPtyPair();
 
     const std::string& Name() const { return m_strName; }
+    /// The modem's end, for a test that reads and writes it by itself.
+    const CUniqueFd& Modem() const { return m_Modem; }
 
     /// The modem sends.
     void Write(ByteView data);

@@ -31,7 +31,8 @@ bool WaitReadable(int nFd, std::chrono::steady_clock::time_point end)
 
 CUniqueFd ListenTcp(unsigned short usPort, int nBacklog)
 {
-    CUniqueFd listener(socket(AF_INET, SOCK_STREAM, 0));
+    // Programs under test must not inherit these sockets: they would keep them open.
+    CUniqueFd listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const int nOn = 1;
     (void)setsockopt(listener.Get(), SOL_SOCKET, SO_REUSEADDR, &nOn, sizeof(nOn));
     const sockaddr_in stAddr = Loopback(usPort);
@@ -45,7 +46,7 @@ CUniqueFd AcceptTcp(const CUniqueFd& listener, milliseconds limit)
 {
     if (!WaitReadable(listener.Get(), std::chrono::steady_clock::now() + limit))
         return CUniqueFd();
-    return CUniqueFd(accept(listener.Get(), nullptr, nullptr));
+    return CUniqueFd(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
 }
 
 CUniqueFd ConnectTcp(unsigned short usPort, milliseconds limit)
@@ -54,7 +55,7 @@ CUniqueFd ConnectTcp(unsigned short usPort, milliseconds limit)
     const sockaddr_in stAddr = Loopback(usPort);
     const bool bConnected = WaitFor(
         [&] {
-            fd.Reset(socket(AF_INET, SOCK_STREAM, 0));
+            fd.Reset(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
             return connect(fd.Get(), reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr)) == 0;
         },
         limit);
