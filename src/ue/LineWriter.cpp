@@ -13,10 +13,10 @@ void CLineWriter::Pump(const std::shared_ptr<ILine>& pLine, TIME now)
     m_pLine = pLine;
     if (!pLine)
         return LoseAll();
-    while (RestIsOver(now) && (m_bBlock || StartPacket(now))) {
-        if (!WriteBlock(now))
-            return;
+    while (RestIsOver(now) && (m_bBlock || StartPacket(now)) && WriteBlock(now)) {
     }
+    if (!m_bBlock)
+        m_pLine.reset(); // a link that is closed must not be held on to
 }
 
 bool CLineWriter::RestIsOver(TIME now)

@@ -44,7 +44,7 @@ private:
     void LoseAll();
 
     std::deque<MSG_UE> m_deqWaiting; // the first one is at hand while there is a block
-    std::shared_ptr<ILine> m_pLine;  // of the packet at hand
+    std::shared_ptr<ILine> m_pLine;  // of the packet at hand, or in Pump
     uint64_t m_ullOpening = 0;       // and its opening
     bool m_bBlock = false;           // there is one
     CPacket m_Block;                 // the packet at hand as it goes on the line

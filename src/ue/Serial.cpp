@@ -40,7 +40,7 @@ const char* OpenReason(int nError)
     case ENOENT:
     case ENODEV:
     case ENXIO:
-        return "no such device";
+        return "missing, there is no such device";
     case EBUSY:
         return "busy, another program uses it";
     case EACCES:

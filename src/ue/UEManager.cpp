@@ -16,8 +16,7 @@ namespace
 {
 constexpr int READ_TICK_MS = 1000; // longest wait of the read loop
 constexpr int END_LIMIT_MS = 20'000;
-constexpr std::chrono::seconds LOOK_PERIOD(1);    // between two looks for ports and links that are gone
-constexpr std::chrono::seconds CONNECT_PERIOD(5); // between two tries to connect links that are missing
+constexpr std::chrono::seconds LOOK_PERIOD(1); // between two looks for ports that are gone or back
 
 void* SerialR_Thread(void* pManager)
 {
@@ -34,7 +33,7 @@ void* SerialW_Thread(void* pManager)
 }
 } // namespace
 
-CUEManager::CUEManager()
+CUEManager::CUEManager() : m_Links(m_aUE[TCP_UE_INDEX].Worker())
 {
     for (size_t i = 0; i < m_aUE.size(); ++i) {
         m_aUE[i].SetUEIdx(static_cast<UE_INDEX>(i));
@@ -91,7 +90,7 @@ void CUEManager::CloseAll()
             if (pSerial->IsOpen() || pSerial->IsOpening())
                 pSerial->CloseSerial();
         }
-    DropLinks();
+    m_Links.Drop();
 }
 
 bool CUEManager::StartDeviceMonitor()
@@ -266,143 +265,9 @@ void CUEManager::OnSerialDetach(UE_INDEX ue, enSerialType type)
 void CUEManager::ProcessTCPUE(const std::string& ip, bool attach)
 {
     if (attach)
-        AttachTcpUE(ip);
+        m_Links.Attach(ip);
     else
-        DetachTcpUE();
-}
-
-void CUEManager::AttachTcpUE(const std::string& ip)
-{
-    CDebug::Instance()->PrintInfo("Network attach, ip is %s", ip.c_str());
-    const CConfig* pConfig = CConfig::Instance();
-    if (pConfig == nullptr) {
-        CDebug::Instance()->PrintError("create monitor port fail!");
-        return;
-    }
-    const std::vector<PORT_INFO>& vecPort = *pConfig->GetMonitorPortInfo();
-    if (vecPort.size() > SERIALNUM)
-        CDebug::Instance()->PrintWarn("MonitorPort has %d rows, only the first %d are used",
-                                      static_cast<int>(vecPort.size()), static_cast<int>(SERIALNUM));
-    const xtl::MutexGuard guard(m_TcpTableLock);
-    m_strTcpIp = ip;
-    CPortWorker& worker = m_aUE[TCP_UE_INDEX].Worker();
-    worker.Post([this, ip, ullAttach = ++m_ullTcpAttach] {
-        if (CConfig::Instance()->GetRecovery())
-            DropLinks(); // a UDP port can be bound again only then
-        (void)ConnectLinks(ip, ullAttach, false);
-        PostTcpAttach(ip, ullAttach);
-        m_NextConnect = std::chrono::steady_clock::now() + CONNECT_PERIOD;
-    });
-    if (CConfig::Instance()->GetRecovery() && !std::exchange(m_bLooksForLinks, true))
-        worker.AddTick(LOOK_PERIOD, [this] { LookForLinks(); });
-}
-
-/// Makes the links one after the other, as long as the attach is the latest. True when a TCP link came up.
-bool CUEManager::ConnectLinks(const std::string& ip, uint64_t ullAttach, bool bQuiet)
-{
-    const size_t szCount = std::min<size_t>(CConfig::Instance()->GetMonitorPortInfo()->size(), SERIALNUM);
-    bool bUp = false;
-    for (size_t i = 0; i < szCount; ++i) {
-        auto pLink = ConnectLink(i, ip, bQuiet);
-        bUp = bUp || (pLink->IsTcp() && pLink->GetSocket() != -1);
-        if (!SetTcp(i, std::move(pLink), ullAttach))
-            return false;
-    }
-    return bUp;
-}
-
-std::shared_ptr<TCPChannel> CUEManager::ConnectLink(size_t szIndex, const std::string& ip, bool bQuiet) const
-{
-    const PORT_INFO& stPort = (*CConfig::Instance()->GetMonitorPortInfo())[szIndex];
-    return std::make_shared<TCPChannel>(ip, stPort.uiPort, stPort.uiIsTcp != 0, static_cast<enChannelType>(szIndex),
-                                        bQuiet);
-}
-
-/// False, and the link is closed, when the attach isn't the latest any more.
-bool CUEManager::SetTcp(size_t szIndex, std::shared_ptr<TCPChannel> pLink, uint64_t ullAttach)
-{
-    {
-        const xtl::MutexGuard guard(m_TcpTableLock);
-        if (ullAttach != m_ullTcpAttach)
-            return false;
-        std::swap(m_apTcp[szIndex], pLink);
-    }
-    if (pLink)
-        pLink->Close(); // the one before
-    CMsgBuf::Instance()->ReadWake().Wake();
-    return true;
-}
-
-void CUEManager::PostTcpAttach(const std::string& ip, uint64_t ullAttach)
-{
-    const xtl::MutexGuard guard(m_TcpTableLock); // no detach comes in between
-    if (ullAttach == m_ullTcpAttach)
-        PostAttach(TCP_UE_INDEX, CHANNEL_LTE_DIAG, 0, "", ip);
-}
-
-/// A network UE that closed a link has gone; it is tried again until it is back or detached. A link that could never
-/// be made is tried again too.
-void CUEManager::LookForLinks()
-{
-    xtl::MutexGuard guard(m_TcpTableLock);
-    const std::string strIp = m_strTcpIp;
-    const uint64_t ullAttach = m_ullTcpAttach;
-    const LinkTable apLink = m_apTcp;
-    const bool bLost = std::ranges::any_of(apLink, [](const auto& pLink) { return pLink && pLink->IsPeerClosed(); });
-    if (bLost)
-        PostDetach(TCP_UE_INDEX, CHANNEL_LTE_DIAG);
-    guard.Unlock();
-    const auto now = std::chrono::steady_clock::now();
-    if (bLost)
-        DropLinks();
-    else if (!strIp.empty() && now >= m_NextConnect)
-        ConnectMissingLinks(apLink, strIp, ullAttach);
-    if (bLost || now >= m_NextConnect)
-        m_NextConnect = now + CONNECT_PERIOD;
-}
-
-void CUEManager::ConnectMissingLinks(const LinkTable& apLink, const std::string& ip, uint64_t ullAttach)
-{
-    if (std::ranges::none_of(apLink, [](const auto& pLink) { return pLink != nullptr; })) {
-        if (ConnectLinks(ip, ullAttach, true))
-            PostTcpAttach(ip, ullAttach);
-        else
-            DropLinks();
-        return;
-    }
-    for (size_t i = 0; i < apLink.size(); ++i) {
-        if (!apLink[i] || !apLink[i]->IsTcp() || apLink[i]->GetSocket() != -1)
-            continue;
-        auto pLink = ConnectLink(i, ip, true);
-        const bool bUp = pLink->GetSocket() != -1;
-        if (bUp && SetTcp(i, std::move(pLink), ullAttach) && i == SERIAL_TYPE_DIAG)
-            PostTcpAttach(ip, ullAttach); // the handshake is on this link
-    }
-}
-
-void CUEManager::DetachTcpUE()
-{
-    {
-        const xtl::MutexGuard guard(m_TcpTableLock);
-        ++m_ullTcpAttach;
-        m_strTcpIp.clear();
-        PostDetach(TCP_UE_INDEX, CHANNEL_LTE_DIAG);
-    }
-    DropLinks();
-}
-
-void CUEManager::DropLinks()
-{
-    LinkTable apLink;
-    {
-        const xtl::MutexGuard guard(m_TcpTableLock);
-        std::swap(apLink, m_apTcp);
-    }
-    for (const auto& pLink : apLink)
-        if (pLink)
-            pLink->Close();
-    CMsgBuf::Instance()->ReadWake().Wake();
-    CMsgBuf::Instance()->WriteWake().Wake();
+        m_Links.Detach();
 }
 
 CChildChannel* CUEManager::GetSerialChannel(UE_INDEX ue, enChannelType type)
@@ -426,18 +291,6 @@ void CUEManager::GetOpenedSerial(std::vector<CSerial*>& out)
 CUE* CUEManager::GetUE(UE_INDEX ue)
 {
     return ue < MAXUENUM ? &m_aUE[ue] : nullptr;
-}
-
-std::shared_ptr<TCPChannel> CUEManager::GetTcp(enSerialType i) const
-{
-    const auto szIndex = static_cast<size_t>(i);
-    return szIndex < SERIALNUM ? Links()[szIndex] : nullptr;
-}
-
-CUEManager::LinkTable CUEManager::Links() const
-{
-    const xtl::MutexGuard guard(m_TcpTableLock);
-    return m_apTcp;
 }
 
 void CUEManager::ReadSerialFun()
@@ -473,7 +326,7 @@ void CUEManager::CollectLines(std::vector<std::shared_ptr<ILine>>& lines)
     GetOpenedSerial(m_vecOpened);
     for (CSerial* const pSerial : m_vecOpened)
         lines.emplace_back(std::shared_ptr<ILine>(), pSerial); // ports live as long as the manager
-    for (const auto& pLink : Links())
+    for (const auto& pLink : m_Links.Table())
         if (pLink)
             lines.push_back(pLink);
 }
@@ -488,6 +341,6 @@ void CUEManager::WriteSerialFun()
 std::shared_ptr<ILine> CUEManager::LineOf(UE_INDEX ue, enSerialType enPort)
 {
     if (ue == TCP_UE_INDEX)
-        return GetTcp(enPort);
+        return m_Links.Get(enPort);
     return {std::shared_ptr<ILine>(), m_aUE[ue].GetSerial(enPort)};
 }

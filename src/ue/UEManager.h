@@ -4,11 +4,11 @@
 #include "common/Types.h"
 #include "common/xtl.h"
 #include "ue/DeviceMonitor.h"
+#include "ue/TcpLinks.h"
 #include "ue/UE.h"
 
 #include <array>
 #include <atomic>
-#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -22,7 +22,7 @@ class TCPChannel;
 /// upwards it posts MSG_AGENT records, downwards it takes MSG_UE records. Opening, closing and connecting are the
 /// business of each UE's worker, so that no modem holds up another.
 ///
-/// Lock order: m_UELock, then the ports' locks, then m_TcpTableLock; none is held across a wait for a modem.
+/// Lock order: m_UELock, then the ports' locks, then that of the links; none is held across a wait for a modem.
 class CUEManager
 {
 public:
@@ -63,15 +63,13 @@ public:
     CUE* GetUE(UE_INDEX ue);
     /// A link of the network UE, null when there is none. From any thread; the link can't go away while the
     /// pointer is held.
-    std::shared_ptr<TCPChannel> GetTcp(enSerialType i) const EXCLUDES(m_TcpTableLock);
+    std::shared_ptr<TCPChannel> GetTcp(enSerialType i) const { return m_Links.Get(i); }
 
     /// Bodies of the two threads.
     void ReadSerialFun();
     void WriteSerialFun();
 
 private:
-    using LinkTable = std::array<std::shared_ptr<TCPChannel>, SERIALNUM>; // by enSerialType
-
     struct CONFIGURED_PORT
     {
         UE_INDEX ulUeIdx;
@@ -87,35 +85,19 @@ private:
     void DetachOtherName(const std::string& name, unsigned int port) REQUIRES(m_UELock);
     void OnOpenFailed(CUE& ue) EXCLUDES(m_UELock);
     void LookForPort(const CONFIGURED_PORT& stPort) EXCLUDES(m_UELock);
-    void AttachTcpUE(const std::string& ip) EXCLUDES(m_TcpTableLock);
-    void DetachTcpUE() EXCLUDES(m_TcpTableLock);
-    bool ConnectLinks(const std::string& ip, uint64_t ullAttach, bool bQuiet) EXCLUDES(m_TcpTableLock);
-    std::shared_ptr<TCPChannel> ConnectLink(size_t szIndex, const std::string& ip, bool bQuiet) const;
-    void PostTcpAttach(const std::string& ip, uint64_t ullAttach) EXCLUDES(m_TcpTableLock);
-    void LookForLinks() EXCLUDES(m_TcpTableLock);
-    void ConnectMissingLinks(const LinkTable& apLink, const std::string& ip, uint64_t ullAttach);
-    bool SetTcp(size_t szIndex, std::shared_ptr<TCPChannel> pLink, uint64_t ullAttach) EXCLUDES(m_TcpTableLock);
-    LinkTable Links() const EXCLUDES(m_TcpTableLock);
-    void DropLinks() EXCLUDES(m_TcpTableLock);
     bool ReadPass(CReadSet& readSet) EXCLUDES(m_UELock);
     void CloseAll() EXCLUDES(m_UELock);
     void CollectLines(std::vector<std::shared_ptr<ILine>>& lines) EXCLUDES(m_UELock);
     std::shared_ptr<ILine> LineOf(UE_INDEX ue, enSerialType enPort);
 
     std::array<CUE, MAXUENUM> m_aUE; // slot 15 stands for the network UE and never has a group
-    LinkTable m_apTcp GUARDED_BY(m_TcpTableLock);
-    std::string m_strTcpIp GUARDED_BY(m_TcpTableLock);      // of the network UE; empty while it is detached
-    uint64_t m_ullTcpAttach GUARDED_BY(m_TcpTableLock) = 0; // attaches and detaches of the network UE so far
-    bool m_bLooksForLinks GUARDED_BY(m_TcpTableLock) = false;
+    CTcpLinks m_Links;
     CDeviceMonitor m_DeviceMonitor;
     std::atomic<bool> m_bRun = true;
     std::vector<CSerial*> m_vecOpened; // for the read thread's use, pass by pass
-    std::chrono::steady_clock::time_point
-        m_NextConnect{}; // of links that are missing; for the worker of the network UE
     int m_hReadThread = -1;
     int m_hWriteThread = -1;
     int m_hReadEnding = -1; // the same for the destructor, as StopSerialRW forgets the two above
     int m_hWriteEnding = -1;
-    xtl::Mutex m_UELock;               // over the slots
-    mutable xtl::Mutex m_TcpTableLock; // over the links' table, for a copy or a change
+    xtl::Mutex m_UELock; // over the slots
 };

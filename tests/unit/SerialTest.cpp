@@ -265,7 +265,7 @@ TEST(Serial, TheReasonOfAFailureIsToldWithRecovery)
     Prepare(serial, SERIAL_TYPE_DATA, "/dev/no-such-port", 5);
     EXPECT_FALSE(OpenPort(serial));
     EXPECT_EQ(log.Count("[ERR] : Open Serial /dev/no-such-port fail!"), 1);
-    EXPECT_EQ(log.Count("[ERR] : Open Serial /dev/no-such-port: no such device"), 1);
+    EXPECT_EQ(log.Count("[ERR] : Open Serial /dev/no-such-port: missing, there is no such device"), 1);
     EXPECT_FALSE(serial.OpenSerial(serial.BeginOpen(), true));
     EXPECT_EQ(log.Count("Open Serial /dev/no-such-port"), 2) << "a further try is quiet";
     serial.SetName("/dev");
