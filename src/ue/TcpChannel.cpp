@@ -1,6 +1,7 @@
 #include "ue/TcpChannel.h"
 
 #include "common/Debug.h"
+#include "common/KeepAlive.h"
 #include "common/MsgBuf.h"
 #include "common/Wait.h"
 
@@ -76,6 +77,7 @@ bool TCPChannel::Connect(int nSocket, const std::string& ip, bool bQuiet)
 {
     const int nOn = 1; // requests are small and answered, so none waits for another's ack
     (void)setsockopt(nSocket, IPPROTO_TCP, TCP_NODELAY, &nOn, sizeof(nOn));
+    KeepAlive(nSocket);
     const sockaddr_in stAddr = Address(inet_addr(ip.c_str()), m_uiPort);
     if (m_uiPort > MAX_PORT || !ConnectWithin(nSocket, stAddr, LINK_TIME_LIMIT)) {
         if (!bQuiet)

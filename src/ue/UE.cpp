@@ -173,6 +173,14 @@ void CUE::Keep(enSerialType enType, std::optional<PORT_ATTACH> stAttach)
     m_aKept[static_cast<size_t>(enType)] = std::move(stAttach);
 }
 
+void CUE::ForgetKept(unsigned int uiPort)
+{
+    const xtl::MutexGuard guard(m_DataLock);
+    for (auto& stKept : m_aKept)
+        if (stKept && stKept->uiPort == uiPort)
+            stKept.reset();
+}
+
 void CUE::ForgetPorts()
 {
     for (CSerial& serial : m_aSerial)

@@ -50,6 +50,8 @@ public:
     /// Closes the port and posts a detach message for each of its channels; an opening ends. With its last port gone,
     /// the UE forgets its group id.
     void OnSerialDetach(enSerialType enType);
+    /// An attach with that number that was kept counts no more.
+    void ForgetKept(unsigned int uiPort) EXCLUDES(m_DataLock);
     /// Opens a port that opens by write. The write thread.
     void OpenForWrite(enSerialType enType);
 

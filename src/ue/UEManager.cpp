@@ -235,6 +235,8 @@ void CUEManager::OnSerialDetach(unsigned int port)
     if (port == 0)
         ProcessTCPUE("", false);
     const xtl::MutexGuard guard(m_UELock);
+    for (CUE& ue : m_aUE)
+        ue.ForgetKept(port);
     if (CSerial* pSerial = FindPort(port))
         pSerial->GetUE()->OnSerialDetach(pSerial->GetSerialType());
 }

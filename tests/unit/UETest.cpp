@@ -222,6 +222,21 @@ TEST(UE, AnAttachWhileThePortOpensCountsWhenThatFails)
     EXPECT_EQ(DrainAgentQueue().size(), 2u);
 }
 
+TEST(UE, ADetachTakesBackAnAttachThatWasKept)
+{
+    CPtyPair first;
+    CPtyPair other;
+    CUE ue;
+    ue.OnSerialAttach(first.Name(), SERIAL_TYPE_DATA, 1);
+    ue.OnSerialAttach("/dev/no-such-port", SERIAL_TYPE_DIAG, 2);
+    ue.OnSerialAttach(other.Name(), SERIAL_TYPE_DIAG, 3);
+    ue.ForgetKept(4);
+    ue.ForgetKept(3);
+    ASSERT_TRUE(PortsSettled(ue));
+    EXPECT_FALSE(ue.GetSerial(SERIAL_TYPE_DIAG)->IsOpen());
+    EXPECT_EQ(ue.GetSerial(SERIAL_TYPE_DIAG)->GetPortNum(), 2u);
+}
+
 TEST(UE, APortIsOpenAgainAfterADetachAndAnAttachInARow)
 {
     CPtyPair modem;

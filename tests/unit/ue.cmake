@@ -4,6 +4,7 @@ vex_test(test_ue
         DeviceMonitorTest.cpp
         HDLCParseTest.cpp
         LineWriterTest.cpp
+        PortWorkerTest.cpp
         RecordConnectionsTest.cpp
         SerialTest.cpp
         TcpChannelTest.cpp
