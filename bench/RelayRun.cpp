@@ -27,6 +27,7 @@ constexpr uint32_t DSP_ID = 0x30000001; // config/vex.cfg lets it pass
 constexpr size_t FRAMES = 512;
 constexpr size_t WRITE_SIZE = 65536;
 constexpr auto LOSS_TIME = std::chrono::seconds(3); // nothing for so long: the rest is lost
+constexpr auto LOAD_TICK = milliseconds(10);        // between two portions of a load
 constexpr auto LATENCY_PAUSE = std::chrono::microseconds(500);
 
 double Micros(Clock::duration time)
@@ -215,6 +216,40 @@ RELAY_RATE MeasureRate(RELAY& relay, size_t szLanes, const RELAY_FRAMES& frames,
     }
     const double dCame = dFrames * dReceived / dExpected;
     return {dCame / Micros(last - start) * 1e6, dCpuUsed / dCame, 1 - dReceived / dExpected};
+}
+
+RELAY_LOAD MeasureLoad(RELAY& relay, const RELAY_FRAMES& frames, size_t szBytesPerSecond, milliseconds time)
+{
+    const size_t szFrame = frames.stream.size() / frames.ends.size();
+    const size_t szPortion = szBytesPerSecond / static_cast<size_t>(std::chrono::seconds(1) / LOAD_TICK) / szFrame;
+    const size_t szOut = relay.frameOut ? relay.frameOut(frames.szPayload) : szFrame;
+    size_t szExpected = 0;
+    size_t szReceived = 0;
+    const auto receive = [&] {
+        size_t szNow = 0;
+        for (const RELAY_LANE& lane : relay.lanes)
+            szNow += Receive(lane.sink);
+        szReceived += szNow;
+        return szNow > 0;
+    };
+    const double dCpu = CpuMicros(relay);
+    const auto start = Clock::now();
+    auto next = start;
+    for (size_t szFirst = 0; Clock::now() < start + time; szFirst = (szFirst + szPortion) % (FRAMES - szPortion)) {
+        const size_t szBegin = szFirst == 0 ? 0 : frames.ends[szFirst - 1];
+        const size_t szLen = szPortion == 0 ? 0 : frames.ends[szFirst + szPortion - 1] - szBegin;
+        for (const RELAY_LANE& lane : relay.lanes)
+            if (szLen > 0 &&
+                write(lane.pty.master.Get(), &frames.stream[szBegin], szLen) == static_cast<ssize_t>(szLen))
+                szExpected += szPortion * szOut;
+        std::this_thread::sleep_until(next += LOAD_TICK);
+        (void)receive();
+    }
+    const double dCores = (CpuMicros(relay) - dCpu) / Micros(Clock::now() - start);
+    for (auto last = Clock::now(); szReceived < szExpected && Clock::now() < last + LOSS_TIME;)
+        if (receive())
+            last = Clock::now();
+    return {dCores, szExpected == 0 ? 0 : 1 - static_cast<double>(szReceived) / static_cast<double>(szExpected)};
 }
 
 std::vector<double> MeasureLatency(RELAY& relay, size_t szLanes, const RELAY_FRAMES& frames, milliseconds time)

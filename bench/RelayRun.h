@@ -60,6 +60,15 @@ struct RELAY_RATE
 /// Sends as fast as the terminals take for the time, until all has come out.
 RELAY_RATE MeasureRate(RELAY& relay, size_t szLanes, const RELAY_FRAMES& frames, std::chrono::milliseconds time);
 
+struct RELAY_LOAD
+{
+    double dCores = 0; // processors that the relay keeps busy
+    double dLost = 0;  // share of the bytes that never came out
+};
+/// Sends as many bytes a second into each lane, in small portions; none, with 0, leaves the relay idle.
+RELAY_LOAD MeasureLoad(RELAY& relay, const RELAY_FRAMES& frames, size_t szBytesPerSecond,
+                       std::chrono::milliseconds time);
+
 /// Microseconds from the write of a frame to its last byte, sorted. One frame a lane is under way at a time, with a
 /// pause behind it.
 std::vector<double> MeasureLatency(RELAY& relay, size_t szLanes, const RELAY_FRAMES& frames,

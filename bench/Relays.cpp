@@ -76,6 +76,26 @@ std::optional<RELAY> CAgentUnderTest::Attach(size_t szUes)
     return relay;
 }
 
+bool CAgentUnderTest::AttachNetwork(RELAY& relay)
+{
+    if (!m_links.Listen() || !CScriptedLinks::Attach() || !m_links.Accept() || !m_links.Confirm())
+        return false;
+    m_clients.push_back(m_bench.BoundClient(CHANNEL_LTE_DATA, 0));
+    RELAY_LANE lane{{CUniqueFd(dup(m_links.Link(SERIAL_TYPE_DATA).Get())), {}, "network"},
+                    CUniqueFd(dup(m_clients.back()->Fd().Get()))};
+    const bool bOpen = lane.pty.master.IsOpen() && lane.sink.IsOpen();
+    WidenSink(lane.sink);
+    relay.lanes.push_back(std::move(lane));
+    return bOpen;
+}
+
+bool CAgentUnderTest::ConnectIdle(size_t szClients)
+{
+    for (size_t i = 0; i < szClients; ++i)
+        m_idle.push_back(ConnectTcp(LISTENPORT[CHANNEL_LTE_DIAG]));
+    return std::ranges::all_of(m_idle, &CUniqueFd::IsOpen);
+}
+
 std::vector<double> CAgentUnderTest::MeasureRoundTrip(std::chrono::milliseconds time)
 {
     std::vector<double> micros;

@@ -2,6 +2,7 @@
 
 #include "RelayRun.h"
 #include "e2e/AgentBench.h"
+#include "e2e/ScriptedLinks.h"
 #include "e2e/ScriptedUe.h"
 
 #include <optional>
@@ -16,6 +17,10 @@ public:
     size_t StartKiB() const { return m_szStartKiB; } // resident before the first modem
     /// The relay with its lanes; nothing when a modem isn't taken.
     std::optional<RELAY> Attach(size_t szUes);
+    /// One more lane: the data link of the network modem.
+    bool AttachNetwork(RELAY& relay);
+    /// Clients that do nothing; false when they can't all connect.
+    bool ConnectIdle(size_t szClients);
     /// Microseconds from a client's request to its ack, through a modem that answers at once; sorted.
     std::vector<double> MeasureRoundTrip(std::chrono::milliseconds time);
 
@@ -23,6 +28,8 @@ private:
     CAgentBench m_bench;
     std::vector<std::unique_ptr<CScriptedUe>> m_ues;
     std::vector<std::unique_ptr<CTcpClient>> m_clients;
+    std::vector<CUniqueFd> m_idle;
+    CScriptedLinks m_links;
     size_t m_szStartKiB = 0;
 };
 
