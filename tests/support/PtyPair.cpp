@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
+#include <thread>
 #include <unistd.h>
 
 CPtyPair::CPtyPair()
@@ -63,10 +64,15 @@ void CPtyPair::Clog()
 {
     const CUniqueFd port(open(m_strName.c_str(), O_WRONLY | O_NOCTTY | O_NONBLOCK));
     const Bytes block = Fill(256, 'x');
-    // The terminal moves bytes on in the background, so it is full only when it stays full.
-    for (pollfd stPoll{port.Get(), POLLOUT, 0}; poll(&stPoll, 1, 100) > 0;)
-        while (write(port.Get(), block.data(), block.size()) > 0) {
-        }
+    const auto Fits = [&](size_t szCount) {
+        bool bAny = false;
+        while (write(port.Get(), block.data(), szCount) > 0)
+            bAny = true;
+        return bAny;
+    };
+    // The terminal moves bytes on in the background, so it is full only when it stays full, to the last byte.
+    while (Fits(block.size()) || Fits(1))
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
 }
 
 termios CPtyPair::Settings() const
