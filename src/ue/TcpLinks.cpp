@@ -43,13 +43,18 @@ void CTcpLinks::Attach(const std::string& ip)
         m_Worker.AddTick(LOOK_PERIOD, [this] { Look(); });
 }
 
+void CTcpLinks::ForgetUnused()
+{
+    std::erase_if(m_vecDropped, [](const auto& pLink) { return pLink.use_count() == 1; });
+}
+
 /// On the worker: until nobody uses a closed link any more. Till then a port that it was bound to is taken.
 void CTcpLinks::WaitForDropped()
 {
     const auto end = std::chrono::steady_clock::now() + DROP_LIMIT;
     do {
         const xtl::MutexGuard guard(m_TableLock);
-        std::erase_if(m_vecDropped, [](const auto& pLink) { return pLink.use_count() == 1; });
+        ForgetUnused();
         if (m_vecDropped.empty())
             return;
     } while (std::chrono::steady_clock::now() < end &&
@@ -156,6 +161,7 @@ void CTcpLinks::Drop()
     {
         const xtl::MutexGuard guard(m_TableLock);
         std::swap(apLink, m_apLink);
+        ForgetUnused();
         std::ranges::copy_if(apLink, std::back_inserter(m_vecDropped),
                              [](const auto& pLink) { return pLink != nullptr; });
     }

@@ -37,6 +37,7 @@ public:
     LINKS Table() const EXCLUDES(m_TableLock);
 
 private:
+    void ForgetUnused() REQUIRES(m_TableLock);
     void WaitForDropped() EXCLUDES(m_TableLock);
     bool ConnectAll(const std::string& ip, uint64_t ullAttach, bool bQuiet) EXCLUDES(m_TableLock);
     static std::shared_ptr<TCPChannel> Connect(size_t szIndex, const std::string& ip, bool bQuiet);

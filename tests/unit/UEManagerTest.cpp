@@ -217,6 +217,22 @@ TEST(UEManager, TheNetworkUeAttachesOnceForAllItsLinks)
     EXPECT_EQ(manager.GetTcp(SERIAL_TYPE_DIAG), nullptr);
 }
 
+TEST(UEManager, LinksThatWereDroppedAreLetGoOf)
+{
+    Configure("MonitorPort=20000:0\n");
+    CUEManager manager;
+    manager.ProcessTCPUE("127.0.0.1", true);
+    ASSERT_TRUE(PortsSettled(manager));
+    const std::weak_ptr<TCPChannel> pFirst = manager.GetTcp(SERIAL_TYPE_DIAG);
+    EXPECT_FALSE(pFirst.expired());
+    manager.ProcessTCPUE("", false);
+    manager.ProcessTCPUE("", false);
+    EXPECT_TRUE(pFirst.expired());
+    manager.ProcessTCPUE("127.0.0.1", true);
+    ASSERT_TRUE(PortsSettled(manager));
+    EXPECT_NE(manager.GetTcp(SERIAL_TYPE_DIAG)->GetSocket(), -1) << "its port was free again";
+}
+
 TEST(UEManager, ANetworkUeWithoutLinksIsAnnouncedAllTheSame)
 {
     CUEManager manager;
