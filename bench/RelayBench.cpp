@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <getopt.h>
+#include <optional>
 #include <sys/resource.h>
 
 // The agent beside raw relays: the same framed bytes go into pseudo terminals as fast as they are taken and come out
@@ -22,9 +25,12 @@ struct PLAN
     milliseconds tripTime;
     std::vector<size_t> sizes; // bytes of payload
     std::vector<size_t> lanes; // UEs at once
+    milliseconds loadTime;
+    bool bLoad = true; // all modems at once too
 };
-const PLAN FULL = {9, milliseconds(300), milliseconds(150), milliseconds(3000), {64, 300, 1500}, {1, 4}};
-const PLAN QUICK = {3, milliseconds(200), milliseconds(150), milliseconds(1000), {300, 1500}, {1}};
+const PLAN FULL = {9,      milliseconds(300),   milliseconds(150), milliseconds(3000), {64, 300, 1500},
+                   {1, 4}, milliseconds(10'000)};
+const PLAN QUICK = {3, milliseconds(200), milliseconds(150), milliseconds(1000), {300, 1500}, {1}, milliseconds(2000)};
 
 struct RESULT
 {
@@ -265,15 +271,64 @@ int RunLoad(milliseconds time)
                 100 * stIdle.dCores);
     return 0;
 }
+
+/// One number of the command line; empty for what is none.
+std::optional<size_t> NumberOf(const char* pszText)
+{
+    size_t szNumber = 0;
+    const char* const pszEnd = pszText + std::strlen(pszText);
+    const auto [pEnd, enError] = std::from_chars(pszText, pszEnd, szNumber);
+    return enError == std::errc() && pEnd == pszEnd && szNumber > 0 ? std::optional(szNumber) : std::nullopt;
+}
+
+constexpr const char* USAGE = R"(usage: vex-bench-relay [--quick] [--payload BYTES] [--ues N] [--rounds N]
+
+The agent beside raw relays, in this one run. VEX_AGENT names another agent than that of this build.
+  --quick          fewer rounds and sizes
+  --payload BYTES  one size of frames only, without the load of 16 modems
+  --ues N          one number of modems only (up to 15), likewise
+  --rounds N       rounds of each measurement
+)";
+
+/// False for what isn't understood.
+bool TakeOption(int nOption, const char* pszValue, PLAN& plan)
+{
+    if (nOption == 'q') {
+        plan = QUICK;
+        return true;
+    }
+    const auto szValue = pszValue ? NumberOf(pszValue) : std::nullopt;
+    if (!szValue || nOption == '?')
+        return false;
+    plan.bLoad = plan.bLoad && nOption == 'r';
+    if (nOption == 'p')
+        plan.sizes = {*szValue};
+    else if (nOption == 'u')
+        plan.lanes = {*szValue};
+    else
+        plan.nRounds = static_cast<int>(*szValue);
+    return nOption != 'u' || *szValue < MAXUENUM;
+}
 } // namespace
 
 int main(int nArgs, char** ppszArgs)
 {
-    const bool bQuick = nArgs == 2 && std::strcmp(ppszArgs[1], "--quick") == 0;
-    if (nArgs > 1 && !bQuick) {
-        std::fprintf(stderr, "usage: %s [--quick]\n", ppszArgs[0]);
-        return 1;
+    constexpr option OPTIONS[] = {
+        {"quick", no_argument, nullptr, 'q'},     {"payload", required_argument, nullptr, 'p'},
+        {"ues", required_argument, nullptr, 'u'}, {"rounds", required_argument, nullptr, 'r'},
+        {"help", no_argument, nullptr, 'h'},      {},
+    };
+    PLAN plan = FULL;
+    for (int nOption = 0; (nOption = getopt_long(nArgs, ppszArgs, "h", OPTIONS, nullptr)) != -1;) {
+        if (nOption == 'h') {
+            std::fputs(USAGE, stdout);
+            return 0;
+        }
+        if (!TakeOption(nOption, optarg, plan)) {
+            std::fputs(USAGE, stderr);
+            return 1;
+        }
     }
-    const int nResult = Run(bQuick ? QUICK : FULL);
-    return nResult != 0 ? nResult : RunLoad(bQuick ? milliseconds(2000) : milliseconds(10'000));
+    const int nResult = Run(plan);
+    return nResult != 0 || !plan.bLoad ? nResult : RunLoad(plan.loadTime);
 }

@@ -382,12 +382,16 @@ TEST(NoRecovery, ASlotWhosePortsAllFailedStaysTaken)
 
 namespace
 {
-/// Lines of the log that name the device, from the first that says it can't be opened.
-std::string LinesOfFailure(const CAgentBench& bench, const std::string& strName)
+/// Of the log, from the line that says that the device can't be opened: the first behind it that names the device.
+std::string LineBehindFailure(const CAgentBench& bench, const std::string& strName)
 {
     const std::string strLog = bench.Log();
-    const size_t szAt = strLog.find("Open Serial " + strName + " fail!");
-    return szAt == std::string::npos ? "" : strLog.substr(szAt);
+    const std::string strFailure = "Open Serial " + strName + " fail!";
+    const size_t szAt = strLog.find(strFailure);
+    if (szAt == std::string::npos)
+        return "";
+    const size_t szName = strLog.find(strName, szAt + strFailure.size()); // lines of other threads may come before
+    return szName == std::string::npos ? "" : strLog.substr(szName, strLog.find('\n', szName) - szName);
 }
 } // namespace
 
@@ -398,13 +402,8 @@ TEST(Recovery, AFailedOpenIsFollowedByItsReason)
     const std::string strName = "/dev/does-not-exist";
     ASSERT_TRUE(SendDeviceRecord(102, SERIAL_TYPE_DATA, 1, strName, "g"));
     ASSERT_TRUE(bench.Logged("Open Serial " + strName + " fail!"));
-    const auto tellsReason = [&] {
-        std::istringstream lines(LinesOfFailure(bench, strName));
-        std::string strLine;
-        std::getline(lines, strLine); // the failure
-        return std::getline(lines, strLine) && strLine.find("missing") != std::string::npos;
-    };
-    EXPECT_TRUE(WaitFor(tellsReason, seconds(3))) << LinesOfFailure(bench, strName);
+    EXPECT_TRUE(WaitFor([&] { return !LineBehindFailure(bench, strName).empty(); }, seconds(3)));
+    EXPECT_EQ(LineBehindFailure(bench, strName), strName + ": missing, there is no such device");
 }
 
 namespace
