@@ -120,21 +120,23 @@ void CUE::Identify(CSerial& serial, const PORT_ATTACH& stAttach)
     serial.SetGroupName(GetGroupid());
 }
 
-/// On the worker, from one attach to those that came meanwhile.
-void CUE::OpenPort(CSerial& serial, uint64_t ullOpening, PORT_ATTACH stAttach)
+/// On the worker. A port that can't be opened has logged the fault and keeps its name and number.
+void CUE::OpenPort(CSerial& serial, uint64_t ullOpening, const PORT_ATTACH& stAttach)
 {
-    while (!OpenAndSettle(serial, ullOpening, stAttach.bRepeated)) {
-        const auto stKept = TakeKept(serial.GetSerialType());
-        if (!stKept) {
-            m_fnOpenFailed();
-            return; // the port has logged the fault; it keeps its name and number
-        }
-        stAttach = *stKept;
-        Identify(serial, stAttach);
-        ullOpening = serial.BeginOpen();
+    if (!OpenAndSettle(serial, ullOpening, stAttach.bRepeated)) {
+        m_fnOpenFailed(serial.GetSerialType());
+        return;
     }
     (void)serial.FinishOpen(ullOpening, [&] { PostAttachOf(serial, stAttach); });
     Keep(serial.GetSerialType(), std::nullopt);
+}
+
+bool CUE::AttachKept(enSerialType enType)
+{
+    const auto stKept = TakeKept(enType);
+    if (stKept)
+        OnSerialAttach(stKept->strName, enType, stKept->uiPort, stKept->bRepeated);
+    return stKept.has_value();
 }
 
 /// False when the device can't be opened, or was closed meanwhile.

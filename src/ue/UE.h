@@ -27,7 +27,9 @@ public:
     UE_INDEX GetUEIdx() const { return m_ulUEIdx; }
     void SetUEIdx(UE_INDEX ue) { m_ulUEIdx = ue; }
     /// What follows when a port could not be opened; set once. Runs on the worker.
-    void SetOnOpenFailed(std::function<void()> fnOpenFailed) { m_fnOpenFailed = std::move(fnOpenFailed); }
+    void SetOnOpenFailed(std::function<void(enSerialType)> fnOpenFailed) { m_fnOpenFailed = std::move(fnOpenFailed); }
+    /// Handles the attach of a port that came while it was being opened, if there was one.
+    bool AttachKept(enSerialType enType);
 
     /// Null for a type that doesn't exist.
     CSerial* GetSerial(enSerialType enType);
@@ -71,7 +73,7 @@ private:
     static void Forget(CSerial& serial);
     void Identify(CSerial& serial, const PORT_ATTACH& stAttach);
     void ReportUnopened(CSerial& serial, const PORT_ATTACH& stAttach);
-    void OpenPort(CSerial& serial, uint64_t ullOpening, PORT_ATTACH stAttach);
+    void OpenPort(CSerial& serial, uint64_t ullOpening, const PORT_ATTACH& stAttach);
     bool OpenAndSettle(CSerial& serial, uint64_t ullOpening, bool bRepeated);
     void PostAttachOf(const CSerial& serial, const PORT_ATTACH& stAttach) const;
     std::optional<PORT_ATTACH> TakeKept(enSerialType enType) EXCLUDES(m_DataLock);
@@ -81,7 +83,7 @@ private:
     mutable xtl::Mutex m_DataLock;            // taken last, for a copy only
     std::string m_strGroupid GUARDED_BY(m_DataLock);
     UE_INDEX m_ulUEIdx = 0; // set once, before any thread starts
-    std::function<void()> m_fnOpenFailed = [] {};
+    std::function<void(enSerialType)> m_fnOpenFailed = [](enSerialType) {};
     ADE_UE_CONNECTION_ACK_STRU m_stConnectionAck GUARDED_BY(m_DataLock);
     /// By enSerialType: an attach that came while the port was opening.
     std::array<std::optional<PORT_ATTACH>, SERIALNUM> m_aKept GUARDED_BY(m_DataLock);

@@ -37,7 +37,7 @@ CUEManager::CUEManager() : m_Links(m_aUE[TCP_UE_INDEX].Worker())
 {
     for (size_t i = 0; i < m_aUE.size(); ++i) {
         m_aUE[i].SetUEIdx(static_cast<UE_INDEX>(i));
-        m_aUE[i].SetOnOpenFailed([this, i] { OnOpenFailed(m_aUE[i]); });
+        m_aUE[i].SetOnOpenFailed([this, i](enSerialType enType) { OnOpenFailed(m_aUE[i], enType); });
     }
 }
 
@@ -166,12 +166,13 @@ CUE* CUEManager::TakeSlot(const std::string& groupid)
     return pUE;
 }
 
-/// With Recovery the slot of a UE of which no port is there is free again; with configured names it is kept for it.
-void CUEManager::OnOpenFailed(CUE& ue)
+/// An attach that came meanwhile has its turn. Else, with Recovery, the slot of a UE of which no port is there is free
+/// again; with configured names it is kept for it.
+void CUEManager::OnOpenFailed(CUE& ue, enSerialType enType)
 {
-    if (!CConfig::Instance()->GetRecovery() || CConfig::Instance()->GetChannelNameEnable())
-        return;
     const xtl::MutexGuard guard(m_UELock);
+    if (ue.AttachKept(enType) || !CConfig::Instance()->GetRecovery() || CConfig::Instance()->GetChannelNameEnable())
+        return;
     if (ue.IsUEPresent() || ue.IsAttached(SERIAL_TYPE_AT))
         return;
     ue.ForgetPorts();

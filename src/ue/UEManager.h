@@ -22,7 +22,8 @@ class TCPChannel;
 /// upwards it posts MSG_AGENT records, downwards it takes MSG_UE records. Opening, closing and connecting are the
 /// business of each UE's worker, so that no modem holds up another.
 ///
-/// Lock order: m_UELock, then the ports' locks, then that of the links; none is held across a wait for a modem.
+/// Lock order: m_UELock, then the ports' locks, then that of the links; none is held across a wait for a modem. Packets
+/// may be handled for the agent with a line's read lock held, so nothing above may take one.
 class CUEManager
 {
 public:
@@ -83,7 +84,7 @@ private:
     CSerial* FindPort(unsigned int port) REQUIRES(m_UELock);
     CUE* TakeSlot(const std::string& groupid) REQUIRES(m_UELock);
     void DetachOtherName(const std::string& name, unsigned int port) REQUIRES(m_UELock);
-    void OnOpenFailed(CUE& ue) EXCLUDES(m_UELock);
+    void OnOpenFailed(CUE& ue, enSerialType enType) EXCLUDES(m_UELock);
     void LookForPort(const CONFIGURED_PORT& stPort) EXCLUDES(m_UELock);
     bool ReadPass(CReadSet& readSet) EXCLUDES(m_UELock);
     void CloseAll() EXCLUDES(m_UELock);
