@@ -26,7 +26,8 @@ struct PLAN
     std::vector<size_t> sizes; // bytes of payload
     std::vector<size_t> lanes; // UEs at once
     milliseconds loadTime;
-    bool bLoad = true; // all modems at once too
+    bool bLoad = true;                   // all modems at once too
+    const char* pszOtherAgent = nullptr; // to compare with
 };
 const PLAN FULL = {9,      milliseconds(300),   milliseconds(150), milliseconds(3000), {64, 300, 1500},
                    {1, 4}, milliseconds(10'000)};
@@ -226,6 +227,9 @@ int Run(const PLAN& plan)
     }
     std::vector<RELAY> relays;
     relays.push_back(std::move(*vex));
+    std::optional<COtherAgent> other;
+    if (plan.pszOtherAgent)
+        AddRelay(relays, other.emplace(plan.pszOtherAgent).Attach(szUes), plan.pszOtherAgent);
     AddRelay(relays, StartSocat(szUes), "socat");
     AddRelay(relays, StartSer2net(szUes), "ser2net");
 
@@ -281,13 +285,15 @@ std::optional<size_t> NumberOf(const char* pszText)
     return enError == std::errc() && pEnd == pszEnd && szNumber > 0 ? std::optional(szNumber) : std::nullopt;
 }
 
-constexpr const char* USAGE = R"(usage: vex-bench-relay [--quick] [--payload BYTES] [--ues N] [--rounds N]
+constexpr const char* USAGE =
+    R"(usage: vex-bench-relay [--quick] [--payload BYTES] [--ues N] [--rounds N] [--other AGENT]
 
 The agent beside raw relays, in this one run. VEX_AGENT names another agent than that of this build.
   --quick          fewer rounds and sizes
   --payload BYTES  one size of frames only, without the load of 16 modems
   --ues N          one number of modems only (up to 15), likewise
   --rounds N       rounds of each measurement
+  --other AGENT    another agent beside this one, in a network namespace of its own
 )";
 
 /// False for what isn't understood.
@@ -295,6 +301,10 @@ bool TakeOption(int nOption, const char* pszValue, PLAN& plan)
 {
     if (nOption == 'q') {
         plan = QUICK;
+        return true;
+    }
+    if (nOption == 'o') {
+        plan.pszOtherAgent = pszValue;
         return true;
     }
     const auto szValue = pszValue ? NumberOf(pszValue) : std::nullopt;
@@ -314,9 +324,13 @@ bool TakeOption(int nOption, const char* pszValue, PLAN& plan)
 int main(int nArgs, char** ppszArgs)
 {
     constexpr option OPTIONS[] = {
-        {"quick", no_argument, nullptr, 'q'},     {"payload", required_argument, nullptr, 'p'},
-        {"ues", required_argument, nullptr, 'u'}, {"rounds", required_argument, nullptr, 'r'},
-        {"help", no_argument, nullptr, 'h'},      {},
+        {"quick", no_argument, nullptr, 'q'},
+        {"payload", required_argument, nullptr, 'p'},
+        {"ues", required_argument, nullptr, 'u'},
+        {"rounds", required_argument, nullptr, 'r'},
+        {"other", required_argument, nullptr, 'o'},
+        {"help", no_argument, nullptr, 'h'},
+        {},
     };
     PLAN plan = FULL;
     for (int nOption = 0; (nOption = getopt_long(nArgs, ppszArgs, "h", OPTIONS, nullptr)) != -1;) {

@@ -3,6 +3,7 @@
 #include "e2e/ScriptedUe.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
@@ -78,9 +79,9 @@ public:
     {
     }
 
+    // The modem's side, for one thread:
     pollfd Port() const { return {m_bWriting ? m_lane.pty.master.Get() : -1, POLLOUT, 0}; }
-    pollfd Sink() const { return {m_lane.sink.Get(), POLLIN, 0}; }
-
+    bool IsWriting() const { return m_bWriting; }
     /// Writes what the terminal takes; with bStop up to the end of the frame that has begun.
     void Write(bool bStop)
     {
@@ -93,6 +94,8 @@ public:
         m_bWriting = !bStop || m_szAt != FrameEnd();
     }
 
+    // The client's side, for another:
+    pollfd Sink() const { return {m_lane.sink.Get(), POLLIN, 0}; }
     /// True when anything came.
     bool Read()
     {
@@ -101,9 +104,10 @@ public:
         return szRead > 0;
     }
 
+    // When the modem's side has ended:
     size_t Expected() const { return m_szFrameOut > 0 ? Frames() * m_szFrameOut : m_szWritten; }
     size_t Received() const { return m_szReceived; }
-    bool IsDone() const { return !m_bWriting && m_szReceived >= Expected(); }
+    bool HasAll() const { return m_szReceived >= Expected(); }
 
     size_t Frames() const
     {
@@ -135,26 +139,45 @@ private:
     size_t m_szReceived = 0;
 };
 
-/// Until all has come out or is lost. The time of the last byte.
-Clock::time_point RunPumps(std::vector<CPump>& pumps, Clock::time_point end)
+/// The modems write as much as is taken until then.
+void RunModems(std::vector<CPump>& pumps, Clock::time_point end)
+{
+    std::vector<pollfd> polls(pumps.size());
+    while (std::ranges::any_of(pumps, &CPump::IsWriting)) {
+        std::ranges::transform(pumps, polls.begin(), &CPump::Port);
+        (void)poll(polls.data(), polls.size(), 20);
+        const bool bStop = Clock::now() >= end;
+        for (size_t i = 0; i < pumps.size(); ++i)
+            if ((polls[i].revents & POLLOUT) != 0 || bStop)
+                pumps[i].Write(bStop);
+    }
+}
+
+/// The clients read until all has come out or is lost. The time of the last byte.
+Clock::time_point RunClients(std::vector<CPump>& pumps, const std::atomic<bool>& bWritten)
 {
     auto last = Clock::now();
-    std::vector<pollfd> polls;
-    while (!std::ranges::all_of(pumps, &CPump::IsDone) && Clock::now() < last + LOSS_TIME) {
-        polls.clear();
-        for (const CPump& pump : pumps) {
-            polls.push_back(pump.Port());
-            polls.push_back(pump.Sink());
-        }
+    std::vector<pollfd> polls(pumps.size());
+    while (!(bWritten && std::ranges::all_of(pumps, &CPump::HasAll)) && Clock::now() < last + LOSS_TIME) {
+        std::ranges::transform(pumps, polls.begin(), &CPump::Sink);
         (void)poll(polls.data(), polls.size(), 20);
-        const auto now = Clock::now();
-        for (size_t i = 0; i < pumps.size(); ++i) {
-            if ((polls[2 * i].revents & POLLOUT) != 0 || now >= end)
-                pumps[i].Write(now >= end);
-            if ((polls[2 * i + 1].revents & POLLIN) != 0 && pumps[i].Read())
+        for (size_t i = 0; i < pumps.size(); ++i)
+            if ((polls[i].revents & POLLIN) != 0 && pumps[i].Read())
                 last = Clock::now();
-        }
     }
+    return last;
+}
+
+/// Modems and clients are programs of their own at a bench, so they are threads here.
+Clock::time_point RunPumps(std::vector<CPump>& pumps, Clock::time_point end)
+{
+    std::atomic<bool> bWritten = false;
+    std::thread modems([&] {
+        RunModems(pumps, end);
+        bWritten = true;
+    });
+    const auto last = RunClients(pumps, bWritten);
+    modems.join();
     return last;
 }
 

@@ -1,12 +1,16 @@
 #include "Relays.h"
 
+#include "support/NetNs.h"
 #include "support/Sockets.h"
 #include "support/WaitFor.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <sched.h>
 #include <sys/socket.h>
 #include <thread>
 
@@ -74,6 +78,21 @@ std::optional<RELAY> CAgentUnderTest::Attach(size_t szUes)
         relay.lanes.push_back(std::move(lane));
     }
     return relay;
+}
+
+std::optional<RELAY> COtherAgent::Attach(size_t szUes)
+{
+    const CUniqueFd home(open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC));
+    if (!home.IsOpen() || !IsolateNetwork())
+        return std::nullopt;
+    const char* const pszOurs = std::getenv(AGENT_VARIABLE);
+    const std::string strOurs = pszOurs ? pszOurs : "";
+    (void)setenv(AGENT_VARIABLE, m_strProgram.c_str(), 1);
+    auto relay = m_agent.emplace().Attach(szUes);
+    (void)(pszOurs ? setenv(AGENT_VARIABLE, strOurs.c_str(), 1) : unsetenv(AGENT_VARIABLE));
+    if (relay)
+        relay->strName = "other";
+    return setns(home.Get(), CLONE_NEWNET) == 0 ? std::move(relay) : std::nullopt;
 }
 
 bool CAgentUnderTest::AttachNetwork(RELAY& relay)

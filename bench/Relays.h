@@ -33,6 +33,20 @@ private:
     size_t m_szStartKiB = 0;
 };
 
+/// Another agent under the same conditions. Its ports are the same, so it has a network namespace of its own.
+class COtherAgent
+{
+public:
+    explicit COtherAgent(const std::string& strProgram) : m_strProgram(strProgram) {}
+
+    /// As CAgentUnderTest; nothing too when the caller may not make a namespace.
+    std::optional<RELAY> Attach(size_t szUes);
+
+private:
+    std::string m_strProgram;
+    std::optional<CAgentUnderTest> m_agent;
+};
+
 /// Raw relays to compare with; nothing when the program isn't installed or doesn't listen.
 std::optional<RELAY> StartSocat(size_t szLanes);
 std::optional<RELAY> StartSer2net(size_t szLanes);

@@ -171,10 +171,6 @@ void CBindings::SendGUPacketToClient(CClient* pClient, UE_INDEX ulUeIdx, const U
     DIAG_PACKET_ACK_STRU stHead;
     stHead.ulCmdId = AGENT_CMD_GU_STATUS;
     stHead.usPktType = UeStatusPktType(SYS_MODE_GU, ulUeIdx);
-    CPacket packet = BuildClientPacket(stHead, EncodeRecord(UeStatus(ulUeIdx, CHANNEL_GU_DATA, stInfo)));
-    if (!packet) {
+    if (!SendClientPacket(*pClient, stHead, EncodeRecord(UeStatus(ulUeIdx, CHANNEL_GU_DATA, stInfo))))
         CDebug::Instance()->PrintInfo("Agent: ptmp Get memory faild");
-        return;
-    }
-    pClient->SendData2Client(std::move(packet));
 }

@@ -209,12 +209,12 @@ void CClient::OnSerialData(ByteSpan data)
         m_pProcessor->ProcessSerialData(data);
 }
 
-bool CClient::SendData2Client(CPacket packet)
+bool CClient::SendData2Client(ByteView head, ByteView payload)
 {
     const xtl::MutexGuard guard(m_SendMutex);
-    m_Out.Add(std::move(packet));
+    const bool bTaken = m_Out.Add(head, payload);
     Watch();
-    return true;
+    return bTaken;
 }
 
 void CClient::SetHolding(bool bHolding)

@@ -70,7 +70,7 @@ public:
         CClient& m_client;
     };
 
-    bool SendData2Client(CPacket packet) override;
+    [[nodiscard]] bool SendData2Client(ByteView head, ByteView payload) override;
     /// Woken when the times below change so that they come earlier. Set once, before the client is known to others.
     void SetWakeUp(CWakeUp& wake) { m_pWake = &wake; }
     /// Whether LookAtOutput has to be called at some time.

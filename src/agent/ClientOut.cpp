@@ -3,33 +3,50 @@
 #include "common/Wait.h"
 
 #include <algorithm>
-#include <array>
+#include <new>
 #include <sys/socket.h>
-#include <sys/uio.h>
 
 namespace
 {
-constexpr size_t SEND_AT_ONCE = 64;  // packets of one call
-constexpr size_t KEEP_CAPACITY = 64; // packets that there is room for when none is there
+constexpr size_t KEEP_BYTES = 4 * CClientOut::HOLD_MAX; // room that stays when nothing waits
 constexpr int SEND_FLAGS = MSG_NOSIGNAL | MSG_DONTWAIT;
 } // namespace
 
-void CClientOut::Add(CPacket packet)
+bool CClientOut::Add(ByteView head, ByteView payload)
 {
-    const size_t szLen = packet.size();
+    const size_t szLen = head.size() + payload.size();
     if (m_nSocket < 0 || szLen == 0)
-        return;
+        return true;
     if ((m_bHolding && m_szHeld + szLen > HOLD_MAX) || IsFull(szLen))
         SendAll();
     if (IsFull(szLen)) {
         m_Losses.FrameTimedOut(m_fnNow());
-        return;
+        return true;
     }
-    m_vecPackets.push_back(std::move(packet));
+    if (!Append(head, payload))
+        return false;
     m_szCost += PACKET_COST + szLen;
     m_szHeld += szLen;
     if (!m_bHolding || szLen > HOLD_MAX)
         SendAll();
+    return true;
+}
+
+/// All of the packet or, when memory is short, nothing.
+bool CClientOut::Append(ByteView head, ByteView payload)
+{
+    const size_t szBytes = m_vecBytes.size();
+    const size_t szLengths = m_vecLengths.size();
+    try {
+        m_vecLengths.push_back(head.size() + payload.size());
+        m_vecBytes.insert(m_vecBytes.end(), head.begin(), head.end());
+        m_vecBytes.insert(m_vecBytes.end(), payload.begin(), payload.end());
+        return true;
+    } catch (const std::bad_alloc&) {
+        m_vecLengths.resize(szLengths);
+        m_vecBytes.resize(szBytes);
+        return false;
+    }
 }
 
 void CClientOut::SetHolding(bool bHolding)
@@ -55,51 +72,32 @@ CClientOut::TIME CClientOut::NextLook() const
 void CClientOut::SendAll()
 {
     m_szHeld = 0;
-    for (bool bHeadway = false; Count() > 0; bHeadway = true) {
-        size_t szOffered = 0;
-        const ssize_t lSent = SendSome(szOffered);
-        if (lSent < 0 && errno != EAGAIN) {
-            OnFailed(errno);
-            return;
-        }
-        Cut(static_cast<size_t>(std::max<ssize_t>(lSent, 0)));
-        if (lSent < static_cast<ssize_t>(szOffered)) {
-            OnBlocked(bHeadway || lSent > 0);
-            return;
-        }
+    if (Count() == 0)
+        return;
+    const ByteView unsent = Unsent();
+    const ssize_t lSent = RetryOnEintr([&] { return send(m_nSocket, unsent.data(), unsent.size(), SEND_FLAGS); });
+    if (lSent < 0 && errno != EAGAIN) {
+        OnFailed(errno);
+        return;
+    }
+    Cut(static_cast<size_t>(std::max<ssize_t>(lSent, 0)));
+    if (Count() > 0) {
+        OnBlocked(lSent > 0);
+        return;
     }
     m_bWaiting = false;
     m_bStalled = false;
-}
-
-/// One call for the first packets.
-ssize_t CClientOut::SendSome(size_t& szOffered)
-{
-    std::array<iovec, SEND_AT_ONCE> astPart;
-    const size_t szParts = std::min(Count(), astPart.size());
-    size_t szSkip = m_szSent;
-    for (size_t i = 0; i < szParts; ++i) {
-        const ByteSpan bytes = m_vecPackets[m_szFirst + i].Bytes().subspan(std::exchange(szSkip, 0));
-        astPart[i] = {bytes.data(), bytes.size()};
-        szOffered += bytes.size();
-    }
-    if (szParts == 1) // the cheaper call
-        return RetryOnEintr([&] { return send(m_nSocket, astPart[0].iov_base, astPart[0].iov_len, SEND_FLAGS); });
-    msghdr stMsg{};
-    stMsg.msg_iov = astPart.data();
-    stMsg.msg_iovlen = szParts;
-    return RetryOnEintr([&] { return sendmsg(m_nSocket, &stMsg, SEND_FLAGS); });
 }
 
 /// Lets go of what the socket has taken.
 void CClientOut::Cut(size_t szSent)
 {
     m_szSent += szSent;
-    while (Count() > 0 && m_szSent >= m_vecPackets[m_szFirst].size()) {
-        CPacket& packet = m_vecPackets[m_szFirst++];
-        m_szSent -= packet.size();
-        m_szCost -= PACKET_COST + packet.size();
-        packet = {};
+    while (Count() > 0 && m_szSent >= m_vecLengths[m_szFirst]) {
+        const size_t szLen = m_vecLengths[m_szFirst++];
+        m_szBegin += szLen;
+        m_szSent -= szLen;
+        m_szCost -= PACKET_COST + szLen;
     }
     Tidy();
 }
@@ -108,13 +106,15 @@ void CClientOut::Cut(size_t szSent)
 void CClientOut::Tidy()
 {
     if (Count() == 0) {
-        m_vecPackets.clear();
-        m_szFirst = 0;
-        if (m_vecPackets.capacity() > KEEP_CAPACITY)
-            std::vector<CPacket>().swap(m_vecPackets);
-    } else if (m_szFirst > KEEP_CAPACITY && m_szFirst > Count()) {
-        m_vecPackets.erase(m_vecPackets.begin(), m_vecPackets.begin() + static_cast<ptrdiff_t>(m_szFirst));
-        m_szFirst = 0;
+        m_vecBytes.clear();
+        m_vecLengths.clear();
+        m_szBegin = m_szFirst = 0;
+        if (m_vecBytes.capacity() > KEEP_BYTES)
+            std::vector<unsigned char>().swap(m_vecBytes);
+    } else if (m_szBegin > m_vecBytes.size() / 2) {
+        m_vecBytes.erase(m_vecBytes.begin(), m_vecBytes.begin() + static_cast<ptrdiff_t>(m_szBegin));
+        m_vecLengths.erase(m_vecLengths.begin(), m_vecLengths.begin() + static_cast<ptrdiff_t>(m_szFirst));
+        m_szBegin = m_szFirst = 0;
     }
 }
 
@@ -137,7 +137,7 @@ void CClientOut::OnBlocked(bool bHeadway)
 void CClientOut::OnFailed(int iError)
 {
     if (m_bWaiting && m_szSent > 0) {
-        const size_t szTotal = m_vecPackets[m_szFirst].size();
+        const size_t szTotal = m_vecLengths[m_szFirst];
         m_Losses.FrameFailed(m_fnNow(), szTotal - m_szSent, szTotal, iError);
     }
     LoseUnsent(iError);
@@ -149,14 +149,15 @@ void CClientOut::LoseUnsent(int iError)
 {
     const TIME now = m_fnNow();
     const size_t szLast = m_szFirst + (m_szSent > 0 ? 1 : 0);
-    for (size_t i = szLast; i < m_vecPackets.size(); ++i) {
-        const size_t szLen = m_vecPackets[i].size();
+    for (size_t i = szLast; i < m_vecLengths.size(); ++i) {
+        const size_t szLen = m_vecLengths[i];
         m_szCost -= PACKET_COST + szLen;
         if (iError == EAGAIN)
             m_Losses.FrameTimedOut(now);
         else
             m_Losses.FrameFailed(now, szLen, szLen, iError);
     }
-    m_vecPackets.resize(szLast);
+    m_vecLengths.resize(szLast);
+    m_vecBytes.resize(m_szBegin + (m_szSent > 0 ? m_vecLengths[m_szFirst] : 0));
     Tidy();
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "agent/LossLog.h"
-#include "common/Packet.h"
+#include "common/Bytes.h"
 
 #include <chrono>
 #include <functional>
@@ -25,7 +25,8 @@ public:
     /// The socket stays the caller's; with -1 packets vanish.
     CClientOut(int nSocket, const char* pszChannel) : m_nSocket(nSocket), m_Losses(pszChannel) {}
 
-    void Add(CPacket packet);
+    /// A packet: the head and what follows it. False when memory is too short for it; it is lost then.
+    bool Add(ByteView head, ByteView payload);
     /// While holding, packets are collected as long as they are few; the end sends them.
     void SetHolding(bool bHolding);
     /// Sends what the socket takes, and tells what is due. For whoever waits for the socket and for NextLook.
@@ -44,10 +45,12 @@ public:
     void SetClock(std::function<TIME()> fnNow) { m_fnNow = std::move(fnNow); }
 
 private:
-    size_t Count() const { return m_vecPackets.size() - m_szFirst; }
+    size_t Count() const { return m_vecLengths.size() - m_szFirst; }
+    /// What the socket hasn't taken.
+    ByteView Unsent() const { return ByteView(m_vecBytes).subspan(m_szBegin + m_szSent); }
+    bool Append(ByteView head, ByteView payload);
     bool IsFull(size_t szLen) const { return Count() > 0 && m_szCost + PACKET_COST + szLen > LIMIT; }
     void SendAll();
-    ssize_t SendSome(size_t& szOffered);
     void Cut(size_t szSent);
     void OnBlocked(bool bHeadway);
     void OnFailed(int iError);
@@ -57,7 +60,10 @@ private:
     int m_nSocket;
     CLossLog m_Losses;
     std::function<TIME()> m_fnNow = std::chrono::steady_clock::now;
-    std::vector<CPacket> m_vecPackets; // from m_szFirst on: what wants to be sent
+    // The packets that want to be sent, one behind the other, so that one call sends them:
+    std::vector<unsigned char> m_vecBytes; // from m_szBegin on
+    std::vector<size_t> m_vecLengths;      // of each, from m_szFirst on
+    size_t m_szBegin = 0;
     size_t m_szFirst = 0;
     size_t m_szSent = 0;     // bytes of the first one that the socket has taken
     size_t m_szCost = 0;     // of all, sent bytes included

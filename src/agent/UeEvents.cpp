@@ -92,18 +92,46 @@ void CUeEvents::SetConfirmed(UE_INDEX ulUeIdx, bool bConfirmed)
 void CUeEvents::ReadAgentMsgFun()
 {
     std::array<MSG_AGENT, MSG_RUN_MAX> astMsg;
-    CAgentMsgQueue& queue = CMsgBuf::Instance()->AgentQueue();
+    CMsgBuf* const pMsgBuf = CMsgBuf::Instance();
+    pMsgBuf->SetAgentTaker(this);
     while (m_bRun) {
-        const size_t szCount = queue.get(astMsg, m_due.NextTime());
-        if (szCount == 0 && !queue.running()) {
+        const size_t szCount = TakeMsgs(astMsg);
+        if (szCount == 0 && !pMsgBuf->AgentQueue().running()) {
             sleep(1);
             continue;
         }
-        const CTurn turn(LOOP::AGENT_MESSAGES);
-        RunDue();
-        ProcessAgentMsgs(std::span(astMsg).first(szCount));
-        RunDue(); // what the records have started begins at once
+        {
+            const xtl::MutexGuard guard(m_ProcessLock);
+            const CTurn turn(LOOP::AGENT_MESSAGES);
+            RunDue();
+            ProcessAgentMsgs(std::span(astMsg).first(szCount));
+            RunDue(); // what the records have started begins at once
+        }
+        pMsgBuf->OnAgentMsgsDone(szCount);
     }
+    pMsgBuf->SetAgentTaker(nullptr);
+}
+
+/// Waits for records until something is due.
+size_t CUeEvents::TakeMsgs(std::span<MSG_AGENT> msgs)
+{
+    xtl::MutexGuard guard(m_ProcessLock);
+    const auto end = m_WaitEnd = m_due.NextTime();
+    guard.Unlock();
+    return CMsgBuf::Instance()->AgentQueue().get(msgs, end);
+}
+
+bool CUeEvents::TryTake(std::span<MSG_AGENT> msgs)
+{
+    if (!m_ProcessLock.TryLock())
+        return false;
+    const CTurn turn(LOOP::AGENT_MESSAGES);
+    ProcessAgentMsgs(msgs);
+    const bool bSooner = m_due.NextTime() < m_WaitEnd;
+    m_ProcessLock.Unlock();
+    if (bSooner)
+        PostAgentMsg(AGENT_MSG_WAKE, 0, CHANNEL_LTE_DIAG, {});
+    return true;
 }
 
 void CUeEvents::RunDue()
@@ -164,6 +192,8 @@ void CUeEvents::ProcessRun(std::span<MSG_AGENT> run)
         break;
     case AGENT_MSG_DATA:
         OnUeDataArrive(run);
+        break;
+    case AGENT_MSG_WAKE:
         break;
     default:
         CDebug::Instance()->PrintWarn("Invalid data from Agent Msg Deque");

@@ -13,7 +13,7 @@ class CClientServer;
 /// Takes everything that the UE side reports, on the agent message thread: ports that come and go, and packets. Two
 /// handshakes start here when a channel appears: host connect on the LTE diag channel, link set-up on the GU command
 /// channel.
-class CUeEvents
+class CUeEvents : public IAgentMsgTaker
 {
 public:
     CUeEvents(CBindings& bindings, CChannelTable& table, CStatusReporter& status, CClientServer& clients,
@@ -24,6 +24,8 @@ public:
 
     /// Body of the thread.
     void ReadAgentMsgFun();
+    /// Packets that find the thread idle are handled where they were read, so they cross no thread.
+    bool TryTake(std::span<MSG_AGENT> msgs) override;
     /// Does one thing that is due by now; false when there is none. For the thread, and tests, which tell the time.
     bool RunDueAction(std::chrono::steady_clock::time_point now);
     /// Handles the records in order and lets go of each: of its packet, which may be rewritten in place, and its
@@ -43,6 +45,7 @@ public:
     static CPacket BuildLteDiagReq(unsigned int ulCmdId, ByteView data);
 
 private:
+    size_t TakeMsgs(std::span<MSG_AGENT> msgs);
     void AttachRow(UE_INDEX ulUeIdx, enChannelType enChannel, const UE_ATTACH_INFO_STRU& stInfo)
         REQUIRES(m_bindings.Mutex());
     void ProcessDetach(UE_INDEX ulUeIdx, enChannelType enChannel) REQUIRES(m_bindings.Mutex());
@@ -62,6 +65,8 @@ private:
     CClientServer& m_clients;
     CUEManager& m_ueManager;
     const CGuOperations& m_operations;
-    CDueActions m_due; // of the thread
+    xtl::Mutex m_ProcessLock; // whoever handles records or what is due; before every other lock of the agent
+    CDueActions m_due;        // with the lock held, but for tests
+    std::chrono::steady_clock::time_point m_WaitEnd{}; // of the thread's wait for records, or of its last one
     std::atomic<bool> m_bRun = true;
 };

@@ -65,12 +65,30 @@ void CMsgBuf::Stop()
     m_AgentQueue.stop();
 }
 
+/// Those that go through the queue count as on their way.
+void CMsgBuf::Charge(std::span<MSG_AGENT> msgs)
+{
+    for (MSG_AGENT& stMsg : msgs)
+        if (CLineLoad* const pLoad = LoadFromUe(stMsg.ulUeIdx, stMsg.enChannel))
+            stMsg.charge = CLineCharge(*pLoad, stMsg.packet.size());
+}
+
+size_t CMsgBuf::PostToAgent(std::span<MSG_AGENT> msgs, bool bData)
+{
+    IAgentMsgTaker* const pTaker = m_pAgentTaker;
+    if (bData && pTaker != nullptr && m_llWithAgent == 0 && pTaker->TryTake(msgs))
+        return msgs.size();
+    if (bData)
+        Charge(msgs);
+    m_llWithAgent += static_cast<int64_t>(msgs.size()); // before: from here on nothing may overtake them
+    const size_t szPut = m_AgentQueue.put(msgs);
+    OnAgentMsgsDone(msgs.size() - szPut);
+    return szPut;
+}
+
 void CAgentMsgRun::Add(UE_INDEX ulUeIdx, enChannelType enChannel, CPacket packet)
 {
-    CLineCharge charge;
-    if (CLineLoad* const pLoad = CMsgBuf::Instance()->LoadFromUe(ulUeIdx, enChannel))
-        charge = CLineCharge(*pLoad, packet.size());
-    m_astMsg[m_szCount++] = {AGENT_MSG_DATA, ulUeIdx, enChannel, std::move(packet), std::move(charge)};
+    m_astMsg[m_szCount++] = {AGENT_MSG_DATA, ulUeIdx, enChannel, std::move(packet), {}};
     if (m_szCount == m_astMsg.size())
         Post();
 }
@@ -79,13 +97,14 @@ void CAgentMsgRun::Post()
 {
     if (m_szCount == 0)
         return;
-    (void)CMsgBuf::Instance()->AgentQueue().put(std::span(m_astMsg).first(m_szCount));
+    (void)CMsgBuf::Instance()->PostToAgent(std::span(m_astMsg).first(m_szCount), true);
     m_szCount = 0;
 }
 
 bool PostAgentMsg(unsigned int ulMsgType, UE_INDEX ulUeIdx, enChannelType enChannel, CPacket packet)
 {
-    return CMsgBuf::Instance()->AgentQueue().put(MSG_AGENT{ulMsgType, ulUeIdx, enChannel, std::move(packet), {}});
+    MSG_AGENT stMsg{ulMsgType, ulUeIdx, enChannel, std::move(packet), {}};
+    return CMsgBuf::Instance()->PostToAgent({&stMsg, 1}, false) == 1;
 }
 
 bool PostUeMsg(unsigned int ulMsgType, UE_INDEX ulUeIdx, enChannelType enChannel, CPacket packet,

@@ -7,9 +7,12 @@
 #include "common/xtl.h"
 
 #include <array>
+#include <atomic>
 #include <chrono>
+#include <span>
 
 // Kinds of MSG_AGENT, from the UE side to the agent.
+constexpr unsigned int AGENT_MSG_WAKE = 0; // the reader is to look at its times anew
 constexpr unsigned int AGENT_MSG_DATA = 1;
 constexpr unsigned int AGENT_MSG_CONNECT = 2;
 constexpr unsigned int AGENT_MSG_DISCONNECT = 3;
@@ -18,7 +21,7 @@ constexpr unsigned int UE_MSG_SERIAL = 1;
 constexpr unsigned int UE_MSG_TCP = 2;
 
 constexpr int MSG_QUEUE_CAPACITY = 10000; // records of each queue; a full queue blocks its writers
-constexpr size_t MSG_RUN_MAX = 64;        // records that a reader or writer of a queue handles at a time
+constexpr size_t MSG_RUN_MAX = 256;       // records that a reader or writer of a queue handles at a time
 
 /// A record from the UE side to the agent.
 struct MSG_AGENT
@@ -63,6 +66,17 @@ template <class Io, class Info> void AttachInfo(Io& io, Info& stInfo)
 using CUeMsgQueue = xtl::BufQueue<MSG_UE, xtl::BufQueue_allocate<MSG_UE>>;
 using CAgentMsgQueue = xtl::BufQueue<MSG_AGENT, xtl::BufQueue_allocate<MSG_AGENT>>;
 
+/// Whoever handles the records for the agent.
+class IAgentMsgTaker
+{
+public:
+    virtual ~IAgentMsgTaker() = default;
+
+    /// Handles data records on the calling thread when that can be done at once; false, and they are as they were, when
+    /// another thread is at it. No record is on the queue.
+    virtual bool TryTake(std::span<MSG_AGENT> msgs) = 0;
+};
+
 /// The two queues between the agent and the UE side.
 class CMsgBuf
 {
@@ -83,6 +97,13 @@ public:
     CUeMsgQueue& UeQueue() { return m_UeQueue; }
     CAgentMsgQueue& AgentQueue() { return m_AgentQueue; }
 
+    /// From now on data records that find no other on its way are handed over on the thread that posts them.
+    void SetAgentTaker(IAgentMsgTaker* pTaker) { m_pAgentTaker = pTaker; }
+    /// Hands the records over, or puts them on the queue: the count of those that were taken.
+    size_t PostToAgent(std::span<MSG_AGENT> msgs, bool bData);
+    /// Records that were on the queue are handled.
+    void OnAgentMsgsDone(size_t szCount) { m_llWithAgent -= static_cast<int64_t>(szCount); }
+
     /// Packets of the line that carries the channel, on their way to the agent. Null for what is no channel of a UE.
     CLineLoad* LoadFromUe(UE_INDEX ulUeIdx, enChannelType enChannel);
     /// Packets on their way to that line.
@@ -97,8 +118,11 @@ public:
 private:
     using CLineLoads = std::array<std::array<CLineLoad, SERIALNUM>, MAXUENUM>; // by UE and port
 
+    void Charge(std::span<MSG_AGENT> msgs);
     static CLineLoad* LoadOf(CLineLoads& loads, UE_INDEX ulUeIdx, enChannelType enChannel);
 
+    std::atomic<IAgentMsgTaker*> m_pAgentTaker = nullptr;
+    std::atomic<int64_t> m_llWithAgent = 0; // records on the queue or in the hands of its reader
     CWakeUp m_ReadWake;
     CWakeUp m_WriteWake;
     CWakeUp m_RoomWake;

@@ -43,6 +43,7 @@ public:
     Mutex& operator=(const Mutex&) = delete;
 
     void Lock() ACQUIRE() { pthread_mutex_lock(&m_stMutex); }
+    bool TryLock() TRY_ACQUIRE(true) { return pthread_mutex_trylock(&m_stMutex) == 0; }
     void Unlock() RELEASE() { pthread_mutex_unlock(&m_stMutex); }
 
 private:

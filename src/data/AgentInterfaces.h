@@ -19,9 +19,9 @@ public:
 
     /// The channel whose port the client connected to.
     virtual enChannelType GetClientType() const = 0;
-    /// Sends one whole packet, lead bytes included. Packets of several threads never mix. Always true: what a client
-    /// doesn't take is lost for it alone.
-    virtual bool SendData2Client(CPacket packet) = 0;
+    /// Sends one whole packet, lead bytes included: the head and what follows it, both copied. Packets of several
+    /// threads never mix. What a client doesn't take is lost for it alone; false only when memory is short.
+    [[nodiscard]] virtual bool SendData2Client(ByteView head, ByteView payload) = 0;
 };
 
 class IBindings;

@@ -91,10 +91,6 @@ void CDataProcessor::SendAckToClient(unsigned int ulCmdId, unsigned short usPktT
         return;
     }
     const DIAG_PACKET_ACK_STRU stAck{ulCmdId, ulRc, ullTimeStamp, usPktType, 0};
-    CPacket ack = BuildClientPacket(stAck, payload);
-    if (!ack) {
+    if (!SendClientPacket(*m_pClient, stAck, payload))
         CDebug::Instance()->PrintInfo("DataProcess Get Memory faild");
-        return;
-    }
-    m_pClient->SendData2Client(std::move(ack));
 }

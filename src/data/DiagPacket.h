@@ -4,6 +4,8 @@
 
 #include <string>
 
+class IClientPort;
+
 // The records that cross the two borders of the agent: client to agent over TCP, and agent to UE over the LTE
 // channels. Their layout towards clients is fixed and stands here; that towards the UE comes from the
 // configuration (CConfig::GetFilterCfg), and the ADE records below are its form in memory.
@@ -221,9 +223,11 @@ struct UE_STATUS_STRU
     }
 };
 
-/// A whole packet for a client's socket: lead bytes, head, payload. stAck.usLen is taken from the payload. False when
-/// memory is short.
-CPacket BuildClientPacket(DIAG_PACKET_ACK_STRU stAck, ByteView payload);
+/// Sends a packet to the client: lead bytes, head, payload, of which the head can tell UINT16_MAX bytes at most. False
+/// when memory is short.
+[[nodiscard]] bool SendClientPacket(IClientPort& client, const DIAG_PACKET_ACK_STRU& stAck, ByteView payload);
+/// The same packet for other use; false when memory is short.
+CPacket BuildClientPacket(const DIAG_PACKET_ACK_STRU& stAck, ByteView payload);
 
 /// A UE request on its way to the encoder of the configured header.
 struct ADE_REQ_PACKET_STRU

@@ -65,11 +65,9 @@ int CDataProcessorAt::ProcessSerialData(ByteSpan data)
     DIAG_PACKET_ACK_STRU stAck;
     stAck.ulCmdId = bInd ? AGENT_CMD_AT_IND : AGENT_CMD_AT;
     stAck.usPktType = PKT_TYPE_AGENT;
-    CPacket packet = BuildClientPacket(stAck, data);
-    if (!packet) {
+    if (!SendClientPacket(*m_pClient, stAck, data)) {
         CDebug::Instance()->PrintInfo("DpAt:function ProcessSerialData Get memory faild");
         return 0;
     }
-    m_pClient->SendData2Client(std::move(packet));
     return 1;
 }

@@ -78,12 +78,9 @@ unsigned int CDataProcessorLteData::SendDiagDataPacket2Client(const ADE_DATA_PAC
     stAck.ulRc = stPacket.ulAckField;
     stAck.ullTimeStamp = stPacket.ullTimeStamp;
     stAck.usPktType = static_cast<uint16_t>(stPacket.ucIndType | stPacket.ucSysMode << 8 | stPacket.ucReserved << 12);
-    CPacket packet = BuildClientPacket(stAck, stPacket.pData);
-    if (!packet) {
+    if (m_pClient != nullptr && !SendClientPacket(*m_pClient, stAck, stPacket.pData)) {
         CDebug::Instance()->PrintInfo("DpLteData function SendDiagDataPacket2Client get memory faild");
         return DIAG_RC_NO_MEMORY;
     }
-    if (m_pClient != nullptr)
-        m_pClient->SendData2Client(std::move(packet));
     return DIAG_RC_OK;
 }

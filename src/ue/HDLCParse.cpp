@@ -1,5 +1,7 @@
 #include "ue/HDLCParse.h"
 
+#include "ue/FcsFold.h"
+
 #include <array>
 #include <cstring>
 #include <utility>
@@ -34,7 +36,8 @@ constexpr unsigned short NextFcs(unsigned short usFcs, unsigned char ucByte)
     return static_cast<unsigned short>((usFcs >> 8) ^ usFcsTab[(usFcs ^ ucByte) & 0xFF]);
 }
 
-constexpr size_t SLICE = 16; // bytes in one step of the FCS
+constexpr size_t SLICE = FCS_BLOCK;    // bytes in one step of the FCS
+constexpr size_t FOLD_MIN = 3 * SLICE; // fewer bytes are sooner done by table
 
 /// Table k holds what a byte adds to the FCS once k further bytes have passed. The FCS is linear, so the tables'
 /// values for the bytes of a slice are simply XORed.
@@ -137,6 +140,10 @@ unsigned short CHDLCParse::CalFcs(unsigned short fcs, ByteView bytes) const
 {
     if (bytes.data() == nullptr)
         return HDLC_ERR_FCS;
+    if (bytes.size() >= FOLD_MIN && CanFoldFcs()) {
+        fcs = NextFcsSlice(0, FoldFcs(fcs, bytes));
+        bytes = bytes.last(bytes.size() % SLICE);
+    }
     for (; bytes.size() >= SLICE; bytes = bytes.subspan(SLICE))
         fcs = NextFcsSlice(fcs, bytes.first<SLICE>());
     for (const unsigned char ucByte : bytes)

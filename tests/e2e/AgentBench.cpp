@@ -16,10 +16,10 @@ std::string Program(const std::string& strName)
     return std::string(VEX_BIN_DIR) + "/" + strName;
 }
 
-/// The agent of this build, or the one that VEX_AGENT names.
+/// The agent of this build, or the one that AGENT_VARIABLE names.
 std::string AgentProgram()
 {
-    const char* const pszOther = std::getenv("VEX_AGENT");
+    const char* const pszOther = std::getenv(AGENT_VARIABLE);
     return pszOther != nullptr ? pszOther : Program("vex-agent");
 }
 

@@ -8,6 +8,9 @@
 #include <string>
 #include <vector>
 
+/// The environment's name for another agent than that of this build.
+constexpr const char* AGENT_VARIABLE = "VEX_AGENT";
+
 /// The real agent in a folder of its own, with the configuration of config/vex.cfg and what a test adds to it, and
 /// the other programs beside it. Everything is stopped at the end of its life.
 class CAgentBench

@@ -382,7 +382,7 @@ TEST_F(ClientLoopTest, WhatAClientDidntTakeComesWhenItReadsAgain)
     ASSERT_TRUE(WaitFor([&] { return (pClient = Agent().Table().GetGUDataClient(0, CHANNEL_LTE_DATA)) != nullptr; }));
     // More than the buffers of both ends take, as one packet: its rest can't be given up.
     constexpr size_t LARGE = 16 << 20;
-    EXPECT_TRUE(pClient->SendData2Client(CPacket::Copy(Fill(LARGE, 0x5A))));
+    EXPECT_TRUE(pClient->SendData2Client({}, Fill(LARGE, 0x5A)));
     EXPECT_TRUE(pClient->HasOutput());
     EXPECT_EQ(Receive(client, LARGE), Fill(LARGE, 0x5A));
     EXPECT_TRUE(WaitFor([&] { return !pClient->HasOutput(); }));
@@ -398,9 +398,9 @@ TEST_F(ClientLoopTest, AClientThatTakesNothingIsGivenUpByTheLoop)
     std::shared_ptr<CClient> pClient;
     ASSERT_TRUE(WaitFor([&] { return (pClient = Agent().Table().GetGUDataClient(0, CHANNEL_LTE_DATA)) != nullptr; }));
     EXPECT_TRUE(WaitFor([&] { return IsAsleep(m_nLoopId); }));
-    EXPECT_TRUE(pClient->SendData2Client(CPacket::Copy(Fill(16 << 20, 0x5A))));
+    EXPECT_TRUE(pClient->SendData2Client({}, Fill(16 << 20, 0x5A)));
     for (int i = 0; i < 12; ++i)
-        EXPECT_TRUE(pClient->SendData2Client(CPacket::Copy(Fill(3))));
+        EXPECT_TRUE(pClient->SendData2Client({}, Fill(3)));
     const std::string strLost = "[WAN] : Client SendDataToClient select TimeOut, channel:Lte Data, ";
     EXPECT_TRUE(log.Saw(strLost + "errno :" + std::to_string(EAGAIN)));
     EXPECT_TRUE(log.Saw(strLost + "2 more frames lost")) << "told a second later";

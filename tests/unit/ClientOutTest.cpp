@@ -34,7 +34,7 @@ protected:
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, anPair.data()), 0);
         return anPair;
     }
-    void Add(size_t szLen, unsigned char ucByte) { m_out.Add(CPacket::Copy(Fill(szLen, ucByte))); }
+    void Add(size_t szLen, unsigned char ucByte) { EXPECT_TRUE(m_out.Add({}, Fill(szLen, ucByte))); }
     /// What the client finds by now, 8 KiB at most.
     Bytes Read()
     {
@@ -242,7 +242,7 @@ TEST_F(ClientOutTest, WithoutASocketPacketsVanish)
 {
     const CLogCapture log;
     CClientOut out(-1, "AT");
-    out.Add(CPacket::Copy(Hex("01")));
+    EXPECT_TRUE(out.Add(Hex("01"), Hex("02")));
     EXPECT_FALSE(out.IsWaiting());
     EXPECT_EQ(log.Count("SendDataToClient"), 0);
 }
@@ -260,7 +260,7 @@ TEST_F(ClientOutTest, NoPacketIsEverTorn)
         const auto usLen = static_cast<uint16_t>(upTo(3000));
         if (ulNumber % 8 == 0)
             m_out.SetHolding(ulNumber % 3 == 0);
-        m_out.Add(CPacket::Copy(Join(Le(ulNumber), Le(usLen), Fill(usLen, static_cast<unsigned char>(ulNumber)))));
+        EXPECT_TRUE(m_out.Add(Join(Le(ulNumber), Le(usLen)), Fill(usLen, static_cast<unsigned char>(ulNumber))));
         m_now += std::chrono::milliseconds(upTo(9));
         if (upTo(8) == 1)
             received = Join(received, Read());

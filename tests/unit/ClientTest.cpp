@@ -350,7 +350,7 @@ class SendTest : public testing::Test
 protected:
     bool Send(size_t szLen, unsigned char ucByte = 0x11)
     {
-        return m_client.Get()->SendData2Client(CPacket::Copy(Fill(szLen, ucByte)));
+        return m_client.Get()->SendData2Client({}, Fill(szLen, ucByte));
     }
 
     CAgentFixture m_fix;

@@ -1,4 +1,5 @@
 #include "ue/HDLCParse.h"
+#include "ue/FcsFold.h"
 
 #include "support/HdlcReference.h"
 #include "support/TestBytes.h"
@@ -238,6 +239,22 @@ TEST(HDLCParse, EqualsAPlainWalkByteByByte)
                 ASSERT_EQ(Decode(raw), (Result{uiCode, uiCode == 0 ? expected : Bytes()}));
             }
         }
+    }
+}
+
+TEST(HDLCParse, FoldedBlocksKeepTheirFcs)
+{
+    if (!CanFoldFcs())
+        GTEST_SKIP() << "this processor can't fold";
+    std::mt19937 random(20261122);
+    for (size_t szLen = FCS_BLOCK; szLen <= 300; ++szLen) {
+        const Bytes bytes = RandomBytes(random, szLen, 50);
+        const auto usStart = static_cast<unsigned short>(random());
+        const FCS_BLOCK_BYTES aucBlock = FoldFcs(usStart, bytes);
+        const size_t szWhole = szLen - szLen % FCS_BLOCK;
+        ASSERT_EQ(ReferenceFcs(0, Bytes(aucBlock.begin(), aucBlock.end())),
+                  ReferenceFcs(usStart, Bytes(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(szWhole))))
+            << szLen;
     }
 }
 

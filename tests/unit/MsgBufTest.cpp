@@ -92,6 +92,89 @@ TEST_F(MsgBuf, ARunIsPostedAtItsEndOrWhenItIsFull)
     EXPECT_EQ(vecRest[1].data, (Bytes{0x01, 0x02}));
 }
 
+namespace
+{
+/// Takes what it is offered, or says that it is busy.
+class CTaker : public IAgentMsgTaker
+{
+public:
+    bool TryTake(std::span<MSG_AGENT> msgs) override
+    {
+        if (m_bBusy)
+            return false;
+        for (MSG_AGENT& stMsg : msgs)
+            m_vecUe.push_back(stMsg.ulUeIdx);
+        return true;
+    }
+
+    bool m_bBusy = false;
+    std::vector<UE_INDEX> m_vecUe; // of the records taken, in order
+};
+
+void PostData(std::initializer_list<UE_INDEX> ues)
+{
+    CAgentMsgRun run;
+    for (const UE_INDEX ulUeIdx : ues)
+        run.Add(ulUeIdx, CHANNEL_LTE_DATA, Copy({0x01}));
+}
+} // namespace
+
+TEST_F(MsgBuf, DataThatFindsNoOtherOnItsWayIsHandedOver)
+{
+    CTaker taker;
+    m_buf.SetAgentTaker(&taker);
+    PostData({1, 2});
+    EXPECT_EQ(taker.m_vecUe, (std::vector<UE_INDEX>{1, 2}));
+    EXPECT_EQ(m_buf.LoadFromUe(1, CHANNEL_LTE_DATA)->Cost(), 0u) << "never under way";
+    EXPECT_TRUE(DrainAgentQueue().empty());
+}
+
+TEST_F(MsgBuf, DataGoesThroughTheQueueWhileTheTakerIsBusy)
+{
+    CTaker taker;
+    taker.m_bBusy = true;
+    m_buf.SetAgentTaker(&taker);
+    PostData({1, 2});
+    EXPECT_EQ(m_buf.LoadFromUe(1, CHANNEL_LTE_DATA)->Cost(), CLineLoad::RECORD_COST + 1);
+    EXPECT_EQ(DrainAgentQueue().size(), 2u);
+    EXPECT_TRUE(taker.m_vecUe.empty());
+}
+
+TEST_F(MsgBuf, NothingOvertakesWhatIsOnTheQueueOrInTheHandsOfItsReader)
+{
+    CTaker taker;
+    m_buf.SetAgentTaker(&taker);
+    EXPECT_TRUE(PostAgentMsg(AGENT_MSG_CONNECT, 1, CHANNEL_LTE_DATA, {})); // never handed over
+    PostData({2});
+    EXPECT_EQ(DrainAgentQueue().size(), 2u); // taken off, but not handled yet
+    PostData({3});
+    EXPECT_TRUE(taker.m_vecUe.empty());
+    EXPECT_EQ(DrainAgentQueue().size(), 1u);
+    m_buf.OnAgentMsgsDone(3);
+    PostData({4});
+    EXPECT_EQ(taker.m_vecUe, std::vector<UE_INDEX>{4});
+}
+
+TEST_F(MsgBuf, WithoutATakerAllGoesThroughTheQueue)
+{
+    CTaker taker;
+    m_buf.SetAgentTaker(&taker);
+    m_buf.SetAgentTaker(nullptr);
+    PostData({1});
+    EXPECT_EQ(DrainAgentQueue().size(), 1u);
+    EXPECT_TRUE(taker.m_vecUe.empty());
+}
+
+TEST_F(MsgBuf, WhatAStoppedQueueRefusesIsOnNoWay)
+{
+    CTaker taker;
+    m_buf.SetAgentTaker(&taker);
+    m_buf.Stop();
+    EXPECT_FALSE(PostAgentMsg(AGENT_MSG_DISCONNECT, 1, CHANNEL_LTE_DATA, {}));
+    PostData({2});
+    EXPECT_EQ(taker.m_vecUe, std::vector<UE_INDEX>{2}) << "the count is what it was";
+}
+
 TEST_F(MsgBuf, ChargesGoWithTheRecordsOfTheirLine)
 {
     // Both channels of the GU port are one line.

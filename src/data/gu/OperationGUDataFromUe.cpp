@@ -369,14 +369,8 @@ void COperationGUData::SendGUDataPacket2Client(const DIAG_PACKET_ACK_STRU& stAck
 
 void COperationGUData::SendTo(IClientPort* pClient, const DIAG_PACKET_ACK_STRU& stAck, ByteView payload)
 {
-    if (!pClient)
-        return;
-    CPacket packet = BuildClientPacket(stAck, payload);
-    if (!packet) {
+    if (pClient && !SendClientPacket(*pClient, stAck, payload))
         CDebug::Instance()->PrintInfo("DpGuCmd: function SendGUAckToClient Get memory faild");
-        return;
-    }
-    (void)pClient->SendData2Client(std::move(packet)); // always true
 }
 
 /// The UE's name stands in the place of its version.
