@@ -213,7 +213,8 @@ TEST(UE, AnAttachWhileThePortOpensCountsWhenThatFails)
     CPtyPair first;
     CPtyPair other;
     CUE ue;
-    ue.OnSerialAttach(first.Name(), SERIAL_TYPE_DATA, 1); // keeps the worker busy
+    ue.SetOnOpenFailed([&](enSerialType enType) { EXPECT_TRUE(ue.AttachKept(enType)); }); // as the manager does
+    ue.OnSerialAttach(first.Name(), SERIAL_TYPE_DATA, 1);                                 // keeps the worker busy
     ue.OnSerialAttach("/dev/no-such-port", SERIAL_TYPE_DIAG, 2);
     ue.OnSerialAttach(other.Name(), SERIAL_TYPE_DIAG, 3);
     ASSERT_TRUE(PortsSettled(ue));
@@ -227,6 +228,7 @@ TEST(UE, ADetachTakesBackAnAttachThatWasKept)
     CPtyPair first;
     CPtyPair other;
     CUE ue;
+    ue.SetOnOpenFailed([&](enSerialType enType) { EXPECT_FALSE(ue.AttachKept(enType)); });
     ue.OnSerialAttach(first.Name(), SERIAL_TYPE_DATA, 1);
     ue.OnSerialAttach("/dev/no-such-port", SERIAL_TYPE_DIAG, 2);
     ue.OnSerialAttach(other.Name(), SERIAL_TYPE_DIAG, 3);

@@ -1,0 +1,115 @@
+#include "tap/TapWriter.h"
+
+#include <cstring>
+#include <time.h>
+
+// A reader copies a record and then looks whether it was still there all the time. So TAP_BEGIN moves before the first
+// word of an old record is overwritten: words are stored with release and loaded with acquire, and a reader that has
+// seen a new word sees the new TAP_BEGIN too.
+
+namespace
+{
+uint64_t Now()
+{
+    timespec stNow{};
+    clock_gettime(CLOCK_REALTIME, &stNow);
+    return static_cast<uint64_t>(stNow.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(stNow.tv_nsec);
+}
+
+/// The next word of the bytes, filled up with zero, and takes it off them.
+uint64_t TakeWord(ByteView& bytes)
+{
+    uint64_t ullWord = 0;
+    const ByteView part = Slice(bytes, 0, TAP_WORD_SIZE);
+    std::memcpy(&ullWord, part.data(), part.size());
+    bytes = bytes.subspan(part.size());
+    return ullWord;
+}
+} // namespace
+
+CTapWriter::CTapWriter(std::span<TAP_WORD> memory)
+    : m_head(memory.first(TAP_HEAD_WORDS)), m_ring(memory.subspan(TAP_HEAD_WORDS))
+{
+}
+
+void CTapWriter::Write(const TAP_RECORD& stRecord, ByteView first, ByteView second)
+{
+    TAP_RECORD stWritten = stRecord;
+    const size_t szMost = m_ring.size() / TAP_LONGEST_PART * TAP_WORD_SIZE;
+    if (first.size() + second.size() > szMost) {
+        stWritten.ucFlags |= TAP_CUT;
+        first = Slice(first, 0, szMost);
+        second = Slice(second, 0, szMost - first.size());
+    }
+    const uint64_t ullBytes = first.size() + second.size();
+    const uint64_t ullWords = TapRecordWords(ullBytes);
+    const xtl::MutexGuard guard(m_Lock);
+    stWritten.ullNumber = m_ullNumber++;
+    stWritten.ullTime = Now();
+    MakeRoom(ullWords);
+    PutHead(stWritten, ullBytes);
+    PutBytes(first, second);
+    MoveRestart();
+    m_ullEnd += ullWords;
+    m_head[TAP_END].store(m_ullEnd, std::memory_order_release);
+}
+
+CTapWriter::PLACE CTapWriter::Place()
+{
+    const xtl::MutexGuard guard(m_Lock);
+    return {m_ullEnd, m_ullNumber};
+}
+
+/// Gives up the oldest records.
+void CTapWriter::MakeRoom(uint64_t ullWords)
+{
+    const uint64_t ullBefore = m_ullBegin;
+    while (m_ullEnd + ullWords - m_ullBegin > m_ring.size()) {
+        const uint64_t ullFirst = m_ring[m_ullBegin % m_ring.size()].load(std::memory_order_relaxed);
+        m_ullBegin += TapRecordWords(ullFirst & UINT32_MAX);
+    }
+    if (m_ullBegin != ullBefore)
+        m_head[TAP_BEGIN].store(m_ullBegin, std::memory_order_release); // before any word of the new record
+}
+
+void CTapWriter::PutHead(const TAP_RECORD& stRecord, uint64_t ullBytes)
+{
+    PutWord(ullBytes | uint64_t{static_cast<uint8_t>(stRecord.enKind)} << 32 | uint64_t{stRecord.ucUe} << 40 |
+            uint64_t{stRecord.ucChannel} << 48 | uint64_t{stRecord.ucFlags} << 56);
+    PutWord(stRecord.ullNumber);
+    PutWord(stRecord.ullTime);
+    PutWord(stRecord.ulPort | uint64_t{stRecord.ulClient} << 32);
+}
+
+/// The word in which the second part begins holds the last bytes of the first one too.
+void CTapWriter::PutBytes(ByteView first, ByteView second)
+{
+    while (first.size() >= TAP_WORD_SIZE)
+        PutWord(TakeWord(first));
+    if (!first.empty()) {
+        std::array<unsigned char, TAP_WORD_SIZE> aucBoth{};
+        std::ranges::copy(first, aucBoth.begin());
+        const ByteView part = Slice(second, 0, aucBoth.size() - first.size());
+        std::ranges::copy(part, aucBoth.begin() + static_cast<ptrdiff_t>(first.size()));
+        second = second.subspan(part.size());
+        ByteView both = aucBoth;
+        PutWord(TakeWord(both));
+    }
+    while (!second.empty())
+        PutWord(TakeWord(second));
+}
+
+void CTapWriter::PutWord(uint64_t ullWord)
+{
+    m_ring[m_szPut].store(ullWord, std::memory_order_release);
+    m_szPut = m_szPut + 1 == m_ring.size() ? 0 : m_szPut + 1;
+}
+
+/// Every quarter of the ring a record is noted, to restart from once the next one is.
+void CTapWriter::MoveRestart()
+{
+    if (m_ullEnd - m_ullNewerRestart < m_ring.size() / 4)
+        return;
+    m_head[TAP_RESTART].store(m_ullNewerRestart, std::memory_order_release);
+    m_ullNewerRestart = m_ullEnd;
+}

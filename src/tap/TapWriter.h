@@ -1,0 +1,48 @@
+#pragma once
+
+#include "common/xtl.h"
+#include "tap/TapRecord.h"
+
+#include <span>
+
+/// The agent's end of the tap: writes records into the shared memory and never looks at who reads them. From any
+/// thread; each record is one short critical section and one copy. While nobody observes, callers ask IsObserved and
+/// spare themselves everything else.
+class CTapWriter
+{
+public:
+    /// The memory is all zero, TAP_HEAD_WORDS and the ring, and outlives the writer. The ring has TAP_LEAST_BYTES or
+    /// more.
+    explicit CTapWriter(std::span<TAP_WORD> memory);
+
+    bool IsObserved() const { return m_bObserved.load(std::memory_order_relaxed); }
+    void SetObserved(bool bObserved) { m_bObserved = bObserved; }
+
+    /// Appends a record with the bytes of both parts, one behind the other.
+    void Write(const TAP_RECORD& stRecord, ByteView first, ByteView second = {}) EXCLUDES(m_Lock);
+
+    /// Where the next record begins, and its number.
+    struct PLACE
+    {
+        uint64_t ullPosition;
+        uint64_t ullNumber;
+    };
+    PLACE Place() EXCLUDES(m_Lock);
+
+private:
+    void MakeRoom(uint64_t ullWords) REQUIRES(m_Lock);
+    void PutHead(const TAP_RECORD& stRecord, uint64_t ullBytes) REQUIRES(m_Lock);
+    void PutBytes(ByteView first, ByteView second) REQUIRES(m_Lock);
+    void PutWord(uint64_t ullWord) REQUIRES(m_Lock);
+    void MoveRestart() REQUIRES(m_Lock);
+
+    std::span<TAP_WORD> m_head;
+    std::span<TAP_WORD> m_ring;
+    std::atomic<bool> m_bObserved = false;
+    xtl::Mutex m_Lock; // a leaf: nothing else is taken with it held
+    uint64_t m_ullEnd GUARDED_BY(m_Lock) = 0;
+    uint64_t m_ullBegin GUARDED_BY(m_Lock) = 0;
+    uint64_t m_ullNewerRestart GUARDED_BY(m_Lock) = 0; // the next value of TAP_RESTART
+    uint64_t m_ullNumber GUARDED_BY(m_Lock) = 0;       // of the next record
+    size_t m_szPut GUARDED_BY(m_Lock) = 0;             // index in the ring of the next word
+};

@@ -1,0 +1,7 @@
+vex_test(test_tap
+    SOURCES
+        TapMemoryTest.cpp
+        TapRingTest.cpp
+        TapServerTest.cpp
+    LIBS vex_tap
+)
