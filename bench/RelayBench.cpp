@@ -28,6 +28,7 @@ struct PLAN
     milliseconds loadTime;
     bool bLoad = true;                   // all modems at once too
     const char* pszOtherAgent = nullptr; // to compare with
+    size_t szObservers = 0;              // of the tap
 };
 const PLAN FULL = {9,      milliseconds(300),   milliseconds(150), milliseconds(3000), {64, 300, 1500},
                    {1, 4}, milliseconds(10'000)};
@@ -219,7 +220,7 @@ int Run(const PLAN& plan)
 {
     const size_t szUes = std::ranges::max(plan.lanes);
     Progress("starting the agent and its modems");
-    CAgentUnderTest agent;
+    CAgentUnderTest agent(plan.szObservers);
     auto vex = agent.Attach(szUes);
     if (!vex) {
         std::fprintf(stderr, "the agent doesn't take the modems\n");
@@ -286,7 +287,7 @@ std::optional<size_t> NumberOf(const char* pszText)
 }
 
 constexpr const char* USAGE =
-    R"(usage: vex-bench-relay [--quick] [--payload BYTES] [--ues N] [--rounds N] [--other AGENT]
+    R"(usage: vex-bench-relay [--quick] [--payload BYTES] [--ues N] [--rounds N] [--other AGENT] [--observers N]
 
 The agent beside raw relays, in this one run. VEX_AGENT names another agent than that of this build.
   --quick          fewer rounds and sizes
@@ -294,6 +295,7 @@ The agent beside raw relays, in this one run. VEX_AGENT names another agent than
   --ues N          one number of modems only (up to 15), likewise
   --rounds N       rounds of each measurement
   --other AGENT    another agent beside this one, in a network namespace of its own
+  --observers N    so many read the tap of this agent; the other agent has none
 )";
 
 /// False for what isn't understood.
@@ -315,6 +317,8 @@ bool TakeOption(int nOption, const char* pszValue, PLAN& plan)
         plan.sizes = {*szValue};
     else if (nOption == 'u')
         plan.lanes = {*szValue};
+    else if (nOption == 't')
+        plan.szObservers = *szValue;
     else
         plan.nRounds = static_cast<int>(*szValue);
     return nOption != 'u' || *szValue < MAXUENUM;
@@ -324,13 +328,10 @@ bool TakeOption(int nOption, const char* pszValue, PLAN& plan)
 int main(int nArgs, char** ppszArgs)
 {
     constexpr option OPTIONS[] = {
-        {"quick", no_argument, nullptr, 'q'},
-        {"payload", required_argument, nullptr, 'p'},
-        {"ues", required_argument, nullptr, 'u'},
-        {"rounds", required_argument, nullptr, 'r'},
-        {"other", required_argument, nullptr, 'o'},
-        {"help", no_argument, nullptr, 'h'},
-        {},
+        {"quick", no_argument, nullptr, 'q'},       {"payload", required_argument, nullptr, 'p'},
+        {"ues", required_argument, nullptr, 'u'},   {"rounds", required_argument, nullptr, 'r'},
+        {"other", required_argument, nullptr, 'o'}, {"observers", required_argument, nullptr, 't'},
+        {"help", no_argument, nullptr, 'h'},        {},
     };
     PLAN plan = FULL;
     for (int nOption = 0; (nOption = getopt_long(nArgs, ppszArgs, "h", OPTIONS, nullptr)) != -1;) {

@@ -3,8 +3,10 @@
 #include "support/NetNs.h"
 #include "support/Sockets.h"
 #include "support/WaitFor.h"
+#include "tap/TapConnection.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
@@ -17,6 +19,7 @@
 namespace
 {
 using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
 
 constexpr uint32_t REQUEST_ID = 0x10014003;
 constexpr size_t CLIENT_HEAD = LEAD_LEN + DIAG_PACKET_ACK_STRU::SIZE;
@@ -47,13 +50,38 @@ bool ConnectSinks(RELAY& relay, unsigned short usFirstPort)
     }
     return true;
 }
+
+/// Reads the tap as a recorder does, a few times a millisecond.
+void Observe(const std::string& strTap, const std::stop_token& stop)
+{
+    std::string strError;
+    const auto pTap = CTapConnection::Open(strTap, strError);
+    if (!pTap) {
+        std::fprintf(stderr, "  no tap: %s\n", strError.c_str());
+        return;
+    }
+    TAP_READ stRead;
+    while (!stop.stop_requested()) {
+        while (pTap->Reader().Next(stRead) == CTapReader::RESULT::RECORD) {
+        }
+        std::this_thread::sleep_for(milliseconds(5));
+    }
+    if (pTap->Reader().LostRecords() > 0)
+        std::fprintf(stderr, "  an observer lost %llu records\n",
+                     static_cast<unsigned long long>(pTap->Reader().LostRecords()));
+}
 } // namespace
 
-CAgentUnderTest::CAgentUnderTest()
+CAgentUnderTest::CAgentUnderTest(size_t szObservers)
 {
+    const std::string strTap = m_bench.Dir().Path() + "/tap";
+    if (szObservers > 0)
+        m_bench.AddConfig("TapSocket = " + strTap);
     m_bench.StartAgent();
     if (CTcpClient(CHANNEL_AT).IsOpen())
         m_szStartKiB = m_bench.Agent().ResidentKiB();
+    for (size_t i = 0; i < szObservers; ++i)
+        m_observers.emplace_back([strTap](const std::stop_token& stop) { Observe(strTap, stop); });
 }
 
 std::optional<RELAY> CAgentUnderTest::Attach(size_t szUes)
@@ -115,7 +143,7 @@ bool CAgentUnderTest::ConnectIdle(size_t szClients)
     return std::ranges::all_of(m_idle, &CUniqueFd::IsOpen);
 }
 
-std::vector<double> CAgentUnderTest::MeasureRoundTrip(std::chrono::milliseconds time)
+std::vector<double> CAgentUnderTest::MeasureRoundTrip(milliseconds time)
 {
     std::vector<double> micros;
     const auto pClient = m_bench.BoundClient(CHANNEL_LTE_DIAG, FirstPort(0));

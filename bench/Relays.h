@@ -6,13 +6,15 @@
 #include "e2e/ScriptedUe.h"
 
 #include <optional>
+#include <thread>
 
 /// The agent with modems that the benchmark plays; all confirmed, their data ports attached and a client bound to each.
 class CAgentUnderTest
 {
 public:
-    /// Nothing on the agent's side has happened yet but its start.
-    CAgentUnderTest();
+    /// Nothing on the agent's side has happened yet but its start. So many observers read its tap; without any it has
+    /// none.
+    explicit CAgentUnderTest(size_t szObservers = 0);
 
     size_t StartKiB() const { return m_szStartKiB; } // resident before the first modem
     /// The relay with its lanes; nothing when a modem isn't taken.
@@ -26,6 +28,7 @@ public:
 
 private:
     CAgentBench m_bench;
+    std::vector<std::jthread> m_observers;
     std::vector<std::unique_ptr<CScriptedUe>> m_ues;
     std::vector<std::unique_ptr<CTcpClient>> m_clients;
     std::vector<CUniqueFd> m_idle;

@@ -46,7 +46,8 @@ CAgent::CAgent()
       m_Bindings(m_Table, m_Status, m_UEManager, m_apOperationGU),
       m_Clients(m_Bindings, m_Table, m_Status, m_apOperationGU),
       m_Events(m_Bindings, m_Table, m_Status, m_Clients, m_UEManager, m_apOperationGU),
-      m_StatusService(m_Status, m_Bindings, m_Table, m_UEManager)
+      m_StatusService(m_Status, m_Bindings, m_Table, m_UEManager),
+      m_Tap(m_Bindings, m_Table)
 {
 }
 
@@ -78,6 +79,7 @@ bool CAgent::Run()
 {
     StartLog();
     CMsgBuf::Instance()->Start();
+    m_Tap.Start();           // before there is anything to see
     (void)m_UEManager.Run(); // without UEs the agent serves its clients all the same
 
     const bool bStatus = CConfig::Instance()->GetStatusInfoReportInterval() > 0;
@@ -112,6 +114,7 @@ bool CAgent::Stop()
     m_Clients.Stop();
     m_Events.Stop();
     m_StatusService.Stop();
+    m_Tap.Stop();
     if (m_hReadAgentMsgThread != -1) {
         m_hReadAgentMsgThread = -1;
         CDebug::Instance()->PrintInfo("Agent Read Serial Data Thread Exit");

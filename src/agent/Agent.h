@@ -1,5 +1,6 @@
 #pragma once
 
+#include "agent/AgentTap.h"
 #include "agent/Bindings.h"
 #include "agent/ChannelTable.h"
 #include "agent/ClientServer.h"
@@ -52,6 +53,7 @@ private:
     CClientServer m_Clients;
     CUeEvents m_Events;
     CStatusService m_StatusService;
+    CAgentTap m_Tap;
     int m_hStatusMonitorThread = -1;
     int m_hStatusQueryThread = -1;
     int m_hReadAgentMsgThread = -1;

@@ -1,5 +1,8 @@
 #include "agent/ChannelTable.h"
 
+#include "agent/AgentTap.h"
+#include "tap/Tap.h"
+
 #include "agent/Client.h"
 
 CChannelTable::CChannelTable()
@@ -95,39 +98,71 @@ SERAIL_CHANNEL_STATUS CChannelTable::PutChannelInfo2Ack(const SERIALCHANNELINFO&
     return stStatus;
 }
 
+uint32_t CChannelTable::PortNumber(UE_INDEX ulUeIdx, enChannelType enChannel) const
+{
+    if (!IsRow(ulUeIdx, enChannel))
+        return 0;
+    const xtl::MutexGuard guard(m_RowMutex);
+    return static_cast<uint32_t>(std::max(m_astChannelInfo[ulUeIdx][static_cast<size_t>(enChannel)].nPort, 0));
+}
+
+/// The row as it is now.
+void CChannelTable::ShowAtTap(UE_INDEX ulUeIdx, enChannelType enChannel) const
+{
+    if (ObservedTap() != nullptr)
+        TapChannel(ulUeIdx, Row(ulUeIdx, enChannel));
+}
+
 void CChannelTable::Attach(UE_INDEX ulUeIdx, enChannelType enChannel, int nPort, const std::string& strSerialName,
                            const std::string& strGroupId)
 {
-    const xtl::MutexGuard guard(m_RowMutex);
-    SERIALCHANNELINFO& stRow = m_astChannelInfo[ulUeIdx][static_cast<size_t>(enChannel)];
-    stRow.strSerialName = strSerialName;
-    stRow.strGroupId = strGroupId;
-    stRow.nPort = nPort;
-    stRow.enChannel = enChannel;
-    stRow.bAttached = true;
+    {
+        const xtl::MutexGuard guard(m_RowMutex);
+        SERIALCHANNELINFO& stRow = m_astChannelInfo[ulUeIdx][static_cast<size_t>(enChannel)];
+        stRow.strSerialName = strSerialName;
+        stRow.strGroupId = strGroupId;
+        stRow.nPort = nPort;
+        stRow.enChannel = enChannel;
+        stRow.bAttached = true;
+    }
+    ShowAtTap(ulUeIdx, enChannel);
 }
 
 void CChannelTable::Free(UE_INDEX ulUeIdx, enChannelType enChannel)
 {
-    const xtl::MutexGuard guard(m_RowMutex);
-    SERIALCHANNELINFO& stRow = m_astChannelInfo[ulUeIdx][static_cast<size_t>(enChannel)];
-    stRow = {};
-    stRow.enChannel = enChannel;
+    {
+        const xtl::MutexGuard guard(m_RowMutex);
+        SERIALCHANNELINFO& stRow = m_astChannelInfo[ulUeIdx][static_cast<size_t>(enChannel)];
+        stRow = {};
+        stRow.enChannel = enChannel;
+    }
+    ShowAtTap(ulUeIdx, enChannel);
 }
 
 void CChannelTable::SetConfirmed(UE_INDEX ulUeIdx, bool bConfirmed)
 {
     if (ulUeIdx >= MAXUENUM)
         return;
-    const xtl::MutexGuard guard(m_RowMutex);
-    for (SERIALCHANNELINFO& stRow : m_astChannelInfo[ulUeIdx])
-        stRow.bConfirmed = bConfirmed;
+    {
+        const xtl::MutexGuard guard(m_RowMutex);
+        for (SERIALCHANNELINFO& stRow : m_astChannelInfo[ulUeIdx])
+            stRow.bConfirmed = bConfirmed;
+    }
+    for (const enChannelType enChannel : ALL_CHANNELS)
+        ShowAtTap(ulUeIdx, enChannel);
 }
 
 void CChannelTable::SetClient(UE_INDEX ulUeIdx, enChannelType enChannel, CClient* pClient)
 {
-    const xtl::MutexGuard guard(m_RowMutex);
-    m_astChannelInfo[ulUeIdx][static_cast<size_t>(enChannel)].pClient = pClient;
+    {
+        const xtl::MutexGuard guard(m_RowMutex);
+        SERIALCHANNELINFO& stRow = m_astChannelInfo[ulUeIdx][static_cast<size_t>(enChannel)];
+        if (CClient* const pBefore = std::exchange(stRow.pClient, pClient))
+            pBefore->SetBoundUe(UE_NONE);
+    }
+    if (pClient)
+        pClient->SetBoundUe(ulUeIdx);
+    ShowAtTap(ulUeIdx, enChannel);
 }
 
 void CChannelTable::ClearClients()

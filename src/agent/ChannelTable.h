@@ -53,6 +53,8 @@ public:
     /// The same for a thread without that lock: the client can't go away while the pointer is held.
     std::shared_ptr<CClient> GetGUDataClient(UE_INDEX ulUeIdx, enChannelType enChannel) const;
     bool IsChannelOK(UE_INDEX ulUeIdx, enChannelType enChannel) const;
+    /// Number of the channel's port; 0 for the network UE, a free row and a place outside the table.
+    uint32_t PortNumber(UE_INDEX ulUeIdx, enChannelType enChannel) const;
     std::vector<unsigned char> GetChannelsInfo() const;
 
     /// The port of a channel is there. Keeps confirmation and client.
@@ -67,6 +69,7 @@ public:
 
 private:
     static SERAIL_CHANNEL_STATUS PutChannelInfo2Ack(const SERIALCHANNELINFO& stInfo);
+    void ShowAtTap(UE_INDEX ulUeIdx, enChannelType enChannel) const;
 
     mutable xtl::Mutex m_RowMutex; // never held across a call
     std::array<std::array<SERIALCHANNELINFO, CHANNELNUM>, MAXUENUM> m_astChannelInfo GUARDED_BY(m_RowMutex);

@@ -1,5 +1,6 @@
 #include "agent/Client.h"
 
+#include "agent/AgentTap.h"
 #include "common/Debug.h"
 #include "common/MsgBuf.h"
 #include "data/DiagPacket.h"
@@ -42,17 +43,28 @@ std::unique_ptr<CDataProcessor> CreateDataProcessor(enChannelType enType, IBindi
     return nullptr;
 }
 
+namespace
+{
+uint32_t NextNumber()
+{
+    static std::atomic<uint32_t> s_ulNumber = 0;
+    return ++s_ulNumber;
+}
+} // namespace
+
 CClient::CClient(int nSocket, enChannelType enType, IBindings* pBindings)
     : m_pBindings(pBindings),
       m_pProcessor(CreateDataProcessor(enType, pBindings, this)),
       m_Socket(nSocket),
       m_enType(enType),
+      m_ulNumber(NextNumber()),
       m_Out(nSocket, ChannelLabel(enType))
 {
 }
 
 CClient::~CClient()
 {
+    TapClient(*this, false);
     {
         const xtl::MutexGuard guard(m_SendMutex);
         m_Out.TellCount();
@@ -92,6 +104,7 @@ ByteView CClient::CollectFrame(ByteView data)
 {
     const TAKEN_FRAME stTaken = GetDiagReqPacket(data);
     if (!stTaken.frame.empty() && m_pProcessor) {
+        TapFromClient(*this, stTaken.frame, false);
         CLineLoad* const pLoad = Load();
         const uint64_t ullBefore = pLoad ? pLoad->PacedPosted() : 0;
         m_pProcessor->ProcessClientData(stTaken.frame);
@@ -158,8 +171,10 @@ void CClient::OnAtData(ByteView data)
 /// Hands the text to the processor and clears it.
 void CClient::ProcessRawText(std::vector<unsigned char>& text)
 {
-    if (!text.empty() && m_pProcessor)
+    if (!text.empty() && m_pProcessor) {
+        TapFromClient(*this, text, true);
         m_pProcessor->ProcessClientData(text);
+    }
     text.clear();
 }
 
@@ -212,6 +227,7 @@ void CClient::OnSerialData(ByteSpan data)
 bool CClient::SendData2Client(ByteView head, ByteView payload)
 {
     const xtl::MutexGuard guard(m_SendMutex);
+    TapToClient(*this, head, payload);
     const bool bTaken = m_Out.Add(head, payload);
     Watch();
     return bTaken;

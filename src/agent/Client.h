@@ -95,6 +95,13 @@ public:
     /// Dotted text of the peer's address.
     std::string GetAddressText() const;
     void SetBindUePort(unsigned int ulPort);
+    /// The UE that the client is bound to, or UE_NONE, as the channel table has it.
+    UE_INDEX BoundUe() const { return m_ulBoundUe; }
+    void SetBoundUe(UE_INDEX ulUeIdx) { m_ulBoundUe = ulUeIdx; }
+    /// COM port of the bound UE, also after an unbind; 0 until bound.
+    unsigned int BoundPort() const { return m_ulBindPort; }
+    /// Counts the clients of the run from 1.
+    uint32_t Number() const { return m_ulNumber; }
     /// The line that feeds the client: what waits for the client counts as on its way from there, so that a line that
     /// is faster than its client isn't read meanwhile.
     void SetSource(CLineLoad* pSource);
@@ -118,7 +125,9 @@ private:
     size_t m_nReqLen = 0;                                 // bytes held of it
     CAtFrameSearch m_AtSearch;                            // AT channel: what comes between frames
     sockaddr_in m_stAddr{};
-    unsigned int m_ulBindPort = 0;        // COM port of the bound UE, also after an unbind; 0 until bound
+    uint32_t m_ulNumber;
+    std::atomic<UE_INDEX> m_ulBoundUe = UE_NONE;
+    std::atomic<unsigned int> m_ulBindPort = 0;
     std::vector<unsigned char> m_vecKept; // read and not handled yet
     CLineLoad* m_pPacedLoad = nullptr;    // line of the last request with pauses; null for none
     uint64_t m_ullPacedUntil = 0;         // its PacedDone when that request is over

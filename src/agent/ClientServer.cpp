@@ -1,5 +1,6 @@
 #include "agent/ClientServer.h"
 
+#include "agent/AgentTap.h"
 #include "agent/Client.h"
 #include "agent/ClientSocket.h"
 #include "agent/PollSet.h"
@@ -339,6 +340,7 @@ CClient* CClientServer::AddClient(int nSocket, enChannelType enType, const socka
     MakeRoomForClient();
     CDebug::Instance()->PrintInfo("new Client connect, type is %s", strChannelType[static_cast<size_t>(enType)]);
     pClient->GetAddress() = stAddr;
+    TapClient(*pClient, true);
     pClient->SetWakeUp(m_WakeUp);
     // The binding looks at the clients that were there before this one. Whatever becomes of it, the client is listed:
     // a row of the channel table may know it.

@@ -1,5 +1,6 @@
 #include "agent/StatusReporter.h"
 
+#include "agent/AgentTap.h"
 #include "common/Config.h"
 #include "common/Debug.h"
 #include "common/Types.h"
@@ -87,6 +88,7 @@ void CStatusReporter::SendStatus2UI(ByteView datagram)
     xtl::MutexGuard guard(m_StatusMutex);
     if (m_nStatusSocket < 0)
         return;
+    TapStatus(datagram);
     const auto* const pAddr = reinterpret_cast<const sockaddr*>(&m_stMonitorAddr);
     const int nSocket = m_nStatusSocket;
     const ssize_t lSent =

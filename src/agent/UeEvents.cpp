@@ -1,5 +1,6 @@
 #include "agent/UeEvents.h"
 
+#include "agent/AgentTap.h"
 #include "agent/Client.h"
 #include "agent/ClientServer.h"
 #include "common/Debug.h"
@@ -8,6 +9,7 @@
 #include "common/Turn.h"
 #include "data/DpLteDiag.h"
 #include "data/gu/OperationGUData.h"
+#include "tap/Tap.h"
 #include "ue/UEManager.h"
 
 #include <algorithm>
@@ -191,6 +193,8 @@ void CUeEvents::ProcessRun(std::span<MSG_AGENT> run)
         });
         break;
     case AGENT_MSG_DATA:
+        if (ObservedTap() != nullptr)
+            std::ranges::for_each(run, [&](const MSG_AGENT& stData) { TapFromUe(m_table, stData); });
         OnUeDataArrive(run);
         break;
     case AGENT_MSG_WAKE:
@@ -338,6 +342,7 @@ void CUeEvents::OnHostConnectCnf(UE_INDEX ulUeIdx, const ADE_ACK_PACKET_STRU& st
     }
     pUE->SetUEConnectionAck(ConnectionAckOf(stAck.pData));
     SetConfirmed(ulUeIdx, true);
+    TapUe(m_bindings, ulUeIdx);
     SendDspModuleSwitch(ulUeIdx);
 }
 

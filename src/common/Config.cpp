@@ -15,6 +15,8 @@ namespace
 
 constexpr uint32_t DEFAULT_TIME_SPACE = 100;        // ms
 constexpr uint32_t DEFAULT_CELL_MEAS_TIMEOUT = 200; // ms
+constexpr uint32_t DEFAULT_TAP_SIZE = 16;           // MiB
+constexpr size_t MOST_TAP_SIZE = 1024;              // MiB
 constexpr size_t READ_CHUNK = 1023;                 // bytes of one read of the file
 
 uint32_t Number(const std::string& strValue, uint32_t ulPreset)
@@ -72,6 +74,8 @@ const CConfig::KEY_ROW CConfig::c_astKey[] = {
     {"LogMaxSize",                     &CConfig::ParseNumber<&CConfig::m_ulLogMaxSize>},
     {"ListenAddress",                  &CConfig::ParseText<&CConfig::m_strListenAddress>},
     {"AllowFrom",                      &CConfig::ParseAllowFrom},    // appends
+    {"TapSocket",                      &CConfig::ParseText<&CConfig::m_strTapSocket>},
+    {"TapSize",                        &CConfig::ParseNumber<&CConfig::m_ulTapSize, DEFAULT_TAP_SIZE>},
     {"TIME_SPACE",                     &CConfig::ParseNumber<&CConfig::m_ulTimeSpace>}, // not its default
     {"agentver",                       &CConfig::ParseAgentVersion},
     {"CELL_MEAS_TIMEOUT",              &CConfig::ParseNumber<&CConfig::m_iCellMeasTimeOut, DEFAULT_CELL_MEAS_TIMEOUT>},
@@ -130,6 +134,9 @@ void CConfig::Init()
     m_ulLogMaxSize = 0;
     m_strListenAddress.clear();
     m_bAllowAll = true;
+    m_strTapSocket.clear();
+    m_ulTapSize = DEFAULT_TAP_SIZE;
+    m_strText.clear();
     m_stFilterCfg.ucDataTagFirst = 3;
     m_stFilterCfg.ucDataTagSecond = 0xFF;
     ClearLists();
@@ -147,7 +154,14 @@ bool CConfig::LoadConfigFile(const char* path)
             std::memset(szChunk, 0, sizeof(szChunk));
         }
     }
+    m_strText = strText;
     return ParseConfig(strText);
+}
+
+size_t CConfig::GetTapBytes() const
+{
+    constexpr size_t MIB = 1 << 20;
+    return std::clamp<size_t>(m_ulTapSize, 1, MOST_TAP_SIZE) * MIB;
 }
 
 bool CConfig::ParseConfig(std::string& text)

@@ -127,6 +127,12 @@ public:
     unsigned int GetLogMaxSize() const { return m_ulLogMaxSize; } // MB; 0: no limit
     /// Dotted text; empty for all addresses.
     const char* GetListenAddress() const { return m_strListenAddress.c_str(); }
+    /// Path of the tap's socket; empty for no tap.
+    const char* GetTapSocket() const { return m_strTapSocket.c_str(); }
+    /// Bytes of the tap's ring.
+    size_t GetTapBytes() const;
+    /// The file as it was read.
+    const std::string& GetText() const { return m_strText; }
     /// Whether a peer with this address (host order) may connect.
     bool IsPeerAllowed(uint32_t ulAddress) const;
 
@@ -200,6 +206,9 @@ private:
     bool m_bRecovery = false;
     unsigned int m_ulLogMaxSize = 0;
     std::string m_strListenAddress;
+    std::string m_strTapSocket;
+    unsigned int m_ulTapSize = 0; // MiB
+    std::string m_strText;
     bool m_bAllowAll = true;
     std::vector<NET_RANGE> m_vecAllowFrom;
 };

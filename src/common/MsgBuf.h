@@ -66,6 +66,16 @@ template <class Io, class Info> void AttachInfo(Io& io, Info& stInfo)
 using CUeMsgQueue = xtl::BufQueue<MSG_UE, xtl::BufQueue_allocate<MSG_UE>>;
 using CAgentMsgQueue = xtl::BufQueue<MSG_AGENT, xtl::BufQueue_allocate<MSG_AGENT>>;
 
+/// Sees what goes to the UEs.
+class IToUeObserver
+{
+public:
+    virtual ~IToUeObserver() = default;
+
+    /// A packet that begins to be written to its line, before it is framed. On the write thread, which is not to wait.
+    virtual void OnPacketToUe(UE_INDEX ulUeIdx, enChannelType enChannel, ByteView packet) = 0;
+};
+
 /// Whoever handles the records for the agent.
 class IAgentMsgTaker
 {
@@ -104,6 +114,10 @@ public:
     /// Records that were on the queue are handled.
     void OnAgentMsgsDone(size_t szCount) { m_llWithAgent -= static_cast<int64_t>(szCount); }
 
+    /// Null for none, which is so from the start.
+    void SetToUeObserver(IToUeObserver* pObserver) { m_pToUeObserver = pObserver; }
+    IToUeObserver* ToUeObserver() const { return m_pToUeObserver; }
+
     /// Packets of the line that carries the channel, on their way to the agent. Null for what is no channel of a UE.
     CLineLoad* LoadFromUe(UE_INDEX ulUeIdx, enChannelType enChannel);
     /// Packets on their way to that line.
@@ -122,6 +136,7 @@ private:
     static CLineLoad* LoadOf(CLineLoads& loads, UE_INDEX ulUeIdx, enChannelType enChannel);
 
     std::atomic<IAgentMsgTaker*> m_pAgentTaker = nullptr;
+    std::atomic<IToUeObserver*> m_pToUeObserver = nullptr;
     std::atomic<int64_t> m_llWithAgent = 0; // records on the queue or in the hands of its reader
     CWakeUp m_ReadWake;
     CWakeUp m_WriteWake;

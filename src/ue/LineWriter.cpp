@@ -43,7 +43,7 @@ bool CLineWriter::StartPacket(TIME now)
         case LINE_STATE::OPEN:
             break;
         }
-        m_Block = m_pLine->Channel().WriteChannel(std::move(m_deqWaiting.front().packet));
+        m_Block = TakeBlock(m_deqWaiting.front());
         if (!m_Block)
             continue; // the channel has told
         m_bBlock = true;
@@ -53,6 +53,14 @@ bool CLineWriter::StartPacket(TIME now)
         return true;
     }
     return false;
+}
+
+/// The packet as it goes on the line.
+CPacket CLineWriter::TakeBlock(MSG_UE& stMsg)
+{
+    if (IToUeObserver* const pObserver = CMsgBuf::Instance()->ToUeObserver())
+        pObserver->OnPacketToUe(stMsg.ulUeIdx, stMsg.enChannel, stMsg.packet.Bytes());
+    return m_pLine->Channel().WriteChannel(std::move(stMsg.packet));
 }
 
 /// False when the line takes no more now.

@@ -36,6 +36,7 @@ public:
 private:
     bool RestIsOver(TIME now);
     bool StartPacket(TIME now);
+    CPacket TakeBlock(MSG_UE& stMsg);
     bool WriteBlock(TIME now);
     void EndBlock(TIME now);
     void OnNothingTaken(TIME now);

@@ -70,6 +70,8 @@ TEST(Config, Defaults)
     EXPECT_FALSE(cfg.GetRecovery());
     EXPECT_EQ(cfg.GetLogMaxSize(), 0u);
     EXPECT_STREQ(cfg.GetListenAddress(), "");
+    EXPECT_STREQ(cfg.GetTapSocket(), "");
+    EXPECT_EQ(cfg.GetTapBytes(), 16u << 20);
     EXPECT_TRUE(cfg.IsPeerAllowed(0x7F000001));
     EXPECT_EQ(cfg.GetTimespaceForGuReq(), 100u);
     EXPECT_STREQ(cfg.GetAgentVersion(), "");
@@ -153,7 +155,8 @@ TEST(Config, SingleValues)
 {
     const Parsed cfg("debuglevel=9\ndebugfilename=run\nReportInterval=5\nMonitorIP=10.1.2.3\nChannelNameEnable=0\n"
                      "TIME_SPACE=250\nagentver=3.14.159\nCELL_MEAS_TIMEOUT=1000\nSPC_DPI_CELL_MEAS=0x1F;0xABCDEF01\n"
-                     "DPH_FILTER_ENABLE=1\nRecovery=1\nLogMaxSize=100\nListenAddress=127.0.0.1\n");
+                     "DPH_FILTER_ENABLE=1\nRecovery=1\nLogMaxSize=100\nListenAddress=127.0.0.1\n"
+                     "TapSocket=/run/vex/tap\nTapSize=3\n");
     EXPECT_EQ(cfg.GetDebugLevel(), 9);
     EXPECT_STREQ(cfg.GetDebugFileName(), "run");
     EXPECT_EQ(cfg.GetStatusInfoReportInterval(), 5);
@@ -168,6 +171,16 @@ TEST(Config, SingleValues)
     EXPECT_TRUE(cfg.GetRecovery());
     EXPECT_EQ(cfg.GetLogMaxSize(), 100u);
     EXPECT_STREQ(cfg.GetListenAddress(), "127.0.0.1");
+    EXPECT_STREQ(cfg.GetTapSocket(), "/run/vex/tap");
+    EXPECT_EQ(cfg.GetTapBytes(), 3u << 20);
+}
+
+TEST(Config, TheTapsRingHasAMiBAtLeastAndAGiBAtMost)
+{
+    EXPECT_EQ(Parsed("TapSize=0").GetTapBytes(), 1u << 20);
+    EXPECT_EQ(Parsed("TapSize=1024").GetTapBytes(), 1u << 30);
+    EXPECT_EQ(Parsed("TapSize=4000000000").GetTapBytes(), 1u << 30);
+    EXPECT_EQ(Parsed("TapSize=many").GetTapBytes(), 16u << 20);
 }
 
 TEST(Config, SwitchesAreOnForAnythingButZero)

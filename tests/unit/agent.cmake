@@ -1,4 +1,4 @@
-vex_test(test_agent SOURCES AgentTest.cpp ClientOutTest.cpp ClientTest.cpp ChannelBindingTest.cpp DueActionsTest.cpp
+vex_test(test_agent SOURCES AgentTapTest.cpp AgentTest.cpp ClientOutTest.cpp ClientTest.cpp ChannelBindingTest.cpp DueActionsTest.cpp
                  StatusTest.cpp UeEventsTest.cpp
          LIBS vex_agent_fixture)
 # A program of its own: its allocation functions can be made to fail.
