@@ -2,12 +2,12 @@
 
 #include "common/Record.h"
 #include "common/Wait.h"
+#include "tap/TapSocket.h"
 
 #include <cerrno>
 #include <cstring>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <vector>
 
 namespace
@@ -18,12 +18,8 @@ constexpr int HELLO_WAIT_MS = 5000;
 CUniqueFd Connect(const std::string& strPath, std::string& strError)
 {
     sockaddr_un stAddress{};
-    stAddress.sun_family = AF_UNIX;
-    if (strPath.size() >= sizeof(stAddress.sun_path)) {
-        strError = strPath + " is too long for a socket's name";
+    if (!FillTapAddress(strPath, stAddress, strError))
         return {};
-    }
-    std::memcpy(stAddress.sun_path, strPath.c_str(), strPath.size() + 1);
     CUniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (connect(fd.Get(), reinterpret_cast<const sockaddr*>(&stAddress), sizeof(stAddress)) == 0)
         return fd;
@@ -38,21 +34,11 @@ bool ReceiveHello(const CUniqueFd& socketFd, TAP_HELLO& stHello, CUniqueFd& memo
     if (PollFor(vecPoll, HELLO_WAIT_MS) <= 0)
         return false;
     std::array<unsigned char, TAP_HELLO::SIZE> aucHello{};
-    iovec stPart{aucHello.data(), aucHello.size()};
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> acControl{};
-    msghdr stMsg{};
-    stMsg.msg_iov = &stPart;
-    stMsg.msg_iovlen = 1;
-    stMsg.msg_control = acControl.data();
-    stMsg.msg_controllen = acControl.size();
-    const ssize_t lRead = RetryOnEintr([&] { return recvmsg(socketFd.Get(), &stMsg, MSG_WAITALL | MSG_CMSG_CLOEXEC); });
-    const cmsghdr* const pControl = lRead < 0 ? nullptr : CMSG_FIRSTHDR(&stMsg);
-    if (pControl != nullptr && pControl->cmsg_level == SOL_SOCKET && pControl->cmsg_type == SCM_RIGHTS &&
-        pControl->cmsg_len == CMSG_LEN(sizeof(int))) {
-        int nFd = -1;
-        std::memcpy(&nFd, CMSG_DATA(pControl), sizeof(nFd));
-        memoryFd.Reset(nFd);
-    }
+    CTapMessage message(aucHello);
+    const ssize_t lRead =
+        RetryOnEintr([&] { return recvmsg(socketFd.Get(), &message.Head(), MSG_WAITALL | MSG_CMSG_CLOEXEC); });
+    if (lRead >= 0)
+        memoryFd.Reset(message.TakeFd());
     return lRead == static_cast<ssize_t>(aucHello.size()) && DecodeRecord(aucHello, stHello) && memoryFd.IsOpen();
 }
 } // namespace

@@ -2,13 +2,15 @@
 
 #include "common/Record.h"
 #include "common/Wait.h"
+#include "tap/TapSocket.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <random>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
+#include <thread>
 #include <time.h>
 
 namespace
@@ -16,16 +18,8 @@ namespace
 constexpr int BACKLOG = 16;
 constexpr mode_t SOCKET_MODE = 0660;
 constexpr int WAIT_MS = 1000;
+constexpr std::chrono::milliseconds SHORT_PAUSE(100);
 constexpr size_t MOST_OBSERVERS = 64;
-
-bool FillAddress(const std::string& strPath, sockaddr_un& stAddress)
-{
-    stAddress.sun_family = AF_UNIX;
-    if (strPath.size() >= sizeof(stAddress.sun_path))
-        return false;
-    std::memcpy(stAddress.sun_path, strPath.c_str(), strPath.size() + 1);
-    return true;
-}
 
 /// Whether somebody listens on it.
 bool IsInUse(const sockaddr_un& stAddress)
@@ -49,10 +43,8 @@ void RemoveSocket(const std::string& strPath)
 CUniqueFd Listen(const std::string& strPath, std::string& strError)
 {
     sockaddr_un stAddress{};
-    if (!FillAddress(strPath, stAddress)) {
-        strError = strPath + " is too long for a socket's name";
+    if (!FillTapAddress(strPath, stAddress, strError))
         return {};
-    }
     if (IsInUse(stAddress)) {
         strError = strPath + " is in use by another agent";
         return {};
@@ -82,25 +74,6 @@ TAP_HELLO MakeHello(size_t szRingBytes)
     (void)gethostname(acHost.data(), acHost.size() - 1);
     stHello.strHost = acHost.data();
     return stHello;
-}
-
-/// One message with the bytes and the descriptor; false when the peer doesn't take it.
-bool SendWithFd(int nSocket, ByteSpan bytes, int nFd)
-{
-    iovec stPart{bytes.data(), bytes.size()};
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> acControl{};
-    msghdr stMsg{};
-    stMsg.msg_iov = &stPart;
-    stMsg.msg_iovlen = 1;
-    stMsg.msg_control = acControl.data();
-    stMsg.msg_controllen = acControl.size();
-    cmsghdr* const pControl = CMSG_FIRSTHDR(&stMsg);
-    pControl->cmsg_level = SOL_SOCKET;
-    pControl->cmsg_type = SCM_RIGHTS;
-    pControl->cmsg_len = CMSG_LEN(sizeof(int));
-    std::memcpy(CMSG_DATA(pControl), &nFd, sizeof(nFd));
-    const ssize_t lSent = RetryOnEintr([&] { return sendmsg(nSocket, &stMsg, MSG_NOSIGNAL); });
-    return lSent == static_cast<ssize_t>(bytes.size());
 }
 } // namespace
 
@@ -152,7 +125,9 @@ void CTapServer::Pass()
 void CTapServer::Accept()
 {
     CUniqueFd observer(accept4(m_Listen.Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-    if (observer.IsOpen() && m_vecObserver.size() < MOST_OBSERVERS && Greet(observer))
+    if (!observer.IsOpen())
+        std::this_thread::sleep_for(SHORT_PAUSE); // the system is short of descriptors: the same again would spin
+    else if (m_vecObserver.size() < MOST_OBSERVERS && Greet(observer))
         m_vecObserver.push_back(std::move(observer));
 }
 
@@ -166,5 +141,8 @@ bool CTapServer::Greet(const CUniqueFd& observer)
     stHello.ullPosition = stPlace.ullPosition;
     stHello.ullNumber = stPlace.ullNumber;
     auto aucHello = EncodeRecord(stHello);
-    return SendWithFd(observer.Get(), aucHello, m_memory.Fd());
+    CTapMessage message(aucHello);
+    message.PutFd(m_memory.Fd());
+    const ssize_t lSent = RetryOnEintr([&] { return sendmsg(observer.Get(), &message.Head(), MSG_NOSIGNAL); });
+    return lSent == static_cast<ssize_t>(aucHello.size());
 }
