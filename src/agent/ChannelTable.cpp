@@ -100,10 +100,7 @@ SERAIL_CHANNEL_STATUS CChannelTable::PutChannelInfo2Ack(const SERIALCHANNELINFO&
 
 uint32_t CChannelTable::PortNumber(UE_INDEX ulUeIdx, enChannelType enChannel) const
 {
-    if (!IsRow(ulUeIdx, enChannel))
-        return 0;
-    const xtl::MutexGuard guard(m_RowMutex);
-    return static_cast<uint32_t>(std::max(m_astChannelInfo[ulUeIdx][static_cast<size_t>(enChannel)].nPort, 0));
+    return IsRow(ulUeIdx, enChannel) ? m_aulPort[ulUeIdx][static_cast<size_t>(enChannel)].load() : 0;
 }
 
 /// The row as it is now.
@@ -124,6 +121,7 @@ void CChannelTable::Attach(UE_INDEX ulUeIdx, enChannelType enChannel, int nPort,
         stRow.nPort = nPort;
         stRow.enChannel = enChannel;
         stRow.bAttached = true;
+        m_aulPort[ulUeIdx][static_cast<size_t>(enChannel)] = static_cast<uint32_t>(std::max(nPort, 0));
     }
     ShowAtTap(ulUeIdx, enChannel);
 }
@@ -135,6 +133,7 @@ void CChannelTable::Free(UE_INDEX ulUeIdx, enChannelType enChannel)
         SERIALCHANNELINFO& stRow = m_astChannelInfo[ulUeIdx][static_cast<size_t>(enChannel)];
         stRow = {};
         stRow.enChannel = enChannel;
+        m_aulPort[ulUeIdx][static_cast<size_t>(enChannel)] = 0;
     }
     ShowAtTap(ulUeIdx, enChannel);
 }

@@ -5,6 +5,7 @@
 #include "common/xtl.h"
 
 #include <array>
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -71,6 +72,7 @@ private:
     static SERAIL_CHANNEL_STATUS PutChannelInfo2Ack(const SERIALCHANNELINFO& stInfo);
     void ShowAtTap(UE_INDEX ulUeIdx, enChannelType enChannel) const;
 
-    mutable xtl::Mutex m_RowMutex; // never held across a call
+    mutable xtl::Mutex m_RowMutex;                                                   // never held across a call
+    std::array<std::array<std::atomic<uint32_t>, CHANNELNUM>, MAXUENUM> m_aulPort{}; // as PortNumber gives them
     std::array<std::array<SERIALCHANNELINFO, CHANNELNUM>, MAXUENUM> m_astChannelInfo GUARDED_BY(m_RowMutex);
 };

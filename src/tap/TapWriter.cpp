@@ -16,14 +16,71 @@ uint64_t Now()
     return static_cast<uint64_t>(stNow.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(stNow.tv_nsec);
 }
 
-/// The next word of the bytes, filled up with zero, and takes it off them.
-uint64_t TakeWord(ByteView& bytes)
+/// A word of the first bytes, eight of them or fewer, filled up with zero.
+uint64_t PartWord(ByteView bytes)
 {
     uint64_t ullWord = 0;
-    const ByteView part = Slice(bytes, 0, TAP_WORD_SIZE);
-    std::memcpy(&ullWord, part.data(), part.size());
-    bytes = bytes.subspan(part.size());
+    std::memcpy(&ullWord, bytes.data(), bytes.size());
     return ullWord;
+}
+
+/// Writes words into the ring, one behind the other. A local of its own, so that the place stays in a register.
+class CCursor
+{
+public:
+    CCursor(std::span<TAP_WORD> ring, size_t szIndex) : m_ring(ring), m_szIndex(szIndex) {}
+
+    void Put(uint64_t ullWord)
+    {
+        m_ring[m_szIndex].store(ullWord, std::memory_order_release);
+        Skip(1);
+    }
+    /// All whole words of the bytes; gives the rest.
+    ByteView PutWhole(ByteView bytes)
+    {
+        while (bytes.size() >= TAP_WORD_SIZE) {
+            const size_t szWords = std::min(bytes.size() / TAP_WORD_SIZE, m_ring.size() - m_szIndex);
+            for (size_t i = 0; i < szWords; ++i) {
+                uint64_t ullWord = 0;
+                std::memcpy(&ullWord, &bytes[i * TAP_WORD_SIZE], TAP_WORD_SIZE);
+                m_ring[m_szIndex + i].store(ullWord, std::memory_order_release);
+            }
+            Skip(szWords);
+            bytes = bytes.subspan(szWords * TAP_WORD_SIZE);
+        }
+        return bytes;
+    }
+    size_t Index() const { return m_szIndex; }
+
+private:
+    void Skip(size_t szWords) { m_szIndex = m_szIndex + szWords == m_ring.size() ? 0 : m_szIndex + szWords; }
+
+    std::span<TAP_WORD> m_ring;
+    size_t m_szIndex;
+};
+
+void PutHead(CCursor& cursor, const TAP_RECORD& stRecord, uint64_t ullBytes)
+{
+    cursor.Put(ullBytes | uint64_t{static_cast<uint8_t>(stRecord.enKind)} << 32 | uint64_t{stRecord.ucUe} << 40 |
+               uint64_t{stRecord.ucChannel} << 48 | uint64_t{stRecord.ucFlags} << 56);
+    cursor.Put(stRecord.ullNumber);
+    cursor.Put(stRecord.ullTime);
+    cursor.Put(stRecord.ulPort | uint64_t{stRecord.ulClient} << 32);
+}
+
+/// The word in which the second part begins holds the last bytes of the first one too.
+void PutBytes(CCursor& cursor, ByteView first, ByteView second)
+{
+    if (const ByteView rest = cursor.PutWhole(first); !rest.empty()) {
+        std::array<unsigned char, TAP_WORD_SIZE> aucBoth{};
+        std::ranges::copy(rest, aucBoth.begin());
+        const ByteView part = Slice(second, 0, aucBoth.size() - rest.size());
+        std::ranges::copy(part, aucBoth.begin() + static_cast<ptrdiff_t>(rest.size()));
+        second = second.subspan(part.size());
+        cursor.Put(PartWord(aucBoth));
+    }
+    if (const ByteView rest = cursor.PutWhole(second); !rest.empty())
+        cursor.Put(PartWord(rest));
 }
 } // namespace
 
@@ -47,8 +104,10 @@ void CTapWriter::Write(const TAP_RECORD& stRecord, ByteView first, ByteView seco
     stWritten.ullNumber = m_ullNumber++;
     stWritten.ullTime = Now();
     MakeRoom(ullWords);
-    PutHead(stWritten, ullBytes);
-    PutBytes(first, second);
+    CCursor cursor(m_ring, m_szPut);
+    PutHead(cursor, stWritten, ullBytes);
+    PutBytes(cursor, first, second);
+    m_szPut = cursor.Index();
     MoveRestart();
     m_ullEnd += ullWords;
     m_head[TAP_END].store(m_ullEnd, std::memory_order_release);
@@ -70,39 +129,6 @@ void CTapWriter::MakeRoom(uint64_t ullWords)
     }
     if (m_ullBegin != ullBefore)
         m_head[TAP_BEGIN].store(m_ullBegin, std::memory_order_release); // before any word of the new record
-}
-
-void CTapWriter::PutHead(const TAP_RECORD& stRecord, uint64_t ullBytes)
-{
-    PutWord(ullBytes | uint64_t{static_cast<uint8_t>(stRecord.enKind)} << 32 | uint64_t{stRecord.ucUe} << 40 |
-            uint64_t{stRecord.ucChannel} << 48 | uint64_t{stRecord.ucFlags} << 56);
-    PutWord(stRecord.ullNumber);
-    PutWord(stRecord.ullTime);
-    PutWord(stRecord.ulPort | uint64_t{stRecord.ulClient} << 32);
-}
-
-/// The word in which the second part begins holds the last bytes of the first one too.
-void CTapWriter::PutBytes(ByteView first, ByteView second)
-{
-    while (first.size() >= TAP_WORD_SIZE)
-        PutWord(TakeWord(first));
-    if (!first.empty()) {
-        std::array<unsigned char, TAP_WORD_SIZE> aucBoth{};
-        std::ranges::copy(first, aucBoth.begin());
-        const ByteView part = Slice(second, 0, aucBoth.size() - first.size());
-        std::ranges::copy(part, aucBoth.begin() + static_cast<ptrdiff_t>(first.size()));
-        second = second.subspan(part.size());
-        ByteView both = aucBoth;
-        PutWord(TakeWord(both));
-    }
-    while (!second.empty())
-        PutWord(TakeWord(second));
-}
-
-void CTapWriter::PutWord(uint64_t ullWord)
-{
-    m_ring[m_szPut].store(ullWord, std::memory_order_release);
-    m_szPut = m_szPut + 1 == m_ring.size() ? 0 : m_szPut + 1;
 }
 
 /// Every quarter of the ring a record is noted, to restart from once the next one is.

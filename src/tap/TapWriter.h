@@ -31,9 +31,6 @@ public:
 
 private:
     void MakeRoom(uint64_t ullWords) REQUIRES(m_Lock);
-    void PutHead(const TAP_RECORD& stRecord, uint64_t ullBytes) REQUIRES(m_Lock);
-    void PutBytes(ByteView first, ByteView second) REQUIRES(m_Lock);
-    void PutWord(uint64_t ullWord) REQUIRES(m_Lock);
     void MoveRestart() REQUIRES(m_Lock);
 
     std::span<TAP_WORD> m_head;
