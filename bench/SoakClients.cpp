@@ -49,18 +49,12 @@ SOAK_COUNT CSoakReader::Count() const
 void CSoakReader::Run()
 {
     CFrameStream stream;
-    std::array<unsigned char, 65536> aucPart;
-    while (m_bRun) {
-        pollfd stPoll{m_pClient->Fd().Get(), POLLIN, 0};
-        if (poll(&stPoll, 1, LOOK_MS) <= 0)
-            continue;
-        const ssize_t lRead = recv(m_pClient->Fd().Get(), aucPart.data(), aucPart.size(), 0);
-        if (lRead <= 0)
-            return SetFault("the agent closed the connection");
-        if (!stream.Feed(ByteView(aucPart).first(static_cast<size_t>(lRead)),
-                         [&](const DIAG_PACKET_ACK_STRU& stHead, ByteView) { Note(stHead); }))
-            return SetFault("a torn frame");
-    }
+    std::string strFault;
+    while (m_bRun && strFault.empty())
+        strFault = ReadFrames(m_pClient->Fd(), LOOK_MS, stream,
+                              [&](const DIAG_PACKET_ACK_STRU& stHead, ByteView) { Note(stHead); });
+    if (!strFault.empty())
+        SetFault(strFault);
 }
 
 void CSoakReader::Note(const DIAG_PACKET_ACK_STRU& stHead)

@@ -1,7 +1,13 @@
 #pragma once
 
+#include "common/UniqueFd.h"
 #include "data/DiagPacket.h"
 #include "support/TestBytes.h"
+
+#include <array>
+#include <poll.h>
+#include <string>
+#include <sys/socket.h>
 
 /// Takes the bytes that a client receives apart, however they were cut. Lead bytes must stand wherever a frame ends.
 class CFrameStream
@@ -33,3 +39,18 @@ private:
     Bytes m_rest; // of a frame that isn't complete
     bool m_bTorn = false;
 };
+
+/// Waits for bytes, at most lWaitMs, and takes apart what one read gives: onFrame(head, payload) for each whole frame.
+/// Says what is wrong with the connection; nothing when all is well.
+template <class OnFrame>
+std::string ReadFrames(const CUniqueFd& client, int lWaitMs, CFrameStream& stream, OnFrame onFrame)
+{
+    std::array<unsigned char, 65536> aucPart;
+    pollfd stPoll{client.Get(), POLLIN, 0};
+    if (poll(&stPoll, 1, lWaitMs) <= 0)
+        return "";
+    const ssize_t lRead = recv(client.Get(), aucPart.data(), aucPart.size(), 0);
+    if (lRead <= 0)
+        return "the agent closed the connection";
+    return stream.Feed(ByteView(aucPart).first(static_cast<size_t>(lRead)), onFrame) ? "" : "a torn frame";
+}

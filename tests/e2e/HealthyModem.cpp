@@ -89,24 +89,15 @@ void CHealthyModem::Write(ByteView frame)
 void CHealthyModem::Receive()
 {
     CFrameStream stream;
-    std::array<unsigned char, 65536> aucPart;
-    while (m_bRead) {
-        pollfd stPoll{m_pClient->Fd().Get(), POLLIN, 0};
-        if (poll(&stPoll, 1, LOOK_MS) <= 0)
-            continue;
-        const ssize_t lRead = recv(m_pClient->Fd().Get(), aucPart.data(), aucPart.size(), 0);
-        if (lRead <= 0)
-            return SetFault("the agent closed the connection");
-        const MeterTime now = MeterClock::now();
-        const bool bWhole =
-            stream.Feed(ByteView(aucPart).first(static_cast<size_t>(lRead)),
-                        [&](const DIAG_PACKET_ACK_STRU& stHead, ByteView payload) {
-                            if (payload.size() != PAYLOAD_LEN || !m_meter.Receive(LoadLe<uint32_t>(payload, 0), now))
-                                SetFault("not a packet of the modem: id " + std::to_string(stHead.ulCmdId));
-                        });
-        if (!bWhole)
-            return SetFault("a torn frame");
-    }
+    std::string strFault;
+    const auto onFrame = [&](const DIAG_PACKET_ACK_STRU& stHead, ByteView payload) {
+        if (payload.size() != PAYLOAD_LEN || !m_meter.Receive(LoadLe<uint32_t>(payload, 0), MeterClock::now()))
+            SetFault("not a packet of the modem: id " + std::to_string(stHead.ulCmdId));
+    };
+    while (m_bRead && strFault.empty())
+        strFault = ReadFrames(m_pClient->Fd(), LOOK_MS, stream, onFrame);
+    if (!strFault.empty())
+        SetFault(strFault);
 }
 
 void CHealthyModem::SetFault(const std::string& strFault)

@@ -172,18 +172,27 @@ TEST(NoRecovery, AConfiguredPortThatAppearsLaterIsNotSeen)
     EXPECT_FALSE(status.AwaitConnects(DIAG_PORT, 1, STAYS_AWAY));
 }
 
+namespace
+{
+/// The agent with the modem there and confirmed, and a client of its diag channel; null when it isn't confirmed.
+std::unique_ptr<CTcpClient> StartServed(CAgentBench& bench, CNamedModem& modem)
+{
+    modem.Plug();
+    bench.StartAgent();
+    const bool bAsked = bench.Logged("Send HOST_CONNECT cmd to UE"); // the other ports may take their time first
+    if (!bAsked || !modem.Ue().TakeHandshake() || !bench.WaitConfirmed(101))
+        return nullptr;
+    return bench.BoundClient(CHANNEL_LTE_DIAG, 101);
+}
+} // namespace
+
 TEST(Recovery, AConfiguredPortThatComesBackWorksAgain)
 {
     const CStatusEars status;
     CAgentBench bench(pszOn);
     CNamedModem modem(bench);
-    modem.Plug();
-    bench.StartAgent();
-    ASSERT_TRUE(bench.Logged("Send HOST_CONNECT cmd to UE")); // the other ports may take their time first
-    ASSERT_TRUE(modem.Ue().TakeHandshake());
-    ASSERT_TRUE(bench.WaitConfirmed(101));
-    const auto pClient = bench.BoundClient(CHANNEL_LTE_DIAG, 101);
-    ASSERT_TRUE(pClient->IsOpen());
+    const auto pClient = StartServed(bench, modem);
+    ASSERT_TRUE(pClient && pClient->IsOpen());
     modem.Unplug();
     EXPECT_TRUE(SawClose(pClient->Fd()));
     pClient->Close();
@@ -203,13 +212,8 @@ TEST(NoRecovery, AConfiguredPortThatVanishedKeepsItsClientAndStaysAway)
     const CStatusEars status;
     CAgentBench bench(pszOff);
     CNamedModem modem(bench);
-    modem.Plug();
-    bench.StartAgent();
-    ASSERT_TRUE(bench.Logged("Send HOST_CONNECT cmd to UE")); // the other ports may take their time first
-    ASSERT_TRUE(modem.Ue().TakeHandshake());
-    ASSERT_TRUE(bench.WaitConfirmed(101));
-    const auto pClient = bench.BoundClient(CHANNEL_LTE_DIAG, 101);
-    ASSERT_TRUE(pClient->IsOpen());
+    const auto pClient = StartServed(bench, modem);
+    ASSERT_TRUE(pClient && pClient->IsOpen());
     modem.Unplug();
     ASSERT_TRUE(bench.Logged("Read Serial fail!"));
     status.Drain();

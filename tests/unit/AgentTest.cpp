@@ -104,6 +104,16 @@ protected:
         m_loop.join();
     }
     CUniqueFd Connect(enChannelType enType) { return TryConnect(LISTENPORT[static_cast<size_t>(enType)]); }
+    /// A client that is bound to a confirmed UE with port 12; null when that fails. far is its own end.
+    std::shared_ptr<CClient> ConnectBound(enChannelType enType, CUniqueFd& far)
+    {
+        m_fix.AttachUe(0, 12);
+        m_fix.Confirm(0);
+        far = Connect(enType);
+        std::shared_ptr<CClient> pClient;
+        EXPECT_TRUE(WaitFor([&] { return (pClient = Agent().Table().GetGUDataClient(0, enType)) != nullptr; }));
+        return pClient;
+    }
     CAgent& Agent() { return m_fix.Agent(); }
 
     CAgentFixture m_fix;
@@ -293,11 +303,9 @@ TEST_F(ClientLoopTest, ARequestIsAnsweredAndTheEndOfTheClientIsNoticed)
 TEST_F(ClientLoopTest, AClientsSocketHasASmallBufferAndNeverWaits)
 {
     Start();
-    m_fix.AttachUe(0, 12);
-    m_fix.Confirm(0);
-    const CUniqueFd far = Connect(CHANNEL_AT);
-    std::shared_ptr<CClient> pClient;
-    ASSERT_TRUE(WaitFor([&] { return (pClient = Agent().Table().GetGUDataClient(0, CHANNEL_AT)) != nullptr; }));
+    CUniqueFd far;
+    const auto pClient = ConnectBound(CHANNEL_AT, far);
+    ASSERT_TRUE(pClient);
     const auto Option = [&](int nLevel, int nName) {
         int nValue = -1;
         socklen_t ulLen = sizeof(nValue);
@@ -375,11 +383,9 @@ TEST_F(ClientLoopTest, DeviceLossDoesNotWaitForTheIdleSecond)
 TEST_F(ClientLoopTest, WhatAClientDidntTakeComesWhenItReadsAgain)
 {
     Start();
-    m_fix.AttachUe(0, 12);
-    m_fix.Confirm(0);
-    const CUniqueFd client = Connect(CHANNEL_LTE_DATA);
-    std::shared_ptr<CClient> pClient;
-    ASSERT_TRUE(WaitFor([&] { return (pClient = Agent().Table().GetGUDataClient(0, CHANNEL_LTE_DATA)) != nullptr; }));
+    CUniqueFd client;
+    const auto pClient = ConnectBound(CHANNEL_LTE_DATA, client);
+    ASSERT_TRUE(pClient);
     // More than the buffers of both ends take, as one packet: its rest can't be given up.
     constexpr size_t LARGE = 16 << 20;
     EXPECT_TRUE(pClient->SendData2Client({}, Fill(LARGE, 0x5A)));
@@ -392,11 +398,9 @@ TEST_F(ClientLoopTest, AClientThatTakesNothingIsGivenUpByTheLoop)
 {
     CLogCapture log;
     Start();
-    m_fix.AttachUe(0, 12);
-    m_fix.Confirm(0);
-    const CUniqueFd client = Connect(CHANNEL_LTE_DATA);
-    std::shared_ptr<CClient> pClient;
-    ASSERT_TRUE(WaitFor([&] { return (pClient = Agent().Table().GetGUDataClient(0, CHANNEL_LTE_DATA)) != nullptr; }));
+    CUniqueFd client;
+    const auto pClient = ConnectBound(CHANNEL_LTE_DATA, client);
+    ASSERT_TRUE(pClient);
     EXPECT_TRUE(WaitFor([&] { return IsAsleep(m_nLoopId); }));
     EXPECT_TRUE(pClient->SendData2Client({}, Fill(16 << 20, 0x5A)));
     for (int i = 0; i < 12; ++i)
@@ -497,11 +501,9 @@ TEST_F(ClientLoopTest, WithRecoveryAPeerThatHasVanishedIsNoticed)
 {
     CAgentFixture::Configure("Recovery=1");
     Start();
-    m_fix.AttachUe(0, 12);
-    m_fix.Confirm(0);
-    const CUniqueFd far = Connect(CHANNEL_AT);
-    std::shared_ptr<CClient> pClient;
-    ASSERT_TRUE(WaitFor([&] { return (pClient = Agent().Table().GetGUDataClient(0, CHANNEL_AT)) != nullptr; }));
+    CUniqueFd far;
+    const auto pClient = ConnectBound(CHANNEL_AT, far);
+    ASSERT_TRUE(pClient);
     const struct
     {
         int nLevel, nName, nValue;
