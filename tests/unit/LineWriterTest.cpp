@@ -96,6 +96,53 @@ TEST_F(LineWriterTest, PacketsGoOutInOrder)
     EXPECT_TRUE(writer.IsIdle());
 }
 
+namespace
+{
+/// Puts down what it sees.
+class CWatcher : public IToUeObserver
+{
+public:
+    CWatcher() { CMsgBuf::Instance()->SetToUeObserver(this); }
+    ~CWatcher() override { CMsgBuf::Instance()->SetToUeObserver(nullptr); }
+
+    void OnPacketToUe(UE_INDEX ulUeIdx, enChannelType enChannel, ByteView packet) override
+    {
+        strSeen += std::to_string(ulUeIdx) + "/" + std::to_string(enChannel) + ":" +
+                   std::string(packet.begin(), packet.end()) + " ";
+    }
+
+    std::string strSeen;
+};
+} // namespace
+
+TEST_F(LineWriterTest, AnObserverSeesEachPacketOnceWhenItBeginsToBeWritten)
+{
+    CWatcher watcher;
+    line.szTakes = 2;
+    Put(AsBytes("one"));
+    Put(AsBytes("two"));
+    EXPECT_EQ(watcher.strSeen, "");
+    Pump();
+    EXPECT_EQ(watcher.strSeen, "0/0:one ");
+    line.szTakes = SIZE_MAX;
+    Pump();
+    EXPECT_EQ(watcher.strSeen, "0/0:one 0/0:two ");
+    line.enState = LINE_STATE::CLOSED;
+    Put(AsBytes("lost"));
+    Pump();
+    EXPECT_EQ(watcher.strSeen, "0/0:one 0/0:two ");
+}
+
+TEST_F(LineWriterTest, AnObserverSeesPacketsWithoutTheirFraming)
+{
+    CWatcher watcher;
+    line.Channel().SetRows(ChannelsOf(SERIAL_TYPE_DIAG));
+    Put(AsBytes("~}"));
+    Pump();
+    EXPECT_EQ(watcher.strSeen, "0/0:~} ");
+    EXPECT_EQ(Bytes(ByteView(line.written).first(5)), Hex("7E 7D 5E 7D 5D")) << "flag, both bytes stuffed";
+}
+
 TEST_F(LineWriterTest, ThePauseBehindAPacketHoldsTheNextAndItsCharge)
 {
     Put(AsBytes("A"), 100ms);
