@@ -103,7 +103,9 @@ void CUeEvents::ReadAgentMsgFun()
             continue;
         }
         {
+            m_bWanted = true;
             const xtl::MutexGuard guard(m_ProcessLock);
+            m_bWanted = false;
             const CTurn turn(LOOP::AGENT_MESSAGES);
             RunDue();
             ProcessAgentMsgs(std::span(astMsg).first(szCount));
@@ -117,7 +119,9 @@ void CUeEvents::ReadAgentMsgFun()
 /// Waits for records until something is due.
 size_t CUeEvents::TakeMsgs(std::span<MSG_AGENT> msgs)
 {
+    m_bWanted = true;
     xtl::MutexGuard guard(m_ProcessLock);
+    m_bWanted = false;
     const auto end = m_WaitEnd = m_due.NextTime();
     guard.Unlock();
     return CMsgBuf::Instance()->AgentQueue().get(msgs, end);
@@ -125,7 +129,7 @@ size_t CUeEvents::TakeMsgs(std::span<MSG_AGENT> msgs)
 
 bool CUeEvents::TryTake(std::span<MSG_AGENT> msgs)
 {
-    if (!m_ProcessLock.TryLock())
+    if (m_bWanted || !m_ProcessLock.TryLock())
         return false;
     const CTurn turn(LOOP::AGENT_MESSAGES);
     ProcessAgentMsgs(msgs);

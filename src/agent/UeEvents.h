@@ -65,8 +65,9 @@ private:
     CClientServer& m_clients;
     CUEManager& m_ueManager;
     const CGuOperations& m_operations;
-    xtl::Mutex m_ProcessLock; // whoever handles records or what is due; before every other lock of the agent
-    CDueActions m_due;        // with the lock held, but for tests
+    xtl::Mutex m_ProcessLock;            // whoever handles records or what is due; before every other lock of the agent
+    std::atomic<bool> m_bWanted = false; // by the thread: readers leave it the lock, however busy they are
+    CDueActions m_due;                   // with the lock held, but for tests
     std::chrono::steady_clock::time_point m_WaitEnd{}; // of the thread's wait for records, or of its last one
     std::atomic<bool> m_bRun = true;
 };

@@ -656,3 +656,48 @@ TEST_F(UeEventsTest, TheThreadDoesWhatIsDueWhileNothingComes)
     Agent().Stop();
     reader.join();
 }
+
+namespace
+{
+/// A packet as the thread that reads a line posts it.
+void PostAsReader(unsigned int ulUeIdx, enChannelType enChannel, const Bytes& packet)
+{
+    CAgentMsgRun run;
+    run.Add(ulUeIdx, enChannel, CPacket::Copy(packet));
+}
+} // namespace
+
+TEST_F(UeEventsTest, WhatAPacketMakesDueIsDoneAlsoWhenAReaderHandledIt)
+{
+    CLogCapture log;
+    std::thread reader([&] { Agent().Events().ReadAgentMsgFun(); });
+    m_fix.AttachUe(2, 9);
+    // From when the thread waits, without anything due, the packet goes past it.
+    std::this_thread::sleep_for(milliseconds(50));
+    PostAsReader(2, CHANNEL_LTE_DIAG, LteAck(0x10065000, ConnectPayload(320)));
+    EXPECT_TRUE(log.Saw("UE Connected"));
+    EXPECT_THAT(m_fix.ToUe(), SizeIs(24));
+    Agent().Stop();
+    reader.join();
+}
+
+TEST_F(UeEventsTest, AStreamThatReadersHandleKeepsNothingThatIsDueWaiting)
+{
+    CLogCapture log;
+    std::thread reader([&] { Agent().Events().ReadAgentMsgFun(); });
+    m_fix.AttachUe(2, 9);
+    m_fix.AttachUe(3, 10);
+    std::atomic<bool> bRun = true;
+    std::thread stream([&] {
+        while (bRun)
+            PostAsReader(3, CHANNEL_LTE_DATA, Fill(60, 1));
+    });
+    const auto start = steady_clock::now();
+    PostAsReader(2, CHANNEL_LTE_DIAG, LteAck(0x10065000, ConnectPayload(320)));
+    EXPECT_TRUE(log.Saw("UE Connected"));
+    EXPECT_LT(steady_clock::now() - start, seconds(3)) << "1.2 s are needed";
+    bRun = false;
+    stream.join();
+    Agent().Stop();
+    reader.join();
+}
