@@ -9,6 +9,7 @@
 namespace
 {
 constexpr size_t KEEP_BYTES = 4 * CClientOut::HOLD_MAX; // room that stays when nothing waits
+constexpr size_t SEND_AT_ONCE = CClientOut::HOLD_MAX;   // bytes of one call
 constexpr int SEND_FLAGS = MSG_NOSIGNAL | MSG_DONTWAIT;
 } // namespace
 
@@ -69,21 +70,23 @@ CClientOut::TIME CClientOut::NextLook() const
     return m_bWaiting && !m_bStalled ? std::min(m_Deadline, m_Losses.CountDue()) : m_Losses.CountDue();
 }
 
+/// In pieces: one large piece can overrun the receive buffer of a client with a small one, whose system then drops it
+/// and gets it again after a wait that is longer than PATIENCE.
 void CClientOut::SendAll()
 {
     m_szHeld = 0;
-    if (Count() == 0)
-        return;
-    const ByteView unsent = Unsent();
-    const ssize_t lSent = RetryOnEintr([&] { return send(m_nSocket, unsent.data(), unsent.size(), SEND_FLAGS); });
-    if (lSent < 0 && errno != EAGAIN) {
-        OnFailed(errno);
-        return;
-    }
-    Cut(static_cast<size_t>(std::max<ssize_t>(lSent, 0)));
-    if (Count() > 0) {
-        OnBlocked(lSent > 0);
-        return;
+    for (bool bHeadway = false; Count() > 0; bHeadway = true) {
+        const ByteView piece = Slice(Unsent(), 0, SEND_AT_ONCE);
+        const ssize_t lSent = RetryOnEintr([&] { return send(m_nSocket, piece.data(), piece.size(), SEND_FLAGS); });
+        if (lSent < 0 && errno != EAGAIN) {
+            OnFailed(errno);
+            return;
+        }
+        Cut(static_cast<size_t>(std::max<ssize_t>(lSent, 0)));
+        if (lSent < static_cast<ssize_t>(piece.size())) {
+            OnBlocked(bHeadway || lSent > 0);
+            return;
+        }
     }
     m_bWaiting = false;
     m_bStalled = false;
