@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <poll.h>
 
 namespace
 {
@@ -126,7 +127,20 @@ bool CClient::IsBlocked() const
 {
     const CLineLoad* const pLoad = Load();
     const bool bPaused = pLoad && pLoad == m_pPacedLoad && pLoad->PacedDone() < m_ullPacedUntil;
-    return bPaused || (pLoad && !pLoad->HasRoom());
+    return (bPaused && !HasEnded()) ||
+           (pLoad && !pLoad->HasRoom()); // nobody waits for the answers of one that has gone
+}
+
+/// The peer sends nothing more; what it sent may still be there.
+bool CClient::HasEnded() const
+{
+    pollfd stPoll{m_Socket.Get(), POLLRDHUP, 0};
+    return poll(&stPoll, 1, 0) == 1;
+}
+
+short CClient::EventsWhileHeld() const
+{
+    return HasEnded() ? 0 : POLLRDHUP;
 }
 
 bool CClient::MustWait()

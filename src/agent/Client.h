@@ -48,6 +48,9 @@ public:
     bool MustWait();
     /// What MustWait said last.
     bool IsHeldBack() const { return m_bHeldBack; }
+    /// What to look for meanwhile: the end of a client, whose last requests are handled at once and whose binding is
+    /// free then for the next one.
+    short EventsWhileHeld() const;
     struct TAKEN_FRAME
     {
         size_t szTaken = 0; // bytes taken, up to the end of one frame
@@ -114,6 +117,7 @@ private:
     void ProcessRawText(std::vector<unsigned char>& text);
     CLineLoad* Load() const;
     bool IsBlocked() const;
+    bool HasEnded() const;
     void SetHolding(bool bHolding);
     void Watch() REQUIRES(m_SendMutex);
 

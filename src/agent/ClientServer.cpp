@@ -165,8 +165,9 @@ Clock::time_point CClientServer::FillPollSet(CPollSet& fds, const CListenSockets
     if (Clock::now() >= m_AcceptAgain)
         std::ranges::for_each(anListen, [&](int nSocket) { fds.Add(nSocket); });
     for (const auto& pClient : m_vecClients) {
-        int nEvents = pClient->IsHeldBack() && pClient->MustWait() ? 0 : POLLIN;
-        if (nEvents != 0 && pClient->HasKept())
+        const bool bHeld = pClient->IsHeldBack() && pClient->MustWait();
+        int nEvents = bHeld ? pClient->EventsWhileHeld() : POLLIN;
+        if (!bHeld && pClient->HasKept())
             end = Clock::time_point(); // long ago: it goes on at once
         if (pClient->HasOutput()) {
             const CClient::OUTPUT stOutput = pClient->Output();

@@ -462,6 +462,24 @@ TEST_F(ClientLoopTest, AClientWhoseLineIsFullIsntReadUntilThereIsRoom)
     EXPECT_EQ(Bytes(stMsg.packet.Bytes()), text);
 }
 
+TEST_F(ClientLoopTest, TheEndOfAClientThatIsHeldBackIsNoticedAtOnce)
+{
+    CLogCapture log;
+    CAgentFixture::Configure("TIME_SPACE=20000");
+    Start();
+    CUniqueFd gu;
+    const auto pClient = ConnectBound(CHANNEL_GU_CMD, gu);
+    ASSERT_TRUE(pClient);
+    const Bytes request = Hex("9F 9F 05 A0 00 00 52 00 04 00 01 00 00 00"); // 0xA005
+    ASSERT_EQ(send(gu.Get(), request.data(), request.size(), 0), 14);
+    ASSERT_TRUE(WaitFor([&] { return CMsgBuf::Instance()->LoadToUe(0, CHANNEL_GU_CMD)->Cost() > 0; }));
+    ASSERT_EQ(send(gu.Get(), request.data(), request.size(), 0), 14); // one more, which waits for the first
+    gu.Reset();
+    EXPECT_TRUE(log.Saw("Client Disonnected, com port is 12"));
+    const CUniqueFd next = Connect(CHANNEL_GU_CMD);
+    EXPECT_TRUE(WaitFor([&] { return Agent().Table().GetGUDataClient(0, CHANNEL_GU_CMD) != nullptr; })) << "bound";
+}
+
 TEST_F(ClientLoopTest, DeviceLossEndsAClientThatIsHeldBack)
 {
     Start();
