@@ -88,13 +88,16 @@ void CAgentTap::Start()
         return;
     }
     m_bRun = true;
+    m_hThread = start_thread(0, Tap_Thread, this);
+    if (m_hThread == -1) {
+        CDebug::Instance()->PrintError("Tap Thread Create Fail!");
+        m_bRun = false;
+        m_pServer.reset();
+        return;
+    }
     SetTap(&m_pServer->Writer());
     CMsgBuf::Instance()->SetToUeObserver(this);
-    m_hThread = start_thread(0, Tap_Thread, this);
-    if (m_hThread == -1)
-        CDebug::Instance()->PrintError("Tap Thread Create Fail!");
-    else
-        CDebug::Instance()->PrintInfo("Tap listens on %s", strPath.c_str());
+    CDebug::Instance()->PrintInfo("Tap listens on %s", strPath.c_str());
 }
 
 void CAgentTap::Stop()
@@ -106,7 +109,8 @@ void CAgentTap::Stop()
 void CAgentTap::TapFun()
 {
     while (m_bRun)
-        (void)DropOnNoMemory("an observer of the tap", [&] { m_pServer->Pass(); });
+        if (!DropOnNoMemory("an observer of the tap", [&] { m_pServer->Pass(); }))
+            sleep(1); // what is short now is most likely short on the next pass
 }
 
 /// With the bindings held as they are, so that no change of them is missed or told twice.

@@ -25,6 +25,12 @@ const char* ChannelLabel(enChannelType enType)
     const auto szType = static_cast<size_t>(enType);
     return szType < strChannelType.size() ? strChannelType[szType] : "";
 }
+
+uint32_t NextNumber()
+{
+    static std::atomic<uint32_t> s_ulNumber = 0;
+    return ++s_ulNumber;
+}
 } // namespace
 
 std::unique_ptr<CDataProcessor> CreateDataProcessor(enChannelType enType, IBindings* pBindings, IClientPort* pClient)
@@ -43,15 +49,6 @@ std::unique_ptr<CDataProcessor> CreateDataProcessor(enChannelType enType, IBindi
     }
     return nullptr;
 }
-
-namespace
-{
-uint32_t NextNumber()
-{
-    static std::atomic<uint32_t> s_ulNumber = 0;
-    return ++s_ulNumber;
-}
-} // namespace
 
 CClient::CClient(int nSocket, enChannelType enType, IBindings* pBindings)
     : m_pBindings(pBindings),
@@ -127,20 +124,13 @@ bool CClient::IsBlocked() const
 {
     const CLineLoad* const pLoad = Load();
     const bool bPaused = pLoad && pLoad == m_pPacedLoad && pLoad->PacedDone() < m_ullPacedUntil;
-    return (bPaused && !HasEnded()) ||
-           (pLoad && !pLoad->HasRoom()); // nobody waits for the answers of one that has gone
+    return (bPaused && !m_bSkipsPauses) || (pLoad && !pLoad->HasRoom());
 }
 
-/// The peer sends nothing more; what it sent may still be there.
 bool CClient::HasEnded() const
 {
     pollfd stPoll{m_Socket.Get(), POLLRDHUP, 0};
     return poll(&stPoll, 1, 0) == 1;
-}
-
-short CClient::EventsWhileHeld() const
-{
-    return HasEnded() ? 0 : POLLRDHUP;
 }
 
 bool CClient::MustWait()

@@ -48,9 +48,10 @@ public:
     bool MustWait();
     /// What MustWait said last.
     bool IsHeldBack() const { return m_bHeldBack; }
-    /// What to look for meanwhile: the end of a client, whose last requests are handled at once and whose binding is
-    /// free then for the next one.
-    short EventsWhileHeld() const;
+    /// Whether the peer sends nothing more. What it sent may still be there, and it may still read.
+    bool HasEnded() const;
+    /// From now on it isn't held back for pauses.
+    void SkipPauses() { m_bSkipsPauses = true; }
     struct TAKEN_FRAME
     {
         size_t szTaken = 0; // bytes taken, up to the end of one frame
@@ -117,7 +118,6 @@ private:
     void ProcessRawText(std::vector<unsigned char>& text);
     CLineLoad* Load() const;
     bool IsBlocked() const;
-    bool HasEnded() const;
     void SetHolding(bool bHolding);
     void Watch() REQUIRES(m_SendMutex);
 
@@ -136,6 +136,7 @@ private:
     CLineLoad* m_pPacedLoad = nullptr;    // line of the last request with pauses; null for none
     uint64_t m_ullPacedUntil = 0;         // its PacedDone when that request is over
     bool m_bHeldBack = false;
+    bool m_bSkipsPauses = false;
     CWakeUp* m_pWake = nullptr;
     xtl::Mutex m_SendMutex; // keeps a packet together; never held across a wait
     CClientOut m_Out GUARDED_BY(m_SendMutex);

@@ -166,7 +166,7 @@ Clock::time_point CClientServer::FillPollSet(CPollSet& fds, const CListenSockets
         std::ranges::for_each(anListen, [&](int nSocket) { fds.Add(nSocket); });
     for (const auto& pClient : m_vecClients) {
         const bool bHeld = pClient->IsHeldBack() && pClient->MustWait();
-        int nEvents = bHeld ? pClient->EventsWhileHeld() : POLLIN;
+        int nEvents = bHeld ? 0 : POLLIN;
         if (!bHeld && pClient->HasKept())
             end = Clock::time_point(); // long ago: it goes on at once
         if (pClient->HasOutput()) {
@@ -207,10 +207,28 @@ bool CClientServer::HasRequests(const CPollSet& fds, const CListenSockets& anLis
 void CClientServer::OnClientDataArrive(const CPollSet& fds, const CListenSockets& anListen)
 {
     const xtl::MutexGuard guard(m_bindings.Mutex());
+    FinishEnded();
     ReadClients(fds);
     for (size_t i = 0; i < anListen.size(); ++i)
         if (fds.IsReady(anListen[i]))
             AcceptClients(anListen[i], static_cast<enChannelType>(i));
+}
+
+/// A client that has sent its last request stays for the pauses behind it, in which an answer may come, unless another
+/// one has something to say: that may want the binding.
+void CClientServer::FinishEnded()
+{
+    std::vector<std::shared_ptr<CClient>> vecEnded;
+    {
+        const xtl::MutexGuard guard(m_ClientListMutex);
+        std::ranges::copy_if(m_vecClients, std::back_inserter(vecEnded),
+                             [](const auto& pClient) { return pClient->IsHeldBack() && pClient->HasEnded(); });
+    }
+    for (auto& pClient : vecEnded) {
+        pClient->SkipPauses();
+        while (pClient && !pClient->MustWait())
+            ReadClient(pClient);
+    }
 }
 
 void CClientServer::ReadClients(const CPollSet& fds)

@@ -55,6 +55,7 @@ private:
     void LookAtOutputs(const CPollSet& fds);
     bool HasRequests(const CPollSet& fds, const CListenSockets& anListen);
     void OnClientDataArrive(const CPollSet& fds, const CListenSockets& anListen);
+    void FinishEnded() REQUIRES(m_bindings.Mutex());
     void ReadClients(const CPollSet& fds) REQUIRES(m_bindings.Mutex());
     void ReadClient(std::shared_ptr<CClient>& pClient) REQUIRES(m_bindings.Mutex());
     void AcceptClients(int nListen, enChannelType enType) REQUIRES(m_bindings.Mutex());

@@ -462,7 +462,7 @@ TEST_F(ClientLoopTest, AClientWhoseLineIsFullIsntReadUntilThereIsRoom)
     EXPECT_EQ(Bytes(stMsg.packet.Bytes()), text);
 }
 
-TEST_F(ClientLoopTest, TheEndOfAClientThatIsHeldBackIsNoticedAtOnce)
+TEST_F(ClientLoopTest, AClientThatHasEndedStaysForThePauseUnlessAnotherComes)
 {
     CLogCapture log;
     CAgentFixture::Configure("TIME_SPACE=20000");
@@ -474,10 +474,14 @@ TEST_F(ClientLoopTest, TheEndOfAClientThatIsHeldBackIsNoticedAtOnce)
     ASSERT_EQ(send(gu.Get(), request.data(), request.size(), 0), 14);
     ASSERT_TRUE(WaitFor([&] { return CMsgBuf::Instance()->LoadToUe(0, CHANNEL_GU_CMD)->Cost() > 0; }));
     ASSERT_EQ(send(gu.Get(), request.data(), request.size(), 0), 14); // one more, which waits for the first
-    gu.Reset();
-    EXPECT_TRUE(log.Saw("Client Disonnected, com port is 12"));
+    ASSERT_EQ(shutdown(gu.Get(), SHUT_WR), 0);                        // it may still wait for an answer
+    EXPECT_FALSE(WaitFor([&] { return log.Count("Client Disonnected, com port is 12") > 0; }, 200ms));
     const CUniqueFd next = Connect(CHANNEL_GU_CMD);
-    EXPECT_TRUE(WaitFor([&] { return Agent().Table().GetGUDataClient(0, CHANNEL_GU_CMD) != nullptr; })) << "bound";
+    EXPECT_TRUE(log.Saw("Client Disonnected, com port is 12"));
+    EXPECT_TRUE(WaitFor([&] {
+        const auto pNext = Agent().Table().GetGUDataClient(0, CHANNEL_GU_CMD);
+        return pNext && pNext != pClient;
+    })) << "bound in its place";
 }
 
 TEST_F(ClientLoopTest, DeviceLossEndsAClientThatIsHeldBack)
