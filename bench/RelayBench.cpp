@@ -1,3 +1,4 @@
+#include "RelayCase.h"
 #include "Relays.h"
 
 #include <algorithm>
@@ -10,8 +11,7 @@
 #include <sys/resource.h>
 
 // The agent beside raw relays: the same framed bytes go into pseudo terminals as fast as they are taken and come out
-// of TCP connections. The relays take turns in many short rounds. A ratio is the median of the rounds' ratios, so that
-// what else the machine does, and how fast it runs at the moment, meets both sides of it.
+// of TCP connections.
 
 namespace
 {
@@ -19,95 +19,18 @@ using std::chrono::milliseconds;
 
 struct PLAN
 {
-    int nRounds;
-    milliseconds rateTime;
-    milliseconds latencyTime; // of a round, as the time before
+    CASE_PLAN stCase;
     milliseconds tripTime;
     std::vector<size_t> sizes; // bytes of payload
     std::vector<size_t> lanes; // UEs at once
     milliseconds loadTime;
     bool bLoad = true;                   // all modems at once too
     const char* pszOtherAgent = nullptr; // to compare with
-    size_t szObservers = 0;              // of the tap
 };
-const PLAN FULL = {9,      milliseconds(300),   milliseconds(150), milliseconds(3000), {64, 300, 1500},
-                   {1, 4}, milliseconds(10'000)};
-const PLAN QUICK = {3, milliseconds(200), milliseconds(150), milliseconds(1000), {300, 1500}, {1}, milliseconds(2000)};
-
-struct RESULT
-{
-    // Of each round:
-    std::vector<RELAY_RATE> rates;
-    std::vector<std::vector<double>> latencies; // microseconds, sorted
-};
-
-struct CASE
-{
-    size_t szPayload;
-    size_t szLanes;
-    std::vector<RESULT> results; // of each relay, the agent first
-};
-
-using RateValue = double RELAY_RATE::*;
-
-double Ratio(double dValue, double dBase)
-{
-    return dBase > 0 ? dValue / dBase : 0;
-}
-
-double Median(std::vector<double> values)
-{
-    std::ranges::sort(values);
-    return Percentile(values, 0.5);
-}
-
-double MedianOf(const RESULT& stResult, RateValue value)
-{
-    std::vector<double> values;
-    std::ranges::transform(stResult.rates, std::back_inserter(values), value);
-    return Median(values);
-}
-
-double MedianRatio(const RESULT& stVex, const RESULT& stOther, RateValue value)
-{
-    std::vector<double> ratios;
-    for (size_t i = 0; i < stVex.rates.size(); ++i)
-        ratios.push_back(Ratio(stVex.rates[i].*value, stOther.rates[i].*value));
-    return Median(ratios);
-}
-
-/// Over all rounds.
-double Latency(const RESULT& stResult, double dShare)
-{
-    std::vector<double> all;
-    for (const auto& latency : stResult.latencies)
-        all.insert(all.end(), latency.begin(), latency.end());
-    std::ranges::sort(all);
-    return Percentile(all, dShare);
-}
-
-double LatencyRatio(const RESULT& stVex, const RESULT& stOther, double dShare)
-{
-    std::vector<double> ratios;
-    for (size_t i = 0; i < stVex.latencies.size(); ++i)
-        ratios.push_back(Ratio(Percentile(stVex.latencies[i], dShare), Percentile(stOther.latencies[i], dShare)));
-    return Median(ratios);
-}
-
-CASE RunCase(std::vector<RELAY>& relays, size_t szPayload, size_t szLanes, const PLAN& plan)
-{
-    const RELAY_FRAMES frames(szPayload);
-    CASE stCase{szPayload, szLanes, std::vector<RESULT>(relays.size())};
-    for (int i = 0; i < plan.nRounds; ++i)
-        for (size_t k = 0; k < relays.size(); ++k) {
-            stCase.results[k].rates.push_back(MeasureRate(relays[k], szLanes, frames, plan.rateTime));
-            DrainSinks(relays[k], milliseconds(50));
-        }
-    for (int i = 0; i < plan.nRounds; ++i)
-        for (size_t k = 0; k < relays.size(); ++k)
-            stCase.results[k].latencies.push_back(MeasureLatency(relays[k], szLanes, frames, plan.latencyTime));
-    return stCase;
-}
+const PLAN FULL = {
+    {9, milliseconds(300), milliseconds(150)}, milliseconds(3000), {64, 300, 1500}, {1, 4}, milliseconds(10'000)};
+const PLAN QUICK = {
+    {3, milliseconds(200), milliseconds(150)}, milliseconds(1000), {300, 1500}, {1}, milliseconds(2000)};
 
 /// One line for a value of every relay, with the agent's ratio to each of the others.
 template <class Value, class RatioTo>
@@ -220,7 +143,7 @@ int Run(const PLAN& plan)
 {
     const size_t szUes = std::ranges::max(plan.lanes);
     Progress("starting the agent and its modems");
-    CAgentUnderTest agent(plan.szObservers);
+    CAgentUnderTest agent;
     auto vex = agent.Attach(szUes);
     if (!vex) {
         std::fprintf(stderr, "the agent doesn't take the modems\n");
@@ -244,7 +167,7 @@ int Run(const PLAN& plan)
     for (const size_t szPayload : plan.sizes)
         for (const size_t szLanes : plan.lanes) {
             Progress((std::to_string(szPayload) + " bytes, " + std::to_string(szLanes) + " UEs").c_str());
-            cases.push_back(RunCase(relays, szPayload, szLanes, plan));
+            cases.push_back(RunCase(relays, szPayload, szLanes, plan.stCase));
         }
     PrintCases(cases, relays);
     PrintAims(cases, relays);
@@ -287,7 +210,7 @@ std::optional<size_t> NumberOf(const char* pszText)
 }
 
 constexpr const char* USAGE =
-    R"(usage: vex-bench-relay [--quick] [--payload BYTES] [--ues N] [--rounds N] [--other AGENT] [--observers N]
+    R"(usage: vex-bench-relay [--quick] [--payload BYTES] [--ues N] [--rounds N] [--other AGENT]
 
 The agent beside raw relays, in this one run. VEX_AGENT names another agent than that of this build.
   --quick          fewer rounds and sizes
@@ -295,7 +218,6 @@ The agent beside raw relays, in this one run. VEX_AGENT names another agent than
   --ues N          one number of modems only (up to 15), likewise
   --rounds N       rounds of each measurement
   --other AGENT    another agent beside this one, in a network namespace of its own
-  --observers N    so many read the tap of this agent; the other agent has none
 )";
 
 /// False for what isn't understood.
@@ -317,10 +239,8 @@ bool TakeOption(int nOption, const char* pszValue, PLAN& plan)
         plan.sizes = {*szValue};
     else if (nOption == 'u')
         plan.lanes = {*szValue};
-    else if (nOption == 't')
-        plan.szObservers = *szValue;
     else
-        plan.nRounds = static_cast<int>(*szValue);
+        plan.stCase.nRounds = static_cast<int>(*szValue);
     return nOption != 'u' || *szValue < MAXUENUM;
 }
 } // namespace
@@ -328,10 +248,13 @@ bool TakeOption(int nOption, const char* pszValue, PLAN& plan)
 int main(int nArgs, char** ppszArgs)
 {
     constexpr option OPTIONS[] = {
-        {"quick", no_argument, nullptr, 'q'},       {"payload", required_argument, nullptr, 'p'},
-        {"ues", required_argument, nullptr, 'u'},   {"rounds", required_argument, nullptr, 'r'},
-        {"other", required_argument, nullptr, 'o'}, {"observers", required_argument, nullptr, 't'},
-        {"help", no_argument, nullptr, 'h'},        {},
+        {"quick", no_argument, nullptr, 'q'},
+        {"payload", required_argument, nullptr, 'p'},
+        {"ues", required_argument, nullptr, 'u'},
+        {"rounds", required_argument, nullptr, 'r'},
+        {"other", required_argument, nullptr, 'o'},
+        {"help", no_argument, nullptr, 'h'},
+        {},
     };
     PLAN plan = FULL;
     for (int nOption = 0; (nOption = getopt_long(nArgs, ppszArgs, "h", OPTIONS, nullptr)) != -1;) {

@@ -72,15 +72,15 @@ void Observe(const std::string& strTap, const std::stop_token& stop)
 }
 } // namespace
 
-CAgentUnderTest::CAgentUnderTest(size_t szObservers)
+CAgentUnderTest::CAgentUnderTest(std::optional<size_t> observers)
 {
     const std::string strTap = m_bench.Dir().Path() + "/tap";
-    if (szObservers > 0)
+    if (observers)
         m_bench.AddConfig("TapSocket = " + strTap);
     m_bench.StartAgent();
     if (CTcpClient(CHANNEL_AT).IsOpen())
         m_szStartKiB = m_bench.Agent().ResidentKiB();
-    for (size_t i = 0; i < szObservers; ++i)
+    for (size_t i = 0; i < observers.value_or(0); ++i)
         m_observers.emplace_back([strTap](const std::stop_token& stop) { Observe(strTap, stop); });
 }
 
@@ -115,8 +115,9 @@ std::optional<RELAY> COtherAgent::Attach(size_t szUes)
         return std::nullopt;
     const char* const pszOurs = std::getenv(AGENT_VARIABLE);
     const std::string strOurs = pszOurs ? pszOurs : "";
-    (void)setenv(AGENT_VARIABLE, m_strProgram.c_str(), 1);
-    auto relay = m_agent.emplace().Attach(szUes);
+    if (!m_strProgram.empty())
+        (void)setenv(AGENT_VARIABLE, m_strProgram.c_str(), 1);
+    auto relay = m_agent.emplace(m_observers).Attach(szUes);
     (void)(pszOurs ? setenv(AGENT_VARIABLE, strOurs.c_str(), 1) : unsetenv(AGENT_VARIABLE));
     if (relay)
         relay->strName = "other";

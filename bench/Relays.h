@@ -12,9 +12,9 @@
 class CAgentUnderTest
 {
 public:
-    /// Nothing on the agent's side has happened yet but its start. So many observers read its tap; without any it has
+    /// Nothing on the agent's side has happened yet but its start. So many observers read its tap; by default it has
     /// none.
-    explicit CAgentUnderTest(size_t szObservers = 0);
+    explicit CAgentUnderTest(std::optional<size_t> observers = std::nullopt);
 
     size_t StartKiB() const { return m_szStartKiB; } // resident before the first modem
     /// The relay with its lanes; nothing when a modem isn't taken.
@@ -40,13 +40,18 @@ private:
 class COtherAgent
 {
 public:
-    explicit COtherAgent(const std::string& strProgram) : m_strProgram(strProgram) {}
+    /// The program of this build when no other is named; observers as above.
+    explicit COtherAgent(std::string strProgram, std::optional<size_t> observers = std::nullopt)
+        : m_strProgram(std::move(strProgram)), m_observers(observers)
+    {
+    }
 
     /// As CAgentUnderTest; nothing too when the caller may not make a namespace.
     std::optional<RELAY> Attach(size_t szUes);
 
 private:
     std::string m_strProgram;
+    std::optional<size_t> m_observers;
     std::optional<CAgentUnderTest> m_agent;
 };
 
