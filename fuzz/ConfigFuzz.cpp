@@ -1,9 +1,10 @@
 #include "common/Config.h"
+#include "common/ConfigCheck.h"
 
 #include <cstdlib>
 #include <string>
 
-// A configuration file with any content: every value is parsed, and what the accessors promise holds.
+// A configuration file with any content: every value is parsed and checked, and what the accessors promise holds.
 
 namespace
 {
@@ -51,5 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* pucData, size_t szLen
     for (const CIdFlags* pFlags : {config.GetL1ExcludeIndMap(), config.GetL3ExcludeIndMap()})
         for (const uint32_t ulId : {0u, 1u, 0x7FFFFFFFu, 0xFFFFFFFFu})
             Require(pFlags->contains(ulId) == pFlags->Find(ulId).has_value());
+    for (const CONFIG_FINDING& stFinding : CheckConfig({pucData, pucData + szLen}))
+        Require(stFinding.szLine > 0 && !stFinding.strText.empty());
     return 0;
 }

@@ -1,7 +1,9 @@
 #include "agent/Agent.h"
 
 #include "agent/Client.h"
+#include "agent/ServiceNotify.h"
 #include "common/Config.h"
+#include "common/ConfigCheck.h"
 #include "common/Debug.h"
 #include "common/Thread.h"
 #include "common/Turn.h"
@@ -58,6 +60,7 @@ bool CAgent::Init(const char* pszConfigFile)
     CConfig* pConfig = CConfig::Instance();
     if (pszConfigFile)
         (void)pConfig->LoadConfigFile(pszConfigFile); // without the file the run goes on with the defaults
+    m_strConfigFile = pszConfigFile ? pszConfigFile : "";
     CDebug::Instance();
     CMsgBuf::Instance();
     m_Status.Open();
@@ -73,6 +76,16 @@ void CAgent::StartLog()
     gettimeofday(&stNow, nullptr);
     const std::string strFile = CConfig::Instance()->GetDebugFileName() + Timeval2String(stNow) + ".d";
     CDebug::Instance()->Start(strFile.c_str());
+    LogConfigFindings();
+}
+
+void CAgent::LogConfigFindings() const
+{
+    const auto text = ReadConfigText(m_strConfigFile);
+    if (!text)
+        return;
+    for (const CONFIG_FINDING& stFinding : CheckConfig(*text))
+        CDebug::Instance()->PrintWarn("%s", FindingText(m_strConfigFile, stFinding).c_str());
 }
 
 bool CAgent::Run()
@@ -92,7 +105,7 @@ bool CAgent::Run()
     if (!StartThread(m_hReadAgentMsgThread, ReadAgentMsg_Thread, &m_Events, "Read Agent Msg Thread Create Fail",
                      "Read Agent Msg Thread Create OK!"))
         return false;
-    m_Clients.ListenFun();
+    m_Clients.ListenFun([] { (void)NotifyService("READY=1"); });
     return true;
 }
 
@@ -111,6 +124,7 @@ bool CAgent::StartThread(int& hThread, void* (*pfn)(void*), void* pArg, const ch
 
 bool CAgent::Stop()
 {
+    (void)NotifyService("STOPPING=1");
     m_Clients.Stop();
     m_Events.Stop();
     m_StatusService.Stop();

@@ -43,6 +43,7 @@ public:
     CUEManager& UEManager() { return m_UEManager; }
 
 private:
+    void LogConfigFindings() const;
     bool StartThread(int& hThread, void* (*pfn)(void*), void* pArg, const char* pszFail, const char* pszOk);
 
     CUEManager m_UEManager;
@@ -57,5 +58,6 @@ private:
     int m_hStatusMonitorThread = -1;
     int m_hStatusQueryThread = -1;
     int m_hReadAgentMsgThread = -1;
+    std::string m_strConfigFile;
     bool m_bLogStarted = false; // main thread only
 };

@@ -94,13 +94,14 @@ int CClientServer::CreateListenSocket(int* pnSockets, int nCount)
     return nGreatest;
 }
 
-int CClientServer::ListenFun()
+int CClientServer::ListenFun(const std::function<void()>& fnListening)
 {
     CListenSockets anListen;
     if (CreateListenSocket(anListen.data(), static_cast<int>(anListen.size())) < 0) {
         CDebug::Instance()->PrintError("CreateListenSocket fail");
         return 0;
     }
+    fnListening();
     ReleaseClients();
     m_IdleEnd = m_fnNow() + CLIENT_WAIT;
     CPollSet fds;

@@ -30,8 +30,9 @@ public:
     /// Opens the listen sockets of nCount channels. Gives the greatest descriptor made, or a negative value when
     /// not even the first could be made; a later one that fails closes all of them and leaves -1 in every place.
     int CreateListenSocket(int* pnSockets, int nCount);
-    /// The client loop of the main thread. Returns 0 after Stop, and when a wait fails.
-    int ListenFun();
+    /// The client loop of the main thread. Returns 0 after Stop, and when a wait fails. fnListening is called once the
+    /// listen sockets are there.
+    int ListenFun(const std::function<void()>& fnListening = [] {});
     /// Ends the loop, also one that hasn't begun. From any thread, or a signal handler.
     void Stop();
 

@@ -112,6 +112,7 @@ void CUeEvents::ReadAgentMsgFun()
             RunDue(); // what the records have started begins at once
         }
         pMsgBuf->OnAgentMsgsDone(szCount);
+        m_watchdog.Ping(std::chrono::steady_clock::now());
     }
     pMsgBuf->SetAgentTaker(nullptr);
 }
@@ -122,7 +123,7 @@ size_t CUeEvents::TakeMsgs(std::span<MSG_AGENT> msgs)
     m_bWanted = true;
     xtl::MutexGuard guard(m_ProcessLock);
     m_bWanted = false;
-    const auto end = m_WaitEnd = m_due.NextTime();
+    const auto end = m_WaitEnd = std::min(m_due.NextTime(), m_watchdog.NextPing());
     guard.Unlock();
     return CMsgBuf::Instance()->AgentQueue().get(msgs, end);
 }

@@ -2,6 +2,7 @@
 
 #include "agent/Bindings.h"
 #include "agent/DueActions.h"
+#include "agent/ServiceNotify.h"
 #include "common/MsgBuf.h"
 
 #include <atomic>
@@ -67,6 +68,7 @@ private:
     const CGuOperations& m_operations;
     xtl::Mutex m_ProcessLock;            // whoever handles records or what is due; before every other lock of the agent
     std::atomic<bool> m_bWanted = false; // by the thread: readers leave it the lock, however busy they are
+    CWatchdog m_watchdog;                // of the thread
     CDueActions m_due;                   // with the lock held, but for tests
     std::chrono::steady_clock::time_point m_WaitEnd{}; // of the thread's wait for records, or of its last one
     std::atomic<bool> m_bRun = true;

@@ -7,8 +7,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <type_traits>
+
+using namespace config_form; // the last column of the table of keys
 
 namespace
 {
@@ -59,47 +62,48 @@ template <auto pMember> void CConfig::ParseIdSet(const std::string& strValue)
     ParseFILTERINDCFG(strValue, this->*pMember);
 }
 
-// One row per key. Keys compare exactly; a key that isn't here is skipped without a word.
+// One row per key: its name, what takes its value, and what the value should look like. Keys compare exactly; a key
+// that isn't here is skipped without a word.
 // clang-format off
 const CConfig::KEY_ROW CConfig::c_astKey[] = {
-    {"debuglevel",                     &CConfig::ParseDebugLevel},
-    {"debugfilename",                  &CConfig::ParseText<&CConfig::m_strDebugFileName>},
-    {"ReportInterval",                 &CConfig::ParseNumber<&CConfig::m_iReportInterval>},
-    {"MonitorIP",                      &CConfig::ParseText<&CConfig::m_strMonitorIp>},
-    {"MonitorPort",                    &CConfig::ParseMonitorPort},  // appends
-    {"ChannelNameEnable",              &CConfig::ParseFlag<&CConfig::m_bChannelNameEnable>},
-    {"ChannelName",                    &CConfig::ParseChannelName},  // appends
-    {"ChannelPort",                    &CConfig::ParseChannelPort},  // appends
-    {"Recovery",                       &CConfig::ParseFlag<&CConfig::m_bRecovery>},
-    {"LogMaxSize",                     &CConfig::ParseNumber<&CConfig::m_ulLogMaxSize>},
-    {"ListenAddress",                  &CConfig::ParseText<&CConfig::m_strListenAddress>},
-    {"AllowFrom",                      &CConfig::ParseAllowFrom},    // appends
-    {"TapSocket",                      &CConfig::ParseText<&CConfig::m_strTapSocket>},
-    {"TapSize",                        &CConfig::ParseNumber<&CConfig::m_ulTapSize, DEFAULT_TAP_SIZE>},
-    {"TIME_SPACE",                     &CConfig::ParseNumber<&CConfig::m_ulTimeSpace>}, // not its default
-    {"agentver",                       &CConfig::ParseAgentVersion},
-    {"CELL_MEAS_TIMEOUT",              &CConfig::ParseNumber<&CConfig::m_iCellMeasTimeOut, DEFAULT_CELL_MEAS_TIMEOUT>},
-    {"SPC_DPI_CELL_MEAS",              &CConfig::ParseCellMeas},
-    {"DPH_FILTER_ENABLE",              &CConfig::ParseFlag<&CConfig::m_bDphFilterEnable>},
-    {"DPH_FILTER_RANGE",               &CConfig::ParseDphRange},     // appends
-    {"DPH_FILTER_REQ_DPI_CMD_PAIR",    &CConfig::ParseDpiCmdPair},   // adds
-    {"DPH_FILTER_REQ_OSA_CFG",         &CConfig::ParseOsaReq},       // appends
-    {"DPH_FILTER_IND_LAYER_MSG_CFG",   &CConfig::ParseLayerMsg},     // replaces
-    {"DPI_L1_FILTER_IND_RANGE_CFG",    &CConfig::ParseIdSet<&CConfig::m_mapL1Exclude>},  // adds
-    {"DPI_L23_FILTER_IND_RANGE_CFG",   &CConfig::ParseIdSet<&CConfig::m_mapL3Exclude>},  // adds
-    {"TDS_MSG_MODULE_ID_RANGE",        &CConfig::ParseIdSet<&CConfig::m_mapTdsInclude>}, // adds
-    {"TDS_COMB_IND_MSG_FILTER",        &CConfig::ParseTdsComb},      // replaces
-    {"LTE_PRINT_ID_FILTER_LIST",       &CConfig::ParsePrintList},    // replaces
-    {"AT_IND_MSG_FILTER",              &CConfig::ParseAtFilter},     // replaces
-    {"REQ_CHL_PACKET_HEADER_LEN",      &CConfig::ParseLayoutNumber<&FILTER_CFG_STRU::usReqHeaderLen>},
-    {"REQ_CHL_PACKET_HEADER_SYS_SIZE", &CConfig::ParseLayoutNumber<&FILTER_CFG_STRU::usReqHeaderSysSize>},
-    {"REQ_CHL_PACKET_HEADER",          &CConfig::ParseLayout<&FILTER_CFG_STRU::astReqHeader>},
-    {"ACK_CHL_PACKET_PAYLOAD_OFFSET",  &CConfig::ParseLayoutNumber<&FILTER_CFG_STRU::usAckPayloadOffset>},
-    {"ACK_CHL_PACKET_HEADER",          &CConfig::ParseLayout<&FILTER_CFG_STRU::astAckHeader>},
-    {"DATA_CHL_PACKET_PAYLOAD_OFFSET", &CConfig::ParseLayoutNumber<&FILTER_CFG_STRU::usDataPayloadOffset>},
-    {"DATA_CHL_PACKET_HEADER",         &CConfig::ParseLayout<&FILTER_CFG_STRU::astDataHeader>},
-    {"DATA_ACK_CHL_PACKET_OFFSET",     &CConfig::ParseLayoutNumber<&FILTER_CFG_STRU::usDataAckOffset>},
-    {"DATA_ACK_CHL_PACKET_UID",        &CConfig::ParseLayout<&FILTER_CFG_STRU::astDataAckUid>},
+    {"debuglevel",                     &CConfig::ParseDebugLevel,                                                      Number(0, 15)},
+    {"debugfilename",                  &CConfig::ParseText<&CConfig::m_strDebugFileName>,                              TEXT},
+    {"ReportInterval",                 &CConfig::ParseNumber<&CConfig::m_iReportInterval>,                             Number(0, 86'400)},
+    {"MonitorIP",                      &CConfig::ParseText<&CConfig::m_strMonitorIp>,                                  ADDRESS},
+    {"MonitorPort",                    &CConfig::ParseMonitorPort,                                                     LINKS},
+    {"ChannelNameEnable",              &CConfig::ParseFlag<&CConfig::m_bChannelNameEnable>,                            FLAG},
+    {"ChannelName",                    &CConfig::ParseChannelName,                                                     NAMES},
+    {"ChannelPort",                    &CConfig::ParseChannelPort,                                                     PORT_NUMBERS},
+    {"Recovery",                       &CConfig::ParseFlag<&CConfig::m_bRecovery>,                                     FLAG},
+    {"LogMaxSize",                     &CConfig::ParseNumber<&CConfig::m_ulLogMaxSize>,                                Number(0, 1'000'000)},
+    {"ListenAddress",                  &CConfig::ParseText<&CConfig::m_strListenAddress>,                              ADDRESS},
+    {"AllowFrom",                      &CConfig::ParseAllowFrom,                                                       NETS},
+    {"TapSocket",                      &CConfig::ParseText<&CConfig::m_strTapSocket>,                                  SOCKET_PATH},
+    {"TapSize",                        &CConfig::ParseNumber<&CConfig::m_ulTapSize, DEFAULT_TAP_SIZE>,                 Number(1, MOST_TAP_SIZE)},
+    {"TIME_SPACE",                     &CConfig::ParseNumber<&CConfig::m_ulTimeSpace>,                                 MILLISECONDS},  // not its default
+    {"agentver",                       &CConfig::ParseAgentVersion,                                                    VERSION},
+    {"CELL_MEAS_TIMEOUT",              &CConfig::ParseNumber<&CConfig::m_iCellMeasTimeOut, DEFAULT_CELL_MEAS_TIMEOUT>, MILLISECONDS},
+    {"SPC_DPI_CELL_MEAS",              &CConfig::ParseCellMeas,                                                        TWO_IDS},
+    {"DPH_FILTER_ENABLE",              &CConfig::ParseFlag<&CConfig::m_bDphFilterEnable>,                              FLAG},
+    {"DPH_FILTER_RANGE",               &CConfig::ParseDphRange,                                                        RANGES},
+    {"DPH_FILTER_REQ_DPI_CMD_PAIR",    &CConfig::ParseDpiCmdPair,                                                      ID_PAIRS},
+    {"DPH_FILTER_REQ_OSA_CFG",         &CConfig::ParseOsaReq,                                                          OSA_ROWS},
+    {"DPH_FILTER_IND_LAYER_MSG_CFG",   &CConfig::ParseLayerMsg,                                                        LAYER_ROWS},  // replaces
+    {"DPI_L1_FILTER_IND_RANGE_CFG",    &CConfig::ParseIdSet<&CConfig::m_mapL1Exclude>,                                 ID_SET},
+    {"DPI_L23_FILTER_IND_RANGE_CFG",   &CConfig::ParseIdSet<&CConfig::m_mapL3Exclude>,                                 ID_SET},
+    {"TDS_MSG_MODULE_ID_RANGE",        &CConfig::ParseIdSet<&CConfig::m_mapTdsInclude>,                                ID_SET},
+    {"TDS_COMB_IND_MSG_FILTER",        &CConfig::ParseTdsComb,                                                         IDS},  // replaces
+    {"LTE_PRINT_ID_FILTER_LIST",       &CConfig::ParsePrintList,                                                       IDS},  // replaces
+    {"AT_IND_MSG_FILTER",              &CConfig::ParseAtFilter,                                                        TEXTS},  // replaces
+    {"REQ_CHL_PACKET_HEADER_LEN",      &CConfig::ParseLayoutNumber<&FILTER_CFG_STRU::usReqHeaderLen>,                  LAYOUT_BYTES},
+    {"REQ_CHL_PACKET_HEADER_SYS_SIZE", &CConfig::ParseLayoutNumber<&FILTER_CFG_STRU::usReqHeaderSysSize>,              LAYOUT_BYTES},
+    {"REQ_CHL_PACKET_HEADER",          &CConfig::ParseLayout<&FILTER_CFG_STRU::astReqHeader>,                          Pairs(11)},
+    {"ACK_CHL_PACKET_PAYLOAD_OFFSET",  &CConfig::ParseLayoutNumber<&FILTER_CFG_STRU::usAckPayloadOffset>,              LAYOUT_BYTES},
+    {"ACK_CHL_PACKET_HEADER",          &CConfig::ParseLayout<&FILTER_CFG_STRU::astAckHeader>,                          Pairs(6)},
+    {"DATA_CHL_PACKET_PAYLOAD_OFFSET", &CConfig::ParseLayoutNumber<&FILTER_CFG_STRU::usDataPayloadOffset>,             LAYOUT_BYTES},
+    {"DATA_CHL_PACKET_HEADER",         &CConfig::ParseLayout<&FILTER_CFG_STRU::astDataHeader>,                         Pairs(5)},
+    {"DATA_ACK_CHL_PACKET_OFFSET",     &CConfig::ParseLayoutNumber<&FILTER_CFG_STRU::usDataAckOffset>,                 LAYOUT_BYTES},
+    {"DATA_ACK_CHL_PACKET_UID",        &CConfig::ParseLayout<&FILTER_CFG_STRU::astDataAckUid>,                         Pairs(3)},
 };
 // clang-format on
 
@@ -183,10 +187,29 @@ bool CConfig::ParseLine(std::string& line)
         return true;
     const std::string strKey = line.substr(0, szEqual);
     const std::string strValue = line.substr(szEqual + 1);
-    const auto pstRow = std::ranges::find_if(c_astKey, [&](const KEY_ROW& stRow) { return strKey == stRow.pszKey; });
-    if (pstRow != std::end(c_astKey) && !strValue.empty())
+    const KEY_ROW* const pstRow = FindKey(strKey);
+    if (pstRow != nullptr && !strValue.empty())
         (this->*pstRow->pfnParse)(strValue);
     return true;
+}
+
+const CConfig::KEY_ROW* CConfig::FindKey(std::string_view key)
+{
+    const auto row = std::ranges::find(c_astKey, key, &KEY_ROW::pszKey);
+    return row == std::end(c_astKey) ? nullptr : row;
+}
+
+std::vector<std::string_view> CConfig::Keys()
+{
+    std::vector<std::string_view> keys;
+    std::ranges::transform(c_astKey, std::back_inserter(keys), &KEY_ROW::pszKey);
+    return keys;
+}
+
+const CONFIG_FORM* CConfig::FormOf(std::string_view key)
+{
+    const KEY_ROW* const pstRow = FindKey(key);
+    return pstRow == nullptr ? nullptr : &pstRow->stForm;
 }
 
 bool CConfig::Split(const std::string& text, std::vector<std::string>& out, const std::string& sep)

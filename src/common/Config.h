@@ -1,13 +1,16 @@
 #pragma once
 
+#include "common/ConfigForm.h"
 #include "common/IdFlags.h"
 
 #include <array>
 #include <atomic>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// Where one field of a UE packet lies. Valid sizes are 1 to 8; any other makes the field absent.
@@ -66,6 +69,9 @@ struct NET_RANGE
     bool Holds(uint32_t ulOther) const { return (ulOther & ulMask) == (ulAddress & ulMask); }
 };
 
+/// "a.b.c.d", or "a.b.c.d/n" for all addresses with the same n leading bits; nothing for any other text.
+std::optional<NET_RANGE> ParseNetRange(const std::string& strText);
+
 constexpr uint32_t UNUSED_PORT_NUM = 0x7FFFFFFF; // port number of a port that has none
 
 /// Every setting of the agent. Written only while the file is loaded, before any other thread starts; only read
@@ -91,6 +97,10 @@ public:
     bool ParseLine(std::string& line);
     /// The pieces of text between occurrences of sep that aren't empty. Always true.
     static bool Split(const std::string& text, std::vector<std::string>& out, const std::string& sep);
+    /// Every key there is.
+    static std::vector<std::string_view> Keys();
+    /// What a key's value should look like; null for an unknown key.
+    static const CONFIG_FORM* FormOf(std::string_view key);
     /// Writes the command to DPI map to a file, for debugging; nothing calls it.
     void OutputConfig() const;
 
@@ -142,8 +152,10 @@ private:
     {
         const char* pszKey;
         PARSER pfnParse;
+        CONFIG_FORM stForm;
     };
     static const KEY_ROW c_astKey[];
+    static const KEY_ROW* FindKey(std::string_view key);
 
     void ClearLists();
 

@@ -41,8 +41,9 @@ void SetShiftedRange(uint32_t ulLow, uint32_t ulHigh, bool bFlag, CIdFlags& flag
         flags.SetRange(ulLow - 1, ulHigh - 1, bFlag);
 }
 
-/// "a.b.c.d", or "a.b.c.d/n" for all addresses with the same n leading bits; nothing for any other text.
-std::optional<NET_RANGE> NetRange(const std::string& strText)
+} // namespace
+
+std::optional<NET_RANGE> ParseNetRange(const std::string& strText)
 {
     constexpr uint32_t ADDRESS_BITS = 32;
     const size_t szSlash = std::min(strText.find('/'), strText.size());
@@ -59,8 +60,6 @@ std::optional<NET_RANGE> NetRange(const std::string& strText)
     return NET_RANGE{ntohl(stAddress.s_addr), static_cast<uint32_t>(~uint64_t{0} << (ADDRESS_BITS - ulBits))};
 }
 
-} // namespace
-
 std::vector<std::string> CConfig::Items(const std::string& strText, const char* pszSep)
 {
     std::vector<std::string> vecItems;
@@ -73,7 +72,7 @@ void CConfig::ParseAllowFrom(const std::string& strValue)
 {
     m_bAllowAll = false;
     for (const std::string& strItem : Items(strValue, ";"))
-        if (const auto stRange = NetRange(strItem))
+        if (const auto stRange = ParseNetRange(strItem))
             m_vecAllowFrom.push_back(*stRange);
 }
 

@@ -1,6 +1,7 @@
 vex_test(test_common
     SOURCES
         BytesTest.cpp
+        ConfigCheckTest.cpp
         ConfigListsTest.cpp
         ConfigTest.cpp
         DebugTest.cpp
