@@ -11,8 +11,8 @@ namespace
 constexpr std::chrono::seconds RETRY_PERIOD{1};
 } // namespace
 
-CFileWriter::CFileWriter(CChunkQueue& queue, CProgress& progress, CLOSED closed)
-    : m_queue(queue), m_progress(progress), m_closed(std::move(closed))
+CFileWriter::CFileWriter(CChunkQueue& queue, CProgress& progress, IFileEvents& events)
+    : m_queue(queue), m_progress(progress), m_events(events)
 {
 }
 
@@ -87,6 +87,7 @@ bool CFileWriter::Begin(const std::string& strPath)
     if (!m_pOut)
         return false;
     m_sync.SetFile(m_pOut->Duplicate());
+    m_events.OnOpened(strPath);
     return true;
 }
 
@@ -96,7 +97,7 @@ void CFileWriter::CloseFile()
         return;
     m_sync.SetFile({});
     m_pOut.reset();
-    m_closed(m_strPath);
+    m_events.OnClosed(m_strPath);
     m_ullKept = 0;
 }
 
