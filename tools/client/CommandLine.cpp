@@ -65,9 +65,13 @@ private:
                                     [this](const CONTEXT& st) { return RunSwitch(st, m_switch); });
         pSwitch->add_option("WORDS", m_switch, "air, event, user or user2, then pairs of message id and value")
             ->required();
-        CLI::App* pAt = Command("at", "send an AT command and show the answer",
-                                [this](const CONTEXT& st) { return RunAt(st, m_strAt); });
-        pAt->add_option("TEXT", m_strAt, "such as AT+CGSN")->required();
+        CLI::App* pAt = Command("at", "send an AT command and show the answer", [this](const CONTEXT& st) {
+            return m_strAtLink.empty() ? RunAt(st, m_strAt) : RunAtPty(st, m_strAtLink);
+        });
+        pAt->add_option("TEXT", m_strAt, "such as AT+CGSN");
+        pAt->add_option("--pty", m_strAtLink, "make this link to a terminal that other programs use as the AT port")
+            ->type_name("LINK");
+        pAt->require_option(1);
     }
 
     void AddNv()
@@ -129,6 +133,7 @@ private:
     REQUEST_ARGS m_stRequest;
     std::vector<std::string> m_switch;
     std::string m_strAt;
+    std::string m_strAtLink;
     std::string m_strNvId;
     NV_WRITE_ARGS m_stNvWrite;
     WATCH_ARGS m_stWatch;

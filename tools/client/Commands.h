@@ -47,6 +47,8 @@ EXIT_CODE RunNvWrite(const CONTEXT& stContext, const NV_WRITE_ARGS& stArgs);
 
 // AT channel.
 EXIT_CODE RunAt(const CONTEXT& stContext, const std::string& strText);
+/// A pseudo terminal that stands for the modem's AT port, with a link to it, until the user stops.
+EXIT_CODE RunAtPty(const CONTEXT& stContext, const std::string& strLink);
 
 // LTE data channel.
 struct WATCH_ARGS
