@@ -299,6 +299,7 @@ void WriteConstants(std::ostream& out)
     out << "T.none = " << unsigned{TAP_NO_UE} << "\n";
     out << "T.agent_type = " << unsigned{PKT_TYPE_AGENT} << "\n";
     out << "T.at_ids = {[" << AGENT_CMD_AT << "] = true, [" << AGENT_CMD_AT_IND << "] = true}\n";
+    out << "T.manager_module = " << (UE_CMD_HOST_CONNECT >> 16 & 0xFF) << "\n";
     out << "T.switch_id = " << UE_CMD_USER_PLANE_SWITCH << "\n";
     out << "T.connect = {request = " << UE_CMD_HOST_CONNECT << ", confirm = " << UE_CMD_HOST_CONNECT_CNF << "}\n";
     out << "T.nv_ids = {[" << UE_CMD_NV_READ << "] = true, [" << UE_CMD_NV_WRITE << "] = true}\n";

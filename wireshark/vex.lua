@@ -144,10 +144,31 @@ local function Number(tvb, place, at)
     return range and range:le_uint()
 end
 
--- Adds the field at a place; its item, or nil when it isn't there.
+-- Fields are added only when somebody looks at them (referenced): lists of packets come out several times as fast.
+
+-- Adds the field at a place; its item, or nil when it isn't there or nobody asks for it.
 local function Add(tree, field, tvb, place, at)
-    local range = Range(tvb, (at or 0) + place[1], place[2])
-    return range and tree:add_le(field, range)
+    local range = tree:referenced(field) and Range(tvb, (at or 0) + place[1], place[2])
+    return range and tree:add_le(field, range) or nil
+end
+
+-- Adds a field that doesn't stand in the bytes.
+local function AddGenerated(tree, field, value)
+    if tree:referenced(field) then
+        tree:add(field, value):set_generated()
+    end
+end
+
+-- An expert info of an item, or of the packet when the item wasn't added.
+local function Expert(packet, item, expert, text)
+    local at = item or packet.tree
+    at:add_proto_expert_info(expert, text)
+end
+
+local function Append(item, text)
+    if item then
+        item:append_text(text)
+    end
 end
 
 -- The rest of the bytes from an offset on as a tvb of its own, at most so many; nil for none.
@@ -191,15 +212,20 @@ end
 
 local SUMMARY_FIELDS = 4
 
+local function IsRoom(summary)
+    return summary and #summary < SUMMARY_FIELDS
+end
+
 local function Summarize(summary, field, value)
-    if summary and #summary < SUMMARY_FIELDS and value ~= "" then
+    if value ~= "" then
         summary[#summary + 1] = field.name .. "=" .. tostring(value)
     end
 end
 
 local function AddText(tree, tvb, at, field, summary)
     local range = Range(tvb, at, math.min(field.count, tvb:len() - at))
-    if not range then
+    local wanted, room = tree:referenced(field.field), IsRoom(summary)
+    if not range or not wanted and not room then
         return
     end
     if field.type == "bytes" then
@@ -207,18 +233,25 @@ local function AddText(tree, tvb, at, field, summary)
         return
     end
     local text = Text(range)
-    tree:add(field.field, range, text)
-    Summarize(summary, field, Printable(text))
+    if wanted then
+        tree:add(field.field, range, text)
+    end
+    if room then
+        Summarize(summary, field, Printable(text))
+    end
 end
 
 local function AddNumbers(tree, tvb, at, field, summary)
-    for i = 0, field.count - 1 do
+    local wanted, room = tree:referenced(field.field), field.count == 1 and IsRoom(summary)
+    for i = 0, wanted and field.count - 1 or room and 0 or -1 do
         local range = Range(tvb, at + i * field.bytes, field.bytes)
         if not range then
             return
         end
-        tree:add_le(field.field, range)
-        if summary and field.count == 1 then
+        if wanted then
+            tree:add_le(field.field, range)
+        end
+        if room then
             local value = range[field.read](range)
             local name = field.values and field.values[value]
             Summarize(summary, field, name or field.type == "f32" and string.format("%g", value) or value)
@@ -242,11 +275,12 @@ local function AddRecord(tree, tvb, at, layout, summary)
                 whole = false
                 break
             end
-            local from = next_at
-            local item = tree:add(tvb(from, 1), group.name .. "[" .. i .. "]")
-            local fits
-            next_at, fits = AddRecord(item, tvb, from, group.item, summary)
-            item:set_len(math.max(next_at - from, 1))
+            local from, fits = next_at, nil
+            local item = tree.visible and tree:add(tvb(from, 1), group.name .. "[" .. i .. "]")
+            next_at, fits = AddRecord(item or tree, tvb, from, group.item, summary)
+            if item then
+                item:set_len(math.max(next_at - from, 1))
+            end
             whole = whole and fits
         end
     end
@@ -257,11 +291,13 @@ end
 local function ShowRecord(packet, tvb, name)
     local layout = T.layouts[name]
     local summary = {}
-    local item = packet.tree:add(tvb(), layout.title)
-    local stop, whole = AddRecord(item, tvb, 0, layout, summary)
-    item:set_len(math.max(stop, 1))
+    local item = packet.tree.visible and packet.tree:add(tvb(), layout.title)
+    local stop, whole = AddRecord(item or packet.tree, tvb, 0, layout, summary)
+    if item then
+        item:set_len(math.max(stop, 1))
+    end
     if not whole and not packet.cut then
-        item:add_proto_expert_info(X.short, layout.title .. " ends early")
+        Expert(packet, item, X.short, layout.title .. " ends early")
     end
     if #summary > 0 then
         packet.info = packet.info .. "  " .. table.concat(summary, " ")
@@ -347,7 +383,7 @@ local function LayoutAt(frame)
     return DEFAULT_LAYOUT
 end
 
-local STALE_SECONDS = 60 -- a request that waits longer isn't answered any more
+local STALE_SECONDS = 30 -- a request that waits longer isn't answered any more
 
 local function NoteRequest(packet, key)
     if packet.pinfo.visited or packet.replayed then
@@ -395,14 +431,14 @@ end
 local function ShowLinks(packet)
     local frame = packet.pinfo.number
     if answers[frame] then
-        packet.tree:add(F.answer_in, answers[frame]):set_generated()
+        AddGenerated(packet.tree, F.answer_in, answers[frame])
     end
     local link = links[frame]
     if link then
-        packet.tree:add(F.request_in, link[1]):set_generated()
+        AddGenerated(packet.tree, F.request_in, link[1])
         local seconds = math.floor(link[2])
         local time = NSTime.new(seconds, math.floor((link[2] - seconds) * 1e9 + 0.5))
-        packet.tree:add(F.answer_time, time):set_generated()
+        AddGenerated(packet.tree, F.answer_time, time)
     end
 end
 
@@ -421,20 +457,14 @@ local function NameOf(packet, id)
     return report and report.name .. " " .. report.role or nil
 end
 
-local function ShowName(packet, name)
-    if name then
-        packet.tree:add(F.name, name):set_generated()
-    end
-end
-
 local function ShowId(packet, tvb, place)
     local id = Number(tvb, place)
     local item = Add(packet.tree, F.id, tvb, place)
     local name = NameOf(packet, id)
     if name then
-        item:append_text(" (" .. name .. ")")
+        Append(item, " (" .. name .. ")")
+        AddGenerated(packet.tree, F.name, name)
     end
-    ShowName(packet, name)
     if IsGu(packet) then
         Add(packet.tree, F.gu_id, tvb, {place[1], 2})
     end
@@ -443,6 +473,9 @@ local function ShowId(packet, tvb, place)
 end
 
 local function ShowStamp(tree, field, range)
+    if not tree:referenced(field) then
+        return
+    end
     local ticks = range:len() > 4 and range:le_uint64():tonumber() or range:le_uint()
     tree:add_le(field, range):append_text(string.format(" (%.3f s)", ticks / 32768))
 end
@@ -452,18 +485,18 @@ local function ShowResult(packet, tvb, place)
     local item = Add(packet.tree, F.rc, tvb, place)
     local name = T.results[rc]
     if name then
-        item:append_text(" (" .. name .. ")")
-        packet.tree:add(F.rc_name, name):set_generated()
+        Append(item, " (" .. name .. ")")
+        AddGenerated(packet.tree, F.rc_name, name)
     end
     if rc ~= 0 then
         local text = name and name .. " (" .. rc .. ")" or "result " .. rc
-        item:add_proto_expert_info(X.result, "Result " .. (name and text or rc))
+        Expert(packet, item, X.result, "Result " .. (name and text or rc))
         packet.info = packet.info .. "  " .. text
     end
 end
 
 local function ShowPayload(packet, payload)
-    if payload then
+    if payload and packet.tree:referenced(F.payload) then
         packet.tree:add(F.payload, payload())
     end
 end
@@ -471,7 +504,9 @@ end
 local function ShowAtText(packet, payload)
     if payload then
         local text = payload():string(ENC_UTF_8)
-        packet.tree:add(F.at, payload(), text)
+        if packet.tree:referenced(F.at) then
+            packet.tree:add(F.at, payload(), text)
+        end
         packet.info = packet.info .. " " .. Printable((text:gsub("^[\r\n]+", ""):gsub("[\r\n]+$", "")))
     end
 end
@@ -498,15 +533,15 @@ end
 local SWITCH_ENTRY = 12
 
 local function ShowSwitch(packet, payload)
-    local at, i = 0, 0
-    while at + SWITCH_ENTRY <= payload:len() do
-        local entry = packet.tree:add(payload(at, SWITCH_ENTRY), "entry[" .. i .. "]")
-        entry:add_le(F.switch_message, payload(at, 4))
-        entry:add_le(F.switch_kind, payload(at + 4, 4))
-        entry:add_le(F.switch_value, payload(at + 8, 4))
-        at, i = at + SWITCH_ENTRY, i + 1
+    local entries = math.floor(payload:len() / SWITCH_ENTRY)
+    for i = 0, entries - 1 do
+        local at, tree = i * SWITCH_ENTRY, packet.tree
+        local entry = tree.visible and tree:add(payload(at, SWITCH_ENTRY), "entry[" .. i .. "]") or tree
+        Add(entry, F.switch_message, payload, {0, 4}, at)
+        Add(entry, F.switch_kind, payload, {4, 4}, at)
+        Add(entry, F.switch_value, payload, {8, 4}, at)
     end
-    packet.info = packet.info .. "  " .. i .. " entries"
+    packet.info = packet.info .. "  " .. entries .. (entries == 1 and " entry" or " entries")
 end
 
 local function ShowParams(packet, id, payload)
@@ -630,16 +665,15 @@ local HEAD_ORDER = {"mode", "class", "type", "length", "ack_field"}
 
 -- The fields of a head by a list of pairs. Gives id and type; nil, with an expert info, without an id.
 local function ShowPacketHead(packet, tvb, pairs_of, which, bytes)
-    if bytes > 0 and tvb:len() >= bytes then
-        packet.tree:add(F.packet_head, tvb(0, bytes))
-    end
+    Add(packet.tree, F.packet_head, tvb, {0, bytes})
     if not PairRange(tvb, pairs_of, which, "id") then
         Malformed(packet, "no id in " .. tvb:len() .. " bytes")
         return
     end
     local id = ShowId(packet, tvb, pairs_of[which.id])
     for _, name in ipairs(HEAD_ORDER) do
-        local value = which[name] and PairRange(tvb, pairs_of, which, name)
+        local wanted = which[name] and packet.tree:referenced(HEAD_FIELDS[name])
+        local value = wanted and PairRange(tvb, pairs_of, which, name)
         if value then
             packet.tree:add_le(HEAD_FIELDS[name], value)
         end
@@ -657,6 +691,22 @@ end
 
 local DPI_TYPE = 5
 local COMMAND_CLASS = 1
+local PARTIAL = 5 -- counts as done
+
+-- The word that opens the payload of an answer to a command.
+local function ShowUeResult(packet, payload)
+    local item = Add(packet.tree, F.packet_result, payload, {0, 4})
+    local result = Number(payload, {0, 4})
+    if result ~= 0 and result ~= PARTIAL then
+        Expert(packet, item, X.result, "Result " .. result .. " of the UE")
+        packet.info = packet.info .. "  result " .. result
+    end
+end
+
+-- Whether an id is that of a command for which the UE has a result; the third byte tells those of the handshake.
+local function IsCommand(id)
+    return math.floor(id / 0x10000000) == COMMAND_CLASS and math.floor(id / 0x10000) % 256 ~= T.manager_module
+end
 
 local function ShowPacketPayload(packet, payload, id, type, is_ack)
     if not payload then
@@ -664,8 +714,8 @@ local function ShowPacketPayload(packet, payload, id, type, is_ack)
     end
     if type == DPI_TYPE and not T.nv_ids[id] and payload:len() >= T.layouts.dpi.size then
         ShowRecord(packet, payload, "dpi")
-    elseif is_ack and type ~= DPI_TYPE and math.floor(id / 0x10000000) == COMMAND_CLASS and payload:len() >= 4 then
-        packet.tree:add_le(F.packet_result, payload(0, 4))
+    elseif is_ack and type ~= DPI_TYPE and IsCommand(id) and payload:len() >= 4 then
+        ShowUeResult(packet, payload)
     end
     ShowPayload(packet, payload)
 end
@@ -675,7 +725,7 @@ local function UeKey(packet, id)
 end
 
 local function LteToUe(packet, tvb)
-    packet.info = "packet"
+    packet.info = "command"
     local layout = LayoutAt(packet.pinfo.number)
     local id, type = ShowPacketHead(packet, tvb, layout.req, REQ, layout.req_bytes)
     local payload = Rest(tvb, layout.req_bytes)
@@ -692,7 +742,7 @@ local function IsData(packet, tvb, layout)
     local pair = layout.uid[TAG]
     local tag = pair and pair[2] <= 4 and Range(tvb, pair[1], pair[2])
     if tag then
-        packet.tree:add(F.packet_tag, tag(0, 1))
+        Add(packet.tree, F.packet_tag, tvb, {pair[1], 1})
     end
     return T.channels[packet.channel] == "lte-data" or (tag and T.data_tags[tag(0, 1):uint()] or false)
 end
@@ -729,10 +779,13 @@ local function GuHead(packet, tvb)
     return category == T.gu.query and T.gu_query or T.gu_from_ue
 end
 
--- Confirms of the UE: those that the agent's reports pass on keep their ids, all others are one higher.
+-- The UE's answer to the lists of registers; its other confirms that reach clients have the ids of the reports, and
+-- what is left is one higher than its request.
+local REGISTER_ANSWERS = {[0xF502] = 0xF504, [0xF503] = 0xF505}
+
 local function GuAnswerId(id)
     local report = T.reports[id]
-    return report and report.answer or (id + 1) % 65536
+    return REGISTER_ANSWERS[id] or report and report.answer or (id + 1) % 65536
 end
 
 local function ShowGuMessage(packet, tvb)
@@ -823,9 +876,7 @@ local function GuPacket(packet, tvb)
         if not mark then
             break
         end
-        if mark - 1 > at then
-            packet.tree:add(F.om_lead, tvb(at, mark - 1 - at))
-        end
+        Add(packet.tree, F.om_lead, tvb, {at, mark - 1 - at})
         local bytes = ShowOmFrame(packet, tvb, mark - 1)
         if not bytes then
             return
@@ -876,7 +927,7 @@ local function Event(packet, tvb)
         ShowPayload(packet, tvb)
         return
     end
-    packet.tree:add_le(F.event, tvb(0, 4))
+    Add(packet.tree, F.event, tvb, {0, 4})
     local layout = T.events[event] and "event_" .. T.events[event]
     if not layout then
         packet.info = "event of kind " .. event
@@ -899,7 +950,8 @@ local function Configuration(packet, tvb)
     while at <= #text and lines < MOST_LINES do
         local stop = text:find("\n", at, true) or #text + 1
         if text:find("^[ \t]*[^#%s]", at) and stop > at then
-            packet.tree:add(F.config_line, tvb(at - 1, stop - at), tvb(at - 1, stop - at):string(ENC_UTF_8))
+            local range = tvb(at - 1, stop - at)
+            packet.tree:add(F.config_line, range, range:string(ENC_UTF_8))
             lines = lines + 1
         end
         at = stop + 1
@@ -965,17 +1017,16 @@ local function ShowHead(packet, tvb)
     Add(tree, F.direction, tvb, head.direction)
     local ue = Add(tree, F.ue, tvb, head.ue)
     if packet.ue == T.none then
-        ue:append_text(" (none)")
+        Append(ue, " (none)")
     end
-    for _, name in ipairs({"channel", "flags"}) do
-        Add(tree, F[name], tvb, head[name])
-    end
-    for _, name in ipairs({"replayed", "cut", "text"}) do
-        Add(tree, F[name], tvb, head.flags)
-    end
-    for _, name in ipairs({"port", "client", "number"}) do
-        Add(tree, F[name], tvb, head[name])
-    end
+    Add(tree, F.channel, tvb, head.channel)
+    Add(tree, F.flags, tvb, head.flags)
+    Add(tree, F.replayed, tvb, head.flags)
+    Add(tree, F.cut, tvb, head.flags)
+    Add(tree, F.text, tvb, head.flags)
+    Add(tree, F.port, tvb, head.port)
+    Add(tree, F.client, tvb, head.client)
+    Add(tree, F.number, tvb, head.number)
 end
 
 local function HasFlag(flags, flag)
@@ -1025,7 +1076,7 @@ function vex.dissector(tvb, pinfo, tree)
     local dissect = not bytes and Empty or RECORDS[kind] or ShowPayload
     dissect(packet, bytes)
     ShowLinks(packet)
-    packet.tree:append_text(", " .. packet.info)
+    Append(packet.tree, ", " .. packet.info)
     ShowColumns(packet, kind)
     return tvb:len()
 end

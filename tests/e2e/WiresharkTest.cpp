@@ -583,7 +583,7 @@ TEST_F(Wireshark, FillsTheColumns)
               (std::vector<std::string>{
                   "client 5|agent|Vex LTE|request bind  port=101",
                   "agent|client 5|Vex LTE|ack bind  DIAG_RC_FAIL (2)",
-                  "agent|UE 3|Vex LTE|packet 0x10014003",
+                  "agent|UE 3|Vex LTE|command 0x10014003",
                   "UE 3|agent|Vex AT|AT +CREG: 1",
                   "agent|client 5|Vex GU|indication sir report  count=2 sir_db=1.5 sir_target_db=2.5 sir_db=3.5",
                   "agent|monitor|Vex status|port detached  port=102",
