@@ -130,7 +130,7 @@ constexpr SHOWN_FIELD EVENT_FIELD = {"event", "events"};
 
 void AddEvents(CLayoutTables& layouts, std::ostream& out)
 {
-    layouts.Add("event_channel", "channel of a UE",
+    layouts.Add("event_channel", "channel",
                 NotesOf<TAP_CHANNEL_EVENT>({EVENT_FIELD, {"attached"}, {"confirmed"}, {"name"}, {"group"}}));
     layouts.Add("event_ue", "UE confirmed", NotesOf<TAP_UE_EVENT>({EVENT_FIELD, {"imei"}, {"version"}}));
     layouts.Add("event_client", "client", NotesOf<TAP_CLIENT_EVENT>({EVENT_FIELD, {"connected"}, {"address"}}));

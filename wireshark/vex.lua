@@ -919,6 +919,22 @@ local function Status(packet, tvb)
     end
 end
 
+-- An event in words, from its flags and texts: "channel at attached, not confirmed  /dev/ttyUSB3 1-4".
+local function EventInfo(packet, tvb, layout)
+    local states, texts = {}, {}
+    for _, field in ipairs(layout.fields) do
+        local range = Range(tvb, field.offset, field.type == "text" and field.count or field.bytes)
+        if range and field.type == "text" then
+            texts[#texts + 1] = Printable(Text(range))
+        elseif range and field.type == "u8" then
+            states[#states + 1] = (range:uint() == 0 and "not " or "") .. field.name
+        end
+    end
+    local name = packet.channel ~= T.none and #states > 0 and T.channels[packet.channel] or ""
+    local words = table.concat({layout.title, name, table.concat(states, ", ")}, " ")
+    return words:gsub(" +$", "") .. "  " .. table.concat(texts, " ")
+end
+
 local function Event(packet, tvb)
     packet.info = "event"
     local event = Number(tvb, {0, 4})
@@ -934,8 +950,8 @@ local function Event(packet, tvb)
         ShowPayload(packet, tvb)
         return
     end
-    packet.info = T.layouts[layout].title
     ShowRecord(packet, tvb, layout)
+    packet.info = EventInfo(packet, tvb, T.layouts[layout])
 end
 
 local MOST_LINES = 10000
@@ -1020,10 +1036,10 @@ local function ShowHead(packet, tvb)
         Append(ue, " (none)")
     end
     Add(tree, F.channel, tvb, head.channel)
-    Add(tree, F.flags, tvb, head.flags)
-    Add(tree, F.replayed, tvb, head.flags)
-    Add(tree, F.cut, tvb, head.flags)
-    Add(tree, F.text, tvb, head.flags)
+    local flags = Add(tree, F.flags, tvb, head.flags) or tree
+    Add(flags, F.replayed, tvb, head.flags)
+    Add(flags, F.cut, tvb, head.flags)
+    Add(flags, F.text, tvb, head.flags)
     Add(tree, F.port, tvb, head.port)
     Add(tree, F.client, tvb, head.client)
     Add(tree, F.number, tvb, head.number)

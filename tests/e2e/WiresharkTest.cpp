@@ -2,9 +2,11 @@
 #include "e2e/Tshark.h"
 #include "support/VexProcess.h"
 
+#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <random>
+#include <sstream>
 
 // The dissector in the real tshark, over records whose bytes stand here.
 
@@ -587,7 +589,7 @@ TEST_F(Wireshark, FillsTheColumns)
                   "UE 3|agent|Vex AT|AT +CREG: 1",
                   "agent|client 5|Vex GU|indication sir report  count=2 sir_db=1.5 sir_target_db=2.5 sir_db=3.5",
                   "agent|monitor|Vex status|port detached  port=102",
-                  "client 9|agent|Vex|client  event=client connected=1 address=127.0.0.1",
+                  "client 9|agent|Vex|client at connected  127.0.0.1",
                   "agent||Vex|(before) configuration, 1 lines",
                   "agent|client 5|Vex LTE|event indication 0x00430001  0 bytes",
               }));
@@ -640,4 +642,21 @@ TEST(WiresharkCheck, ALuaErrorIsSeenInTheOutput)
                     dir.Path());
     EXPECT_EQ(bad.WaitExit(), 0);
     EXPECT_THAT(CTshark::Complaint(bad.Output(), bad.Errors()), testing::HasSubstr("Lua Error"));
+}
+
+TEST(WiresharkCheck, LoadsFromThePluginsFolderOfAUser)
+{
+    CTempDir home;
+    std::ostringstream code;
+    code << std::ifstream(VEX_DISSECTOR).rdbuf();
+    home.Write(".local/lib/wireshark/plugins/vex.lua", code.str());
+    CTshark tshark;
+    tshark.Add(FromUe(3, CHANNEL_AT), Text("OK"));
+    ASSERT_NE(tshark.Run({}), ""); // writes the file
+    CVexProcess plain("/usr/bin/env",
+                      {"HOME=" + home.Path(), "tshark", "-r", tshark.File(), "-T", "fields", "-e", "vex.at"},
+                      home.Path());
+    EXPECT_EQ(plain.WaitExit(), 0);
+    EXPECT_EQ(plain.Output(), "OK\n");
+    EXPECT_EQ(CTshark::Complaint(plain.Output(), plain.Errors()), "");
 }
