@@ -3,9 +3,9 @@
 
 #include <cstdio>
 #include <fstream>
-#include <sstream>
+#include <string>
 
-// Makes the dissector: the programs' tables and the default layout of UE packets, then the dissector's own code.
+// Makes the dissector: the programs' tables and the default layout of UE packets, then its code.
 
 namespace
 {
@@ -22,25 +22,26 @@ std::string LayoutLines(std::istream& config)
 
 int main(int nCount, char** ppszArg)
 {
-    if (nCount != 4) {
-        (void)std::fprintf(stderr, "usage: vex-wireshark-tables CONFIGURATION CODE OUTPUT\n");
+    if (nCount < 4) {
+        (void)std::fprintf(stderr, "usage: vex-wireshark-tables CONFIGURATION OUTPUT CODE...\n");
         return 1;
     }
     std::ifstream config(ppszArg[1]);
-    std::ifstream code(ppszArg[2]);
     const std::string strLayout = LayoutLines(config);
-    std::ostringstream all;
-    all << "-- Wireshark dissector of Vex captures: made by the build from the programs' tables and "
-           "wireshark/vex.lua.\n"
+    std::ofstream out(ppszArg[2]);
+    out << "-- Wireshark dissector of Vex captures: made by the build from the programs' tables and wireshark/*.lua.\n"
         << "local T = {}\n";
-    WriteFieldTables(all);
-    all << "T.default_layout = " << LuaText(strLayout) << "\n\n" << code.rdbuf();
-    std::ofstream out(ppszArg[3]);
-    out << all.str();
+    WriteFieldTables(out);
+    out << "T.default_layout = " << LuaText(strLayout) << "\n";
+    bool bRead = !strLayout.empty();
+    for (int i = 3; i < nCount; ++i) {
+        std::ifstream code(ppszArg[i]);
+        out << "\n" << code.rdbuf();
+        bRead = bRead && code;
+    }
     out.close();
-    if (strLayout.empty() || !code || !out) {
-        (void)std::fprintf(stderr, "vex-wireshark-tables: can't make %s from %s and %s\n", ppszArg[3], ppszArg[1],
-                           ppszArg[2]);
+    if (!bRead || !out) {
+        (void)std::fprintf(stderr, "vex-wireshark-tables: can't make %s of its parts\n", ppszArg[2]);
         return 1;
     }
     return 0;

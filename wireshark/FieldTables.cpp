@@ -296,6 +296,7 @@ void WriteConstants(std::ostream& out)
         << ", text = " << unsigned{TAP_TEXT} << "}\n";
     out << "T.data_tags = {[" << unsigned{stLayout.ucDataTagFirst} << "] = true, ["
         << unsigned{stLayout.ucDataTagSecond} << "] = true}\n";
+    out << "T.version = " << unsigned{CAPTURE_HEAD::VERSION} << "\n";
     out << "T.none = " << unsigned{TAP_NO_UE} << "\n";
     out << "T.agent_type = " << unsigned{PKT_TYPE_AGENT} << "\n";
     out << "T.at_ids = {[" << AGENT_CMD_AT << "] = true, [" << AGENT_CMD_AT_IND << "] = true}\n";
