@@ -68,7 +68,7 @@ local MOST_LINES = 10000
 local function Configuration(packet, tvb)
     packet.info = "configuration"
     local text = tvb and tvb:raw(0, tvb:len()) or ""
-    if not packet.pinfo.visited then
+    if not packet.pinfo.visited and not packet.cut then -- a part may lack the layout, which stands at the end
         layouts[#layouts + 1] = {packet.pinfo.number, ParseLayout(text)}
     end
     local at, lines = 1, 0

@@ -39,7 +39,7 @@ void Collect(DISSECTED& packet, const std::string& strKey, const json& value)
 }
 } // namespace
 
-CTshark::CTshark() : m_strFile(m_dir.Path() + "/records.pcapng"), m_writer(m_vecFile)
+CTshark::CTshark() : m_strFile(m_dir.Path() + "/records.pcapng"), m_writer(m_vecFile), m_ullTime(FIRST_TIME)
 {
     m_dir.Write("home/empty", "");
     m_writer.Begin({"lab7", 1, 2, FIRST_TIME}, "test");
@@ -47,7 +47,8 @@ CTshark::CTshark() : m_strFile(m_dir.Path() + "/records.pcapng"), m_writer(m_vec
 
 unsigned int CTshark::Add(TAP_RECORD stRecord, const Bytes& bytes, uint64_t ullLost)
 {
-    stRecord.ullTime = FIRST_TIME + TIME_STEP * m_ulFrames;
+    stRecord.ullTime = m_ullTime;
+    m_ullTime += TIME_STEP;
     stRecord.ullNumber = 100 + m_ulFrames;
     m_writer.Record(stRecord, bytes, ullLost);
     m_bOwn = true;

@@ -4,6 +4,7 @@
 #include "support/TestBytes.h"
 #include "support/VexProcess.h"
 
+#include <chrono>
 #include <map>
 #include <string>
 #include <vector>
@@ -21,6 +22,8 @@ public:
     /// Adds a record as the next frame, 1 ms behind the last one; gives the number of the frame, from 1 on. The
     /// record's number and time are set.
     unsigned int Add(TAP_RECORD stRecord, const Bytes& bytes, uint64_t ullLost = 0);
+    /// The next record comes so much later.
+    void Pass(std::chrono::seconds time) { m_ullTime += static_cast<uint64_t>(time.count()) * 1'000'000'000; }
     /// Another file than that of the records.
     void UseFile(const std::string& strPath) { m_strFile = strPath; }
     const std::string& File() const { return m_strFile; }
@@ -46,6 +49,7 @@ private:
     std::vector<unsigned char> m_vecFile;
     CPcapngWriter m_writer;
     unsigned int m_ulFrames = 0;
+    uint64_t m_ullTime;  // ns, of the next record
     bool m_bOwn = false; // the records aren't written to the file yet
 };
 

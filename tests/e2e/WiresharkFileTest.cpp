@@ -53,6 +53,44 @@ TEST_F(WiresharkFile, LinksRequestsWithTheirAnswers)
     Check();
 }
 
+TEST_F(WiresharkFile, ALateAnswerBelongsToNoRequest)
+{
+    const Bytes ack = Hex("03 40 01 10  00 00 00 00  00 00 00 00 00 00 00 00  10 02  00 00");
+    Expect(FromClient(CHANNEL_LTE_DIAG), Hex("03 40 01 10  10 00  00 00"), {{"vex.answer_in", "2"}});
+    m_tshark.Pass(std::chrono::seconds(29));
+    Expect(ToClient(CHANNEL_LTE_DIAG), ack, {{"vex.answer_time", "29.001000000"}});
+    Expect(FromClient(CHANNEL_LTE_DIAG), Hex("03 40 01 10  10 00  00 00"), {{"vex.answer_in", "-"}});
+    m_tshark.Pass(std::chrono::seconds(30));
+    Expect(ToClient(CHANNEL_LTE_DIAG), ack, {{"vex.request_in", "-"}});
+    Check();
+}
+
+TEST_F(WiresharkFile, SaysWhatIsWrongWithAPacket)
+{
+    const Bytes lead = Fill(17);
+    Expect(FromClient(CHANNEL_LTE_DIAG), Hex("03 40 01"), {{"expert", "request of 3 bytes"}});
+    Expect(ToClient(CHANNEL_LTE_DIAG), Hex("03 40 01"), {{"expert", "packet of 3 bytes"}});
+    Expect(FromClient(CHANNEL_LTE_DIAG), Hex("03 40 01 10  10 00  05 00  01 02"),
+           {{"expert", "payload of 5 bytes has 2"}, {"vex.payload", "01:02"}});
+    Expect(FromUe(3, CHANNEL_LTE_DIAG), Hex("00 00 00 00  00 00 00 00  03 40 01 10"),
+           {{"expert", "head of 28 bytes has 12"}, {"vex.id", "0x10014003"}});
+    // The GU packet's own length says 24 bytes; then a frame with another word in the place of the end mark.
+    Expect(FromUe(3, CHANNEL_GU_CMD),
+           Join(lead, Hex("55 55 AA AA  18 00 01 01  04 05 14 00  09 00 00 00  00 80 00 00  11 C0 00 00  01 02 03 04"
+                          "AA AA 55 55")),
+           {{"expert", "GU packet of 24 bytes has 20"}, {"vex.payload", "01:02:03:04"}});
+    Expect(FromUe(3, CHANNEL_GU_CMD),
+           Join(lead, Hex("55 55 AA AA  18 00 01 01  04 05 10 00  09 00 00 00  00 80 00 00  11 C0 00 00  01 02 03 04"
+                          "AA AA 55 54")),
+           {{"expert", "no end mark"}});
+    Expect(STATUS, Hex("01 00 00 00  04 00 00 00  66 00"),
+           {{"expert", "record of 4 bytes has 2,port detached ends early"}});
+    Expect(STATUS, Hex("01 00 00"), {{"expert", "datagram of 3 bytes"}});
+    Expect(EVENT, Hex("01 00"), {{"expert", "event of 2 bytes"}});
+    Expect(FromUe(3, CHANNEL_AT), {}, {{"expert", "no bytes"}});
+    Check();
+}
+
 TEST_F(WiresharkFile, TellsErrorsAndLossesInExpertInfos)
 {
     m_tshark.Add(ToClient(CHANNEL_LTE_DIAG), Hex("03 40 01 10  02 00 00 00  00 00 00 00 00 00 00 00  10 02  00 00"));

@@ -293,6 +293,9 @@ TEST_F(Wireshark, ShowsUePacketsByTheLayoutThatTheCaptureHolds)
     Expect(FromUe(3, CHANNEL_LTE_DATA), packet, {{"vex.id", "-"}, {"expert", "no id in 22 bytes"}});
     Expect(CONFIG, Text("DATA_CHL_PACKET_HEADER={12,4};{0,0};{0,0};{0,0};{0,0}"), {});
     Expect(FromUe(3, CHANNEL_LTE_DATA), packet, {{"vex.id", "0x30000001"}});
+    // A part of one changes nothing.
+    Expect({.enKind = TAP_KIND::CONFIGURATION, .ucFlags = TAP_CUT}, Text("debuglevel=7\n"), {});
+    Expect(FromUe(3, CHANNEL_LTE_DATA), packet, {{"vex.id", "0x30000001"}});
     Expect(CONFIG, {}, {{"expert", "-"}});
     Expect(FromUe(3, CHANNEL_LTE_DATA), packet, {{"vex.id", "-"}});
     Check();
