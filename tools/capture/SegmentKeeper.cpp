@@ -85,7 +85,7 @@ void CSegmentKeeper::Compress(const std::string& strPath)
     }
     std::string strError;
     if (!CompressFile(strPath, strError))
-        m_progress.Line(strError);
+        m_progress.Problem(strError);
 }
 
 /// The newest is never deleted: it is being written.
@@ -106,7 +106,7 @@ void CSegmentKeeper::DeleteOldest()
             return;
         std::error_code error;
         if (!std::filesystem::remove(segment.strPath, error) && error)
-            m_progress.Line(segment.strPath + ": not deleted: " + error.message());
+            m_progress.Problem(segment.strPath + ": not deleted: " + error.message());
         ullBytes -= segment.ullBytes;
         --ullFiles;
     }
