@@ -41,6 +41,10 @@ struct UESIM_OPTIONS
     bool bQuiet = false;
     bool bJson = false;
 
+    std::string strReplay; // capture file that the modems play; empty: none
+    double dSpeed = 1;     // of the replay; 0: as fast as possible
+    bool bLoop = false;    // from the start again, until a signal
+
     unsigned int ulConnectPayload = 320; // bytes of the host connect confirmation's payload
     uint32_t ulConnectId = 0x10065000;
     std::set<uint32_t> silent;         // LTE commands that get no answer
