@@ -176,8 +176,9 @@ void CPcapngWriter::Record(const TAP_RECORD& stRecord, ByteView bytes, uint64_t 
         block.Option(PCAPNG_OPT_COMMENT, strComment);
 }
 
-void CPcapngWriter::End(uint64_t ullTime)
+void CPcapngWriter::End(uint64_t ullTime, uint64_t ullLost)
 {
+    m_ullLost += ullLost;
     for (uint32_t i = 0; i < m_vecRecords.size(); ++i) {
         CBlock block(m_vecOut, PCAPNG_STATISTICS);
         PutLe(m_vecOut, i);

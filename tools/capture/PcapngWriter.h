@@ -29,8 +29,9 @@ public:
     void Begin(const CAPTURE_RUN& stRun, const std::string& strApplication);
     /// ullLost: records lost right before this one. The comment is left out when it is empty.
     void Record(const TAP_RECORD& stRecord, ByteView bytes, uint64_t ullLost = 0, const std::string& strComment = "");
-    /// Statistics of each interface, with this CLOCK_REALTIME in ns: the end of the file.
-    void End(uint64_t ullTime);
+    /// Statistics of each interface, with this CLOCK_REALTIME in ns: the end of the file. ullLost: records lost behind
+    /// the last one.
+    void End(uint64_t ullTime, uint64_t ullLost = 0);
 
 private:
     /// Index of the record's interface, which is made when there is none yet.

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "capture/CaptureOut.h"
+#include "capture/ChunkQueue.h"
+#include "capture/FileSync.h"
+
+#include <atomic>
+#include <functional>
+#include <thread>
+
+class CProgress;
+
+/// Writes what comes out of the queue, on a thread of its own. When a disk is full it says so once, tries again each
+/// second and says once that it goes on; nothing in the queue is dropped meanwhile.
+class CFileWriter
+{
+public:
+    using CLOSED = std::function<void(const std::string& strPath)>;
+    /// closed is called by the thread with each file that is complete.
+    CFileWriter(CChunkQueue& queue, CProgress& progress, CLOSED closed);
+    /// The queue has been closed.
+    ~CFileWriter();
+    CFileWriter(const CFileWriter&) = delete;
+    CFileWriter& operator=(const CFileWriter&) = delete;
+
+    /// Where the first blocks go, unless they name a file themselves. Before Start.
+    void Use(std::unique_ptr<ICaptureOut> pOut, const std::string& strPath);
+    void Start();
+    /// Waits until all is written, with the queue closed. Gives the count of records that couldn't be.
+    uint64_t Finish();
+    /// Whether whoever was to read the output has gone.
+    bool IsLeft() const { return m_bLeft; }
+
+private:
+    void Run();
+    void Write(CAPTURE_CHUNK& chunk);
+    bool Attempt(CAPTURE_CHUNK& chunk, ByteView& rest);
+    bool Begin(const std::string& strPath);
+    void CloseFile();
+    void TellInterruption(int nError, uint64_t ullOfChunk);
+
+    CChunkQueue& m_queue;
+    CProgress& m_progress;
+    const CLOSED m_closed;
+    std::atomic<bool> m_bLeft = false;
+    // Of the thread, once it runs.
+    std::unique_ptr<ICaptureOut> m_pOut;
+    std::string m_strPath;  // of the file that is open or to be opened
+    uint64_t m_ullKept = 0; // records in it
+    uint64_t m_ullUnwritten = 0;
+    bool m_bGivenUp = false;
+    CFileSync m_sync;
+    std::thread m_thread;
+};
