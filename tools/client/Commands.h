@@ -72,6 +72,14 @@ struct GU_ARGS
 };
 EXIT_CODE RunGu(const CONTEXT& stContext, const GU_ARGS& stArgs, std::span<const REPORT_ROW> rows);
 
+// A capture's clients once more.
+struct REPLAY_ARGS
+{
+    std::string strFile;
+    std::string strSpeed = "1"; // or "max"
+};
+EXIT_CODE RunReplay(const CONTEXT& stContext, const REPLAY_ARGS& stArgs);
+
 // Status datagrams.
 struct MONITOR_ARGS
 {
