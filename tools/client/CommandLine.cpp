@@ -103,6 +103,7 @@ private:
                                     [this](const CONTEXT& st) { return RunReplay(st, m_stReplay); });
         pReplay->add_option("FILE", m_stReplay.strFile, "a .pcapng or .pcapng.zst of vex-capture")->required();
         pReplay->add_option("--speed", m_stReplay.strSpeed, "N times as fast as it was, or max");
+        pReplay->add_flag("--now", m_stReplay.bNow, "begin with what the first client did, without the time before it");
     }
 
     void AddReports(const char* pszName, const char* pszWhat, std::span<const REPORT_ROW> rows)

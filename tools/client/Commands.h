@@ -77,6 +77,7 @@ struct REPLAY_ARGS
 {
     std::string strFile;
     std::string strSpeed = "1"; // or "max"
+    bool bNow = false;          // the first act comes at once, not at its time
 };
 EXIT_CODE RunReplay(const CONTEXT& stContext, const REPLAY_ARGS& stArgs);
 

@@ -62,7 +62,7 @@ EXIT_CODE RunReplay(const CONTEXT& stContext, const REPLAY_ARGS& stArgs)
     if (script.Lost() > 0)
         stContext.errors << "vex-client: " << script.Lost() << " records are missing in the capture\n";
     CReplayPlayer player(stContext, script, dSpeed > 0 ? 1 / dSpeed : 0);
-    if (const EXIT_CODE enCode = player.Run(); enCode != CODE_DONE)
+    if (const EXIT_CODE enCode = player.Run(stArgs.bNow); enCode != CODE_DONE)
         return enCode;
     CVerdict verdict(stContext.printer);
     for (size_t i = 0; i < script.Clients().size(); ++i)

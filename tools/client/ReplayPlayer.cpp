@@ -45,9 +45,15 @@ CReplayPlayer::CReplayPlayer(const CONTEXT& stContext, const CReplayScript& scri
 {
 }
 
-EXIT_CODE CReplayPlayer::Run()
+Clock::duration CReplayPlayer::After(const REPLAY_ACT& stAct) const
 {
-    m_base = Clock::now();
+    return std::chrono::duration_cast<Clock::duration>(
+        std::chrono::duration<double, std::nano>(static_cast<double>(stAct.ullTime) * m_dScale));
+}
+
+EXIT_CODE CReplayPlayer::Run(bool bNow)
+{
+    m_base = Clock::now() - (bNow ? After(m_script.Acts().front()) : Clock::duration::zero());
     for (const REPLAY_ACT& stAct : m_script.Acts()) {
         if (StopRequested())
             break;
@@ -56,8 +62,7 @@ EXIT_CODE CReplayPlayer::Run()
             Await(stLine);
             continue;
         }
-        const auto after = std::chrono::duration_cast<Clock::duration>(
-            std::chrono::duration<double, std::nano>(static_cast<double>(stAct.ullTime) * m_dScale));
+        const auto after = After(stAct);
         WaitUntil(m_base + after);
         m_base = std::max(m_base, Clock::now() - after); // later than then: so is all that follows
         if (const EXIT_CODE enCode = Do(stAct); enCode != CODE_DONE)

@@ -17,8 +17,8 @@ public:
     CReplayPlayer(const CONTEXT& stContext, const CReplayScript& script, double dScale);
 
     /// Plays to the end, or until the user stops it. CODE_NO_CONNECTION, told on the error stream, when a connection
-    /// can't be made.
-    EXIT_CODE Run();
+    /// can't be made. bNow: the first act comes at once, whatever its time.
+    EXIT_CODE Run(bool bNow);
     /// What came, by client of the script.
     const std::vector<REPLAY_PACKET>& Got(size_t szClient) const { return m_lines[szClient].got; }
 
@@ -31,6 +31,7 @@ private:
         size_t szMissing = 0; // of those that have not come
         bool bSilent = false; // the last one that was waited for didn't come, and nothing has since
     };
+    Clock::duration After(const REPLAY_ACT& stAct) const;
     void WaitUntil(Clock::time_point due);
     void Await(LINE& stLine);
     EXIT_CODE Do(const REPLAY_ACT& stAct);

@@ -49,6 +49,8 @@ void AddScript(CLI::App& app, UESIM_OPTIONS& st, std::vector<std::string>& silen
     app.add_option("--connect-payload", st.ulConnectPayload, "Bytes of the host connect confirmation's payload")
         ->check(CLI::Range(0U, MAX_PAYLOAD));
     app.add_option("--connect-id", st.ulConnectId, "Id of the host connect confirmation");
+    app.add_option("--connect-delay", st.ulConnectDelay, "Milliseconds until the host connect is confirmed")
+        ->check(CLI::Range(0U, 60000U));
     app.add_option("--silent", silent, "LTE command ids that get no answer");
     app.add_option("--fail", fail, "ID=RESULT: result word in the acks of an LTE command");
     app.add_option("--at-interval", st.ulAtInterval, "Milliseconds between unsolicited AT lines, 0: none");

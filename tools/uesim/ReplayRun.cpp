@@ -74,13 +74,22 @@ bool CReplayRun::OnRequest(enSerialType enPort, const std::string& strName, SimT
     m_cameAt[szRequest] = now;
     if (!stRequest.bAnswered)
         return true;
-    if (m_bInStep && now > Due(stRequest.ullTime))
-        m_base += now - Due(stRequest.ullTime);
+    Follow(szRequest, now);
     m_bInStep = true;
     for (const size_t szStep : m_stepsOf[szRequest])
         Activate(szStep, now);
     SkipArrived();
     return true;
+}
+
+/// The modem's time becomes that of the request: what it did by itself before and behind it stays before and behind it.
+/// One that comes much too early is answered, but the others don't hurry for it.
+void CReplayRun::Follow(size_t szRequest, SimTime now)
+{
+    const SimTime due = Due(m_stPlan.requests[szRequest].ullTime);
+    const bool bEarly = szRequest == m_szWaited && now + HURRY_LIMIT > due;
+    if (m_bInStep && (now > due || bEarly))
+        m_base += now - due;
 }
 
 /// The step is due when all of its requests have come.
@@ -121,11 +130,11 @@ void CReplayRun::Miss()
     SkipArrived();
 }
 
-/// The first step in the order of the capture that is due; none: their count.
+/// The first step in the order of the capture that is due; none: their count. Answers don't overtake each other.
 size_t CReplayRun::Candidate(SimTime now) const
 {
-    const auto pAnswer = std::ranges::find_if(m_answers, [&](const auto& stPair) { return stPair.second <= now; });
-    const size_t szAnswer = pAnswer != m_answers.end() ? pAnswer->first : m_stPlan.steps.size();
+    const bool bAnswer = !m_answers.empty() && m_answers.begin()->second <= now;
+    const size_t szAnswer = bAnswer ? m_answers.begin()->first : m_stPlan.steps.size();
     const bool bItself = m_szNext < szAnswer && !IsBlocked(m_szNext) && now >= Due(m_stPlan.steps[m_szNext].ullTime);
     return bItself ? m_szNext : szAnswer;
 }
@@ -178,10 +187,10 @@ const REPLAY_EVENT* CReplayRun::TakeEvent(SimTime now)
     if (!m_bStarted || m_szEvent >= m_stPlan.events.size())
         return nullptr;
     const REPLAY_EVENT& stEvent = m_stPlan.events[m_szEvent];
-    // Ports come or go together at once; between their coming and going lies a moment of calm.
+    // Ports come or go together at once; between their coming and going lies a moment of calm, however fast it goes.
     const bool bWasThere = m_szEvent > 0 ? m_stPlan.events[m_szEvent - 1].bArrives : !stEvent.bArrives;
     const bool bTurn = bWasThere != stEvent.bArrives && (m_szEvent > 0 || !stEvent.bArrives);
-    if (now < Due(stEvent.ullTime) || (bTurn && now < m_lastAct + CALM) ||
+    if (now < Due(stEvent.ullTime) || (bTurn && m_dScale < 1 && now < m_lastAct + CALM) ||
         (!stEvent.bArrives && !IsPlayedUpTo(stEvent.szSteps)))
         return nullptr;
     ++m_szEvent;

@@ -16,6 +16,7 @@ class CReplayRun
 {
 public:
     static constexpr SimDuration WAIT_LIMIT = std::chrono::seconds(5);     // for a request, or for a port to open
+    static constexpr SimDuration HURRY_LIMIT = std::chrono::seconds(1);    // how much a request may be early
     static constexpr SimDuration CALM = std::chrono::milliseconds(300);    // before a port goes or comes: what is under
                                                                            // way shall arrive
     static constexpr SimDuration LINGER = std::chrono::milliseconds(1000); // before the end, for the same reason
@@ -59,6 +60,7 @@ private:
     SimDuration Scaled(uint64_t ullFrom, uint64_t ullTo) const;
     bool HasWaited() const { return m_szWaited < m_stPlan.requests.size(); }
     bool IsBlocked(size_t szStep) const;
+    void Follow(size_t szRequest, SimTime now);
     void SkipAnswers();
     void SkipArrived();
     void Activate(size_t szStep, SimTime now);
