@@ -52,7 +52,7 @@ void CReplayRun::SkipAnswers()
 void CReplayRun::SkipArrived()
 {
     const size_t szBefore = m_szWaited;
-    while (HasWaited() && (!m_stPlan.requests[m_szWaited].bAnswered || m_came[m_szWaited] != CAME::NOT_YET))
+    while (HasWaited() && m_came[m_szWaited] != CAME::NOT_YET)
         ++m_szWaited;
     if (m_szWaited != szBefore)
         m_blockedSince = NEVER;
@@ -72,8 +72,6 @@ bool CReplayRun::OnRequest(enSerialType enPort, const std::string& strName, SimT
         Start(now, stRequest.ullTime);
     m_came[szRequest] = CAME::YES;
     m_cameAt[szRequest] = now;
-    if (!stRequest.bAnswered)
-        return true;
     Follow(szRequest, now);
     m_bInStep = true;
     for (const size_t szStep : m_stepsOf[szRequest])
@@ -114,7 +112,8 @@ void CReplayRun::GiveUp(SimTime now)
         if (m_bInStep && bAllPlayed && now >= due)
             m_blockedSince = std::min(m_blockedSince, now);
         const SimTime since = m_bInStep ? m_blockedSince : due;
-        if (since == NEVER || now < since + WAIT_LIMIT)
+        const SimDuration limit = m_stPlan.requests[m_szWaited].bAnswered ? WAIT_LIMIT : UNANSWERED_LIMIT;
+        if (since == NEVER || now < since + limit)
             return;
         Miss();
     }
@@ -125,7 +124,8 @@ void CReplayRun::Miss()
     const REPLAY_REQUEST& stRequest = m_stPlan.requests[m_szWaited];
     m_came[m_szWaited] = CAME::TOO_LATE;
     std::erase(m_expected[{stRequest.enPort, stRequest.strName}], m_szWaited);
-    m_stTotals.missed.push_back(m_szWaited);
+    if (stRequest.bAnswered)
+        m_stTotals.missed.push_back(m_szWaited);
     m_bInStep = false;
     SkipArrived();
 }

@@ -15,8 +15,9 @@
 class CReplayRun
 {
 public:
-    static constexpr SimDuration WAIT_LIMIT = std::chrono::seconds(5);     // for a request, or for a port to open
-    static constexpr SimDuration HURRY_LIMIT = std::chrono::seconds(1);    // how much a request may be early
+    static constexpr SimDuration WAIT_LIMIT = std::chrono::seconds(5); // for a request, or for a port to open
+    static constexpr SimDuration UNANSWERED_LIMIT = std::chrono::milliseconds(500); // for a request without an answer
+    static constexpr SimDuration HURRY_LIMIT = std::chrono::seconds(1);             // how much a request may be early
     static constexpr SimDuration CALM = std::chrono::milliseconds(300);    // before a port goes or comes: what is under
                                                                            // way shall arrive
     static constexpr SimDuration LINGER = std::chrono::milliseconds(1000); // before the end, for the same reason
@@ -45,7 +46,7 @@ public:
         uint64_t ullPlayed = 0;          // packets
         uint64_t ullLost = 0;            // packets whose port wasn't open
         uint64_t ullUnplanned = 0;       // requests that the capture doesn't have
-        std::vector<size_t> missed = {}; // requests of the plan that never came
+        std::vector<size_t> missed = {}; // requests with an answer that never came
     };
     const TOTALS& Totals() const { return m_stTotals; }
 
@@ -81,7 +82,7 @@ private:
     std::vector<CAME> m_came;                   // by request
     std::vector<SimTime> m_cameAt;
     std::map<std::pair<enSerialType, std::string>, std::deque<size_t>> m_expected; // requests that haven't come
-    size_t m_szWaited = 0;          // the first request with an answer that hasn't come
+    size_t m_szWaited = 0;                                                         // the first request that hasn't come
     SimTime m_blockedSince = NEVER; // all before that request has been played
     SimTime m_portSince = NEVER;    // the next packet waits for its port
     bool m_bInStep = true;          // the last request that was waited for has come
