@@ -1,2 +1,2 @@
 # The command-line client of tools/client.
-vex_test(test_client_tool SOURCES ClientToolTest.cpp ClientCommandsTest.cpp LIBS vex_client_tool)
+vex_test(test_client_tool SOURCES ClientToolTest.cpp ClientCommandsTest.cpp ReplayCompareTest.cpp LIBS vex_client_tool)
