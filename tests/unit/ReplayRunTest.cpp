@@ -50,10 +50,13 @@ private:
 using PACKETS = std::vector<int>;
 
 /// The steps that are due then.
-PACKETS Take(CReplayRun& run, SimTime now, bool bOpen = true)
+PACKETS Take(CReplayRun& run, SimTime now, CReplayRun::PORT enDiag = CReplayRun::PORT::READY)
 {
+    const auto stateOf = [=](enSerialType enPort) {
+        return enPort == SERIAL_TYPE_DIAG ? enDiag : CReplayRun::PORT::READY;
+    };
     PACKETS packets;
-    while (const REPLAY_STEP* const pStep = run.TakeStep(now, [&](enSerialType) { return bOpen; }))
+    while (const REPLAY_STEP* const pStep = run.TakeStep(now, stateOf))
         packets.push_back(pStep->packet[0]);
     return packets;
 }
@@ -189,15 +192,28 @@ TEST(ReplayRun, AnswersDoNotOvertakeEachOther)
     EXPECT_EQ(Take(run, At(124)), (PACKETS{0, 1}));
 }
 
-TEST(ReplayRun, APacketForAPortThatStaysClosedIsLostAfterFiveSeconds)
+TEST(ReplayRun, APacketForAPortThatStaysClosedIsLostAfterFiveSecondsAndTheNextOnesAtOnce)
 {
-    const CPlan plan = CPlan().Step(100).Step(110);
+    constexpr auto CLOSED = CReplayRun::PORT::CLOSED;
+    const CPlan plan = CPlan().Step(100).Step(110, {}, SERIAL_TYPE_DATA).Step(120).Step(6000);
     CReplayRun run(plan.Ue(), 1, END);
     run.Start(START, 0);
-    EXPECT_EQ(Take(run, At(100), false), PACKETS{});
-    EXPECT_EQ(Take(run, At(5099), false), PACKETS{});
-    EXPECT_EQ(Take(run, At(5100), false), PACKETS{});
+    EXPECT_EQ(Take(run, At(100), CLOSED), PACKETS{});
+    EXPECT_EQ(Take(run, At(5099), CLOSED), PACKETS{});
+    EXPECT_EQ(Take(run, At(5100), CLOSED), PACKETS{1});
     EXPECT_EQ(run.Totals().ullLost, 2u);
+    EXPECT_EQ(Take(run, At(6000)), PACKETS{3}); // it has been opened
+    EXPECT_EQ(run.Totals().ullLost, 2u);
+}
+
+TEST(ReplayRun, APortThatIsFullIsWaitedFor)
+{
+    const CPlan plan = CPlan().Step(100);
+    CReplayRun run(plan.Ue(), 1, END);
+    run.Start(START, 0);
+    EXPECT_EQ(Take(run, At(100), CReplayRun::PORT::FULL), PACKETS{});
+    EXPECT_EQ(Take(run, At(9000), CReplayRun::PORT::FULL), PACKETS{});
+    EXPECT_EQ(Take(run, At(9001)), PACKETS{0});
 }
 
 TEST(ReplayRun, APortLeavesWhenAllBeforeThatHasBeenPlayed)

@@ -79,8 +79,13 @@ void CReplayBehaviour::OnConfirmed()
 
 SimTime CReplayBehaviour::OnTick(SimTime now)
 {
-    const auto isReady = [&](enSerialType enPort) { return m_ue.HasRoom(enPort, now); };
-    while (const REPLAY_STEP* const pStep = m_pRun->TakeStep(now, isReady))
+    const auto stateOf = [&](enSerialType enPort) {
+        const auto& pPort = m_ue.GetPorts()[enPort];
+        if (!pPort || !pPort->IsOpen())
+            return CReplayRun::PORT::CLOSED;
+        return m_ue.HasRoom(enPort, now) ? CReplayRun::PORT::READY : CReplayRun::PORT::FULL;
+    };
+    while (const REPLAY_STEP* const pStep = m_pRun->TakeStep(now, stateOf))
         m_ue.Send(pStep->enPort, pStep->packet);
     while (const REPLAY_EVENT* const pEvent = m_pRun->TakeEvent(now))
         m_onEvent(*pEvent);

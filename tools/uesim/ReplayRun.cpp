@@ -148,7 +148,15 @@ void CReplayRun::Remove(size_t szStep)
     m_portSince = NEVER;
 }
 
-const REPLAY_STEP* CReplayRun::TakeStep(SimTime now, const READY& isReady)
+/// Whether a packet waits for its closed port; when that has taken too long, it and the next ones don't.
+bool CReplayRun::IsWaitedFor(enSerialType enPort, SimTime now)
+{
+    m_portSince = std::min(m_portSince, now);
+    m_abandoned[enPort] = m_abandoned[enPort] || now >= m_portSince + WAIT_LIMIT;
+    return !m_abandoned[enPort];
+}
+
+const REPLAY_STEP* CReplayRun::TakeStep(SimTime now, const PORT_STATE& stateOf)
 {
     if (!m_bStarted)
         return nullptr;
@@ -158,18 +166,16 @@ const REPLAY_STEP* CReplayRun::TakeStep(SimTime now, const READY& isReady)
         if (szStep >= m_stPlan.steps.size())
             return nullptr;
         const REPLAY_STEP& stStep = m_stPlan.steps[szStep];
-        if (isReady(stStep.enPort)) {
-            Remove(szStep);
+        const PORT enState = stateOf(stStep.enPort);
+        if (enState == PORT::FULL || (enState == PORT::CLOSED && IsWaitedFor(stStep.enPort, now)))
+            return nullptr;
+        Remove(szStep);
+        m_abandoned[stStep.enPort] = enState == PORT::CLOSED;
+        if (enState == PORT::READY) {
             ++m_stTotals.ullPlayed;
             m_lastAct = now;
             return &stStep;
         }
-        m_portSince = std::min(m_portSince, now);
-        if (now < m_portSince + WAIT_LIMIT)
-            return nullptr;
-        const SimTime since = m_portSince; // the others for a closed port don't wait anew
-        Remove(szStep);
-        m_portSince = since;
         ++m_stTotals.ullLost;
     }
 }

@@ -32,9 +32,15 @@ public:
     /// A request has come. False when the capture has none of that name that is still to come.
     bool OnRequest(enSerialType enPort, const std::string& strName, SimTime now);
 
-    using READY = std::function<bool(enSerialType enPort)>; // the port takes a packet now
+    enum class PORT
+    {
+        READY,
+        FULL, // for now
+        CLOSED,
+    };
+    using PORT_STATE = std::function<PORT(enSerialType enPort)>;
     /// The next packet that is due and has a port to go to; null when there is none now.
-    const REPLAY_STEP* TakeStep(SimTime now, const READY& isReady);
+    const REPLAY_STEP* TakeStep(SimTime now, const PORT_STATE& stateOf);
     /// The next port that is to come or go; null when there is none now.
     const REPLAY_EVENT* TakeEvent(SimTime now);
     /// When to look again; what waits for a port or a request comes with those.
@@ -68,6 +74,7 @@ private:
     void GiveUp(SimTime now);
     void Miss();
     size_t Candidate(SimTime now) const;
+    bool IsWaitedFor(enSerialType enPort, SimTime now);
     void Remove(size_t szStep);
     bool IsPlayedUpTo(size_t szStep) const;
 
@@ -83,9 +90,10 @@ private:
     std::vector<SimTime> m_cameAt;
     std::map<std::pair<enSerialType, std::string>, std::deque<size_t>> m_expected; // requests that haven't come
     size_t m_szWaited = 0;                                                         // the first request that hasn't come
-    SimTime m_blockedSince = NEVER; // all before that request has been played
-    SimTime m_portSince = NEVER;    // the next packet waits for its port
-    bool m_bInStep = true;          // the last request that was waited for has come
+    SimTime m_blockedSince = NEVER;            // all before that request has been played
+    SimTime m_portSince = NEVER;               // the next packet waits for its port
+    std::array<bool, SERIALNUM> m_abandoned{}; // closed ports that nothing waits for any more
+    bool m_bInStep = true;                     // the last request that was waited for has come
     size_t m_szEvent = 0;
     SimTime m_lastAct{};
     TOTALS m_stTotals;

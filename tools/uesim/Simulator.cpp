@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <poll.h>
+#include <sstream>
 
 namespace
 {
@@ -282,7 +283,9 @@ bool CSimulator::IsReplayDone(const sigset_t* pWaitMask)
         return false;
     if (!m_stOptions.bLoop)
         return true;
-    m_log.Event("replay", "%s", m_pReplay->Report().c_str());
+    std::istringstream report(m_pReplay->Report());
+    for (std::string strLine; std::getline(report, strLine);)
+        m_log.Event("replay", "%s", strLine.c_str());
     Finish(pWaitMask);
     m_pReplay->Restart(SimClock::now());
     if (!m_stOptions.strAttachHost.empty())
