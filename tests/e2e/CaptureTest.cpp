@@ -234,14 +234,16 @@ TEST_F(Capture, HasWhatAnObserverSees)
     ExpectTsharkCounts(Path("out.pcapng"), captured.records.size());
 }
 
-TEST_F(Capture, FiltersAndEndsByCount)
+TEST_F(Capture, FiltersEndsByCountAndCompresses)
 {
     StartStream("500");
-    const auto pCapture =
-        Start({"-w", "out.pcapng", "--ue", "0", "--channel", "lte-data", "--direction", "from-ue", "--count", "100"});
+    const auto pCapture = Start({"-w", "out.pcapng", "--ue", "0", "--channel", "lte-data", "--direction", "from-ue",
+                                 "--count", "100", "--compress"});
     EXPECT_EQ(pCapture->WaitExit(), 0);
-    const CAPTURED captured = ReadCapture(Path("out.pcapng"));
+    EXPECT_FALSE(std::filesystem::exists(Path("out.pcapng")));
+    const CAPTURED captured = ReadCapture(Path("out.pcapng.zst"));
     EXPECT_EQ(captured.enEnd, RESULT::END);
+    ExpectTsharkCounts(Path("out.pcapng.zst"), 101);
     ASSERT_EQ(captured.records.size(), 101u);
     EXPECT_EQ(captured.records[0].stHead.enKind, TAP_KIND::CONFIGURATION);
     for (const SEEN& seen : Fresh(captured.records)) {

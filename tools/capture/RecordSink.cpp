@@ -6,7 +6,8 @@
 namespace
 {
 constexpr size_t CHUNK_BYTES = 256 * 1024;
-constexpr size_t CHUNK_MOST = 4 * CHUNK_BYTES; // a buffer that one large record made larger isn't kept
+constexpr size_t CHUNK_ROOM = CHUNK_BYTES + 64 * 1024; // the last record goes beyond
+constexpr size_t CHUNK_MOST = 4 * CHUNK_BYTES;         // a buffer that one large record made larger isn't kept
 
 uint64_t RealTime()
 {
@@ -59,7 +60,7 @@ bool CRecordSink::HandOver()
         return false;
     if (empty->vecBytes.capacity() > CHUNK_MOST)
         empty->vecBytes.shrink_to_fit();
-    empty->vecBytes.reserve(CHUNK_BYTES);
+    empty->vecBytes.reserve(CHUNK_ROOM);
     m_ullBytes += m_chunk.vecBytes.size();
     std::swap(m_chunk, *empty);
     m_queue.Put(std::move(*empty));
