@@ -414,6 +414,39 @@ TEST_F(Capture, WiresharkListsTheAgentAndCapturesLive)
     EXPECT_EQ(live.strErrors.find("vex-capture"), std::string::npos) << live.strErrors;
 }
 
+TEST_F(Capture, ALossIsToldInTheFileAndOnStandardError)
+{
+    constexpr uint64_t COUNT = 4000; // of 1000 bytes: four times what the ring holds
+    CRunningTap tap(Tap());
+    ASSERT_TRUE(tap.IsOpen()) << tap.Error();
+    const auto pCapture = Start({"-w", "out.pcapng"});
+    ASSERT_TRUE(WaitFor([&] { return !m_bench.Dir().Read("out.pcapng").empty(); })); // the picture
+    pCapture->Signal(SIGSTOP);
+    ASSERT_TRUE(WaitFor([&] {
+        std::ifstream stat("/proc/" + std::to_string(pCapture->Pid()) + "/stat");
+        std::string strLine;
+        return std::getline(stat, strLine) && strLine.find(") T ") != std::string::npos;
+    }));
+    for (uint64_t i = 0; i < COUNT; ++i)
+        tap.Writer().Write({.enKind = TAP_KIND::STATUS}, Fill(1000));
+    pCapture->Signal(SIGCONT);
+    pCapture->Signal(SIGTERM);
+    EXPECT_EQ(pCapture->WaitExit(), 0);
+    const CAPTURED captured = ReadCapture(Path("out.pcapng"));
+    uint64_t ullLost = 0;
+    for (const SEEN& seen : captured.records)
+        ullLost += seen.ullLost;
+    EXPECT_GT(ullLost, 2000u);
+    EXPECT_EQ(captured.records.size() + ullLost, 1 + COUNT); // and the picture
+    EXPECT_EQ(captured.records.back().stHead.ullNumber, COUNT);
+    const std::string strErrors = pCapture->Errors();
+    const std::string strLost = std::to_string(ullLost);
+    EXPECT_NE(strErrors.find("vex-capture: " + strLost + " records lost, " + strLost + " in all\n"), std::string::npos)
+        << strErrors;
+    EXPECT_NE(strErrors.find(" bytes, " + strLost + " lost\n"), std::string::npos) << strErrors;
+    EXPECT_EQ(captured.records[1].strComment, strLost + " records lost before this one");
+}
+
 TEST_F(Capture, KeepsUpWith60000RecordsASecond)
 {
     constexpr uint64_t PER_MS = 60;
