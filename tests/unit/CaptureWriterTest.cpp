@@ -301,7 +301,8 @@ TEST(CaptureSink, ALossStandsAtTheNextRecordAndAFullBufferLosesWhatComes)
         ASSERT_LT(++ullNumber, 10000u);
     // Two buffers that are handed over once they have 262144 bytes: 241 records of 1088 bytes each.
     EXPECT_EQ(ullNumber, 482u);
-    EXPECT_FALSE(sink.Put(Data(ullNumber + 1), Fill(1000), 0));
+    const TAP_RECORD config{.enKind = TAP_KIND::CONFIGURATION, .ullNumber = 483};
+    EXPECT_FALSE(sink.Put(config, AsBytes("cfg"), 0));
     auto chunk = queue.Take();
     ASSERT_TRUE(chunk);
     const Bytes before = Bytes(ByteView(chunk->vecBytes));
@@ -315,7 +316,10 @@ TEST(CaptureSink, ALossStandsAtTheNextRecordAndAFullBufferLosesWhatComes)
     ASSERT_TRUE(last);
     const FILE_CONTENT st = Content(MemoryCaptureSource(Join(before, middle, last->vecBytes)));
     EXPECT_EQ(st.enEnd, RESULT::END);
-    ASSERT_EQ(st.numbers.size(), 483u);
+    ASSERT_EQ(st.numbers.size(), 484u);
+    EXPECT_EQ(st.numbers[482], 483u); // the configuration was lost, and the file needs it
+    EXPECT_EQ(st.flags[482], TAP_REPLAYED);
+    EXPECT_EQ(st.lost[482], 0u);
     EXPECT_EQ(st.numbers.back(), 484u);
     EXPECT_EQ(st.lost.back(), 2u);
 }

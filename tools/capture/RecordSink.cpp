@@ -31,8 +31,11 @@ void CRecordSink::BeginRun(const CAPTURE_RUN& stRun)
 bool CRecordSink::Put(const TAP_RECORD& stRecord, ByteView bytes, uint64_t ullLost)
 {
     const bool bRoom = (m_chunk.vecBytes.size() < CHUNK_BYTES || HandOver()) && EnsureFile(stRecord);
+    if (bRoom && m_bMissed)
+        WritePicture(); // events may be among what was lost
     if (bRoom)
         Write(stRecord, bytes, ullLost);
+    m_bMissed = !bRoom;
     m_picture.Take(stRecord, bytes);
     return bRoom;
 }
@@ -98,6 +101,12 @@ void CRecordSink::BeginFile(const TAP_RECORD& stFirst)
     if (m_names)
         m_chunk.strNewFile = m_names->NewPath(stFirst.ullTime, stFirst.ullNumber);
     m_writer.Begin(m_stRun, "vex-capture");
+    WritePicture();
+}
+
+void CRecordSink::WritePicture()
+{
+    m_bMissed = false;
     m_picture.ForEach([this](const TAP_RECORD& stRecord, ByteView bytes) { Write(stRecord, bytes, 0); });
 }
 
