@@ -1,12 +1,16 @@
 #include "capture/Capture.h"
 
 #include "capture/CaptureLoop.h"
-#include "capture/FileWriter.h"
+#include "capture/Extcap.h"
+#include "capture/SegmentKeeper.h"
 #include "client/Stop.h"
 
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 
 namespace
 {
@@ -47,14 +51,52 @@ bool OpenOutput(const CAPTURE_OPTIONS& stOptions, const std::optional<CSegmentNa
     return true;
 }
 
+/// The folder of a spool, made if need be and held by its lock as long as the descriptor is open. None, with a line,
+/// when that can't be.
+CUniqueFd LockSpool(const std::string& strFolder, CProgress& progress)
+{
+    if (mkdir(strFolder.c_str(), 0777) != 0 && errno != EEXIST) {
+        progress.Problem(strFolder + ": " + std::strerror(errno));
+        return {};
+    }
+    CUniqueFd fd(open((strFolder + "/.vex-capture.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+    if (fd.IsOpen() && flock(fd.Get(), LOCK_EX | LOCK_NB) == 0)
+        return fd;
+    progress.Problem(strFolder + ": " + (errno == EWOULDBLOCK ? "another capture writes there" : std::strerror(errno)));
+    return {};
+}
+
+CProgress::STYLE StyleOf(const CAPTURE_OPTIONS& stOptions, bool bTerminal)
+{
+    if (stOptions.enExtcap == EXTCAP::CAPTURE)
+        return CProgress::STYLE::PROBLEMS;
+    return bTerminal ? CProgress::STYLE::TERMINAL : CProgress::STYLE::LINES;
+}
+
+CAPTURE_EXIT End(CAPTURE_TOTALS stTotals, uint64_t ullUnwritten, CProgress& progress)
+{
+    stTotals.ullRecords -= std::min(ullUnwritten, stTotals.ullRecords);
+    stTotals.ullLost += ullUnwritten;
+    progress.End(stTotals);
+    return ullUnwritten == 0 ? CAPTURE_DONE : CAPTURE_NO_FILE;
+}
+
 CAPTURE_EXIT Capture(const CAPTURE_OPTIONS& stOptions, CProgress& progress)
 {
     const auto names = NamesOf(stOptions);
+    CSegmentKeeper keeper({names, stOptions.stKeep, stOptions.bCompress}, progress);
+    CUniqueFd lock;
+    if (!stOptions.strSpool.empty()) {
+        lock = LockSpool(stOptions.strSpool, progress);
+        if (!lock.IsOpen())
+            return CAPTURE_NO_FILE;
+        keeper.TakeLeftovers();
+    }
     CChunkQueue queue(CHUNKS);
-    CFileWriter writer(queue, progress, [](const std::string&) {});
+    CFileWriter writer(queue, progress, keeper);
     std::string strName;
     if (!OpenOutput(stOptions, names, writer, strName)) {
-        progress.Line(strName + ": " + std::strerror(errno));
+        progress.Problem(strName + ": " + std::strerror(errno));
         return CAPTURE_NO_FILE;
     }
     CRecordSink sink(queue, names, stOptions.stRotation);
@@ -62,12 +104,7 @@ CAPTURE_EXIT Capture(const CAPTURE_OPTIONS& stOptions, CProgress& progress)
                       sink, progress, [&] { return StopRequested() || writer.IsLeft(); });
     writer.Start();
     loop.Run();
-    const uint64_t ullUnwritten = writer.Finish();
-    CAPTURE_TOTALS stTotals = loop.Totals();
-    stTotals.ullRecords -= std::min(ullUnwritten, stTotals.ullRecords);
-    stTotals.ullLost += ullUnwritten;
-    progress.End(stTotals);
-    return ullUnwritten == 0 ? CAPTURE_DONE : CAPTURE_NO_FILE;
+    return End(loop.Totals(), writer.Finish(), progress);
 }
 } // namespace
 
@@ -76,9 +113,13 @@ CAPTURE_EXIT RunCapture(std::vector<std::string> args, std::ostream& out, std::o
     CAPTURE_OPTIONS stOptions;
     if (const auto end = ParseCaptureOptions(std::move(args), stOptions, out, errors))
         return *end;
+    if (stOptions.enExtcap != EXTCAP::NO && !AnswerExtcap(stOptions, out, errors))
+        return CAPTURE_USAGE;
+    if (stOptions.enExtcap != EXTCAP::NO && stOptions.enExtcap != EXTCAP::CAPTURE)
+        return CAPTURE_DONE;
     CatchStopSignals();
     (void)signal(SIGPIPE, SIG_IGN); // the reader of a pipe may go: writing says so
     (void)signal(SIGXFSZ, SIG_IGN); // a limit on the size of files is like a full disk
-    CProgress progress(errors, bTerminal);
+    CProgress progress(errors, StyleOf(stOptions, bTerminal));
     return Capture(stOptions, progress);
 }

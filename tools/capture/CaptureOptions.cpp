@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <charconv>
 
 namespace
 {
@@ -13,23 +12,35 @@ constexpr const char* FOOTER =
 constexpr std::chrono::minutes SPOOL_TIME{5};
 constexpr uint64_t SPOOL_BYTES = 64 * 1024 * 1024;
 
-template <size_t SIZE> std::string ListOf(const std::array<const char*, SIZE>& names)
+/// The slots of UEs, as names.
+std::vector<std::string> UeNames()
+{
+    std::vector<std::string> names;
+    for (unsigned int i = 0; i < MAXUENUM; ++i)
+        names.push_back(std::to_string(i));
+    return names;
+}
+
+template <class Names> std::string ListOf(const Names& names)
 {
     std::string strList;
-    for (const std::string strName : names)
+    for (const std::string_view strName : names)
         if (!strName.empty())
-            strList += (strList.empty() ? "" : ", ") + strName;
+            strList.append(strList.empty() ? "" : ", ").append(strName);
     return strList;
 }
 
-/// Sets the bit of each name; a name that isn't there is an error that lists the names.
-template <size_t SIZE>
-void SetNames(const std::vector<std::string>& given, const std::array<const char*, SIZE>& names, std::bitset<SIZE>& set,
+/// Sets the bit of each name; a name that isn't there is an error that lists the names. Empty ones, as Wireshark's
+/// dialogs leave them, say nothing.
+template <class Names, size_t SIZE>
+void SetNames(const std::vector<std::string>& given, const Names& names, std::bitset<SIZE>& set,
               const std::string& strOption)
 {
     for (const std::string& strName : given) {
+        if (strName.empty())
+            continue;
         const auto found = std::ranges::find(names, strName);
-        if (strName.empty() || found == names.end())
+        if (found == names.end())
             throw CLI::ValidationError(strOption, "'" + strName + "' is none of " + ListOf(names));
         set.set(static_cast<size_t>(found - names.begin()));
     }
@@ -53,8 +64,7 @@ public:
     /// What spans several options; throws what the parser throws.
     void Finish()
     {
-        for (const unsigned int ulUe : m_ues)
-            m_stOptions.stFilter.ues.set(ulUe);
+        SetNames(m_ues, UeNames(), m_stOptions.stFilter.ues, "--ue");
         SetNames(m_channels, CAPTURE_CHANNEL_NAMES, m_stOptions.stFilter.channels, "--channel");
         SetNames(m_kinds, CAPTURE_KIND_NAMES, m_stOptions.stFilter.kinds, "--direction");
         FinishLimits();
@@ -91,10 +101,7 @@ private:
 
     void AddFilter()
     {
-        m_app.add_option("--ue", m_ues, "only these UEs, by slot: 0,3")
-            ->delimiter(',')
-            ->check(CLI::Range(0U, static_cast<unsigned int>(MAXUENUM) - 1))
-            ->type_name("N,...");
+        m_app.add_option("--ue", m_ues, "only these UEs, by slot: 0,3")->delimiter(',')->type_name("N,...");
         m_app.add_option("--channel", m_channels, "only these channels: " + ListOf(CAPTURE_CHANNEL_NAMES))
             ->delimiter(',')
             ->type_name("NAME,...");
@@ -162,7 +169,7 @@ private:
 
     CLI::App m_app;
     CAPTURE_OPTIONS& m_stOptions;
-    std::vector<unsigned int> m_ues;
+    std::vector<std::string> m_ues;
     std::vector<std::string> m_channels;
     std::vector<std::string> m_kinds;
     std::string m_strRotate;

@@ -11,8 +11,8 @@ namespace
 constexpr std::chrono::seconds RETRY_PERIOD{1};
 } // namespace
 
-CFileWriter::CFileWriter(CChunkQueue& queue, CProgress& progress, CLOSED closed)
-    : m_queue(queue), m_progress(progress), m_closed(std::move(closed))
+CFileWriter::CFileWriter(CChunkQueue& queue, CProgress& progress, IFileEvents& events)
+    : m_queue(queue), m_progress(progress), m_events(events)
 {
 }
 
@@ -64,7 +64,7 @@ void CFileWriter::Write(CAPTURE_CHUNK& chunk)
         bLastTry = m_bGivenUp || m_queue.WaitClosed(nError == EAGAIN ? std::chrono::seconds(0) : RETRY_PERIOD);
     }
     if (!m_bGivenUp && bTold)
-        m_progress.Line(m_strPath + ": there is room again; capture goes on");
+        m_progress.Info(m_strPath + ": there is room again; capture goes on");
     const uint64_t ullWritten = m_bGivenUp ? CountPackets(blocks.first(blocks.size() - rest.size())) : chunk.ullRecords;
     m_ullKept += ullWritten;
     m_ullUnwritten += m_bLeft ? 0 : chunk.ullRecords - ullWritten;
@@ -87,6 +87,7 @@ bool CFileWriter::Begin(const std::string& strPath)
     if (!m_pOut)
         return false;
     m_sync.SetFile(m_pOut->Duplicate());
+    m_events.OnOpened(strPath);
     return true;
 }
 
@@ -96,12 +97,12 @@ void CFileWriter::CloseFile()
         return;
     m_sync.SetFile({});
     m_pOut.reset();
-    m_closed(m_strPath);
+    m_events.OnClosed(m_strPath);
     m_ullKept = 0;
 }
 
 void CFileWriter::TellInterruption(int nError, uint64_t ullOfChunk)
 {
-    m_progress.Line(m_strPath + ": " + std::strerror(nError) + "; capture is interrupted, " +
-                    std::to_string(m_ullKept + ullOfChunk) + " records kept");
+    m_progress.Problem(m_strPath + ": " + std::strerror(nError) + "; capture is interrupted, " +
+                       std::to_string(m_ullKept + ullOfChunk) + " records kept");
 }

@@ -5,19 +5,26 @@
 #include "capture/FileSync.h"
 
 #include <atomic>
-#include <functional>
 #include <thread>
 
 class CProgress;
+
+/// Who wants to know of the files. Called by the thread that writes them; not to keep it waiting.
+class IFileEvents
+{
+public:
+    virtual ~IFileEvents() = default;
+    virtual void OnOpened(const std::string& strPath) = 0;
+    /// The file is complete.
+    virtual void OnClosed(const std::string& strPath) = 0;
+};
 
 /// Writes what comes out of the queue, on a thread of its own. When a disk is full it says so once, tries again each
 /// second and says once that it goes on; nothing in the queue is dropped meanwhile.
 class CFileWriter
 {
 public:
-    using CLOSED = std::function<void(const std::string& strPath)>;
-    /// closed is called by the thread with each file that is complete.
-    CFileWriter(CChunkQueue& queue, CProgress& progress, CLOSED closed);
+    CFileWriter(CChunkQueue& queue, CProgress& progress, IFileEvents& events);
     /// The queue has been closed.
     ~CFileWriter();
     CFileWriter(const CFileWriter&) = delete;
@@ -41,7 +48,7 @@ private:
 
     CChunkQueue& m_queue;
     CProgress& m_progress;
-    const CLOSED m_closed;
+    IFileEvents& m_events;
     std::atomic<bool> m_bLeft = false;
     // Of the thread, once it runs.
     std::unique_ptr<ICaptureOut> m_pOut;
