@@ -64,7 +64,7 @@ void CFileWriter::Write(CAPTURE_CHUNK& chunk)
         bLastTry = m_bGivenUp || m_queue.WaitClosed(nError == EAGAIN ? std::chrono::seconds(0) : RETRY_PERIOD);
     }
     if (!m_bGivenUp && bTold)
-        m_progress.Line(m_strPath + ": there is room again; capture goes on");
+        m_progress.Info(m_strPath + ": there is room again; capture goes on");
     const uint64_t ullWritten = m_bGivenUp ? CountPackets(blocks.first(blocks.size() - rest.size())) : chunk.ullRecords;
     m_ullKept += ullWritten;
     m_ullUnwritten += m_bLeft ? 0 : chunk.ullRecords - ullWritten;
@@ -103,6 +103,6 @@ void CFileWriter::CloseFile()
 
 void CFileWriter::TellInterruption(int nError, uint64_t ullOfChunk)
 {
-    m_progress.Line(m_strPath + ": " + std::strerror(nError) + "; capture is interrupted, " +
-                    std::to_string(m_ullKept + ullOfChunk) + " records kept");
+    m_progress.Problem(m_strPath + ": " + std::strerror(nError) + "; capture is interrupted, " +
+                       std::to_string(m_ullKept + ullOfChunk) + " records kept");
 }

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <cmath>
+#include <cstdlib>
+#include <string>
+
+/// How fast a capture is played: "2.5" is two and a half times as fast as it was, "max" as fast as possible, which
+/// gives 0. False for anything else.
+inline bool ParseSpeed(const std::string& strText, double& dSpeed)
+{
+    char* pEnd = nullptr;
+    dSpeed = strText == "max" ? 0 : std::strtod(strText.c_str(), &pEnd);
+    return strText == "max" || (!strText.empty() && *pEnd == '\0' && std::isfinite(dSpeed) && dSpeed > 0);
+}
