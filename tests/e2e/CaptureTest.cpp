@@ -439,7 +439,7 @@ TEST_F(Capture, ALossIsToldInTheFileAndOnStandardError)
         tap.Writer().Write({.enKind = TAP_KIND::STATUS}, Fill(1000));
     pCapture->Signal(SIGCONT);
     pCapture->Signal(SIGTERM);
-    EXPECT_EQ(pCapture->WaitExit(), 0);
+    EXPECT_EQ(pCapture->WaitExit(), 0) << pCapture->Errors();
     const CAPTURED captured = ReadCapture(Path("out.pcapng"));
     uint64_t ullLost = 0;
     for (const SEEN& seen : captured.records)
