@@ -8,7 +8,10 @@
 /// gives 0. False for anything else.
 inline bool ParseSpeed(const std::string& strText, double& dSpeed)
 {
+    dSpeed = 0;
+    if (strText == "max")
+        return true;
     char* pEnd = nullptr;
-    dSpeed = strText == "max" ? 0 : std::strtod(strText.c_str(), &pEnd);
-    return strText == "max" || (!strText.empty() && *pEnd == '\0' && std::isfinite(dSpeed) && dSpeed > 0);
+    dSpeed = std::strtod(strText.c_str(), &pEnd);
+    return pEnd == strText.c_str() + strText.size() && std::isfinite(dSpeed) && dSpeed > 0;
 }

@@ -80,7 +80,7 @@ void CReplayBehaviour::OnConfirmed()
 SimTime CReplayBehaviour::OnTick(SimTime now)
 {
     const auto stateOf = [&](enSerialType enPort) {
-        const auto& pPort = m_ue.GetPorts()[enPort];
+        const auto& pPort = m_ue.GetPorts()[static_cast<size_t>(enPort)];
         if (!pPort || !pPort->IsOpen())
             return CReplayRun::PORT::CLOSED;
         return m_ue.HasRoom(enPort, now) ? CReplayRun::PORT::READY : CReplayRun::PORT::FULL;

@@ -14,6 +14,11 @@ enSerialType PortOf(const TAP_RECORD& stHead)
 {
     return CHANNEL_TABLE[stHead.ucChannel].enPort;
 }
+
+size_t PlaceOf(enSerialType enPort)
+{
+    return static_cast<size_t>(enPort);
+}
 } // namespace
 
 struct CReplayPlan::STATE
@@ -92,9 +97,9 @@ CReplayPlan::STATE& CReplayPlan::State(const TAP_RECORD& stHead)
     STATE& stState = m_states[stHead.ucUe];
     const enSerialType enPort = PortOf(stHead);
     REPLAY_UE& stUe = Ue(stHead);
-    if (!stUe.ports[enPort]) {
-        stUe.ports[enPort] = stHead.ulPort;
-        stUe.present[enPort] = stState.attached[enPort] = true;
+    if (!stUe.ports[PlaceOf(enPort)]) {
+        stUe.ports[PlaceOf(enPort)] = stHead.ulPort;
+        stUe.present[PlaceOf(enPort)] = stState.attached[PlaceOf(enPort)] = true;
     }
     return stState;
 }
@@ -121,16 +126,16 @@ void CReplayPlan::OnChannel(const TAP_RECORD& stHead, ByteView bytes)
         return;
     const bool bArrives = stEvent.ucAttached != 0;
     STATE& stState = m_states[stHead.ucUe];
-    if (bArrives == stState.attached[enPort])
+    if (bArrives == stState.attached[PlaceOf(enPort)])
         return;
-    stState.attached[enPort] = bArrives;
+    stState.attached[PlaceOf(enPort)] = bArrives;
     REPLAY_UE& stUe = Ue(stHead);
-    const uint32_t ulNumber = bArrives ? stHead.ulPort : stUe.ports[enPort].value_or(0);
-    stUe.ports[enPort] = stUe.ports[enPort].value_or(ulNumber);
+    const uint32_t ulNumber = bArrives ? stHead.ulPort : stUe.ports[PlaceOf(enPort)].value_or(0);
+    stUe.ports[PlaceOf(enPort)] = stUe.ports[PlaceOf(enPort)].value_or(ulNumber);
     if (bArrives)
         stUe.strGroup = stEvent.strGroup;
     if (m_bPicture) {
-        stUe.present[enPort] = bArrives;
+        stUe.present[PlaceOf(enPort)] = bArrives;
         return;
     }
     const uint64_t ullTime = TimeOf(stHead);

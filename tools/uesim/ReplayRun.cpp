@@ -152,8 +152,9 @@ void CReplayRun::Remove(size_t szStep)
 bool CReplayRun::IsWaitedFor(enSerialType enPort, SimTime now)
 {
     m_portSince = std::min(m_portSince, now);
-    m_abandoned[enPort] = m_abandoned[enPort] || now >= m_portSince + WAIT_LIMIT;
-    return !m_abandoned[enPort];
+    bool& bAbandoned = m_abandoned[static_cast<size_t>(enPort)];
+    bAbandoned = bAbandoned || now >= m_portSince + WAIT_LIMIT;
+    return !bAbandoned;
 }
 
 const REPLAY_STEP* CReplayRun::TakeStep(SimTime now, const PORT_STATE& stateOf)
@@ -170,7 +171,7 @@ const REPLAY_STEP* CReplayRun::TakeStep(SimTime now, const PORT_STATE& stateOf)
         if (enState == PORT::FULL || (enState == PORT::CLOSED && IsWaitedFor(stStep.enPort, now)))
             return nullptr;
         Remove(szStep);
-        m_abandoned[stStep.enPort] = enState == PORT::CLOSED;
+        m_abandoned[static_cast<size_t>(stStep.enPort)] = enState == PORT::CLOSED;
         if (enState == PORT::READY) {
             ++m_stTotals.ullPlayed;
             m_lastAct = now;

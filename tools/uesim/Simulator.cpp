@@ -82,7 +82,7 @@ bool CSimulator::AddPtyUe(unsigned int ulIndex, std::string& strError)
 
 bool CSimulator::AddPty(unsigned int ulUe, DEVICE_RECORD stRecord, CSimUe::Ports& ports, std::string& strError)
 {
-    auto& pPort = ports[stRecord.enType];
+    auto& pPort = ports[static_cast<size_t>(stRecord.enType)];
     pPort = MakePtyPort(stRecord.enType, stRecord.ulPortNum);
     if (!pPort) {
         strError = "can't open a pseudo terminal: " + std::string(std::strerror(errno));
