@@ -93,7 +93,8 @@ std::string CTshark::Run(const std::vector<std::string>& args)
 std::vector<DISSECTED> CTshark::Packets()
 {
     std::vector<DISSECTED> packets;
-    const json all = json::parse(Run({"-2", "-T", "json", "--no-duplicate-keys"}), nullptr, false);
+    const json all =
+        json::parse(Run({"-2", "-T", "json", "--no-duplicate-keys", "-J", "vex _ws.malformed"}), nullptr, false);
     EXPECT_TRUE(all.is_array()) << "no JSON from tshark";
     for (const json& one : all.is_array() ? all : json::array()) {
         packets.emplace_back();

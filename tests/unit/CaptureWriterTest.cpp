@@ -123,8 +123,8 @@ protected:
     class CWriter : public CFileWriter
     {
     public:
-        explicit CWriter(CaptureWriter& test)
-            : CFileWriter(test.m_queue, test.m_progress, test.m_events), m_queue(test.m_queue)
+        explicit CWriter(CaptureWriter& test, std::chrono::seconds patience = PATIENCE)
+            : CFileWriter(test.m_queue, test.m_progress, test.m_events, patience), m_queue(test.m_queue)
         {
         }
         ~CWriter() { m_queue.Close(); }
@@ -249,14 +249,34 @@ TEST_F(CaptureWriter, APipeThatIsNotReadHoldsUpNoEnd)
 {
     ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0600), 0);
     const CUniqueFd readerFd(open(Path("fifo").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    CWriter writer(*this, std::chrono::seconds(1));
+    writer.Use(OpenFifo(Path("fifo")), "fifo");
+    writer.Start();
+    m_queue.Put({"", Blocks(200), 200}); // a pipe holds 64 KiB: 59 records of 1088 bytes behind 284 bytes of heads
+    m_queue.Close();
+    EXPECT_EQ(writer.Finish(), 141u);
+}
+
+TEST_F(CaptureWriter, APipeIsWaitedForWhenItsReaderIsSlow)
+{
+    ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0600), 0);
+    const CUniqueFd readerFd(open(Path("fifo").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     CWriter writer(*this);
     writer.Use(OpenFifo(Path("fifo")), "fifo");
     writer.Start();
-    m_queue.Put({"", Blocks(200), 200}); // a pipe holds 64 KiB, of which the heads take about 600 bytes
+    const Bytes blocks = Blocks(200);
+    m_queue.Put({"", blocks, 200});
     m_queue.Close();
-    const uint64_t ullUnwritten = writer.Finish();
-    EXPECT_GT(ullUnwritten, 130u);
-    EXPECT_LT(ullUnwritten, 200u);
+    std::this_thread::sleep_for(std::chrono::milliseconds(2500)); // longer than the writer waits in one go
+    Bytes read;
+    ASSERT_TRUE(WaitFor([&] {
+        std::array<unsigned char, 4096> aucPart{};
+        const ssize_t lRead = ::read(readerFd.Get(), aucPart.data(), aucPart.size());
+        read.insert(read.end(), aucPart.begin(), aucPart.begin() + std::max<ssize_t>(lRead, 0));
+        return read.size() >= blocks.size();
+    }));
+    EXPECT_EQ(writer.Finish(), 0u);
+    EXPECT_EQ(read, blocks);
 }
 
 TEST(CaptureSink, EachFileOfARotationStandsAlone)
@@ -301,7 +321,8 @@ TEST(CaptureSink, ALossStandsAtTheNextRecordAndAFullBufferLosesWhatComes)
         ASSERT_LT(++ullNumber, 10000u);
     // Two buffers that are handed over once they have 262144 bytes: 241 records of 1088 bytes each.
     EXPECT_EQ(ullNumber, 482u);
-    EXPECT_FALSE(sink.Put(Data(ullNumber + 1), Fill(1000), 0));
+    const TAP_RECORD config{.enKind = TAP_KIND::CONFIGURATION, .ullNumber = 483};
+    EXPECT_FALSE(sink.Put(config, AsBytes("cfg"), 0));
     auto chunk = queue.Take();
     ASSERT_TRUE(chunk);
     const Bytes before = Bytes(ByteView(chunk->vecBytes));
@@ -315,7 +336,10 @@ TEST(CaptureSink, ALossStandsAtTheNextRecordAndAFullBufferLosesWhatComes)
     ASSERT_TRUE(last);
     const FILE_CONTENT st = Content(MemoryCaptureSource(Join(before, middle, last->vecBytes)));
     EXPECT_EQ(st.enEnd, RESULT::END);
-    ASSERT_EQ(st.numbers.size(), 483u);
+    ASSERT_EQ(st.numbers.size(), 484u);
+    EXPECT_EQ(st.numbers[482], 483u); // the configuration was lost, and the file needs it
+    EXPECT_EQ(st.flags[482], TAP_REPLAYED);
+    EXPECT_EQ(st.lost[482], 0u);
     EXPECT_EQ(st.numbers.back(), 484u);
     EXPECT_EQ(st.lost.back(), 2u);
 }

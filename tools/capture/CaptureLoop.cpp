@@ -37,11 +37,12 @@ bool CCaptureLoop::IsOver() const
 std::unique_ptr<CTapConnection> CCaptureLoop::AwaitAgent()
 {
     std::string strTold;
-    for (auto next = steady_clock::now(); !IsOver(); std::this_thread::sleep_for(RING_PERIOD)) {
+    for (; !IsOver(); std::this_thread::sleep_for(RING_PERIOD)) {
         ShowProgress();
-        if (steady_clock::now() < next)
+        const auto now = steady_clock::now();
+        if (now < m_nextConnect)
             continue;
-        next += CONNECT_PERIOD;
+        m_nextConnect = now + CONNECT_PERIOD;
         std::string strError;
         if (auto pTap = CTapConnection::Open(m_stSettings.strTap, strError))
             return pTap;

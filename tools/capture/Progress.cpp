@@ -25,9 +25,9 @@ void CProgress::Info(const std::string& strText)
 
 void CProgress::Show(const CAPTURE_TOTALS& stTotals, std::chrono::steady_clock::time_point now)
 {
+    const std::lock_guard guard(m_Lock);
     if (now - m_shown < PERIOD)
         return;
-    const std::lock_guard guard(m_Lock);
     TellLost(stTotals.ullLost);
     const std::chrono::duration<double> passed = now - m_shown;
     const bool bFirst = m_shown == std::chrono::steady_clock::time_point{};

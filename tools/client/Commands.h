@@ -74,6 +74,15 @@ struct GU_ARGS
 };
 EXIT_CODE RunGu(const CONTEXT& stContext, const GU_ARGS& stArgs, std::span<const REPORT_ROW> rows);
 
+// A capture's clients once more.
+struct REPLAY_ARGS
+{
+    std::string strFile;
+    std::string strSpeed = "1"; // or "max"
+    bool bNow = false;          // the first act comes at once, not at its time
+};
+EXIT_CODE RunReplay(const CONTEXT& stContext, const REPLAY_ARGS& stArgs);
+
 // Status datagrams.
 struct MONITOR_ARGS
 {
