@@ -12,7 +12,7 @@ set(VEX_UNIT_DIR lib/systemd/system CACHE PATH "Where systemd units go")
 set(packaging ${CMAKE_SOURCE_DIR}/packaging)
 set(generated ${CMAKE_BINARY_DIR}/packaging)
 
-install(TARGETS vex-agent RUNTIME COMPONENT agent)
+install(TARGETS vex-agent vex-hotplug RUNTIME COMPONENT agent)
 install(TARGETS vex-client vex-uesim vex-capture RUNTIME COMPONENT tools)
 
 # The service's configuration is config/vex.cfg but for these lines.
@@ -37,12 +37,12 @@ function(vex_service_config FROM TO)
     file(WRITE ${TO} "${text}")
 endfunction()
 vex_service_config(${CMAKE_SOURCE_DIR}/config/vex.cfg ${generated}/vex.cfg)
-install(FILES ${generated}/vex.cfg DESTINATION ${VEX_CONFIG_DIR} COMPONENT agent)
+install(FILES ${generated}/vex.cfg config/hotplug.conf DESTINATION ${VEX_CONFIG_DIR} COMPONENT agent)
 
 # Units: one hardening for both.
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${packaging}/systemd/hardening.inc)
 file(READ ${packaging}/systemd/hardening.inc VEX_HARDENING)
-foreach(unit vex-agent.service)
+foreach(unit vex-agent.service vex-hotplug.service)
     configure_file(${packaging}/systemd/${unit}.in ${generated}/${unit} @ONLY)
     install(FILES ${generated}/${unit} DESTINATION ${VEX_UNIT_DIR} COMPONENT agent)
 endforeach()
@@ -63,7 +63,7 @@ install(FILES ${generated}/vex-capture DESTINATION ${wireshark}/extcap COMPONENT
 
 # bash loads a completion by the name of its program.
 set(completions ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-foreach(row agent:vex-agent tools:vex-client tools:vex-uesim tools:vex-capture)
+foreach(row agent:vex-agent agent:vex-hotplug tools:vex-client tools:vex-uesim tools:vex-capture)
     string(REPLACE ":" ";" row ${row})
     list(GET row 0 component)
     list(GET row 1 program)

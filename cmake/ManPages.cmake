@@ -28,7 +28,7 @@ add_custom_command(OUTPUT ${man}/vex.cfg.5.adoc
     DEPENDS ${to_adoc} ${configuration}
     VERBATIM)
 vex_man(vex.cfg.5 ${man}/vex.cfg.5.adoc agent)
-foreach(page vex-agent.8)
+foreach(page vex-agent.8 vex-hotplug.8 vex-hotplug.conf.5)
     vex_man(${page} ${packaging}/man/${page}.adoc agent)
 endforeach()
 foreach(page vex-client.1 vex-uesim.1 vex-capture.1)
