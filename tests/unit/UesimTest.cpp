@@ -1,7 +1,6 @@
 #include "support/SimFixture.h"
 #include "support/TestBytes.h"
 #include "uesim/AtBehaviour.h"
-#include "uesim/DeviceRecords.h"
 #include "uesim/LteDiagBehaviour.h"
 #include "uesim/LteLayout.h"
 #include "uesim/LteMessages.h"
@@ -378,11 +377,4 @@ TEST(UesimPort, PtyKnowsWhetherTheOtherEndIsThere)
 
     agent.Reset();
     EXPECT_EQ(pPort->Probe(), CSimPort::Change::Closed);
-}
-
-TEST(UesimRecord, HasTheDeviceMonitorsLayout)
-{
-    const auto aucRecord = DEVICE_RECORD{0x01020304, SERIAL_TYPE_GU, true, "/dev/pts/3", "sim0"}.Encode();
-    EXPECT_EQ(Bytes(ByteView(aucRecord)), Join(Hex("01 02 03 04 02 01"), Hex("2F 64 65 76 2F 70 74 73 2F 33"),
-                                               Fill(246), Hex("73 69 6D 30"), Fill(254)));
 }

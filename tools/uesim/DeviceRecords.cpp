@@ -1,6 +1,6 @@
 #include "uesim/DeviceRecords.h"
 
-#include "common/Bytes.h"
+#include "common/Types.h"
 #include "common/UniqueFd.h"
 
 #include <cerrno>
@@ -12,14 +12,6 @@ namespace
 {
 constexpr auto RETRY_TIME = std::chrono::milliseconds(200);
 constexpr timeval SEND_LIMIT = {2, 0}; // for the connection and for the record
-
-constexpr size_t REC_TYPE = 4;
-constexpr size_t REC_ARRIVES = 5;
-constexpr size_t REC_NAME = 6;
-constexpr size_t REC_NAME_SIZE = 256;
-constexpr size_t REC_GROUP = 262;
-constexpr size_t REC_GROUP_SIZE = 258;
-static_assert(REC_GROUP + REC_GROUP_SIZE == DEVICE_RECORD::SIZE);
 
 CUniqueFd Connect(const std::string& strHost)
 {
@@ -39,23 +31,10 @@ CUniqueFd Connect(const std::string& strHost)
 }
 } // namespace
 
-std::array<unsigned char, DEVICE_RECORD::SIZE> DEVICE_RECORD::Encode() const
-{
-    std::array<unsigned char, SIZE> aucRecord{};
-    const ByteSpan record(aucRecord);
-    for (size_t i = 0; i < sizeof(ulPortNum); ++i) // network byte order
-        aucRecord[i] = static_cast<unsigned char>(ulPortNum >> (24 - 8 * i));
-    aucRecord[REC_TYPE] = static_cast<unsigned char>(enType);
-    aucRecord[REC_ARRIVES] = bArrives ? 1 : 0;
-    StoreText(Slice(record, REC_NAME, REC_NAME_SIZE), strName);
-    StoreText(Slice(record, REC_GROUP, REC_GROUP_SIZE), strGroup);
-    return aucRecord;
-}
-
 SimTime CDeviceRecords::OnTick(SimTime now)
 {
     while (!m_records.empty() && now >= m_retry) {
-        const DEVICE_RECORD& stRecord = m_records.front();
+        const DEVICE_MONITOR_INFO_STRU& stRecord = m_records.front();
         if (!SendFirst()) {
             if (!m_bRefused)
                 m_log.Event("monitor", "%s doesn't take records (%s), trying again", m_strHost.c_str(),
@@ -65,8 +44,9 @@ SimTime CDeviceRecords::OnTick(SimTime now)
             break;
         }
         m_bRefused = false;
-        m_log.Event("monitor", "port %u %s %s group %s", stRecord.ulPortNum, stRecord.bArrives ? "arrives" : "leaves",
-                    stRecord.strName.c_str(), stRecord.strGroup.c_str());
+        m_log.Event("monitor", "port %u %s %s group %s", stRecord.ulPortNum,
+                    stRecord.barrive == DEVICE_MONITOR_INFO_STRU::ARRIVED ? "arrives" : "leaves",
+                    stRecord.szSerialName.c_str(), stRecord.szGroupId.c_str());
         m_records.pop_front();
     }
     return m_records.empty() ? NEVER : m_retry;
@@ -74,7 +54,7 @@ SimTime CDeviceRecords::OnTick(SimTime now)
 
 bool CDeviceRecords::SendFirst() const
 {
-    const auto aucRecord = m_records.front().Encode();
+    const auto aucRecord = EncodeDeviceRecord(m_records.front());
     const CUniqueFd link = Connect(m_strHost);
     return link.IsOpen() &&
            send(link.Get(), aucRecord.data(), aucRecord.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(aucRecord.size());

@@ -169,11 +169,12 @@ bool CSimulator::WriteChannels(std::string& strError) const
 void CSimulator::QueueRecords(bool bArrives)
 {
     m_bAttached = bArrives;
+    const uint8_t ucArrive = bArrives ? DEVICE_MONITOR_INFO_STRU::ARRIVED : DEVICE_MONITOR_INFO_STRU::LEFT;
     for (size_t i = 0; i < m_channelNames.size(); ++i)
-        m_records.Add({m_channelPorts[i], static_cast<enSerialType>(i % SERIALNUM), bArrives, m_channelNames[i],
+        m_records.Add({m_channelPorts[i], static_cast<uint8_t>(i % SERIALNUM), ucArrive, m_channelNames[i],
                        "sim" + std::to_string(i / SERIALNUM)});
     if (m_stOptions.bNetwork)
-        m_records.Add({0, SERIAL_TYPE_DIAG, bArrives, "", NETWORK_IP});
+        m_records.Add({0, SERIAL_TYPE_DIAG, ucArrive, "", NETWORK_IP});
 }
 
 void CSimulator::Run(const std::atomic<bool>& bStop, const sigset_t* pWaitMask)
