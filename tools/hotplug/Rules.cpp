@@ -144,7 +144,8 @@ CRules CRules::Parse(std::string_view text, const std::string& strFile, std::vec
         const std::string_view line = text.substr(0, text.find('\n'));
         text.remove_prefix(std::min(line.size() + 1, text.size()));
         const auto Tell = [&](const std::string& strError) {
-            errors.push_back(strFile + ":" + std::to_string(szLine) + ": " + strError);
+            errors.push_back(strFile + ":" + std::to_string(szLine) + ": ");
+            errors.back() += strError;
         };
         HOTPLUG_RULE stRule;
         stRule.szLine = szLine;
