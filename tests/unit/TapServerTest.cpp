@@ -1,5 +1,4 @@
-#include "tap/TapServer.h"
-
+#include "support/RunningTap.h"
 #include "support/TestBytes.h"
 #include "support/VexProcess.h"
 #include "support/WaitFor.h"
@@ -19,45 +18,6 @@ using RESULT = CTapReader::RESULT;
 namespace
 {
 constexpr size_t RING = TAP_LEAST_BYTES;
-
-/// A server with its thread. The picture is one record, "picture".
-class CRunningServer
-{
-public:
-    explicit CRunningServer(const std::string& strPath)
-        : m_pServer(CTapServer::Open(
-              strPath, RING,
-              [](CTapWriter& writer) {
-                  TAP_RECORD stRecord;
-                  stRecord.enKind = TAP_KIND::CONFIGURATION;
-                  stRecord.ucFlags = TAP_REPLAYED;
-                  writer.Write(stRecord, AsBytes("picture"));
-              },
-              m_strError))
-    {
-        if (m_pServer)
-            m_thread = std::thread([this] {
-                while (!m_bEnd)
-                    m_pServer->Pass();
-            });
-    }
-    ~CRunningServer()
-    {
-        m_bEnd = true;
-        if (m_thread.joinable())
-            m_thread.join();
-    }
-
-    bool IsOpen() const { return m_pServer != nullptr; }
-    const std::string& Error() const { return m_strError; }
-    CTapWriter& Writer() { return m_pServer->Writer(); }
-
-private:
-    std::string m_strError;
-    std::unique_ptr<CTapServer> m_pServer;
-    std::atomic<bool> m_bEnd = false;
-    std::thread m_thread;
-};
 
 class TapServer : public testing::Test
 {
@@ -84,7 +44,7 @@ protected:
 
 TEST_F(TapServer, AnObserverGetsAPictureAndWhatFollows)
 {
-    CRunningServer server(m_strPath);
+    CRunningTap server(m_strPath);
     ASSERT_TRUE(server.IsOpen()) << server.Error();
     EXPECT_FALSE(server.Writer().IsObserved());
     server.Writer().Write({}, AsBytes("before"));
@@ -104,11 +64,11 @@ TEST_F(TapServer, TheHelloSaysWhoseRunItIs)
     std::array<std::unique_ptr<CTapConnection>, 2> apFirst;
     TAP_HELLO stOther;
     {
-        CRunningServer server(m_strPath);
+        CRunningTap server(m_strPath);
         apFirst = {Connect(), Connect()};
         ASSERT_TRUE(apFirst[0] && apFirst[1]);
     }
-    CRunningServer server(m_strPath);
+    CRunningTap server(m_strPath);
     const auto pOther = Connect();
     ASSERT_TRUE(pOther);
     const TAP_HELLO& stHello = apFirst[0]->Hello();
@@ -124,7 +84,7 @@ TEST_F(TapServer, TheEndOfTheAgentEndsTheWaitAndWhatCameBeforeIsStillThere)
 {
     std::unique_ptr<CTapConnection> pConnection;
     {
-        CRunningServer server(m_strPath);
+        CRunningTap server(m_strPath);
         pConnection = Connect();
         ASSERT_TRUE(pConnection);
         server.Writer().Write({}, AsBytes("last"));
@@ -138,7 +98,7 @@ TEST_F(TapServer, TheEndOfTheAgentEndsTheWaitAndWhatCameBeforeIsStillThere)
 
 TEST_F(TapServer, WithTheLastObserverTheObservingEnds)
 {
-    CRunningServer server(m_strPath);
+    CRunningTap server(m_strPath);
     auto pFirst = Connect();
     auto pSecond = Connect();
     pFirst.reset();
@@ -149,7 +109,7 @@ TEST_F(TapServer, WithTheLastObserverTheObservingEnds)
 
 TEST_F(TapServer, OnlyTheOwnerAndItsGroupMayObserve)
 {
-    CRunningServer server(m_strPath);
+    CRunningTap server(m_strPath);
     struct stat stFile
     {
     };
@@ -166,25 +126,24 @@ TEST_F(TapServer, ASocketThatACrashLeftIsReplacedButNothingElse)
         const CUniqueFd left(socket(AF_UNIX, SOCK_STREAM, 0));
         ASSERT_EQ(bind(left.Get(), reinterpret_cast<const sockaddr*>(&stAddress), sizeof(stAddress)), 0);
     }
-    CRunningServer server(m_strPath);
+    CRunningTap server(m_strPath);
     EXPECT_TRUE(server.IsOpen()) << server.Error();
-    const CRunningServer second(m_strPath);
+    const CRunningTap second(m_strPath);
     EXPECT_FALSE(second.IsOpen());
     EXPECT_EQ(second.Error(), m_strPath + " is in use by another agent");
     EXPECT_TRUE(Connect()) << "the first one goes on";
 
     m_dir.Write("file", "text");
-    const CRunningServer third(m_dir.Path() + "/file");
+    const CRunningTap third(m_dir.Path() + "/file");
     EXPECT_EQ(third.Error(), m_dir.Path() + "/file: Address already in use");
     EXPECT_EQ(m_dir.Read("file"), "text");
 }
 
 TEST_F(TapServer, APathThatCannotBeIsAnError)
 {
-    EXPECT_EQ(CRunningServer(m_dir.Path() + "/none/tap").Error(),
-              m_dir.Path() + "/none/tap: No such file or directory");
+    EXPECT_EQ(CRunningTap(m_dir.Path() + "/none/tap").Error(), m_dir.Path() + "/none/tap: No such file or directory");
     const std::string strLong(108, 'x');
-    EXPECT_EQ(CRunningServer(strLong).Error(), strLong + " is too long for a socket's name");
+    EXPECT_EQ(CRunningTap(strLong).Error(), strLong + " is too long for a socket's name");
     EXPECT_FALSE(CTapConnection::Open(strLong, m_strError));
     EXPECT_EQ(m_strError, strLong + " is too long for a socket's name");
 }

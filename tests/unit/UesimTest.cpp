@@ -1,6 +1,7 @@
 #include "support/SimFixture.h"
 #include "support/TestBytes.h"
 #include "uesim/AtBehaviour.h"
+#include "uesim/DeviceRecords.h"
 #include "uesim/LteDiagBehaviour.h"
 #include "uesim/LteLayout.h"
 #include "uesim/LteMessages.h"
@@ -243,22 +244,71 @@ TEST(UesimDiag, TheLastReportSwitchIsTold)
 
 // --------------------------------------------------------------------------------------------------------- AT
 
-TEST(UesimAt, CommandsMayComeInPieces)
+namespace
 {
-    CSimFixture fixture;
-    CAtBehaviour at(fixture.Ue());
-    const auto text = [&](const std::string& strText) {
-        EXPECT_TRUE(at.OnPacket(SERIAL_TYPE_AT, AsBytes(strText)));
-        (void)fixture.Port(SERIAL_TYPE_AT).Write();
+class UesimAt : public testing::Test
+{
+protected:
+    /// What the modem answers.
+    std::string Answer(const std::string& strText)
+    {
+        EXPECT_TRUE(m_at.OnPacket(SERIAL_TYPE_AT, AsBytes(strText)));
+        (void)m_fixture.Port(SERIAL_TYPE_AT).Write();
         char acBuf[512];
-        const ssize_t nRead = read(fixture.Port(SERIAL_TYPE_AT).AgentFd(), acBuf, sizeof(acBuf));
+        const ssize_t nRead = read(m_fixture.Port(SERIAL_TYPE_AT).AgentFd(), acBuf, sizeof(acBuf));
         return nRead > 0 ? std::string(acBuf, static_cast<size_t>(nRead)) : std::string();
+    }
+
+    CSimFixture m_fixture;
+    CAtBehaviour m_at{m_fixture.Ue()};
+};
+} // namespace
+
+TEST_F(UesimAt, CommandsMayComeInPieces)
+{
+    EXPECT_EQ(Answer("A"), "");
+    EXPECT_EQ(Answer("T\r"), "\r\nOK\r\n");
+    EXPECT_EQ(Answer("at+cgsn\r\n"), "\r\n860000000110000\r\n\r\nOK\r\n");
+    EXPECT_EQ(Answer("AT+CGMR\rAT+NO\r"), "\r\nV100R001C10B200SP00\r\n\r\nOK\r\n\r\nERROR\r\n");
+    EXPECT_EQ(Answer("AT+CSQ\r"), "\r\n+CSQ: 15,99\r\n\r\nOK\r\n");
+}
+
+TEST_F(UesimAt, AnswersWhatToolsAskFor)
+{
+    for (const char* pszCommand : {"ATZ", "AT&F", "AT+CSCS=\"IRA\""})
+        EXPECT_EQ(Answer(std::string(pszCommand) + "\r"), "\r\nOK\r\n") << pszCommand;
+    const std::pair<const char*, const char*> texts[] = {
+        {"ATI", "Simulated modem ue0"},
+        {"AT+CGMI", "Vex"},
+        {"AT+CGMM", "Simulated modem"},
+        {"AT+COPS?", R"(+COPS: 0,0,"Simulated",7)"},
+        {"AT+CREG?", R"(+CREG: 1,1,"0001","00000001",7)"},
+        {"AT+CSCS?", R"(+CSCS: "IRA")"},
+        {"AT+CSCS=?", R"(+CSCS: ("GSM","IRA"))"},
+        {"AT+CMEE=?", "+CMEE: (0-2)"},
     };
-    EXPECT_EQ(text("A"), "");
-    EXPECT_EQ(text("T\r"), "\r\nOK\r\n");
-    EXPECT_EQ(text("at+cgsn\r\n"), "\r\n860000000110000\r\n\r\nOK\r\n");
-    EXPECT_EQ(text("AT+CGMR\rAT+NO\r"), "\r\nV100R001C10B200SP00\r\n\r\nOK\r\n\r\nERROR\r\n");
-    EXPECT_EQ(text("AT+CSQ\r"), "\r\n+CSQ: 15,99\r\n\r\nOK\r\n");
+    for (const auto& [pszCommand, pszText] : texts)
+        EXPECT_EQ(Answer(std::string(pszCommand) + "\r"), std::string("\r\n") + pszText + "\r\n\r\nOK\r\n");
+}
+
+TEST_F(UesimAt, ErrorsHaveTheFormThatWasAskedFor)
+{
+    EXPECT_EQ(Answer("AT+CMEE=1\rAT+NO\r"), "\r\nOK\r\n\r\n+CME ERROR: 4\r\n");
+    EXPECT_EQ(Answer("AT+CMEE?\r"), "\r\n+CMEE: 1\r\n\r\nOK\r\n");
+    EXPECT_EQ(Answer("AT+CMEE=2\rAT+NO\r"), "\r\nOK\r\n\r\n+CME ERROR: operation not supported\r\n");
+    EXPECT_EQ(Answer("AT+CMEE=3\r"), "\r\n+CME ERROR: operation not supported\r\n");
+    EXPECT_EQ(Answer("AT+CMEE=0\rAT+NO\r"), "\r\nOK\r\n\r\nERROR\r\n");
+}
+
+TEST_F(UesimAt, EchoGoesOnAndOff)
+{
+    EXPECT_EQ(Answer("ate1\r"), "\r\nOK\r\n");
+    EXPECT_EQ(Answer("at\r"), "at\r\r\nOK\r\n");
+    EXPECT_EQ(Answer("ATE0\r"), "ATE0\r\r\nOK\r\n");
+    EXPECT_EQ(Answer("AT\r"), "\r\nOK\r\n");
+    EXPECT_EQ(Answer("ATE1\r"), "\r\nOK\r\n");
+    m_at.OnPortClosed(SERIAL_TYPE_AT); // whoever comes next finds it as it was
+    EXPECT_EQ(Answer("AT\r"), "\r\nOK\r\n");
 }
 
 // ------------------------------------------------------------------------------------------------ LTE streams
@@ -377,4 +427,11 @@ TEST(UesimPort, PtyKnowsWhetherTheOtherEndIsThere)
 
     agent.Reset();
     EXPECT_EQ(pPort->Probe(), CSimPort::Change::Closed);
+}
+
+TEST(UesimRecord, HasTheDeviceMonitorsLayout)
+{
+    const auto aucRecord = DEVICE_RECORD{0x01020304, SERIAL_TYPE_GU, true, "/dev/pts/3", "sim0"}.Encode();
+    EXPECT_EQ(Bytes(ByteView(aucRecord)), Join(Hex("01 02 03 04 02 01"), Hex("2F 64 65 76 2F 70 74 73 2F 33"),
+                                               Fill(246), Hex("73 69 6D 30"), Fill(254)));
 }

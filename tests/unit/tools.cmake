@@ -1,1 +1,1 @@
-vex_test(test_uesim SOURCES UesimTest.cpp UesimGuTest.cpp LIBS vex_uesim)
+vex_test(test_uesim SOURCES UesimTest.cpp UesimGuTest.cpp ReplayPlanTest.cpp ReplayRunTest.cpp LIBS vex_uesim)

@@ -56,14 +56,21 @@ bool OpenOutput(const CAPTURE_OPTIONS& stOptions, const std::optional<CSegmentNa
 CUniqueFd LockSpool(const std::string& strFolder, CProgress& progress)
 {
     if (mkdir(strFolder.c_str(), 0777) != 0 && errno != EEXIST) {
-        progress.Line(strFolder + ": " + std::strerror(errno));
+        progress.Problem(strFolder + ": " + std::strerror(errno));
         return {};
     }
     CUniqueFd fd(open((strFolder + "/.vex-capture.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
     if (fd.IsOpen() && flock(fd.Get(), LOCK_EX | LOCK_NB) == 0)
         return fd;
-    progress.Line(strFolder + ": " + (errno == EWOULDBLOCK ? "another capture writes there" : std::strerror(errno)));
+    progress.Problem(strFolder + ": " + (errno == EWOULDBLOCK ? "another capture writes there" : std::strerror(errno)));
     return {};
+}
+
+CProgress::STYLE StyleOf(const CAPTURE_OPTIONS& stOptions, bool bTerminal)
+{
+    if (stOptions.enExtcap == EXTCAP::CAPTURE)
+        return CProgress::STYLE::PROBLEMS;
+    return bTerminal ? CProgress::STYLE::TERMINAL : CProgress::STYLE::LINES;
 }
 
 CAPTURE_EXIT End(CAPTURE_TOTALS stTotals, uint64_t ullUnwritten, CProgress& progress)
@@ -89,7 +96,7 @@ CAPTURE_EXIT Capture(const CAPTURE_OPTIONS& stOptions, CProgress& progress)
     CFileWriter writer(queue, progress, keeper);
     std::string strName;
     if (!OpenOutput(stOptions, names, writer, strName)) {
-        progress.Line(strName + ": " + std::strerror(errno));
+        progress.Problem(strName + ": " + std::strerror(errno));
         return CAPTURE_NO_FILE;
     }
     CRecordSink sink(queue, names, stOptions.stRotation);
@@ -113,6 +120,6 @@ CAPTURE_EXIT RunCapture(std::vector<std::string> args, std::ostream& out, std::o
     CatchStopSignals();
     (void)signal(SIGPIPE, SIG_IGN); // the reader of a pipe may go: writing says so
     (void)signal(SIGXFSZ, SIG_IGN); // a limit on the size of files is like a full disk
-    CProgress progress(errors, bTerminal);
+    CProgress progress(errors, StyleOf(stOptions, bTerminal));
     return Capture(stOptions, progress);
 }

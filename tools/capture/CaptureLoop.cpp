@@ -37,16 +37,17 @@ bool CCaptureLoop::IsOver() const
 std::unique_ptr<CTapConnection> CCaptureLoop::AwaitAgent()
 {
     std::string strTold;
-    for (auto next = steady_clock::now(); !IsOver(); std::this_thread::sleep_for(RING_PERIOD)) {
+    for (; !IsOver(); std::this_thread::sleep_for(RING_PERIOD)) {
         ShowProgress();
-        if (steady_clock::now() < next)
+        const auto now = steady_clock::now();
+        if (now < m_nextConnect)
             continue;
-        next += CONNECT_PERIOD;
+        m_nextConnect = now + CONNECT_PERIOD;
         std::string strError;
         if (auto pTap = CTapConnection::Open(m_stSettings.strTap, strError))
             return pTap;
         if (strTold != strError)
-            m_progress.Line("waiting for an agent at " + strError);
+            m_progress.Problem("waiting for an agent at " + strError);
         strTold = strError;
     }
     return nullptr;
@@ -57,20 +58,20 @@ void CCaptureLoop::ReadRun(CTapConnection& tap)
     const TAP_HELLO& stHello = tap.Hello();
     const CAPTURE_RUN stRun{m_stSettings.strBench.empty() ? stHello.strHost : m_stSettings.strBench, stHello.ullRunHigh,
                             stHello.ullRunLow, stHello.ullAgentStart};
-    m_progress.Line("capturing " + stRun.Text());
+    m_progress.Info("capturing " + stRun.Text());
     m_sink.BeginRun(stRun);
     for (bool bMore = true; bMore;) {
         // Once more when it is to stop or the agent has ended: what came before that counts.
         bMore = !IsOver() && tap.Wait(RING_PERIOD);
         if (!ReadRing(tap.Reader())) {
-            m_progress.Line("what the agent shows can't be read; connecting again");
+            m_progress.Problem("what the agent shows can't be read; connecting again");
             return;
         }
         m_sink.Flush();
         ShowProgress();
     }
     if (!IsOver())
-        m_progress.Line("the agent has ended");
+        m_progress.Info("the agent has ended");
 }
 
 /// All that is in the ring; false when what is there is no ring of an agent.

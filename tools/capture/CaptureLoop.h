@@ -40,6 +40,7 @@ private:
     CProgress& m_progress;
     const std::function<bool()> m_isStopped;
     CAPTURE_TOTALS m_stTotals;
-    uint64_t m_ullCounted = 0; // towards the count
-    uint64_t m_ullLost = 0;    // since the last record that was kept
+    std::chrono::steady_clock::time_point m_nextConnect{}; // not before
+    uint64_t m_ullCounted = 0;                             // towards the count
+    uint64_t m_ullLost = 0;                                // since the last record that was kept
 };

@@ -83,7 +83,7 @@ public:
     {
         if (!m_strError.empty())
             return m_strError;
-        if (const std::string strPacked = m_pPacked->Error(); !strPacked.empty())
+        if (std::string strPacked = m_pPacked->Error(); !strPacked.empty())
             return strPacked;
         return m_szWanted == 0 ? "" : "the compressed file ends early";
     }

@@ -11,8 +11,8 @@ namespace
 constexpr std::chrono::seconds RETRY_PERIOD{1};
 } // namespace
 
-CFileWriter::CFileWriter(CChunkQueue& queue, CProgress& progress, IFileEvents& events)
-    : m_queue(queue), m_progress(progress), m_events(events)
+CFileWriter::CFileWriter(CChunkQueue& queue, CProgress& progress, IFileEvents& events, std::chrono::seconds patience)
+    : m_queue(queue), m_progress(progress), m_events(events), m_patience(patience)
 {
 }
 
@@ -54,17 +54,20 @@ void CFileWriter::Write(CAPTURE_CHUNK& chunk)
     const ByteView blocks(chunk.vecBytes);
     ByteView rest = blocks;
     bool bTold = false;
-    bool bLastTry = false;
-    while (!m_bGivenUp && !Attempt(chunk, rest)) {
+    while (!m_bGivenUp) {
+        const size_t szBefore = rest.size();
+        if (Attempt(chunk, rest))
+            break;
         const int nError = errno;
         m_bLeft = nError == EPIPE;
-        m_bGivenUp = m_bLeft || bLastTry;
+        if (rest.size() < szBefore)
+            m_patienceEnd.reset();
         if (nError != EAGAIN && !m_bLeft && !std::exchange(bTold, true))
             TellInterruption(nError, CountPackets(blocks.first(blocks.size() - rest.size())));
-        bLastTry = m_bGivenUp || m_queue.WaitClosed(nError == EAGAIN ? std::chrono::seconds(0) : RETRY_PERIOD);
+        m_bGivenUp = m_bLeft || IsPatienceOver(nError);
     }
     if (!m_bGivenUp && bTold)
-        m_progress.Line(m_strPath + ": there is room again; capture goes on");
+        m_progress.Info(m_strPath + ": there is room again; capture goes on");
     const uint64_t ullWritten = m_bGivenUp ? CountPackets(blocks.first(blocks.size() - rest.size())) : chunk.ullRecords;
     m_ullKept += ullWritten;
     m_ullUnwritten += m_bLeft ? 0 : chunk.ullRecords - ullWritten;
@@ -77,6 +80,21 @@ bool CFileWriter::Attempt(CAPTURE_CHUNK& chunk, ByteView& rest)
         return false;
     chunk.strNewFile.clear();
     return m_pOut->Append(rest);
+}
+
+/// Waits until it makes sense to try again; true when it makes none any more. A disk is tried once more after the end,
+/// a pipe for a while: its reader may be about to start.
+bool CFileWriter::IsPatienceOver(int nError)
+{
+    const bool bPipe = nError == EAGAIN; // and has waited by itself
+    if (!m_queue.WaitClosed(bPipe ? std::chrono::seconds(0) : RETRY_PERIOD))
+        return false;
+    const auto now = std::chrono::steady_clock::now();
+    if (!m_patienceEnd) {
+        m_patienceEnd = now + (bPipe ? m_patience : std::chrono::seconds(0));
+        return false;
+    }
+    return now >= *m_patienceEnd;
 }
 
 bool CFileWriter::Begin(const std::string& strPath)
@@ -103,6 +121,6 @@ void CFileWriter::CloseFile()
 
 void CFileWriter::TellInterruption(int nError, uint64_t ullOfChunk)
 {
-    m_progress.Line(m_strPath + ": " + std::strerror(nError) + "; capture is interrupted, " +
-                    std::to_string(m_ullKept + ullOfChunk) + " records kept");
+    m_progress.Problem(m_strPath + ": " + std::strerror(nError) + "; capture is interrupted, " +
+                       std::to_string(m_ullKept + ullOfChunk) + " records kept");
 }

@@ -24,7 +24,9 @@ public:
 class CFileWriter
 {
 public:
-    CFileWriter(CChunkQueue& queue, CProgress& progress, IFileEvents& events);
+    /// How long the end waits for a pipe that isn't read.
+    static constexpr std::chrono::seconds PATIENCE{10};
+    CFileWriter(CChunkQueue& queue, CProgress& progress, IFileEvents& events, std::chrono::seconds patience = PATIENCE);
     /// The queue has been closed.
     ~CFileWriter();
     CFileWriter(const CFileWriter&) = delete;
@@ -44,11 +46,13 @@ private:
     bool Attempt(CAPTURE_CHUNK& chunk, ByteView& rest);
     bool Begin(const std::string& strPath);
     void CloseFile();
+    bool IsPatienceOver(int nError);
     void TellInterruption(int nError, uint64_t ullOfChunk);
 
     CChunkQueue& m_queue;
     CProgress& m_progress;
     IFileEvents& m_events;
+    const std::chrono::seconds m_patience;
     std::atomic<bool> m_bLeft = false;
     // Of the thread, once it runs.
     std::unique_ptr<ICaptureOut> m_pOut;
@@ -56,6 +60,7 @@ private:
     uint64_t m_ullKept = 0; // records in it
     uint64_t m_ullUnwritten = 0;
     bool m_bGivenUp = false;
+    std::optional<std::chrono::steady_clock::time_point> m_patienceEnd; // set once the end has come
     CFileSync m_sync;
     std::thread m_thread;
 };

@@ -49,7 +49,7 @@ bool TakePduTags(ByteView& packet)
     constexpr size_t HEAD = 4;
     bool bOurs = false;
     while (packet.size() >= HEAD) {
-        const unsigned int ulTag = packet[0] << 8 | packet[1];
+        const auto ulTag = static_cast<unsigned int>(packet[0] << 8 | packet[1]);
         const size_t szLength = static_cast<size_t>(packet[2] << 8 | packet[3]);
         const ByteView value = Slice(packet, HEAD, szLength);
         packet = Slice(packet, HEAD + szLength);

@@ -11,24 +11,30 @@ constexpr double MEGABYTE = 1e6;
 constexpr const char* ERASE_LINE = "\r\x1b[K";
 } // namespace
 
-void CProgress::Line(const std::string& strText)
+void CProgress::Problem(const std::string& strText)
 {
     const std::lock_guard guard(m_Lock);
     PutLine(strText);
 }
 
+void CProgress::Info(const std::string& strText)
+{
+    if (m_enStyle != STYLE::PROBLEMS)
+        Problem(strText);
+}
+
 void CProgress::Show(const CAPTURE_TOTALS& stTotals, std::chrono::steady_clock::time_point now)
 {
+    const std::lock_guard guard(m_Lock);
     if (now - m_shown < PERIOD)
         return;
-    const std::lock_guard guard(m_Lock);
     TellLost(stTotals.ullLost);
     const std::chrono::duration<double> passed = now - m_shown;
     const bool bFirst = m_shown == std::chrono::steady_clock::time_point{};
     const double dBytes = static_cast<double>(stTotals.ullBytes - m_ullShownBytes);
     m_shown = now;
     m_ullShownBytes = stTotals.ullBytes;
-    if (!m_bTerminal)
+    if (m_enStyle != STYLE::TERMINAL)
         return;
     std::array<char, 128> szText{};
     (void)std::snprintf(
@@ -41,10 +47,12 @@ void CProgress::Show(const CAPTURE_TOTALS& stTotals, std::chrono::steady_clock::
 
 void CProgress::End(const CAPTURE_TOTALS& stTotals)
 {
-    const std::lock_guard guard(m_Lock);
-    TellLost(stTotals.ullLost);
-    PutLine(std::to_string(stTotals.ullRecords) + " records, " + std::to_string(stTotals.ullBytes) + " bytes, " +
-            std::to_string(stTotals.ullLost) + " lost");
+    {
+        const std::lock_guard guard(m_Lock);
+        TellLost(stTotals.ullLost);
+    }
+    Info(std::to_string(stTotals.ullRecords) + " records, " + std::to_string(stTotals.ullBytes) + " bytes, " +
+         std::to_string(stTotals.ullLost) + " lost");
 }
 
 void CProgress::PutLine(const std::string& strText)

@@ -17,14 +17,23 @@ struct CAPTURE_TOTALS
 class CProgress
 {
 public:
+    enum class STYLE
+    {
+        LINES,
+        TERMINAL,
+        PROBLEMS, // those alone: Wireshark shows whatever its capture program says as an error
+    };
     /// The stream outlives it.
-    CProgress(std::ostream& errors, bool bTerminal) : m_errors(errors), m_bTerminal(bTerminal) {}
+    CProgress(std::ostream& errors, STYLE enStyle) : m_errors(errors), m_enStyle(enStyle) {}
 
-    void Line(const std::string& strText);
+    /// What the user may have to do something about.
+    void Problem(const std::string& strText);
+    /// What is as it should be.
+    void Info(const std::string& strText);
     /// Brings both up to date once a second at most, however often it is called: a line for records that were lost
     /// since, and the progress.
     void Show(const CAPTURE_TOTALS& stTotals, std::chrono::steady_clock::time_point now);
-    /// The last line.
+    /// The last line, of all that was.
     void End(const CAPTURE_TOTALS& stTotals);
 
 private:
@@ -33,7 +42,7 @@ private:
 
     std::mutex m_Lock; // over the stream and all below
     std::ostream& m_errors;
-    const bool m_bTerminal;
+    const STYLE m_enStyle;
     bool m_bProgress = false; // the terminal's last line is one
     uint64_t m_ullToldLost = 0;
     uint64_t m_ullShownBytes = 0;

@@ -6,7 +6,8 @@
 namespace
 {
 constexpr size_t CHUNK_BYTES = 256 * 1024;
-constexpr size_t CHUNK_MOST = 4 * CHUNK_BYTES; // a buffer that one large record made larger isn't kept
+constexpr size_t CHUNK_ROOM = CHUNK_BYTES + 64 * 1024; // the last record goes beyond
+constexpr size_t CHUNK_MOST = 4 * CHUNK_BYTES;         // a buffer that one large record made larger isn't kept
 
 uint64_t RealTime()
 {
@@ -30,8 +31,11 @@ void CRecordSink::BeginRun(const CAPTURE_RUN& stRun)
 bool CRecordSink::Put(const TAP_RECORD& stRecord, ByteView bytes, uint64_t ullLost)
 {
     const bool bRoom = (m_chunk.vecBytes.size() < CHUNK_BYTES || HandOver()) && EnsureFile(stRecord);
+    if (bRoom && m_bMissed)
+        WritePicture(); // events may be among what was lost
     if (bRoom)
         Write(stRecord, bytes, ullLost);
+    m_bMissed = !bRoom;
     m_picture.Take(stRecord, bytes);
     return bRoom;
 }
@@ -59,7 +63,7 @@ bool CRecordSink::HandOver()
         return false;
     if (empty->vecBytes.capacity() > CHUNK_MOST)
         empty->vecBytes.shrink_to_fit();
-    empty->vecBytes.reserve(CHUNK_BYTES);
+    empty->vecBytes.reserve(CHUNK_ROOM);
     m_ullBytes += m_chunk.vecBytes.size();
     std::swap(m_chunk, *empty);
     m_queue.Put(std::move(*empty));
@@ -97,6 +101,12 @@ void CRecordSink::BeginFile(const TAP_RECORD& stFirst)
     if (m_names)
         m_chunk.strNewFile = m_names->NewPath(stFirst.ullTime, stFirst.ullNumber);
     m_writer.Begin(m_stRun, "vex-capture");
+    WritePicture();
+}
+
+void CRecordSink::WritePicture()
+{
+    m_bMissed = false;
     m_picture.ForEach([this](const TAP_RECORD& stRecord, ByteView bytes) { Write(stRecord, bytes, 0); });
 }
 

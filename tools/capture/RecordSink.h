@@ -36,6 +36,7 @@ private:
     bool IsRotationDue() const;
     bool EnsureFile(const TAP_RECORD& stFirst);
     void BeginFile(const TAP_RECORD& stFirst);
+    void WritePicture();
     void Write(const TAP_RECORD& stRecord, ByteView bytes, uint64_t ullLost);
 
     CChunkQueue& m_queue;
@@ -45,7 +46,8 @@ private:
     CPcapngWriter m_writer;
     CCapturePicture m_picture;
     CAPTURE_RUN m_stRun;
-    bool m_bFile = false; // one has begun
+    bool m_bFile = false;   // one has begun
+    bool m_bMissed = false; // the last record found no room
     std::chrono::steady_clock::time_point m_fileStart;
     uint64_t m_ullFileStart = 0; // Bytes() then
     uint64_t m_ullBytes = 0;     // handed over

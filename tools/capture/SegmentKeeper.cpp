@@ -33,24 +33,24 @@ void CSegmentKeeper::TakeLeftovers()
         return;
     for (const CSegmentNames::SEGMENT& segment : m_stSettings.names->List())
         if (!segment.bCompressed)
-            Add(segment.strPath);
+            Add({segment.strPath, true});
 }
 
 void CSegmentKeeper::OnOpened(const std::string&)
 {
-    Add("");
+    Add({});
 }
 
 void CSegmentKeeper::OnClosed(const std::string& strPath)
 {
-    Add(strPath);
+    Add({strPath, false});
 }
 
-void CSegmentKeeper::Add(const std::string& strPath)
+void CSegmentKeeper::Add(const JOB& stJob)
 {
     {
         const std::lock_guard guard(m_Lock);
-        m_queue.push_back(strPath);
+        m_queue.push_back(stJob);
     }
     m_Changed.notify_all();
 }
@@ -63,29 +63,31 @@ void CSegmentKeeper::Run()
         m_Changed.wait(lock, [this] { return m_bEnd || !m_queue.empty(); });
         if (m_queue.empty())
             return;
-        const std::string strPath = std::move(m_queue.front());
+        const JOB stJob = std::move(m_queue.front());
         m_queue.pop_front();
         lock.unlock();
-        if (m_stSettings.bCompress && !strPath.empty())
-            Compress(strPath);
+        if (m_stSettings.bCompress && !stJob.strClosed.empty())
+            Compress(stJob);
         DeleteOldest();
         lock.lock();
     }
 }
 
-void CSegmentKeeper::Compress(const std::string& strPath)
+void CSegmentKeeper::Compress(const JOB& stJob)
 {
+    const std::string& strPath = stJob.strClosed;
     std::error_code gone; // the oldest may be deleted meanwhile
     if (!std::filesystem::is_regular_file(strPath, gone))
-        return;                      // a device isn't compressed either
-    (void)CutToWholeBlocks(strPath); // what can't be cut is compressed as it is
+        return; // a device isn't compressed either
+    if (stJob.bKilled)
+        (void)CutToWholeBlocks(strPath); // what can't be cut is compressed as it is
     if (std::filesystem::file_size(strPath, gone) == 0 && !gone) {
         (void)std::filesystem::remove(strPath, gone); // nothing had come to it yet
         return;
     }
     std::string strError;
     if (!CompressFile(strPath, strError))
-        m_progress.Line(strError);
+        m_progress.Problem(strError);
 }
 
 /// The newest is never deleted: it is being written.
@@ -106,7 +108,7 @@ void CSegmentKeeper::DeleteOldest()
             return;
         std::error_code error;
         if (!std::filesystem::remove(segment.strPath, error) && error)
-            m_progress.Line(segment.strPath + ": not deleted: " + error.message());
+            m_progress.Problem(segment.strPath + ": not deleted: " + error.message());
         ullBytes -= segment.ullBytes;
         --ullFiles;
     }

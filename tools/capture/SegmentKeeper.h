@@ -34,16 +34,21 @@ public:
     void OnClosed(const std::string& strPath) override;
 
 private:
-    void Add(const std::string& strPath);
+    struct JOB
+    {
+        std::string strClosed; // to be compressed; empty: a file was opened
+        bool bKilled = false;  // it may end within a block
+    };
+    void Add(const JOB& stJob);
     void Run();
-    void Compress(const std::string& strPath);
+    void Compress(const JOB& stJob);
     void DeleteOldest();
 
     const SETTINGS m_stSettings;
     CProgress& m_progress;
     std::mutex m_Lock; // over the three below
     std::condition_variable m_Changed;
-    std::deque<std::string> m_queue; // files to compress; empty: one was opened
+    std::deque<JOB> m_queue;
     bool m_bEnd = false;
     std::thread m_thread;
 };

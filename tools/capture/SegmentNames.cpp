@@ -71,7 +71,7 @@ std::string CSegmentNames::NewPath(uint64_t ullTime, uint64_t ullNumber) const
                         static_cast<unsigned long long>(ullNumber));
     // A clock that was set back comes to the same time again.
     for (uint64_t ullMs = ullTime / NS_PER_MS;; ++ullMs) {
-        const std::string strPath =
+        std::string strPath =
             m_strFolder + '/' + m_strBase + '_' + TimeText(ullMs) + '_' + szNumber.data() + CAPTURE_SUFFIX;
         std::error_code ignored; // what can't be looked at isn't there
         if (!std::filesystem::exists(strPath, ignored) &&

@@ -7,7 +7,8 @@
 
 namespace
 {
-constexpr const char* EXIT_CODES = "Exit status: 0 done, 1 wrong usage, 2 no connection, 3 time-out, 4 refused";
+constexpr const char* EXIT_CODES = "Exit status: 0 done, 1 wrong usage, 2 no connection, 3 time-out, 4 refused, "
+                                   "5 other answers than recorded";
 
 /// What the command line fills in; the parsed command is in m_run.
 class CCommandLine
@@ -65,9 +66,13 @@ private:
                                     [this](const CONTEXT& st) { return RunSwitch(st, m_switch); });
         pSwitch->add_option("WORDS", m_switch, "air, event, user or user2, then pairs of message id and value")
             ->required();
-        CLI::App* pAt = Command("at", "send an AT command and show the answer",
-                                [this](const CONTEXT& st) { return RunAt(st, m_strAt); });
-        pAt->add_option("TEXT", m_strAt, "such as AT+CGSN")->required();
+        CLI::App* pAt = Command("at", "send an AT command and show the answer", [this](const CONTEXT& st) {
+            return m_strAtLink.empty() ? RunAt(st, m_strAt) : RunAtPty(st, m_strAtLink);
+        });
+        pAt->add_option("TEXT", m_strAt, "such as AT+CGSN");
+        pAt->add_option("--pty", m_strAtLink, "make this link to a terminal that other programs use as the AT port")
+            ->type_name("LINK");
+        pAt->require_option(1);
     }
 
     void AddNv()
@@ -98,6 +103,11 @@ private:
         CLI::App* pMonitor = Command("monitor", "show ports, UEs, clients and byte rates from the status datagrams",
                                      [this](const CONTEXT& st) { return RunMonitor(st, m_stMonitor); });
         pMonitor->add_option("--for", m_stMonitor.seconds, "end after so many seconds");
+        CLI::App* pReplay = Command("replay", "do again what the clients of a capture did, and compare the answers",
+                                    [this](const CONTEXT& st) { return RunReplay(st, m_stReplay); });
+        pReplay->add_option("FILE", m_stReplay.strFile, "a .pcapng or .pcapng.zst of vex-capture")->required();
+        pReplay->add_option("--speed", m_stReplay.strSpeed, "N times as fast as it was, or max");
+        pReplay->add_flag("--now", m_stReplay.bNow, "begin with what the first client did, without the time before it");
     }
 
     void AddReports(const char* pszName, const char* pszWhat, std::span<const REPORT_ROW> rows)
@@ -129,10 +139,12 @@ private:
     REQUEST_ARGS m_stRequest;
     std::vector<std::string> m_switch;
     std::string m_strAt;
+    std::string m_strAtLink;
     std::string m_strNvId;
     NV_WRITE_ARGS m_stNvWrite;
     WATCH_ARGS m_stWatch;
     MONITOR_ARGS m_stMonitor;
+    REPLAY_ARGS m_stReplay;
     GU_ARGS m_stGu;
     std::function<EXIT_CODE(const CONTEXT&)> m_run;
 };

@@ -47,6 +47,8 @@ EXIT_CODE RunNvWrite(const CONTEXT& stContext, const NV_WRITE_ARGS& stArgs);
 
 // AT channel.
 EXIT_CODE RunAt(const CONTEXT& stContext, const std::string& strText);
+/// A pseudo terminal that stands for the modem's AT port, with a link to it, until the user stops.
+EXIT_CODE RunAtPty(const CONTEXT& stContext, const std::string& strLink);
 
 // LTE data channel.
 struct WATCH_ARGS
@@ -71,6 +73,15 @@ struct GU_ARGS
     LIMITS stLimits;
 };
 EXIT_CODE RunGu(const CONTEXT& stContext, const GU_ARGS& stArgs, std::span<const REPORT_ROW> rows);
+
+// A capture's clients once more.
+struct REPLAY_ARGS
+{
+    std::string strFile;
+    std::string strSpeed = "1"; // or "max"
+    bool bNow = false;          // the first act comes at once, not at its time
+};
+EXIT_CODE RunReplay(const CONTEXT& stContext, const REPLAY_ARGS& stArgs);
 
 // Status datagrams.
 struct MONITOR_ARGS

@@ -109,11 +109,6 @@ constexpr RECORD_LAYOUT TG_GROUP{nullptr, 12, TG_GROUP_FIELDS, TG_GROUP_GROUPS};
 constexpr GROUP_ROW TDS_TO_GSM_GROUPS[] = {{"groups", &TG_GROUP, 9}};
 constexpr RECORD_LAYOUT TDS_TO_GSM{"TDS to GSM measurement", 4, {}, TDS_TO_GSM_GROUPS};
 
-struct ANSWER_ROW
-{
-    uint32_t ulCmdId;
-    const RECORD_LAYOUT* pstLayout;
-};
 constexpr ANSWER_ROW g_astAnswer[] = {
     {AGENT_CMD_UE_VERSION,    &UE_VERSION},
     {AGENT_CMD_UE_STATUS,     &UE_STATUS},
@@ -121,11 +116,6 @@ constexpr ANSWER_ROW g_astAnswer[] = {
     {AGENT_CMD_CHANNEL_QUERY, &CHANNEL_TABLE},
 };
 
-struct MEASUREMENT_ROW
-{
-    size_t szLen;
-    const RECORD_LAYOUT* pstLayout;
-};
 constexpr MEASUREMENT_ROW g_astMeasurement[] = {
     {1096, &LTE_MEAS},
     {516,  &CMAC},
@@ -136,6 +126,19 @@ constexpr MEASUREMENT_ROW g_astMeasurement[] = {
 };
 } // namespace
 // clang-format on
+
+std::span<const ANSWER_ROW> AnswerLayouts()
+{
+    return g_astAnswer;
+}
+std::span<const MEASUREMENT_ROW> MeasurementLayouts()
+{
+    return g_astMeasurement;
+}
+const RECORD_LAYOUT& MessageLayout()
+{
+    return MESSAGE;
+}
 
 const RECORD_LAYOUT* AnswerLayout(uint32_t ulCmdId)
 {

@@ -6,16 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <span>
 
 namespace
 {
-struct NAME_ROW
-{
-    uint32_t ulValue;
-    const char* pszName;
-};
-
 constexpr NAME_ROW g_astId[] = {
     {AGENT_CMD_UE_STATUS, "UE status"},
     {AGENT_CMD_UE_VERSION, "UE version"},
@@ -82,6 +75,27 @@ std::string Find(std::span<const NAME_ROW> rows, uint32_t ulValue)
     return row == rows.end() ? "" : row->pszName;
 }
 } // namespace
+
+std::span<const NAME_ROW> IdNames()
+{
+    return g_astId;
+}
+std::span<const NAME_ROW> ResultNames()
+{
+    return g_astResult;
+}
+std::span<const NAME_ROW> PacketTypeNames()
+{
+    return g_astPacketType;
+}
+std::span<const NAME_ROW> IndicationKindNames()
+{
+    return g_astKind;
+}
+std::span<const NAME_ROW> SystemModeNames()
+{
+    return g_astMode;
+}
 
 std::string IdName(uint32_t ulCmdId)
 {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -19,3 +20,15 @@ std::string ResultText(uint32_t ulRc);
 
 /// msg, cmd, agent, trace, ota, trans, query, or a number; false when it's neither.
 bool ParsePacketType(std::string_view strText, uint16_t& usPktType);
+
+/// What stands behind these functions, for who needs all names.
+struct NAME_ROW
+{
+    uint32_t ulValue;
+    const char* pszName;
+};
+std::span<const NAME_ROW> IdNames();
+std::span<const NAME_ROW> ResultNames();
+std::span<const NAME_ROW> PacketTypeNames();
+std::span<const NAME_ROW> IndicationKindNames();
+std::span<const NAME_ROW> SystemModeNames();

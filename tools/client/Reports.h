@@ -68,3 +68,18 @@ const RECORD_LAYOUT* AnswerLayout(uint32_t ulCmdId);
 /// Layout of an LTE indication by its kind and length; null when it has none. Measurement records are told by their
 /// lengths, since their ids stand in the agent's configuration only.
 const RECORD_LAYOUT* IndicationLayout(uint16_t usPktType, size_t szLen);
+
+/// What stands behind these two.
+struct ANSWER_ROW
+{
+    uint32_t ulCmdId;
+    const RECORD_LAYOUT* pstLayout;
+};
+struct MEASUREMENT_ROW
+{
+    size_t szLen;
+    const RECORD_LAYOUT* pstLayout;
+};
+std::span<const ANSWER_ROW> AnswerLayouts();
+std::span<const MEASUREMENT_ROW> MeasurementLayouts();
+const RECORD_LAYOUT& MessageLayout(); // of air and IMS messages

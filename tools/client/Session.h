@@ -16,7 +16,8 @@ enum EXIT_CODE : int
     CODE_USAGE = 1,
     CODE_NO_CONNECTION = 2, // none to begin with, or the agent ended it
     CODE_TIME_OUT = 3,
-    CODE_REFUSED = 4, // ulRc isn't 0
+    CODE_REFUSED = 4,   // ulRc isn't 0
+    CODE_DIFFERENT = 5, // a replay's answers aren't the recorded ones
 };
 
 /// What the user chose for every command.

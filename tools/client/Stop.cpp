@@ -1,14 +1,16 @@
 #include "client/Stop.h"
 
+#include <atomic>
 #include <csignal>
 
 namespace
 {
-volatile std::sig_atomic_t g_bStop = 0;
+std::atomic<bool> g_bStop = false; // the handler runs on any thread
+static_assert(std::atomic<bool>::is_always_lock_free);
 
 void OnStopSignal(int)
 {
-    g_bStop = 1;
+    g_bStop = true;
 }
 } // namespace
 
@@ -25,9 +27,9 @@ void CatchStopSignals()
 
 bool StopRequested()
 {
-    return g_bStop != 0;
+    return g_bStop;
 }
 void ForgetStop()
 {
-    g_bStop = 0;
+    g_bStop = false;
 }

@@ -1,6 +1,5 @@
 #include "uesim/DeviceRecords.h"
 
-#include "common/Types.h"
 #include "common/UniqueFd.h"
 
 #include <cerrno>
@@ -31,10 +30,16 @@ CUniqueFd Connect(const std::string& strHost)
 }
 } // namespace
 
+std::array<unsigned char, DEVICE_MONITOR_INFO_STRU::SIZE> DEVICE_RECORD::Encode() const
+{
+    const uint8_t ucArrive = bArrives ? DEVICE_MONITOR_INFO_STRU::ARRIVED : DEVICE_MONITOR_INFO_STRU::LEFT;
+    return EncodeDeviceRecord({ulPortNum, static_cast<uint8_t>(enType), ucArrive, strName, strGroup});
+}
+
 SimTime CDeviceRecords::OnTick(SimTime now)
 {
     while (!m_records.empty() && now >= m_retry) {
-        const DEVICE_MONITOR_INFO_STRU& stRecord = m_records.front();
+        const DEVICE_RECORD& stRecord = m_records.front();
         if (!SendFirst()) {
             if (!m_bRefused)
                 m_log.Event("monitor", "%s doesn't take records (%s), trying again", m_strHost.c_str(),
@@ -44,9 +49,8 @@ SimTime CDeviceRecords::OnTick(SimTime now)
             break;
         }
         m_bRefused = false;
-        m_log.Event("monitor", "port %u %s %s group %s", stRecord.ulPortNum,
-                    stRecord.barrive == DEVICE_MONITOR_INFO_STRU::ARRIVED ? "arrives" : "leaves",
-                    stRecord.szSerialName.c_str(), stRecord.szGroupId.c_str());
+        m_log.Event("monitor", "port %u %s %s group %s", stRecord.ulPortNum, stRecord.bArrives ? "arrives" : "leaves",
+                    stRecord.strName.c_str(), stRecord.strGroup.c_str());
         m_records.pop_front();
     }
     return m_records.empty() ? NEVER : m_retry;
@@ -54,7 +58,7 @@ SimTime CDeviceRecords::OnTick(SimTime now)
 
 bool CDeviceRecords::SendFirst() const
 {
-    const auto aucRecord = EncodeDeviceRecord(m_records.front());
+    const auto aucRecord = m_records.front().Encode();
     const CUniqueFd link = Connect(m_strHost);
     return link.IsOpen() &&
            send(link.Get(), aucRecord.data(), aucRecord.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(aucRecord.size());

@@ -1,5 +1,7 @@
 #include "uesim/GuLine.h"
 
+#include "uesim/GuIds.h"
+
 #include <algorithm>
 
 namespace
@@ -25,6 +27,9 @@ constexpr size_t REQ_PID = 16;
 constexpr size_t REQ_ID = 24;
 constexpr size_t REQ_PARAMS = 28;
 
+constexpr size_t LINK_REQUEST_SIZE = 16;
+constexpr size_t LINK_REQUEST_ID = 8;
+
 // Packets of the modem.
 constexpr size_t IND_LEN = 2;
 constexpr size_t IND_SN = 4;
@@ -45,6 +50,16 @@ constexpr size_t PaddedTo4(size_t szLen)
 void SetLength(ByteSpan packet)
 {
     StoreLe<uint16_t>(packet, IND_LEN, static_cast<uint16_t>(packet.size() - LEN_FIELD_LESS));
+}
+
+/// Ids of the packets of a frame, which follow each other.
+void AppendIds(ByteView packets, std::vector<uint16_t>& ids)
+{
+    while (packets.size() >= REQ_QUERY_ID + 2) {
+        const bool bQuery = packets[0] % GU_SECOND_MODEM == GU_CATEGORY_QUERY;
+        ids.push_back(LoadLe<uint16_t>(packets, bQuery ? REQ_QUERY_ID : IND_ID));
+        packets = Slice(packets, LoadLe<uint16_t>(packets, IND_LEN) + LEN_FIELD_LESS);
+    }
 }
 } // namespace
 
@@ -84,6 +99,28 @@ GU_REQUEST ReadGuRequest(ByteView packet)
     stReq.ulModem = stReq.ulPid >= 2 && stReq.ulPid <= 98 ? 1 : 0; // the tasks of the second modem
     stReq.params = Slice(packet, REQ_PARAMS);
     return stReq;
+}
+
+bool IsGuLinkRequest(ByteView packet)
+{
+    return packet.size() == LINK_REQUEST_SIZE && LoadLe<uint16_t>(packet, 0) == LINK_REQUEST_SIZE &&
+           packet[4] == GU_CATEGORY_QUERY && LoadLe<uint16_t>(packet, LINK_REQUEST_ID) == ID_LINK_REQUEST;
+}
+
+std::vector<uint16_t> ReadGuBlockIds(ByteView block)
+{
+    std::vector<uint16_t> ids;
+    while (block.size() >= OM_HEAD) {
+        if (LoadLe<uint32_t>(block, 0) != OM_FRAME_START) { // a head, whose size is the modem's affair
+            block = Slice(block, 1);
+            continue;
+        }
+        const size_t szLen = std::max<size_t>(LoadLe<uint16_t>(block, 4), OM_LEN_EXTRA) - OM_LEN_EXTRA;
+        if (block[7] == 1) // the first segment of its packet
+            AppendIds(Slice(block, OM_HEAD, szLen), ids);
+        block = Slice(block, OM_HEAD + szLen);
+    }
+    return ids;
 }
 
 CGuLine::CGuLine(CSimUe& ue) : m_ue(ue), m_bInverseStamps(!IsKnownGuVersion(ue.Options().strGuVersion)) {}

@@ -34,6 +34,10 @@ struct GU_REQUEST
     ByteView params; // transparent and over the air: behind the head; otherwise behind the id
 };
 GU_REQUEST ReadGuRequest(ByteView packet);
+/// The link request comes without a frame: its length in front, then a query.
+bool IsGuLinkRequest(ByteView packet);
+/// Ids of the packets that begin in a block of the modem's.
+std::vector<uint16_t> ReadGuBlockIds(ByteView block);
 
 /// The sending side: puts packets into OM frames, frames into blocks with the heads of the UE's frame mode, and
 /// blocks on the GU port. Keeps the sequence numbers.

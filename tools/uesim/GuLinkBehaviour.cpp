@@ -1,24 +1,13 @@
 #include "uesim/GuLinkBehaviour.h"
 
+#include "uesim/GuIds.h"
+
 #include <algorithm>
 
 namespace
 {
-constexpr uint16_t ID_LINK_REQUEST = 0x80B1;
-constexpr uint16_t ID_LINK_ANSWER = 0x80B2;
-constexpr uint16_t ID_ENABLE_TRANS = 0x5000;
-constexpr uint16_t ID_VERSION_QUERY = 0x8081;
-constexpr uint16_t ID_VERSION = 0x8082;
-constexpr uint16_t ID_MODE_QUERY = 0x80A5;
-constexpr uint16_t ID_MODE = 0x80A6;
-constexpr uint16_t ID_CARDS_QUERY = 0x8211;
-constexpr uint16_t ID_CARDS = 0x8212;
 constexpr uint32_t CARDS_SINGLE = 1;
 constexpr uint32_t CARDS_DUAL = 2;
-
-// The link request comes without a frame: its length in front, then a query.
-constexpr size_t LINK_REQUEST_SIZE = 16;
-constexpr size_t LINK_REQUEST_ID = 8;
 
 // Version message: chip type, and the text behind a block of build data. An ASIC's is longer than 515 bytes.
 constexpr size_t VERSION_TEXT = 109 - 12; // behind a query answer's value
@@ -26,19 +15,13 @@ constexpr size_t VERSION_REST = 520 - 12;
 constexpr uint32_t CHIP_SILICON = 1;
 constexpr uint32_t CHIP_PC = 2;
 constexpr uint32_t CHIP_BOARD = 3;
-
-bool IsLinkRequest(ByteView packet)
-{
-    return packet.size() == LINK_REQUEST_SIZE && LoadLe<uint16_t>(packet, 0) == LINK_REQUEST_SIZE &&
-           packet[4] == GU_CATEGORY_QUERY && LoadLe<uint16_t>(packet, LINK_REQUEST_ID) == ID_LINK_REQUEST;
-}
 } // namespace
 
 bool CGuLinkBehaviour::OnPacket(enSerialType enPort, ByteView packet)
 {
     if (enPort != SERIAL_TYPE_GU)
         return false;
-    if (IsLinkRequest(packet)) {
+    if (IsGuLinkRequest(packet)) {
         m_ue.Log().Event(m_ue.Name(), "gu link request");
         m_line.SendQueryAnswer(0, ID_LINK_ANSWER, 1);
         m_line.Flush();

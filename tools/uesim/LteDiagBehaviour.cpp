@@ -70,14 +70,31 @@ bool CLteDiagBehaviour::OnPacket(enSerialType enPort, ByteView packet)
     if (m_ue.Options().silent.contains(stReq->ulCmdId))
         return true;
     const uint32_t ulAckId = stReq->ulCmdId == UE_CMD_HOST_CONNECT ? m_ue.Options().ulConnectId : stReq->ulCmdId;
-    m_ue.Send(SERIAL_TYPE_DIAG, m_layout.BuildAck({ulAckId, stReq->ulCmdType, 0, m_ue.Clock()}, payload));
+    Bytes ack = m_layout.BuildAck({ulAckId, stReq->ulCmdType, 0, m_ue.Clock()}, payload);
+    if (stReq->ulCmdId == UE_CMD_HOST_CONNECT && m_ue.Options().ulConnectDelay > 0) {
+        m_confirmation = std::move(ack);
+        m_confirmationDue = SimClock::now() + std::chrono::milliseconds(m_ue.Options().ulConnectDelay);
+        return true;
+    }
+    m_ue.Send(SERIAL_TYPE_DIAG, ack);
     return true;
+}
+
+SimTime CLteDiagBehaviour::OnTick(SimTime now)
+{
+    if (now >= m_confirmationDue) {
+        m_ue.Send(SERIAL_TYPE_DIAG, m_confirmation);
+        m_confirmationDue = NEVER;
+    }
+    return m_confirmationDue;
 }
 
 void CLteDiagBehaviour::OnPortClosed(enSerialType enPort)
 {
-    if (enPort == SERIAL_TYPE_DIAG)
-        m_switches.clear();
+    if (enPort != SERIAL_TYPE_DIAG)
+        return;
+    m_switches.clear();
+    m_confirmationDue = NEVER;
 }
 
 CLteDiagBehaviour::ANSWER_ROW CLteDiagBehaviour::RowFor(const LTE_REQUEST& stReq) const

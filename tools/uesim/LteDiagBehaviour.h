@@ -19,6 +19,7 @@ public:
 
     bool OnPacket(enSerialType enPort, ByteView packet) override;
     void OnPortClosed(enSerialType enPort) override;
+    SimTime OnTick(SimTime now) override;
 
 private:
     using Bytes = std::vector<unsigned char>;
@@ -48,5 +49,7 @@ private:
     CLteLayout m_layout;
     std::function<void()> m_pfnSwitchesDone;
     std::map<uint32_t, Bytes> m_nvItems;
+    Bytes m_confirmation; // of the host connect, until it is due
+    SimTime m_confirmationDue = NEVER;
     std::set<uint32_t> m_switches; // report switches that have come
 };

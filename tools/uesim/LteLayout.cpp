@@ -85,6 +85,14 @@ std::vector<unsigned char> CLteLayout::BuildAck(const LTE_HEAD& stHead, ByteView
     return packet;
 }
 
+std::optional<uint32_t> CLteLayout::ReadAckId(ByteView packet) const
+{
+    const auto ucTag = static_cast<uint8_t>(ReadField(packet, m_stCfg.astDataAckUid[UID_TAG], MAX_FIELD));
+    if (ucTag == m_stCfg.ucDataTagFirst || ucTag == m_stCfg.ucDataTagSecond)
+        return std::nullopt;
+    return static_cast<uint32_t>(ReadField(packet, m_stCfg.astAckHeader[ACK_CMD_ID], 4));
+}
+
 void CLteLayout::WriteIndHead(const LTE_HEAD& stHead, ByteSpan packet) const
 {
     WriteTag(m_stCfg.ucDataTagFirst, packet);

@@ -37,6 +37,9 @@ public:
     /// A whole ack. Zero bytes follow the payload when the packet would be too short for the agent to look at.
     std::vector<unsigned char> BuildAck(const LTE_HEAD& stHead, ByteView payload) const;
 
+    /// Id of an ack; none for an indication.
+    std::optional<uint32_t> ReadAckId(ByteView packet) const;
+
     /// Bytes in front of an indication's payload.
     size_t IndHeadLen() const { return m_stCfg.usDataPayloadOffset; }
     /// Writes an indication's head over the front of a packet.

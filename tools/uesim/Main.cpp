@@ -52,16 +52,23 @@ int main(int nArgs, char** ppszArgs)
     }
     CConfig config;
     (void)config.LoadConfigFile(stOptions.strConfig.c_str()); // the command line has checked that the file is there
-    CSimulator simulator(stOptions, config, log);
+    CReplay replay;
     std::string strError;
-    if (!simulator.Start(strError)) {
+    const bool bReplay = !stOptions.strReplay.empty();
+    const bool bLoaded = !bReplay || replay.Load(stOptions, strError);
+    CSimulator simulator(stOptions, bReplay ? replay.Plan().Config() : config, log, bReplay ? &replay : nullptr);
+    if (!bLoaded || !simulator.Start(strError)) {
         std::cerr << "vex-uesim: " << strError << "\n";
         return 1;
     }
     g_pSimulator = &simulator;
     const sigset_t stWaitMask = CatchSignals();
+    std::cerr << replay.Gaps();
     std::cout << simulator.ChannelLines() << std::flush;
     simulator.Run(g_bStop, &stWaitMask);
     std::cout << (stOptions.bJson ? TotalsJson(simulator) + "\n" : TotalsText(simulator)) << std::flush;
-    return 0;
+    if (!bReplay)
+        return 0;
+    std::cerr << replay.Report();
+    return replay.IsIncomplete() ? 1 : 0;
 }

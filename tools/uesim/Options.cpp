@@ -1,5 +1,7 @@
 #include "uesim/Options.h"
 
+#include "capture/Speed.h"
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <vector>
@@ -33,11 +35,22 @@ void AddGeneral(CLI::App& app, UESIM_OPTIONS& st)
     app.add_flag("--json", st.bJson, "Totals at the end as one JSON object");
 }
 
+void AddReplay(CLI::App& app, UESIM_OPTIONS& st, std::string& strSpeed)
+{
+    CLI::Option* const pReplay =
+        app.add_option("--replay", st.strReplay, "Play the modems of this capture file; its configuration counts")
+            ->check(CLI::ExistingFile);
+    app.add_option("--speed", strSpeed, "N times as fast as it was, or max")->needs(pReplay);
+    app.add_flag("--loop", st.bLoop, "Play the capture again and again")->needs(pReplay);
+}
+
 void AddScript(CLI::App& app, UESIM_OPTIONS& st, std::vector<std::string>& silent, std::vector<std::string>& fail)
 {
     app.add_option("--connect-payload", st.ulConnectPayload, "Bytes of the host connect confirmation's payload")
         ->check(CLI::Range(0U, MAX_PAYLOAD));
     app.add_option("--connect-id", st.ulConnectId, "Id of the host connect confirmation");
+    app.add_option("--connect-delay", st.ulConnectDelay, "Milliseconds until the host connect is confirmed")
+        ->check(CLI::Range(0U, 60000U));
     app.add_option("--silent", silent, "LTE command ids that get no answer");
     app.add_option("--fail", fail, "ID=RESULT: result word in the acks of an LTE command");
     app.add_option("--at-interval", st.ulAtInterval, "Milliseconds between unsolicited AT lines, 0: none");
@@ -95,6 +108,12 @@ bool ReadSilent(const std::vector<std::string>& silent, UESIM_OPTIONS& st)
     });
 }
 
+void ReadSpeed(const std::string& strSpeed, UESIM_OPTIONS& st)
+{
+    if (!strSpeed.empty() && !ParseSpeed(strSpeed, st.dSpeed))
+        throw CLI::ValidationError("--speed", "expected a number above 0, or max");
+}
+
 void Finish(const std::string& strMix, const std::vector<std::string>& silent, const std::vector<std::string>& fail,
             UESIM_OPTIONS& st)
 {
@@ -133,6 +152,7 @@ bool ParseOptions(int nArgs, char** ppszArgs, UESIM_OPTIONS& stOptions, int& nSt
 {
     CLI::App app("Modem simulator: modems on pseudo terminals (and one on TCP) for the agent to serve.", "vex-uesim");
     std::string strMix;
+    std::string strSpeed;
     std::vector<std::string> silent;
     std::vector<std::string> fail;
     AddGeneral(app, stOptions);
@@ -140,6 +160,7 @@ bool ParseOptions(int nArgs, char** ppszArgs, UESIM_OPTIONS& stOptions, int& nSt
     app.add_option("--attach", stOptions.strAttachHost, "Send the device monitor's records to port 20460 of this host")
         ->expected(0, 1)
         ->default_str("127.0.0.1");
+    AddReplay(app, stOptions, strSpeed);
     AddScript(app, stOptions, silent, fail);
     AddLteStream(app, stOptions, strMix);
     AddGu(app, stOptions);
@@ -148,6 +169,7 @@ bool ParseOptions(int nArgs, char** ppszArgs, UESIM_OPTIONS& stOptions, int& nSt
         app.parse(nArgs, ppszArgs);
         if (app.count("--attach") > 0 && stOptions.strAttachHost.empty())
             stOptions.strAttachHost = "127.0.0.1";
+        ReadSpeed(strSpeed, stOptions);
         Finish(strMix, silent, fail, stOptions);
     } catch (const CLI::ParseError& error) {
         nStatus = app.exit(error);

@@ -41,8 +41,13 @@ struct UESIM_OPTIONS
     bool bQuiet = false;
     bool bJson = false;
 
+    std::string strReplay; // capture file that the modems play; empty: none
+    double dSpeed = 1;     // of the replay; 0: as fast as possible
+    bool bLoop = false;    // from the start again, until a signal
+
     unsigned int ulConnectPayload = 320; // bytes of the host connect confirmation's payload
     uint32_t ulConnectId = 0x10065000;
+    unsigned int ulConnectDelay = 0;   // ms from the host connect to its confirmation
     std::set<uint32_t> silent;         // LTE commands that get no answer
     std::map<uint32_t, uint32_t> fail; // result code that an LTE command's ack carries
     unsigned int ulAtInterval = 0;     // ms between unsolicited AT lines, 0: none

@@ -1,19 +1,11 @@
 #include "uesim/RegisterBehaviour.h"
 
+#include "uesim/GuIds.h"
+
 #include <algorithm>
 
 namespace
 {
-constexpr uint16_t ID_ADD = 0xF502;
-constexpr uint16_t ID_REMOVE = 0xF503; // without addresses: report the list
-constexpr uint16_t ID_ADD_CNF = 0xF504;
-constexpr uint16_t ID_REMOVE_CNF = 0xF505;
-constexpr uint16_t ID_STOP = 0x3010;
-constexpr uint16_t ID_SHARE_QUERY = 0xFE01;
-constexpr uint16_t ID_SHARE = 0xFE02;
-constexpr uint16_t ID_TOOL_ATTACHED = 0xFE03;
-constexpr uint16_t ID_INDICATION = 0xF501;
-
 constexpr uint32_t STATUS_OK = 0;
 constexpr uint32_t STATUS_FULL = 1;
 constexpr uint32_t STATUS_BAD_MODE = 2;
@@ -36,21 +28,21 @@ bool CRegisterBehaviour::OnRequest(const GU_REQUEST& stReq)
     if (stReq.ucCategory != GU_CATEGORY_TRANS)
         return false;
     switch (stReq.usId) {
-    case ID_ADD:
-    case ID_REMOVE:
-        ChangeList(stReq, stReq.usId == ID_ADD);
+    case ID_REG_ADD:
+    case ID_REG_REMOVE:
+        ChangeList(stReq, stReq.usId == ID_REG_ADD);
         return true;
-    case ID_STOP:
+    case ID_REG_STOP:
         if (const uint32_t ulMode = LoadLe<uint32_t>(stReq.params, 0); ulMode < m_lists.size())
             m_lists[ulMode].bRunning = false;
         return true;
-    case ID_SHARE_QUERY: {
+    case ID_REG_SHARE_QUERY: {
         std::array<unsigned char, 4> aucBase{};
         StoreLe<uint32_t>(aucBase, 0, CRegisterModel::SHARE_BASE);
-        m_line.SendTrans(0, ID_SHARE, aucBase);
+        m_line.SendTrans(0, ID_REG_SHARE, aucBase);
         return true;
     }
-    case ID_TOOL_ATTACHED:
+    case ID_REG_TOOL_ATTACHED:
         return true;
     default:
         return false;
@@ -66,7 +58,7 @@ void CRegisterBehaviour::OnPortClosed(enSerialType enPort)
 /// An add request starts the list's stream, as its first one after a stop does.
 void CRegisterBehaviour::ChangeList(const GU_REQUEST& stReq, bool bAdd)
 {
-    const uint16_t usConfirm = bAdd ? ID_ADD_CNF : ID_REMOVE_CNF;
+    const uint16_t usConfirm = bAdd ? ID_REG_ADD_CNF : ID_REG_REMOVE_CNF;
     const uint32_t ulMode = LoadLe<uint32_t>(stReq.params, 0);
     if (ulMode >= m_lists.size()) {
         Confirm(usConfirm, ulMode, STATUS_BAD_MODE);
@@ -136,6 +128,6 @@ void CRegisterBehaviour::SendIndication(size_t szMode)
     StoreLe<uint16_t>(payload, IND_COUNT, static_cast<uint16_t>(stList.places.size()));
     for (size_t i = 0; i < stList.places.size(); ++i)
         StoreLe<uint32_t>(payload, IND_VALUES + 4 * i, m_model.Value(stList.places[i]));
-    m_line.SendTrans(0, ID_INDICATION, payload);
+    m_line.SendTrans(0, ID_REG_INDICATION, payload);
     ++m_ue.Counter("register indications");
 }

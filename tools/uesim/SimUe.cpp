@@ -43,6 +43,19 @@ CSimUe::CSimUe(unsigned int ulIndex, std::string strName, Ports ports, const UES
 {
 }
 
+void CSimUe::SetIdentity(const std::string& strImei, const std::string& strVersion)
+{
+    m_stIdentity.strImei = strImei;
+    auto& ausVersion = m_stIdentity.ausVersion;
+    (void)std::sscanf(strVersion.c_str(),
+                      "V%3hu"
+                      "R%3hu"
+                      "C%2hu"
+                      "B%3hu"
+                      "SP%2hu",
+                      &ausVersion[0], &ausVersion[1], &ausVersion[2], &ausVersion[3], &ausVersion[4]);
+}
+
 uint64_t CSimUe::Clock(SimTime now) const
 {
     const auto nMicros = std::chrono::duration_cast<std::chrono::microseconds>(now - m_start).count();

@@ -34,6 +34,8 @@ public:
     unsigned int Index() const { return m_ulIndex; }
     const std::string& Name() const { return m_strName; }
     const UE_IDENTITY& Identity() const { return m_stIdentity; }
+    /// The version as UE_IDENTITY gives it as text; parts that aren't there keep their values.
+    void SetIdentity(const std::string& strImei, const std::string& strVersion);
     const UESIM_OPTIONS& Options() const { return m_stOptions; }
     const FILTER_CFG_STRU& Layout() const { return m_stLayout; }
     CSimLog& Log() const { return m_log; }

@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <poll.h>
+#include <sstream>
 
 namespace
 {
@@ -21,6 +22,11 @@ constexpr auto DRAIN_TIME = std::chrono::seconds(2);  // how long queues may tak
 constexpr auto DETACH_TIME = std::chrono::seconds(6); // how long the agent may take to close detached ports
 constexpr uint32_t PORTS_APART = 100;                 // between the numbers of two UEs
 const std::string NETWORK_IP = "127.0.0.1";
+
+std::string UeName(unsigned int ulIndex)
+{
+    return ulIndex == TCP_UE_INDEX ? "net" : "ue" + std::to_string(ulIndex);
+}
 
 std::string Join(const auto& items, auto textOf)
 {
@@ -34,8 +40,8 @@ std::string Join(const auto& items, auto textOf)
 }
 } // namespace
 
-CSimulator::CSimulator(const UESIM_OPTIONS& stOptions, const CConfig& config, CSimLog& log)
-    : m_stOptions(stOptions), m_config(config), m_log(log), m_records(stOptions.strAttachHost, log)
+CSimulator::CSimulator(const UESIM_OPTIONS& stOptions, const CConfig& config, CSimLog& log, CReplay* pReplay)
+    : m_stOptions(stOptions), m_config(config), m_log(log), m_pReplay(pReplay), m_records(stOptions.strAttachHost, log)
 {
 }
 
@@ -46,43 +52,64 @@ bool CSimulator::Start(std::string& strError)
         strError = "can't create " + m_stOptions.strDir + ": " + error.message();
         return false;
     }
+    if (!(m_pReplay != nullptr ? AddReplayedUes(strError) : AddSimulatedUes(strError)))
+        return false;
+    if (!m_stOptions.strAttachHost.empty())
+        QueueAtStart();
+    return WriteChannels(strError);
+}
+
+bool CSimulator::AddSimulatedUes(std::string& strError)
+{
     for (unsigned int i = 0; i < m_stOptions.ulUes; ++i)
         if (!AddPtyUe(i, strError))
             return false;
-    if (m_stOptions.bNetwork && !AddNetworkUe(strError))
-        return false;
-    if (!m_stOptions.strAttachHost.empty())
-        QueueRecords(true);
-    return WriteChannels(strError);
+    return !m_stOptions.bNetwork || AddNetworkUe(strError);
 }
 
 bool CSimulator::AddPtyUe(unsigned int ulIndex, std::string& strError)
 {
-    const std::string strName = "ue" + std::to_string(ulIndex);
     CSimUe::Ports ports;
     for (unsigned int i = 0; i < SERIALNUM; ++i) {
-        const auto enType = static_cast<enSerialType>(i);
-        ports[i] = MakePtyPort(enType, m_stOptions.ulFirstPort + PORTS_APART * ulIndex + i);
-        if (!ports[i]) {
-            strError = "can't open a pseudo terminal: " + std::string(std::strerror(errno));
+        const uint32_t ulNumber = m_stOptions.ulFirstPort + PORTS_APART * ulIndex + i;
+        const std::string strGroup = "sim" + std::to_string(ulIndex);
+        if (!AddPty(ulIndex, {ulNumber, static_cast<enSerialType>(i), true, "", strGroup}, ports, strError))
             return false;
-        }
-        if (!MakeLink(*ports[i], strName + "-" + PortLabel(enType), strError))
-            return false;
-        m_channelPorts.push_back(ports[i]->Number());
     }
-    AddUe(ulIndex, strName, std::move(ports));
+    AddBehaviours(AddUe(ulIndex, std::move(ports)));
     return true;
+}
+
+bool CSimulator::AddPty(unsigned int ulUe, DEVICE_RECORD stRecord, CSimUe::Ports& ports, std::string& strError)
+{
+    auto& pPort = ports[static_cast<size_t>(stRecord.enType)];
+    pPort = MakePtyPort(stRecord.enType, stRecord.ulPortNum);
+    if (!pPort) {
+        strError = "can't open a pseudo terminal: " + std::string(std::strerror(errno));
+        return false;
+    }
+    stRecord.strName = MakeLink(*pPort, UeName(ulUe) + "-" + PortLabel(stRecord.enType), strError);
+    m_channels.push_back({ulUe, std::move(stRecord)});
+    return strError.empty();
 }
 
 bool CSimulator::AddNetworkUe(std::string& strError)
 {
+    CSimUe::Ports ports;
+    if (!MakeNetworkPorts(ports, strError))
+        return false;
+    m_channels.push_back({TCP_UE_INDEX, {0, SERIAL_TYPE_DIAG, true, "", NETWORK_IP}});
+    AddBehaviours(AddUe(TCP_UE_INDEX, std::move(ports)));
+    return true;
+}
+
+bool CSimulator::MakeNetworkPorts(CSimUe::Ports& ports, std::string& strError)
+{
     const auto& rows = *m_config.GetMonitorPortInfo();
     if (rows.empty()) {
-        strError = "--network needs MonitorPort in " + m_stOptions.strConfig;
+        strError = "the network UE needs MonitorPort in the configuration";
         return false;
     }
-    CSimUe::Ports ports;
     for (size_t i = 0; i < std::min<size_t>(rows.size(), SERIALNUM); ++i) {
         const auto enType = static_cast<enSerialType>(i);
         const auto usPort = static_cast<uint16_t>(rows[i].uiPort);
@@ -92,27 +119,71 @@ bool CSimulator::AddNetworkUe(std::string& strError)
             return false;
         }
     }
-    AddUe(TCP_UE_INDEX, "net", std::move(ports));
     return true;
 }
 
-void CSimulator::AddUe(unsigned int ulIndex, const std::string& strName, CSimUe::Ports ports)
+bool CSimulator::AddReplayedUes(std::string& strError)
 {
-    auto pUe =
-        std::make_unique<CSimUe>(ulIndex, strName, std::move(ports), m_stOptions, *m_config.GetFilterCfg(), m_log);
+    return std::ranges::all_of(m_pReplay->Plan().Ues(),
+                               [&](const auto& stPair) { return AddReplayedUe(stPair.second, strError); });
+}
+
+/// The network UE is one device to the monitor, whatever its links.
+bool CSimulator::AddReplayedUe(const REPLAY_UE& stPlan, std::string& strError)
+{
+    const bool bNetwork = stPlan.ulSlot == TCP_UE_INDEX;
+    CSimUe::Ports ports;
+    if (bNetwork && !MakeNetworkPorts(ports, strError))
+        return false;
+    if (bNetwork)
+        m_channels.push_back({TCP_UE_INDEX, {0, SERIAL_TYPE_DIAG, stPlan.present[SERIAL_TYPE_DIAG], "", NETWORK_IP}});
+    for (size_t i = 0; i < SERIALNUM && !bNetwork; ++i) {
+        if (!stPlan.ports[i])
+            continue;
+        const auto enType = static_cast<enSerialType>(i);
+        if (!AddPty(stPlan.ulSlot, {*stPlan.ports[i], enType, stPlan.present[i], "", stPlan.strGroup}, ports, strError))
+            return false;
+    }
+    m_pReplay->Play(AddUe(stPlan.ulSlot, std::move(ports)), stPlan, !m_stOptions.strAttachHost.empty(),
+                    [this, &stPlan](const REPLAY_EVENT& stEvent) { PlayEvent(stPlan.ulSlot, stEvent); });
+    return true;
+}
+
+/// A port may come back with another number.
+void CSimulator::PlayEvent(unsigned int ulUe, const REPLAY_EVENT& stEvent)
+{
+    if (m_stOptions.strAttachHost.empty())
+        return;
+    for (CHANNEL& stChannel : m_channels) {
+        if (stChannel.ulUe != ulUe || stChannel.stRecord.enType != stEvent.enPort)
+            continue;
+        if (stEvent.bArrives && stChannel.stRecord.ulPortNum != 0)
+            stChannel.stRecord.ulPortNum = stEvent.ulNumber;
+        QueueRecord(stChannel, stEvent.bArrives);
+    }
+}
+
+CSimUe& CSimulator::AddUe(unsigned int ulIndex, CSimUe::Ports ports)
+{
+    m_ues.push_back(std::make_unique<CSimUe>(ulIndex, UeName(ulIndex), std::move(ports), m_stOptions,
+                                             *m_config.GetFilterCfg(), m_log));
+    return *m_ues.back();
+}
+
+void CSimulator::AddBehaviours(CSimUe& ue) const
+{
     CLteStreamBehaviour* pStream = nullptr;
     if (m_stOptions.bLteStream) {
-        auto pNew = std::make_unique<CLteStreamBehaviour>(*pUe, m_config);
+        auto pNew = std::make_unique<CLteStreamBehaviour>(ue, m_config);
         pStream = pNew.get();
-        pUe->AddBehaviour(std::move(pNew));
+        ue.AddBehaviour(std::move(pNew));
     }
-    pUe->AddBehaviour(std::make_unique<CLteDiagBehaviour>(*pUe, [pStream] {
+    ue.AddBehaviour(std::make_unique<CLteDiagBehaviour>(ue, [pStream] {
         if (pStream != nullptr)
             pStream->OnSwitchesDone();
     }));
-    pUe->AddBehaviour(std::make_unique<CAtBehaviour>(*pUe));
-    AddGuBehaviours(*pUe);
-    m_ues.push_back(std::move(pUe));
+    ue.AddBehaviour(std::make_unique<CAtBehaviour>(ue));
+    AddGuBehaviours(ue);
 }
 
 void CSimulator::AddGuBehaviours(CSimUe& ue) const
@@ -127,30 +198,33 @@ void CSimulator::AddGuBehaviours(CSimUe& ue) const
     ue.AddBehaviour(std::move(pRegisters));
 }
 
-/// A stable name for a port; one that a former run left is replaced.
-bool CSimulator::MakeLink(const CSimPort& port, const std::string& strName, std::string& strError)
+/// A link that a former run left is replaced.
+std::string CSimulator::MakeLink(const CSimPort& port, const std::string& strName, std::string& strError) const
 {
-    if (m_stOptions.strDir.empty()) {
-        m_channelNames.push_back(port.Name());
-        return true;
-    }
+    if (m_stOptions.strDir.empty())
+        return port.Name();
     const auto path = std::filesystem::absolute(m_stOptions.strDir) / strName;
     std::error_code error;
     if (std::filesystem::is_symlink(path, error))
         std::filesystem::remove(path, error);
     std::filesystem::create_symlink(port.Name(), path, error);
-    m_channelNames.push_back(path.string());
     if (error)
         strError = "can't create " + path.string() + ": " + error.message();
-    return !error;
+    return path.string();
 }
 
+/// The network UE has no name that could be configured.
 std::string CSimulator::ChannelLines() const
 {
-    if (m_channelNames.empty())
+    std::vector<DEVICE_RECORD> records;
+    for (const CHANNEL& stChannel : m_channels)
+        if (!stChannel.stRecord.strName.empty())
+            records.push_back(stChannel.stRecord);
+    if (records.empty())
         return "";
-    return "ChannelName=" + Join(m_channelNames, [](const std::string& strName) { return strName; }) +
-           "\nChannelPort=" + Join(m_channelPorts, [](uint32_t ulPort) { return std::to_string(ulPort); }) + "\n";
+    return "ChannelName=" + Join(records, [](const DEVICE_RECORD& st) { return st.strName; }) +
+           "\nChannelPort=" + Join(records, [](const DEVICE_RECORD& st) { return std::to_string(st.ulPortNum); }) +
+           "\n";
 }
 
 bool CSimulator::WriteChannels(std::string& strError) const
@@ -166,15 +240,29 @@ bool CSimulator::WriteChannels(std::string& strError) const
     return !!file;
 }
 
+/// Those that are there from the start; in a replay some may come later.
+void CSimulator::QueueAtStart()
+{
+    m_bAttached = true;
+    for (CHANNEL& stChannel : m_channels)
+        QueueRecord(stChannel, stChannel.stRecord.bArrives);
+}
+
 void CSimulator::QueueRecords(bool bArrives)
 {
     m_bAttached = bArrives;
-    const uint8_t ucArrive = bArrives ? DEVICE_MONITOR_INFO_STRU::ARRIVED : DEVICE_MONITOR_INFO_STRU::LEFT;
-    for (size_t i = 0; i < m_channelNames.size(); ++i)
-        m_records.Add({m_channelPorts[i], static_cast<uint8_t>(i % SERIALNUM), ucArrive, m_channelNames[i],
-                       "sim" + std::to_string(i / SERIALNUM)});
-    if (m_stOptions.bNetwork)
-        m_records.Add({0, SERIAL_TYPE_DIAG, ucArrive, "", NETWORK_IP});
+    for (CHANNEL& stChannel : m_channels)
+        QueueRecord(stChannel, bArrives);
+}
+
+void CSimulator::QueueRecord(CHANNEL& stChannel, bool bArrives)
+{
+    if (stChannel.bAttached == bArrives)
+        return;
+    stChannel.bAttached = bArrives;
+    DEVICE_RECORD stRecord = stChannel.stRecord;
+    stRecord.bArrives = bArrives;
+    m_records.Add(std::move(stRecord));
 }
 
 void CSimulator::Run(const std::atomic<bool>& bStop, const sigset_t* pWaitMask)
@@ -183,9 +271,26 @@ void CSimulator::Run(const std::atomic<bool>& bStop, const sigset_t* pWaitMask)
                             ? SimClock::now() + std::chrono::duration_cast<SimDuration>(
                                                     std::chrono::duration<double>(m_stOptions.dRunFor))
                             : NEVER;
-    while (!bStop && SimClock::now() < end)
+    while (!bStop && SimClock::now() < end && !IsReplayDone(pWaitMask))
         Pass(end, true, pWaitMask);
     Finish(pWaitMask);
+}
+
+/// True at the end of a replay; with --loop that is the start of the next one.
+bool CSimulator::IsReplayDone(const sigset_t* pWaitMask)
+{
+    if (m_pReplay == nullptr || !m_pReplay->IsDone(SimClock::now()))
+        return false;
+    if (!m_stOptions.bLoop)
+        return true;
+    std::istringstream report(m_pReplay->Report());
+    for (std::string strLine; std::getline(report, strLine);)
+        m_log.Event("replay", "%s", strLine.c_str());
+    Finish(pWaitMask);
+    m_pReplay->Restart(SimClock::now());
+    if (!m_stOptions.strAttachHost.empty())
+        QueueAtStart();
+    return false;
 }
 
 /// One turn of the loop: probes and ticks where they are due, then a wait for bytes until the next of them.
