@@ -23,25 +23,6 @@ constexpr std::chrono::seconds LONGEST_WAIT(10);       // the end of the thread 
 constexpr int END_LIMIT_MS = 20'000;
 static_assert(CRecordConnections::RECORD_SIZE == DEVICE_MONITOR_INFO_STRU::SIZE);
 
-constexpr uint8_t PORT_LEFT = 0;
-constexpr uint8_t PORT_ARRIVED = 1;
-
-/// Order on the wire, for CByteReader and CByteWriter alike.
-template <class Io, class Info> void DeviceRecord(Io& io, Info& stInfo)
-{
-    io.Field(stInfo.ulPortNum);                                        //   0
-    io.Field(stInfo.cSerialType);                                      //   4
-    io.Field(stInfo.barrive);                                          //   5
-    io.Text(stInfo.szSerialName, DEVICE_MONITOR_INFO_STRU::NAME_SIZE); //   6
-    io.Text(stInfo.szGroupId, DEVICE_MONITOR_INFO_STRU::GROUP_SIZE);   // 262
-}
-
-/// The field list is little-endian, the port number is in network order.
-constexpr uint32_t SwapPortNum(uint32_t ulPortNum)
-{
-    return __builtin_bswap32(ulPortNum);
-}
-
 void* DeviceMonitor_Thread(void* pMonitor)
 {
     if (pMonitor != nullptr)
@@ -50,25 +31,6 @@ void* DeviceMonitor_Thread(void* pMonitor)
 }
 
 } // namespace
-
-std::array<unsigned char, DEVICE_MONITOR_INFO_STRU::SIZE> EncodeDeviceRecord(const DEVICE_MONITOR_INFO_STRU& stInfo)
-{
-    std::array<unsigned char, DEVICE_MONITOR_INFO_STRU::SIZE> record{};
-    DEVICE_MONITOR_INFO_STRU stWire = stInfo;
-    stWire.ulPortNum = SwapPortNum(stInfo.ulPortNum);
-    CByteWriter writer(record);
-    DeviceRecord(writer, stWire);
-    return record;
-}
-
-DEVICE_MONITOR_INFO_STRU DecodeDeviceRecord(ByteView record)
-{
-    DEVICE_MONITOR_INFO_STRU stInfo;
-    CByteReader reader(record);
-    DeviceRecord(reader, stInfo);
-    stInfo.ulPortNum = SwapPortNum(stInfo.ulPortNum);
-    return stInfo;
-}
 
 bool CDeviceMonitor::CheckConfiguredNames(std::string& strError)
 {
@@ -233,10 +195,10 @@ void CDeviceMonitor::HandleRecord(const DEVICE_MONITOR_INFO_STRU& stInfo)
     if (m_pUEManager == nullptr)
         return;
     switch (stInfo.barrive) {
-    case PORT_ARRIVED:
+    case DEVICE_MONITOR_INFO_STRU::ARRIVED:
         AttachPort(stInfo);
         break;
-    case PORT_LEFT:
+    case DEVICE_MONITOR_INFO_STRU::LEFT:
         CDebug::Instance()->PrintInfo("serial %s detach, port is %d", stInfo.szSerialName.c_str(), stInfo.ulPortNum);
         m_pUEManager->OnSerialDetach(stInfo.ulPortNum);
         break;

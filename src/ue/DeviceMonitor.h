@@ -1,38 +1,18 @@
 #pragma once
 
-#include "common/Bytes.h"
+#include "common/DeviceRecord.h"
 #include "common/Types.h"
 #include "common/UniqueFd.h"
 #include "common/WakeUp.h"
 #include "ue/RecordConnections.h"
 
-#include <array>
 #include <atomic>
 #include <chrono>
-#include <cstdint>
 #include <poll.h>
 #include <string>
 #include <vector>
 
 class CUEManager;
-
-/// A record of the device monitor program: one port came or went. One record a connection, no reply.
-struct DEVICE_MONITOR_INFO_STRU
-{
-    static constexpr size_t NAME_SIZE = 256; // NUL included, as in the next
-    static constexpr size_t GROUP_SIZE = 258;
-    static constexpr size_t SIZE = 4 + 1 + 1 + NAME_SIZE + GROUP_SIZE;
-
-    uint32_t ulPortNum = 0;   // 0 is the network UE; in network order on the wire, unlike all else
-    uint8_t cSerialType = 0;  // enSerialType; the sender means it as signed
-    uint8_t barrive = 0;      // 1 the port arrived, 0 it left
-    std::string szSerialName; // device name
-    std::string szGroupId;    // the same for all ports of a modem; the IP address of the network UE
-};
-static_assert(DEVICE_MONITOR_INFO_STRU::SIZE == 520);
-
-std::array<unsigned char, DEVICE_MONITOR_INFO_STRU::SIZE> EncodeDeviceRecord(const DEVICE_MONITOR_INFO_STRU& stInfo);
-DEVICE_MONITOR_INFO_STRU DecodeDeviceRecord(ByteView record);
 
 /// Tells the UE manager which ports arrive and go. With configured names all ports of the configuration are
 /// attached once, inside Start, and nothing ever detaches. Otherwise a thread takes records of the device monitor

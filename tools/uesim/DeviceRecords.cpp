@@ -1,6 +1,5 @@
 #include "uesim/DeviceRecords.h"
 
-#include "common/Bytes.h"
 #include "common/UniqueFd.h"
 
 #include <cerrno>
@@ -12,14 +11,6 @@ namespace
 {
 constexpr auto RETRY_TIME = std::chrono::milliseconds(200);
 constexpr timeval SEND_LIMIT = {2, 0}; // for the connection and for the record
-
-constexpr size_t REC_TYPE = 4;
-constexpr size_t REC_ARRIVES = 5;
-constexpr size_t REC_NAME = 6;
-constexpr size_t REC_NAME_SIZE = 256;
-constexpr size_t REC_GROUP = 262;
-constexpr size_t REC_GROUP_SIZE = 258;
-static_assert(REC_GROUP + REC_GROUP_SIZE == DEVICE_RECORD::SIZE);
 
 CUniqueFd Connect(const std::string& strHost)
 {
@@ -39,17 +30,10 @@ CUniqueFd Connect(const std::string& strHost)
 }
 } // namespace
 
-std::array<unsigned char, DEVICE_RECORD::SIZE> DEVICE_RECORD::Encode() const
+std::array<unsigned char, DEVICE_MONITOR_INFO_STRU::SIZE> DEVICE_RECORD::Encode() const
 {
-    std::array<unsigned char, SIZE> aucRecord{};
-    const ByteSpan record(aucRecord);
-    for (size_t i = 0; i < sizeof(ulPortNum); ++i) // network byte order
-        aucRecord[i] = static_cast<unsigned char>(ulPortNum >> (24 - 8 * i));
-    aucRecord[REC_TYPE] = static_cast<unsigned char>(enType);
-    aucRecord[REC_ARRIVES] = bArrives ? 1 : 0;
-    StoreText(Slice(record, REC_NAME, REC_NAME_SIZE), strName);
-    StoreText(Slice(record, REC_GROUP, REC_GROUP_SIZE), strGroup);
-    return aucRecord;
+    const uint8_t ucArrive = bArrives ? DEVICE_MONITOR_INFO_STRU::ARRIVED : DEVICE_MONITOR_INFO_STRU::LEFT;
+    return EncodeDeviceRecord({ulPortNum, static_cast<uint8_t>(enType), ucArrive, strName, strGroup});
 }
 
 SimTime CDeviceRecords::OnTick(SimTime now)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/DeviceRecord.h"
 #include "common/Types.h"
 #include "uesim/SimLog.h"
 #include "uesim/SimTime.h"
@@ -11,15 +12,13 @@
 /// One record of the device monitor.
 struct DEVICE_RECORD
 {
-    static constexpr size_t SIZE = 520;
-
     uint32_t ulPortNum = 0; // 0: the network UE
     enSerialType enType = SERIAL_TYPE_DIAG;
     bool bArrives = false;
     std::string strName;
     std::string strGroup; // the IP address of the network UE
 
-    std::array<unsigned char, SIZE> Encode() const;
+    std::array<unsigned char, DEVICE_MONITOR_INFO_STRU::SIZE> Encode() const;
 };
 
 /// Plays the device monitor: sends each record on a connection of its own, in order. A host that doesn't answer is
