@@ -21,7 +21,7 @@ _vex_values() {
 }
 
 _vex() {
-    local program=$1 word=$2 before=$3 command='' commands candidates
+    local program=$1 word=$2 before=$3 command='' commands candidates=''
     COMPREPLY=()
     if [[ $before == -* ]]; then
         candidates=$(_vex_values "$before") || return 0
