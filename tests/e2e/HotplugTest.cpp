@@ -223,6 +223,8 @@ TEST_F(HotplugTest, TheListShowsPortsWithTheirRulesAndTouchesNothing)
 {
     PlugModem("1-4", 0);
     m_usb.Plug("1-4", 4, 4);
+    m_usb.Plug("1-4", 5, 5);
+    CMockUsb::ForgetUdevEntry(5); // not ready yet, so it isn't shown
     StartHotplug({"--list", "--json"});
     ASSERT_EQ(m_pHotplug->WaitExit(), 0) << m_pHotplug->Errors();
     const auto list = nlohmann::json::parse(m_pHotplug->Output());
