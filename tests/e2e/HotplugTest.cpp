@@ -5,8 +5,11 @@
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <regex>
+#include <sstream>
 
 // The real vex-hotplug between modems of a testbed and the real agent. Records are in order, so what the agent has
 // been told is settled as soon as a later record has come.
@@ -201,10 +204,27 @@ TEST_F(HotplugTest, AnAgentKeepsItsPortsOverARestartOfTheProgramAndLosesThoseTha
     EXPECT_EQ(Count("UE 1 Lte Diag detached"), 0);
 }
 
+TEST_F(HotplugTest, TheExampleRulesHaveNoFaultWithOrWithoutTheirExamples)
+{
+    std::ostringstream text;
+    text << std::ifstream(std::string(VEX_SOURCE_DIR) + "/config/hotplug.conf").rdbuf();
+    const std::string strExamples = std::regex_replace(text.str(), std::regex("#1234"), "1234");
+    ASSERT_NE(text.str(), strExamples);
+    PlugModem("1-4", 0);
+    for (const std::string& strRules : {text.str(), strExamples}) {
+        m_bench.Dir().Write("hotplug.conf", strRules);
+        StartHotplug({"--list"});
+        EXPECT_EQ(m_pHotplug->WaitExit(), 0) << m_pHotplug->Errors();
+        EXPECT_EQ(m_pHotplug->Errors(), "");
+    }
+}
+
 TEST_F(HotplugTest, TheListShowsPortsWithTheirRulesAndTouchesNothing)
 {
     PlugModem("1-4", 0);
     m_usb.Plug("1-4", 4, 4);
+    m_usb.Plug("1-4", 5, 5);
+    CMockUsb::ForgetUdevEntry(5); // not ready yet, so it isn't shown
     StartHotplug({"--list", "--json"});
     ASSERT_EQ(m_pHotplug->WaitExit(), 0) << m_pHotplug->Errors();
     const auto list = nlohmann::json::parse(m_pHotplug->Output());

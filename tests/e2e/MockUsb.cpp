@@ -8,6 +8,14 @@
 #include <sys/mount.h>
 #include <umockdev.h>
 
+/// Read by the thread sanitizer. The testbed's thread shares what its library guards by means that the sanitizer can't
+/// see, as the library isn't built with it.
+extern "C" const char* __tsan_default_suppressions();
+const char* __tsan_default_suppressions()
+{
+    return "race:libumockdev.so\n";
+}
+
 namespace
 {
 constexpr const char* PRELOAD = "libumockdev-preload.so.0";
@@ -23,6 +31,12 @@ void Require(bool bGood, const char* pszWhat)
     std::abort();
 }
 
+/// udev's file for a terminal.
+std::string UdevEntryOf(int nTty)
+{
+    return std::string(UDEV_DATA) + "/c" + std::to_string(TTY_MAJOR) + ":" + std::to_string(nTty);
+}
+
 /// What udev knows of devices is in /run, which the testbed doesn't cover.
 void TakeRun()
 {
@@ -30,6 +44,7 @@ void TakeRun()
     Require(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "mount");
     Require(mount("none", "/run", "tmpfs", 0, nullptr) == 0, "mount /run");
     std::filesystem::create_directories(UDEV_DATA);
+    std::ofstream("/run/udev/control") << ""; // says that udevd runs
 }
 
 void AppendToVariable(const char* pszName, const std::string& strMore)
@@ -107,10 +122,9 @@ void CMockUsb::Plug(const std::string& strPlace, int nInterface, int nTty)
 /// What udevd keeps of the port, for programs that start later.
 void CMockUsb::WriteUdevEntry(const std::string& strPlace, int nInterface, int nTty)
 {
-    const std::string strFile = "/c" + std::to_string(TTY_MAJOR) + ":" + std::to_string(nTty);
-    std::ofstream(UDEV_DATA + strFile) << "S:" << LinkOf(strPlace, nInterface).substr(sizeof("/dev/") - 1)
-                                       << "\nI:" << ++m_nPlugs << "\nE:ID_PATH=" << PathOf(strPlace) << ":1."
-                                       << nInterface << "\n";
+    std::ofstream(UdevEntryOf(nTty)) << "S:" << LinkOf(strPlace, nInterface).substr(sizeof("/dev/") - 1)
+                                     << "\nI:" << ++m_nPlugs << "\nE:ID_PATH=" << PathOf(strPlace) << ":1."
+                                     << nInterface << "\n";
 }
 
 void CMockUsb::Unplug(int nTty)
@@ -124,5 +138,10 @@ void CMockUsb::Unplug(int nTty)
     umockdev_testbed_uevent(m_pTestbed, ("/sys" + stPort.strTty).c_str(), "remove");
     umockdev_testbed_remove_device(m_pTestbed, ("/sys" + stPort.strInterface).c_str());
     std::filesystem::remove(InTestbed("/sys/class/tty/" + strName)); // which the testbed leaves
-    std::filesystem::remove(UDEV_DATA + ("/c" + std::to_string(TTY_MAJOR) + ":" + std::to_string(nTty)));
+    ForgetUdevEntry(nTty);
+}
+
+void CMockUsb::ForgetUdevEntry(int nTty)
+{
+    std::filesystem::remove(UdevEntryOf(nTty));
 }

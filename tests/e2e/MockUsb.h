@@ -25,6 +25,8 @@ public:
     void Plug(const std::string& strPlace, int nInterface, int nTty);
     /// The port goes, with a hang-up for whoever has it open.
     void Unplug(int nTty);
+    /// As if udevd had yet to look at a port that is there.
+    static void ForgetUdevEntry(int nTty);
 
     /// The link by path of a port: /dev/serial/by-path/...
     static std::string LinkOf(const std::string& strPlace, int nInterface);

@@ -195,10 +195,15 @@ TEST_F(HotplugLoop, AfterLostEventsAllPortsAreLookedAt)
 TEST_F(HotplugLoop, ItEndsWithARecordUnderWay)
 {
     m_source.SetPorts({UsbPort("m", 0, 0)});
-    Start();
-    const CUniqueFd agent = AcceptTcp(m_listener); // which never reads
-    Stop();
-    EXPECT_EQ(m_enStatus, HOTPLUG_DONE);
+    for (const bool bOnce : {false, true}) {
+        m_stOptions.bOnce = bOnce;
+        Start();
+        const CUniqueFd agent = AcceptTcp(m_listener); // which never reads
+        Stop();
+        EXPECT_EQ(m_enStatus, bOnce ? HOTPLUG_NO_AGENT : HOTPLUG_DONE);
+        eventfd_t ullStops = 0;
+        (void)eventfd_read(m_stopFd.Get(), &ullStops);
+    }
 }
 
 TEST_F(HotplugLoop, OnceEndsWhenAllIsToldOrTheAgentIsNotReached)

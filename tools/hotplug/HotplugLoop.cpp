@@ -45,18 +45,23 @@ HOTPLUG_EXIT CHotplugLoop::Run(int nStopFd)
 {
     TakeAll();
     do {
-        const TIME now = steady_clock::now();
         if (m_stOptions.bDryRun)
             ShowAll();
-        else if (now >= m_nextLook)
-            LookAtAgent(now);
-        while (!m_stOptions.bDryRun && Tell(steady_clock::now())) {
-        }
-        if (!m_stOptions.bOnce || m_delivery.IsUnderWay())
-            continue;
-        return m_ledger.Next() ? HOTPLUG_NO_AGENT : HOTPLUG_DONE;
+        else
+            TellAll();
+        if (m_stOptions.bOnce && !m_delivery.IsUnderWay())
+            return m_ledger.Next() ? HOTPLUG_NO_AGENT : HOTPLUG_DONE;
     } while (Wait(nStopFd));
-    return HOTPLUG_DONE;
+    return m_stOptions.bOnce ? HOTPLUG_NO_AGENT : HOTPLUG_DONE;
+}
+
+/// All that can be told without waiting.
+void CHotplugLoop::TellAll()
+{
+    if (const TIME now = steady_clock::now(); now >= m_nextLook)
+        LookAtAgent(now);
+    while (Tell(steady_clock::now())) {
+    }
 }
 
 void CHotplugLoop::TakeAll()

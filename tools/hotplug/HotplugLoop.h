@@ -17,7 +17,8 @@ public:
     CHotplugLoop(const HOTPLUG_OPTIONS& stOptions, const CRules& rules, CNumbers numbers, CStateFile& stateFile,
                  IPortSource& source, CHotplugLog& log);
 
-    /// Until the descriptor is readable or, with bOnce, until all is told or the agent isn't reached.
+    /// Until the descriptor is readable or, with bOnce, until all is told or the agent isn't reached; being stopped
+    /// before counts as the latter.
     HOTPLUG_EXIT Run(int nStopFd);
 
 private:
@@ -28,6 +29,7 @@ private:
     void Update();
     void LookAtAgent(TIME now);
     void OnNewAgent(uint64_t ullAgent);
+    void TellAll();
     bool Tell(TIME now);
     bool StartNext(TIME now);
     void ShowAll();
