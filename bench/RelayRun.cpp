@@ -51,14 +51,6 @@ double CpuMicros(pid_t lPid)
     return (dUser + dSystem) * 1e6 / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
-double CpuMicros(const RELAY& relay)
-{
-    double dSum = 0;
-    for (const pid_t lPid : relay.pids)
-        dSum += CpuMicros(lPid);
-    return dSum;
-}
-
 /// Bytes that wait, without waiting for more.
 size_t Receive(const CUniqueFd& sink)
 {
@@ -189,7 +181,62 @@ std::vector<CPump> MakePumps(RELAY& relay, size_t szLanes, const RELAY_FRAMES& f
     return pumps;
 }
 
+/// Writes the frames into one terminal at a steady rate, whatever piece of them it takes.
+class CSteadyLane
+{
+public:
+    CSteadyLane(int nFd, const RELAY_FRAMES& frames) : m_nFd(nFd), m_frames(frames) {}
+
+    /// So many bytes more may go out; what the terminal doesn't take now goes with the next, up to a limit.
+    void Send(size_t szBytes)
+    {
+        m_szBudget = std::min(m_szBudget + szBytes, MOST_BEHIND);
+        while (m_szBudget > 0 && Write(m_szBudget)) {
+        }
+    }
+    /// Completes the frame that has begun; the frames that are out.
+    size_t Finish()
+    {
+        while (!std::ranges::binary_search(m_frames.ends, m_szAt) && m_szAt != 0) {
+            const size_t szEnd = *std::ranges::upper_bound(m_frames.ends, m_szAt);
+            if (!Write(szEnd - m_szAt))
+                std::this_thread::sleep_for(milliseconds(1));
+        }
+        const auto ends = std::ranges::upper_bound(m_frames.ends, m_szAt) - m_frames.ends.begin();
+        return m_szRounds * m_frames.ends.size() + static_cast<size_t>(ends);
+    }
+
+private:
+    static constexpr size_t MOST_BEHIND = 256 * 1024;
+
+    bool Write(size_t szMost)
+    {
+        const size_t szLen = std::min(szMost, m_frames.stream.size() - m_szAt);
+        const ssize_t lWritten = write(m_nFd, &m_frames.stream[m_szAt], szLen);
+        if (lWritten <= 0)
+            return false;
+        m_szBudget -= std::min(static_cast<size_t>(lWritten), m_szBudget);
+        m_szAt += static_cast<size_t>(lWritten);
+        m_szRounds += m_szAt == m_frames.stream.size() ? 1 : 0;
+        m_szAt %= m_frames.stream.size();
+        return true;
+    }
+
+    int m_nFd;
+    const RELAY_FRAMES& m_frames;
+    size_t m_szAt = 0; // in the stream
+    size_t m_szRounds = 0;
+    size_t m_szBudget = 0;
+};
 } // namespace
+
+double CpuMicros(const RELAY& relay)
+{
+    double dSum = 0;
+    for (const pid_t lPid : relay.pids)
+        dSum += CpuMicros(lPid);
+    return dSum;
+}
 
 RELAY_PTY OpenPty()
 {
@@ -243,10 +290,10 @@ RELAY_RATE MeasureRate(RELAY& relay, size_t szLanes, const RELAY_FRAMES& frames,
 
 RELAY_LOAD MeasureLoad(RELAY& relay, const RELAY_FRAMES& frames, size_t szBytesPerSecond, milliseconds time)
 {
-    const size_t szFrame = frames.stream.size() / frames.ends.size();
-    const size_t szPortion = szBytesPerSecond / static_cast<size_t>(std::chrono::seconds(1) / LOAD_TICK) / szFrame;
-    const size_t szOut = relay.frameOut ? relay.frameOut(frames.szPayload) : szFrame;
-    size_t szExpected = 0;
+    const size_t szOut = relay.frameOut ? relay.frameOut(frames.szPayload) : frames.stream.size() / frames.ends.size();
+    std::vector<CSteadyLane> lanes;
+    for (const RELAY_LANE& lane : relay.lanes)
+        lanes.emplace_back(lane.pty.master.Get(), frames);
     size_t szReceived = 0;
     const auto receive = [&] {
         size_t szNow = 0;
@@ -257,22 +304,22 @@ RELAY_LOAD MeasureLoad(RELAY& relay, const RELAY_FRAMES& frames, size_t szBytesP
     };
     const double dCpu = CpuMicros(relay);
     const auto start = Clock::now();
-    auto next = start;
-    for (size_t szFirst = 0; Clock::now() < start + time; szFirst = (szFirst + szPortion) % (FRAMES - szPortion)) {
-        const size_t szBegin = szFirst == 0 ? 0 : frames.ends[szFirst - 1];
-        const size_t szLen = szPortion == 0 ? 0 : frames.ends[szFirst + szPortion - 1] - szBegin;
-        for (const RELAY_LANE& lane : relay.lanes)
-            if (szLen > 0 &&
-                write(lane.pty.master.Get(), &frames.stream[szBegin], szLen) == static_cast<ssize_t>(szLen))
-                szExpected += szPortion * szOut;
+    for (auto next = start; Clock::now() < start + time;) {
+        for (CSteadyLane& lane : lanes)
+            lane.Send(szBytesPerSecond / static_cast<size_t>(std::chrono::seconds(1) / LOAD_TICK));
         std::this_thread::sleep_until(next += LOAD_TICK);
         (void)receive();
     }
     const double dCores = (CpuMicros(relay) - dCpu) / Micros(Clock::now() - start);
+    size_t szFrames = 0;
+    for (CSteadyLane& lane : lanes)
+        szFrames += lane.Finish();
+    const size_t szExpected = szFrames * szOut;
     for (auto last = Clock::now(); szReceived < szExpected && Clock::now() < last + LOSS_TIME;)
         if (receive())
             last = Clock::now();
-    return {dCores, szExpected == 0 ? 0 : 1 - static_cast<double>(szReceived) / static_cast<double>(szExpected)};
+    return {dCores, szExpected == 0 ? 0 : 1 - static_cast<double>(szReceived) / static_cast<double>(szExpected),
+            szFrames};
 }
 
 std::vector<double> MeasureLatency(RELAY& relay, size_t szLanes, const RELAY_FRAMES& frames, milliseconds time)

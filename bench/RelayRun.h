@@ -62,8 +62,9 @@ RELAY_RATE MeasureRate(RELAY& relay, size_t szLanes, const RELAY_FRAMES& frames,
 
 struct RELAY_LOAD
 {
-    double dCores = 0; // processors that the relay keeps busy
-    double dLost = 0;  // share of the bytes that never came out
+    double dCores = 0;   // processors that the relay keeps busy
+    double dLost = 0;    // share of the bytes that never came out
+    size_t szFrames = 0; // sent
 };
 /// Sends as many bytes a second into each lane, in small portions; none, with 0, leaves the relay idle.
 RELAY_LOAD MeasureLoad(RELAY& relay, const RELAY_FRAMES& frames, size_t szBytesPerSecond,
@@ -78,6 +79,8 @@ std::vector<double> MeasureLatency(RELAY& relay, size_t szLanes, const RELAY_FRA
 double Percentile(const std::vector<double>& sorted, double dShare);
 /// Lets a sink hold so much that a moment without a processor for the benchmark isn't taken for a slow client.
 void WidenSink(const CUniqueFd& sink);
+/// CPU time so far of all processes of the relay, in microseconds.
+double CpuMicros(const RELAY& relay);
 /// Resident memory of all processes of the relay.
 size_t ResidentKiB(const RELAY& relay);
 /// Reads and drops all that arrives until nothing comes for the time.

@@ -74,7 +74,7 @@ void Observe(const std::string& strTap, const std::stop_token& stop)
 
 CAgentUnderTest::CAgentUnderTest(std::optional<size_t> observers)
 {
-    const std::string strTap = m_bench.Dir().Path() + "/tap";
+    const std::string strTap = TapPath();
     if (observers)
         m_bench.AddConfig("TapSocket = " + strTap);
     m_bench.StartAgent();

@@ -16,6 +16,9 @@ public:
     /// none.
     explicit CAgentUnderTest(std::optional<size_t> observers = std::nullopt);
 
+    /// Socket of the tap.
+    std::string TapPath() const { return m_bench.Dir().Path() + "/tap"; }
+
     size_t StartKiB() const { return m_szStartKiB; } // resident before the first modem
     /// The relay with its lanes; nothing when a modem isn't taken.
     std::optional<RELAY> Attach(size_t szUes);

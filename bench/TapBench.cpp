@@ -1,15 +1,19 @@
 #include "RelayCase.h"
 #include "Relays.h"
 
+#include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <list>
 
 // What the tap costs: an agent without one, one whose tap nobody observes and one with three observers take turns with
-// the same stream of one modem.
+// the same stream of one modem. And what a recorder costs, and loses, beside a full bench.
 
 namespace
 {
 using std::chrono::milliseconds;
+using std::chrono::seconds;
+using Microseconds = std::chrono::microseconds;
 
 constexpr size_t PAYLOAD = 300;
 constexpr CASE_PLAN FULL{15, milliseconds(400), milliseconds(0)};
@@ -27,7 +31,7 @@ constexpr CANDIDATE CANDIDATES[] = {
     {"a tap, three observers", 3, "< 1.10"},
 };
 
-int Run(const CASE_PLAN& stPlan)
+int RunCost(const CASE_PLAN& stPlan)
 {
     std::list<COtherAgent> agents; // they don't move
     std::vector<RELAY> relays;
@@ -49,20 +53,77 @@ int Run(const CASE_PLAN& stPlan)
                     MedianRatio(stCase.results[i], stCase.results[0], &RELAY_RATE::dCpuPerFrame), CANDIDATES[i].pszAim);
     return 0;
 }
+
+/// The numbers of the recorder's last line: "N records, N bytes, N lost".
+struct CAPTURED
+{
+    unsigned long long ullRecords = 0;
+    unsigned long long ullBytes = 0;
+    unsigned long long ullLost = 0;
+};
+std::optional<CAPTURED> LastLine(const std::string& strErrors)
+{
+    CAPTURED stCaptured;
+    const size_t szLine = strErrors.rfind("vex-capture: ");
+    if (szLine == std::string::npos ||
+        std::sscanf(strErrors.c_str() + szLine, "vex-capture: %llu records, %llu bytes, %llu lost",
+                    &stCaptured.ullRecords, &stCaptured.ullBytes, &stCaptured.ullLost) != 3)
+        return std::nullopt;
+    return stCaptured;
+}
+
+/// 15 serial modems and the network one, a client bound to each, and a recorder with a spool.
+int RunCapture(seconds time)
+{
+    constexpr size_t SERIAL_MODEMS = 15;
+    constexpr size_t BYTES_PER_SECOND = 20'000'000 / (SERIAL_MODEMS + 1);
+    const CTempDir dir;
+    CAgentUnderTest agent(0);
+    auto relay = agent.Attach(SERIAL_MODEMS);
+    if (!relay || !agent.AttachNetwork(*relay)) {
+        std::fprintf(stderr, "the agent doesn't take the modems\n");
+        return 1;
+    }
+    CVexProcess capture(std::string(VEX_BIN_DIR) + "/vex-capture",
+                        {"--tap", agent.TapPath(), "--spool", "spool", "--keep", "1G"}, dir.Path());
+    RELAY recorder;
+    recorder.pids = {capture.Pid()};
+    const double dBefore = CpuMicros(recorder);
+    const RELAY_LOAD stLoad = MeasureLoad(*relay, RELAY_FRAMES(PAYLOAD), BYTES_PER_SECOND, time);
+    const double dCores = (CpuMicros(recorder) - dBefore) / static_cast<double>(Microseconds(time).count());
+    capture.Signal(SIGINT);
+    const auto status = capture.WaitExit(std::chrono::seconds(60));
+    const auto captured = LastLine(capture.Errors());
+    if (status != 0 || !captured) {
+        std::fprintf(stderr, "vex-capture: %s\n", capture.Errors().c_str());
+        return 1;
+    }
+    std::printf("\n16 modems, 20 MB/s in all for %lld s: %zu frames sent, %.3f %% lost on the way to the clients\n",
+                static_cast<long long>(time.count()), stLoad.szFrames, 100 * stLoad.dLost);
+    std::printf("recorded: %llu records, %.0f MB, %llu lost; recorder %.1f %% of a core, agent %.1f %%\n",
+                captured->ullRecords, static_cast<double>(captured->ullBytes) / 1e6, captured->ullLost, 100 * dCores,
+                100 * stLoad.dCores);
+    return captured->ullLost == 0 && captured->ullRecords >= 2 * stLoad.szFrames ? 0 : 1;
+}
 } // namespace
 
 int main(int nArgs, char** ppszArgs)
 {
-    constexpr const char* USAGE = "usage: vex-bench-tap [--quick]\n\n"
-                                  "CPU time of the agent for a frame of one modem, without and with its tap.\n";
+    constexpr const char* USAGE =
+        "usage: vex-bench-tap [--quick]\n\n"
+        "CPU time of the agent for a frame of one modem, without and with its tap; then a recorder\n"
+        "beside 16 modems for a minute.\n";
     const std::string strArg = nArgs > 1 ? ppszArgs[1] : "";
     if (strArg == "-h" || strArg == "--help") {
         std::fputs(USAGE, stdout);
         return 0;
     }
-    if (nArgs > 2 || (nArgs == 2 && strArg != "--quick")) {
+    const bool bQuick = strArg == "--quick";
+    if (nArgs > 2 || (nArgs == 2 && !bQuick)) {
         std::fputs(USAGE, stderr);
         return 1;
     }
-    return Run(nArgs == 2 ? QUICK : FULL);
+    const int nResult = RunCost(bQuick ? QUICK : FULL);
+    const int nCapture = RunCapture(seconds(bQuick ? 3 : 60));
+    return std::max(nResult, nCapture);
 }

@@ -18,7 +18,7 @@ constexpr size_t EVENT_NAME = 8; // of the device, in a channel event
 constexpr size_t EVENT_NAME_SIZE = 128;
 constexpr size_t TABLE_NAME_SIZE = 32;
 
-using STREAM = std::tuple<TAP_KIND, unsigned int, unsigned int, uint32_t>; // kind, UE, channel, client
+using STREAM = std::tuple<TAP_KIND, unsigned int, unsigned int, uint32_t>; // kind, UE, channel, client or datagram
 using STREAMS = std::map<STREAM, std::vector<SESSION_RECORD>>;
 
 bool IsTail(TAP_KIND enKind)
@@ -59,8 +59,11 @@ STREAMS StreamsOf(const std::vector<SESSION_RECORD>& session)
         const bool bClient = stHead.enKind == TAP_KIND::CLIENT_TO_AGENT || stHead.enKind == TAP_KIND::AGENT_TO_CLIENT;
         // A client is on one channel, but its UE may change.
         const unsigned int ulUe = bClient ? TAP_NO_UE : stHead.ucUe;
+        const uint32_t ulFurther = bClient                             ? stHead.ulClient
+                                   : stHead.enKind == TAP_KIND::STATUS ? record.bytes.at(0)
+                                                                       : 0;
         if (!IsAside(record))
-            streams[{stHead.enKind, ulUe, stHead.ucChannel, bClient ? stHead.ulClient : 0}].push_back(record);
+            streams[{stHead.enKind, ulUe, stHead.ucChannel, ulFurther}].push_back(record);
     }
     return streams;
 }
@@ -69,9 +72,9 @@ std::string StreamName(const STREAM& stream)
 {
     static constexpr const char* KINDS[] = {"",          "from UE", "to UE",  "from client",
                                             "to client", "status",  "events", "configuration"};
-    const auto& [enKind, ulUe, ulChannel, ulClient] = stream;
+    const auto& [enKind, ulUe, ulChannel, ulFurther] = stream;
     return std::string(KINDS[static_cast<size_t>(enKind)]) + ", UE " + std::to_string(ulUe) + ", channel " +
-           std::to_string(ulChannel) + ", client " + std::to_string(ulClient);
+           std::to_string(ulChannel) + ", client or datagram " + std::to_string(ulFurther);
 }
 
 bool IsSameHead(const TAP_RECORD& one, const TAP_RECORD& other)

@@ -21,7 +21,7 @@ std::string SessionConfig(const std::vector<SESSION_RECORD>& session);
 
 /// What differs between a session and its replay; empty when they are equal. Compared are, record by record, kind,
 /// flags, UE, channel, port and client numbers and all bytes, in order within each stream: a kind of a UE's channel,
-/// for clients of a connection. Between streams the order is that of threads. Left aside are
+/// for clients of a connection, for datagrams of their id. Between streams the order is that of threads. Left aside are
 /// - times, and the numbers of the records, which count the whole run;
 /// - the configuration, in which the tap's socket is another;
 /// - names of devices, in events and in the channel table that clients ask for: pseudo terminals are numbered anew;

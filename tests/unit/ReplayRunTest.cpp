@@ -181,6 +181,33 @@ TEST(ReplayRun, AsFastAsPossibleKeepsTheOrderAndWaitsForRequests)
     EXPECT_EQ(Take(run, At(2)), PACKETS{3});
 }
 
+TEST(ReplayRun, AnAnswerWaitsASecondForWhatCameBeforeIt)
+{
+    const CPlan plan = CPlan().Request(100, "a").Request(105, "b").Step(110).Step(111, {0});
+    CReplayRun run(plan.Ue(), 1, END);
+    run.Start(START, 0);
+    EXPECT_TRUE(run.OnRequest(SERIAL_TYPE_DIAG, "a", At(100)));
+    EXPECT_EQ(Take(run, At(200)), PACKETS{}); // the other request, and so the packet behind it, isn't there
+    EXPECT_TRUE(run.OnRequest(SERIAL_TYPE_DIAG, "b", At(205)));
+    EXPECT_EQ(Take(run, At(210)), (PACKETS{0, 1}));
+    CReplayRun other(plan.Ue(), 1, END);
+    other.Start(START, 0);
+    EXPECT_TRUE(other.OnRequest(SERIAL_TYPE_DIAG, "a", At(100)));
+    EXPECT_EQ(Take(other, At(1110)), PACKETS{});
+    EXPECT_EQ(Take(other, At(1111)), PACKETS{1});
+}
+
+TEST(ReplayRun, NothingOvertakesAnAnswerThatWasBeforeIt)
+{
+    const CPlan plan = CPlan().Request(100, "a").Request(104, "b").Step(110, {0}).Step(111);
+    CReplayRun run(plan.Ue(), 1, END);
+    run.Start(START, 0);
+    EXPECT_TRUE(run.OnRequest(SERIAL_TYPE_DIAG, "a", At(100)));
+    EXPECT_TRUE(run.OnRequest(SERIAL_TYPE_DIAG, "b", At(101))); // 3 ms early: the last packet is due at 108
+    EXPECT_EQ(Take(run, At(109)), PACKETS{});
+    EXPECT_EQ(Take(run, At(110)), (PACKETS{0, 1}));
+}
+
 TEST(ReplayRun, AnswersDoNotOvertakeEachOther)
 {
     const CPlan plan = CPlan().Request(100, "a").Request(100, "b").Step(120, {0}).Step(121, {1});

@@ -100,7 +100,8 @@ void CReplayRun::Activate(size_t szStep, SimTime now)
             return;
         due = std::max(due, m_cameAt[szRequest] + Scaled(m_stPlan.requests[szRequest].ullTime, stStep.ullTime));
     }
-    m_answers[szStep] = due;
+    const bool bFarAhead = due + HURRY_LIMIT < Due(stStep.ullTime);
+    m_answers[szStep] = {due, bFarAhead ? due : due + ORDER_LIMIT};
 }
 
 /// Lets go of requests that should have come long ago.
@@ -130,12 +131,23 @@ void CReplayRun::Miss()
     SkipArrived();
 }
 
-/// The first step in the order of the capture that is due; none: their count. Answers don't overtake each other.
+/// The first answer is due, and what came before it has come.
+bool CReplayRun::IsAnswerDue(SimTime now) const
+{
+    if (m_answers.empty() || now < m_answers.begin()->second.due)
+        return false;
+    const auto& [szStep, stAnswer] = *m_answers.begin();
+    return m_szNext > szStep || !m_bInStep || now >= stAnswer.latest;
+}
+
+/// The first step in the order of the capture that is due; none: their count. Nothing overtakes
+/// an answer that was before it.
 size_t CReplayRun::Candidate(SimTime now) const
 {
-    const bool bAnswer = !m_answers.empty() && m_answers.begin()->second <= now;
-    const size_t szAnswer = bAnswer ? m_answers.begin()->first : m_stPlan.steps.size();
-    const bool bItself = m_szNext < szAnswer && !IsBlocked(m_szNext) && now >= Due(m_stPlan.steps[m_szNext].ullTime);
+    const size_t szAnswer = IsAnswerDue(now) ? m_answers.begin()->first : m_stPlan.steps.size();
+    const bool bAnswerBefore = m_bInStep && !m_answers.empty() && m_answers.begin()->first < m_szNext;
+    const bool bItself =
+        m_szNext < szAnswer && !bAnswerBefore && !IsBlocked(m_szNext) && now >= Due(m_stPlan.steps[m_szNext].ullTime);
     return bItself ? m_szNext : szAnswer;
 }
 
@@ -211,8 +223,8 @@ SimTime CReplayRun::NextLook(SimTime now) const
     if (!m_bStarted)
         return NEVER;
     SimTime next = now + std::chrono::milliseconds(100); // time-outs and the end have time until then
-    for (const auto& [szStep, due] : m_answers)
-        next = std::min(next, due);
+    if (!m_answers.empty())
+        next = std::min(next, m_answers.begin()->second.due);
     if (m_szNext < m_stPlan.steps.size() && !IsBlocked(m_szNext))
         next = std::min(next, Due(m_stPlan.steps[m_szNext].ullTime));
     if (m_szEvent < m_stPlan.events.size())

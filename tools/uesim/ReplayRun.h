@@ -18,8 +18,9 @@ public:
     static constexpr SimDuration WAIT_LIMIT = std::chrono::seconds(5); // for a request, or for a port to open
     static constexpr SimDuration UNANSWERED_LIMIT = std::chrono::milliseconds(500); // for a request without an answer
     static constexpr SimDuration HURRY_LIMIT = std::chrono::seconds(1);             // how much a request may be early
-    static constexpr SimDuration CALM = std::chrono::milliseconds(300);    // before a port goes or comes: what is under
-                                                                           // way shall arrive
+    static constexpr SimDuration ORDER_LIMIT = std::chrono::seconds(1); // that an answer waits for what was before it
+    static constexpr SimDuration CALM = std::chrono::milliseconds(300); // before a port goes or comes: what is under
+                                                                        // way shall arrive
     static constexpr SimDuration LINGER = std::chrono::milliseconds(1000); // before the end, for the same reason
 
     /// The plan outlives this. dScale: how much longer everything takes than then; 0: as fast as possible.
@@ -63,6 +64,11 @@ private:
         YES,
         TOO_LATE,
     };
+    struct ANSWER
+    {
+        SimTime due;
+        SimTime latest; // then it comes even if something before it in the capture has not
+    };
     SimTime Due(uint64_t ullTime) const;
     SimDuration Scaled(uint64_t ullFrom, uint64_t ullTo) const;
     bool HasWaited() const { return m_szWaited < m_stPlan.requests.size(); }
@@ -73,6 +79,7 @@ private:
     void Activate(size_t szStep, SimTime now);
     void GiveUp(SimTime now);
     void Miss();
+    bool IsAnswerDue(SimTime now) const;
     size_t Candidate(SimTime now) const;
     bool IsWaitedFor(enSerialType enPort, SimTime now);
     void Remove(size_t szStep);
@@ -84,7 +91,7 @@ private:
     bool m_bStarted = false;
     SimTime m_base{};                           // at which time 0 of the capture is due
     size_t m_szNext = 0;                        // the next step that the modem sends by itself
-    std::map<size_t, SimTime> m_answers;        // steps whose requests have come, with their times
+    std::map<size_t, ANSWER> m_answers;         // steps whose requests have come
     std::vector<std::vector<size_t>> m_stepsOf; // by request
     std::vector<CAME> m_came;                   // by request
     std::vector<SimTime> m_cameAt;
