@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <fcntl.h>
+#include <unistd.h>
 
 int MsUntil(std::chrono::steady_clock::time_point end)
 {
@@ -13,6 +14,19 @@ int MsUntil(std::chrono::steady_clock::time_point end, std::chrono::steady_clock
 {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - now);
     return static_cast<int>(std::max<int64_t>(0, left.count()));
+}
+
+size_t WriteAll(int nFd, ByteView bytes)
+{
+    size_t szWritten = 0;
+    while (szWritten < bytes.size()) {
+        const ByteView rest = bytes.subspan(szWritten);
+        const ssize_t lWritten = RetryOnEintr([&] { return write(nFd, rest.data(), rest.size()); });
+        if (lWritten <= 0)
+            break;
+        szWritten += static_cast<size_t>(lWritten);
+    }
+    return szWritten;
 }
 
 bool SetNonBlocking(int nFd, bool bNonBlocking)

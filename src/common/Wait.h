@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/Bytes.h"
+
 #include <cerrno>
 #include <chrono>
 #include <poll.h>
@@ -20,6 +22,9 @@ auto RetryOnEintr(Call call, std::chrono::steady_clock::time_point end = std::ch
 /// Milliseconds until then, rounded up; 0 when it has passed.
 int MsUntil(std::chrono::steady_clock::time_point end);
 int MsUntil(std::chrono::steady_clock::time_point end, std::chrono::steady_clock::time_point now);
+
+/// Writes as much as goes; gives how much, and errno for the rest.
+size_t WriteAll(int nFd, ByteView bytes);
 
 /// Sets or clears O_NONBLOCK; false when that fails.
 bool SetNonBlocking(int nFd, bool bNonBlocking);

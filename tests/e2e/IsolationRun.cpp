@@ -10,7 +10,7 @@ namespace
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr int ROUNDS = 3;
+constexpr int ROUNDS = 5;
 constexpr auto QUIET_TIME = milliseconds(700);
 constexpr auto EVENT_TIME = milliseconds(300); // at least: what an event causes may come a little later
 constexpr auto CALM_TIME = milliseconds(200);

@@ -95,6 +95,6 @@ inline void PrintTo(const ISOLATION_EVENT& stEvent, std::ostream* pOut)
 }
 std::span<const ISOLATION_EVENT> IsolationEvents();
 
-/// Plays an event up to three times, as a busy machine may hold up the test itself, and takes the best of the rounds.
+/// Plays an event up to five times, as a busy machine may hold up the test itself, and takes the best of the rounds.
 /// The limit stays the same in each, and what doesn't work at all is a fault at once.
 ISOLATION_RESULT RunIsolation(const ISOLATION_EVENT& stEvent);

@@ -4,6 +4,7 @@
 #include "support/Signals.h"
 
 #include <array>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
 #include <vector>
@@ -73,4 +74,21 @@ TEST(Wait, ASignalNeitherEndsNorProlongsAPoll)
     EXPECT_LT(took, milliseconds(2000));
     ASSERT_EQ(eventfd_write(event.Get(), 1), 0);
     EXPECT_EQ(PollFor(fds, 300), 1);
+}
+
+TEST(WriteAll, WritesAsMuchAsGoesAndTellsHowMuch)
+{
+    int anPipe[2] = {-1, -1};
+    ASSERT_EQ(pipe2(anPipe, O_NONBLOCK | O_CLOEXEC), 0);
+    CUniqueFd reader(anPipe[0]);
+    const CUniqueFd writer(anPipe[1]);
+    const std::vector<unsigned char> vecBytes(1024 * 1024, 'x');
+    const size_t szTaken = WriteAll(writer.Get(), vecBytes);
+    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_GT(szTaken, 0u);
+    EXPECT_LT(szTaken, vecBytes.size());
+    std::vector<unsigned char> vecRead(vecBytes.size());
+    EXPECT_EQ(read(reader.Get(), vecRead.data(), vecRead.size()), static_cast<ssize_t>(szTaken));
+    EXPECT_EQ(WriteAll(writer.Get(), Slice(ByteView(vecBytes), 0, 5)), 5u);
+    EXPECT_EQ(WriteAll(writer.Get(), {}), 0u);
 }

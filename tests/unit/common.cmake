@@ -10,6 +10,7 @@ vex_test(test_common
         LogFileTest.cpp
         ListenSocketTest.cpp
         MsgBufTest.cpp
+        PseudoTerminalTest.cpp
         RepeatedLinesTest.cpp
         ScanTest.cpp
         ThreadTest.cpp

@@ -12,20 +12,6 @@ namespace
 constexpr int READER_WAIT_MS = 1000;
 constexpr mode_t FILE_MODE = 0666; // as the user's mask has it
 
-/// Writes as much as goes; gives how much, and errno for the rest.
-size_t WriteAll(int nFd, ByteView bytes)
-{
-    size_t szWritten = 0;
-    while (szWritten < bytes.size()) {
-        const ByteView rest = bytes.subspan(szWritten);
-        const ssize_t lWritten = RetryOnEintr([&] { return write(nFd, rest.data(), rest.size()); });
-        if (lWritten <= 0)
-            break;
-        szWritten += static_cast<size_t>(lWritten);
-    }
-    return szWritten;
-}
-
 class CRegularFile : public ICaptureOut
 {
 public:

@@ -23,17 +23,6 @@ struct FREE_CONTEXT
     void operator()(ZSTD_CCtx* pContext) const { (void)ZSTD_freeCCtx(pContext); }
 };
 
-bool WriteAll(int nFd, ByteView bytes)
-{
-    while (!bytes.empty()) {
-        const ssize_t lWritten = RetryOnEintr([&] { return write(nFd, bytes.data(), bytes.size()); });
-        if (lWritten <= 0)
-            return false;
-        bytes = bytes.subspan(static_cast<size_t>(lWritten));
-    }
-    return true;
-}
-
 /// One frame being made. Not for a second one.
 class CFrame
 {
@@ -58,7 +47,7 @@ public:
                 errno = EIO; // the file has changed under way, or memory is short
                 return false;
             }
-            if (!WriteAll(m_nOutFd, ByteView(m_vecOut).first(stOut.pos)))
+            if (WriteAll(m_nOutFd, ByteView(m_vecOut).first(stOut.pos)) < stOut.pos)
                 return false;
             if (bLast ? szLeft == 0 : stIn.pos == stIn.size)
                 return true;

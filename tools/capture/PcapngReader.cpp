@@ -180,3 +180,20 @@ bool CPcapngReader::TakePacket(CAPTURED_RECORD& stRecord) const
     }
     return true;
 }
+
+CPcapngReader::RESULT ReadCaptureFile(const std::string& strPath,
+                                      const std::function<void(const CAPTURED_RECORD&)>& onRecord,
+                                      std::string& strError)
+{
+    auto pSource = OpenCaptureSource(strPath, strError);
+    if (!pSource)
+        return CPcapngReader::RESULT::BAD;
+    CPcapngReader reader(std::move(pSource));
+    CAPTURED_RECORD stRecord;
+    CPcapngReader::RESULT enResult{};
+    while ((enResult = reader.Next(stRecord)) == CPcapngReader::RESULT::RECORD)
+        onRecord(stRecord);
+    if (enResult == CPcapngReader::RESULT::BAD)
+        strError = strPath + ": " + reader.Error();
+    return enResult;
+}

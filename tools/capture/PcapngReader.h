@@ -2,6 +2,7 @@
 
 #include "capture/CaptureFormat.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -77,3 +78,8 @@ private:
     std::string m_strError;
     RESULT m_enEnd = RESULT::RECORD; // until one of the others came
 };
+
+/// Gives each record of a file, plain or compressed, to the call. What ended it: END, CUT, or BAD with what is wrong.
+CPcapngReader::RESULT ReadCaptureFile(const std::string& strPath,
+                                      const std::function<void(const CAPTURED_RECORD&)>& onRecord,
+                                      std::string& strError);

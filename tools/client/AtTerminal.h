@@ -1,7 +1,7 @@
 #pragma once
 
 #include "common/Bytes.h"
-#include "common/UniqueFd.h"
+#include "common/PseudoTerminal.h"
 
 #include <optional>
 #include <string>
@@ -34,12 +34,12 @@ public:
 
     /// False, with what is wrong. A link that leads nowhere, or to a terminal, is replaced; nothing else is.
     [[nodiscard]] bool Open(const std::string& strLink, std::string& strError);
-    const std::string& Name() const { return m_strName; }
+    const std::string& Name() const { return m_terminal.strName; }
 
-    /// Whether a program has it open.
-    bool IsUsed() const;
+    /// Whether a program has it open, or has left something behind.
+    bool IsUsed() const { return m_terminal.IsUsed() || m_terminal.HasInput(); }
     /// To wait on while it is used; at other times it would be readable for ever.
-    int Fd() const { return m_master.Get(); }
+    int Fd() const { return m_terminal.master.Get(); }
     /// What has been typed, without waiting; empty for nothing.
     std::vector<unsigned char> Read() const;
     /// Gives the bytes to the program: what it doesn't take at once is kept up to a limit, then lost. Without a
@@ -49,8 +49,7 @@ public:
 private:
     void Drain();
 
-    CUniqueFd m_master;
-    std::string m_strName;
+    PSEUDO_TERMINAL m_terminal;
     std::string m_strLink;
     std::vector<unsigned char> m_vecWaiting;
 };

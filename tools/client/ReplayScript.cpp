@@ -9,17 +9,8 @@ using KIND = REPLAY_ACT::KIND;
 
 bool CReplayScript::Load(const std::string& strPath, std::string& strError)
 {
-    auto pSource = OpenCaptureSource(strPath, strError);
-    if (!pSource)
-        return false;
-    CPcapngReader reader(std::move(pSource));
-    CAPTURED_RECORD stRecord;
-    CPcapngReader::RESULT enResult{};
-    while ((enResult = reader.Next(stRecord)) == CPcapngReader::RESULT::RECORD)
-        Add(stRecord);
-    if (enResult == CPcapngReader::RESULT::BAD)
-        strError = strPath + ": " + reader.Error();
-    else if (m_clients.empty())
+    const auto add = [this](const CAPTURED_RECORD& stRecord) { Add(stRecord); };
+    if (ReadCaptureFile(strPath, add, strError) != CPcapngReader::RESULT::BAD && m_clients.empty())
         strError = strPath + ": no client in this capture";
     return strError.empty();
 }

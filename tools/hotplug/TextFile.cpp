@@ -1,5 +1,6 @@
 #include "hotplug/TextFile.h"
 
+#include "common/Bytes.h"
 #include "common/UniqueFd.h"
 #include "common/Wait.h"
 
@@ -13,17 +14,6 @@
 namespace
 {
 constexpr size_t MOST_BYTES = 1024 * 1024;
-
-bool WriteAll(int nFd, std::string_view text)
-{
-    while (!text.empty()) {
-        const ssize_t lWritten = RetryOnEintr([&] { return write(nFd, text.data(), text.size()); });
-        if (lWritten <= 0)
-            return false;
-        text.remove_prefix(static_cast<size_t>(lWritten));
-    }
-    return true;
-}
 
 /// Brings the names in a folder to the disk. Where that isn't possible the file is there all the same.
 void SyncFolder(const std::string& strFolder)
@@ -56,8 +46,8 @@ bool ReplaceTextFile(const std::string& strPath, const std::string& strText, std
 {
     const std::string strNew = strPath + ".new";
     CUniqueFd file(open(strNew.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-    const bool bWritten = file.IsOpen() && WriteAll(file.Get(), strText) && fsync(file.Get()) == 0 &&
-                          std::rename(strNew.c_str(), strPath.c_str()) == 0;
+    const bool bWritten = file.IsOpen() && WriteAll(file.Get(), AsBytes(strText)) == strText.size() &&
+                          fsync(file.Get()) == 0 && std::rename(strNew.c_str(), strPath.c_str()) == 0;
     if (!bWritten) {
         strError = std::strerror(errno);
         return false;

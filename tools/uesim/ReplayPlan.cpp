@@ -38,18 +38,12 @@ CReplayPlan::~CReplayPlan() = default;
 
 bool CReplayPlan::Load(const std::string& strPath, std::string& strError)
 {
-    auto pSource = OpenCaptureSource(strPath, strError);
-    if (!pSource)
-        return false;
-    CPcapngReader reader(std::move(pSource));
-    CAPTURED_RECORD stRecord;
-    CPcapngReader::RESULT enResult{};
-    while ((enResult = reader.Next(stRecord)) == CPcapngReader::RESULT::RECORD)
-        Add(stRecord);
+    const auto add = [this](const CAPTURED_RECORD& stRecord) { Add(stRecord); };
+    const CPcapngReader::RESULT enResult = ReadCaptureFile(strPath, add, strError);
     m_bCutFile = enResult == CPcapngReader::RESULT::CUT;
     if (enResult == CPcapngReader::RESULT::BAD)
-        strError = strPath + ": " + reader.Error();
-    else if (!m_bConfigured)
+        return false;
+    if (!m_bConfigured)
         strError = strPath + ": no configuration record, so the packets can't be read";
     else if (m_ues.empty())
         strError = strPath + ": no modem in this capture";

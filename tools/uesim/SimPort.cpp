@@ -1,15 +1,13 @@
 #include "uesim/SimPort.h"
 
+#include "common/PseudoTerminal.h"
+
 #include <arpa/inet.h>
 #include <array>
 #include <cerrno>
-#include <cstdlib>
-#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <poll.h>
 #include <sys/socket.h>
-#include <termios.h>
 
 void CSimPort::Send(ByteView packet)
 {
@@ -104,28 +102,25 @@ namespace
 class CPtyPort : public CSimPort
 {
 public:
-    CPtyPort(enSerialType enType, uint32_t ulNumber, CUniqueFd master, std::string strName)
-        : CSimPort(enType, ulNumber), m_master(std::move(master)), m_strName(std::move(strName))
+    CPtyPort(enSerialType enType, uint32_t ulNumber, PSEUDO_TERMINAL terminal)
+        : CSimPort(enType, ulNumber), m_terminal(std::move(terminal))
     {
     }
 
-    std::string Name() const override { return m_strName; }
-    int WaitFd() const override { return IsOpen() ? m_master.Get() : -1; }
+    std::string Name() const override { return m_terminal.strName; }
+    int WaitFd() const override { return IsOpen() ? m_terminal.master.Get() : -1; }
 
     Change Probe() override
     {
-        pollfd stPoll{m_master.Get(), POLLIN, 0};
-        (void)poll(&stPoll, 1, 0); // no answer counts as open: the next read tells
         // What the other end wrote before it went away is still to be read.
-        return Became((stPoll.revents & POLLHUP) == 0 || (IsOpen() && (stPoll.revents & POLLIN) != 0));
+        return Became(m_terminal.IsUsed() || (IsOpen() && m_terminal.HasInput()));
     }
 
 protected:
-    int IoFd() const override { return m_master.Get(); }
+    int IoFd() const override { return m_terminal.master.Get(); }
 
 private:
-    CUniqueFd m_master;
-    std::string m_strName;
+    PSEUDO_TERMINAL m_terminal;
 };
 
 class CTcpPort : public CSimPort
@@ -186,16 +181,6 @@ private:
     CUniqueFd m_link;
 };
 
-/// The slave side keeps these settings until the other end sets its own.
-bool MakeRaw(int nFd)
-{
-    termios stTermios{};
-    if (tcgetattr(nFd, &stTermios) != 0)
-        return false;
-    cfmakeraw(&stTermios);
-    return tcsetattr(nFd, TCSANOW, &stTermios) == 0;
-}
-
 sockaddr_in AddressOf(const char* pszIp, uint16_t usPort)
 {
     sockaddr_in stAddress{};
@@ -208,16 +193,8 @@ sockaddr_in AddressOf(const char* pszIp, uint16_t usPort)
 
 std::unique_ptr<CSimPort> MakePtyPort(enSerialType enType, uint32_t ulNumber)
 {
-    CUniqueFd master(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
-    std::array<char, 128> acName{};
-    if (!master.IsOpen() || grantpt(master.Get()) != 0 || unlockpt(master.Get()) != 0 ||
-        ptsname_r(master.Get(), acName.data(), acName.size()) != 0)
-        return nullptr;
-    // Opened and closed once, so that the master side knows from the start that nobody is there.
-    const CUniqueFd slave(open(acName.data(), O_RDWR | O_NOCTTY | O_CLOEXEC));
-    if (!slave.IsOpen() || !MakeRaw(slave.Get()))
-        return nullptr;
-    return std::make_unique<CPtyPort>(enType, ulNumber, std::move(master), acName.data());
+    auto terminal = OpenPseudoTerminal();
+    return terminal ? std::make_unique<CPtyPort>(enType, ulNumber, std::move(*terminal)) : nullptr;
 }
 
 std::unique_ptr<CSimPort> MakeTcpPort(enSerialType enType, uint16_t usPort)
