@@ -108,6 +108,7 @@ TEST_F(HotplugTest, PortsKeepTheirNumbersHoweverTheyComeBack)
     m_bench.StartAgent();
     StartHotplug();
     PlugModem("1-4", 0);
+    ASSERT_TRUE(Told(Attached("1-4", 3, 104))); // the first to come has the lower numbers
     PlugModem("1-2.1", 4);
     ASSERT_TRUE(Told(Attached("1-2.1", 3, 204)));
     EXPECT_EQ(Records(), 8);
