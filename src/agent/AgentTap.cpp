@@ -140,15 +140,16 @@ void CAgentTap::OnPacketToUe(UE_INDEX ulUeIdx, enChannelType enChannel, ByteView
     pTap->Write(stRecord, packet);
 }
 
-void TapFromUe(const CChannelTable& table, const MSG_AGENT& stMsg)
+void TapFromUe(const CChannelTable& table, std::span<const MSG_AGENT> run)
 {
     CTapWriter* const pTap = ObservedTap();
-    const CHANNEL_ROW* const pRow = pTap == nullptr ? nullptr : RowOf(stMsg.enChannel);
-    if (pRow == nullptr || ChannelsOf(pRow->enPort).front().enChannel != stMsg.enChannel)
+    const MSG_AGENT& stFirst = run.front();
+    const CHANNEL_ROW* const pRow = pTap == nullptr ? nullptr : RowOf(stFirst.enChannel);
+    if (pRow == nullptr || ChannelsOf(pRow->enPort).front().enChannel != stFirst.enChannel)
         return;
-    TAP_RECORD stRecord = RecordOf(TAP_KIND::UE_TO_AGENT, stMsg.ulUeIdx, stMsg.enChannel);
-    stRecord.ulPort = table.PortNumber(stMsg.ulUeIdx, stMsg.enChannel);
-    pTap->Write(stRecord, stMsg.packet.Bytes());
+    TAP_RECORD stRecord = RecordOf(TAP_KIND::UE_TO_AGENT, stFirst.ulUeIdx, stFirst.enChannel);
+    stRecord.ulPort = table.PortNumber(stFirst.ulUeIdx, stFirst.enChannel);
+    pTap->WriteRun(stRecord, run, [](const MSG_AGENT& stMsg) { return ByteView(stMsg.packet.Bytes()); });
 }
 
 void TapFromClient(const CClient& client, ByteView request, bool bText)

@@ -41,8 +41,9 @@ private:
 
 // Each writes a record if somebody observes.
 
-/// A packet as it came from the UE. Channels that share a port get a copy each; it is shown once.
-void TapFromUe(const CChannelTable& table, const MSG_AGENT& stMsg);
+/// Packets of one channel, at least one, as they came from the UE. Channels that share a port get a copy each; it is
+/// shown once.
+void TapFromUe(const CChannelTable& table, std::span<const MSG_AGENT> run);
 /// A request, lead bytes stripped, or bare text of the AT channel.
 void TapFromClient(const CClient& client, ByteView request, bool bText);
 /// A packet for the client, lead bytes included.

@@ -9,7 +9,6 @@
 #include "common/Turn.h"
 #include "data/DpLteDiag.h"
 #include "data/gu/OperationGUData.h"
-#include "tap/Tap.h"
 #include "ue/UEManager.h"
 
 #include <algorithm>
@@ -198,8 +197,7 @@ void CUeEvents::ProcessRun(std::span<MSG_AGENT> run)
         });
         break;
     case AGENT_MSG_DATA:
-        if (ObservedTap() != nullptr)
-            std::ranges::for_each(run, [&](const MSG_AGENT& stData) { TapFromUe(m_table, stData); });
+        TapFromUe(m_table, run);
         OnUeDataArrive(run);
         break;
     case AGENT_MSG_WAKE:

@@ -1,5 +1,6 @@
 #include "tap/TapReader.h"
 
+#include <algorithm>
 #include <cstring>
 
 CTapReader::CTapReader(std::span<const TAP_WORD> memory, uint64_t ullPosition, uint64_t ullNumber)
@@ -49,10 +50,7 @@ CTapReader::LOOK CTapReader::Copy(uint64_t ullEnd, TAP_READ& stRead)
                        .ullNumber = ullNumber,
                        .ullTime = ullTime};
     m_vecBytes.resize((ullWords - TAP_RECORD_WORDS) * TAP_WORD_SIZE);
-    for (size_t i = 0; i < m_vecBytes.size(); i += TAP_WORD_SIZE) {
-        const uint64_t ullWord = TakeWord(szIndex);
-        std::memcpy(&m_vecBytes[i], &ullWord, TAP_WORD_SIZE);
-    }
+    CopyWords(szIndex);
     if (const LOOK enLook = Check(ullNumber < m_ullNumber ? LOOK::BROKEN : LOOK::VALID); enLook != LOOK::VALID)
         return enLook;
     stRead.bytes = ByteView(m_vecBytes).first(ullBytes);
@@ -77,6 +75,21 @@ bool CTapReader::Restart()
         return false;
     m_ullPosition = ullRestart;
     return true;
+}
+
+/// Fills the bytes with the words from the index on, which go on at the ring's begin.
+void CTapReader::CopyWords(size_t szIndex)
+{
+    for (ByteSpan bytes = m_vecBytes; !bytes.empty(); szIndex = 0) {
+        const auto words = m_ring.subspan(szIndex, std::min(bytes.size() / TAP_WORD_SIZE, m_ring.size() - szIndex));
+        unsigned char* pTo = bytes.data();
+        for (const TAP_WORD& word : words) {
+            const uint64_t ullWord = word.load(std::memory_order_acquire);
+            std::memcpy(pTo, &ullWord, TAP_WORD_SIZE);
+            pTo += TAP_WORD_SIZE;
+        }
+        bytes = bytes.subspan(words.size() * TAP_WORD_SIZE);
+    }
 }
 
 uint64_t CTapReader::TakeWord(size_t& szIndex) const

@@ -71,6 +71,7 @@ private:
     LOOK Copy(uint64_t ullEnd, TAP_READ& stRead);
     LOOK Check(LOOK enOtherwise) const;
     bool Restart();
+    void CopyWords(size_t szIndex);
     /// The word at the index in the ring, which moves to the next.
     uint64_t TakeWord(size_t& szIndex) const;
     uint64_t Load(size_t szIndex) const { return m_head[szIndex].load(std::memory_order_acquire); }

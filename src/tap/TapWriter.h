@@ -19,7 +19,21 @@ public:
     void SetObserved(bool bObserved) { m_bObserved = bObserved; }
 
     /// Appends a record with the bytes of both parts, one behind the other.
-    void Write(const TAP_RECORD& stRecord, ByteView first, ByteView second = {}) EXCLUDES(m_Lock);
+    void Write(const TAP_RECORD& stRecord, ByteView first, ByteView second = {}) EXCLUDES(m_Lock)
+    {
+        const xtl::MutexGuard guard(m_Lock);
+        Append(stRecord, Now(), first, second);
+    }
+    /// Appends records that differ in their bytes alone, bytesOf each of the items, under one lock and with one time:
+    /// what came together.
+    template <class Items, class BytesOf>
+    void WriteRun(const TAP_RECORD& stRecord, const Items& items, BytesOf bytesOf) EXCLUDES(m_Lock)
+    {
+        const xtl::MutexGuard guard(m_Lock);
+        const uint64_t ullTime = Now();
+        for (const auto& item : items)
+            Append(stRecord, ullTime, bytesOf(item), {});
+    }
 
     /// Where the next record begins, and its number.
     struct PLACE
@@ -30,6 +44,8 @@ public:
     PLACE Place() EXCLUDES(m_Lock);
 
 private:
+    static uint64_t Now();
+    void Append(const TAP_RECORD& stRecord, uint64_t ullTime, ByteView first, ByteView second) REQUIRES(m_Lock);
     void MakeRoom(uint64_t ullWords) REQUIRES(m_Lock);
     void MoveRestart() REQUIRES(m_Lock);
 
@@ -42,4 +58,5 @@ private:
     uint64_t m_ullNewerRestart GUARDED_BY(m_Lock) = 0; // the next value of TAP_RESTART
     uint64_t m_ullNumber GUARDED_BY(m_Lock) = 0;       // of the next record
     size_t m_szPut GUARDED_BY(m_Lock) = 0;             // index in the ring of the next word
+    size_t m_szOldest GUARDED_BY(m_Lock) = 0;          // index in the ring of the oldest record
 };

@@ -108,6 +108,26 @@ TEST_F(TapRing, TwoPartsOfAnyLengthComeAsOne)
         }
 }
 
+TEST_F(TapRing, WhatCameTogetherHasOneTimeAndNumbersInARow)
+{
+    m_writer.Write({}, {});
+    m_writer.WriteRun(Record(7), std::vector{Hex("AA BB"), Hex("CC")},
+                      [](const Bytes& bytes) { return ByteView(bytes); });
+    CTapReader reader = Reader();
+    EXPECT_EQ(NextBytes(reader), Bytes());
+    TAP_READ stFirst;
+    ASSERT_EQ(reader.Next(stFirst), RESULT::RECORD);
+    EXPECT_EQ(Bytes(stFirst.bytes), Hex("AA BB"));
+    EXPECT_EQ(stFirst.stRecord.ullNumber, 1u);
+    EXPECT_EQ(stFirst.stRecord.ulPort, 7u);
+    TAP_READ stSecond;
+    ASSERT_EQ(reader.Next(stSecond), RESULT::RECORD);
+    EXPECT_EQ(Bytes(stSecond.bytes), Hex("CC"));
+    EXPECT_EQ(stSecond.stRecord.ullNumber, 2u);
+    EXPECT_EQ(stSecond.stRecord.ulPort, 7u);
+    EXPECT_EQ(stSecond.stRecord.ullTime, stFirst.stRecord.ullTime);
+}
+
 TEST_F(TapRing, AReaderThatKeepsUpLosesNothingWhereverTheRingEnds)
 {
     CTapReader reader = Reader();
