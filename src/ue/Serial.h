@@ -112,7 +112,7 @@ public:
 
     int GetBaudrate() const;
     /// Baud of a terminal speed constant; 9600 for one that isn't known.
-    static int _BAUDRATE(int speed); // NOLINT(bugprone-reserved-identifier): the operation's fixed name
+    static int _BAUDRATE(int speed);
 
 private:
     void InitSerialPort();
