@@ -79,6 +79,7 @@ struct MEASUREMENT_ROW
 {
     size_t szLen;
     const RECORD_LAYOUT* pstLayout;
+    const char* pszShort; // name in addresses and ids
 };
 std::span<const ANSWER_ROW> AnswerLayouts();
 std::span<const MEASUREMENT_ROW> MeasurementLayouts();
