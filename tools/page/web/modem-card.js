@@ -79,9 +79,9 @@ function updateChannel(row, channel, now) {
     setText(port, channel.port ?? '–');
     setText(device, channel.attached ? shortName(channel.name ?? '') : 'not attached');
     setAttribute(device, 'title', channel.name || null);
-    setAttribute(client, 'title', channel.client ? `client ${clientText(channel.client, now)}` : null);
+    setAttribute(client, 'title', channel.client ? `from ${channel.client.address}` : null);
     setText(client, channel.client ? clientText(channel.client, now) : 'free');
     setAttribute(client, 'data-bound', channel.client ? 'yes' : 'no');
 }
 
-const clientText = (client, now) => `${client.client}, ${client.address}, ${since(client.since, now)}`;
+const clientText = (client, now) => `client ${client.client}, ${since(client.since, now)}`;
