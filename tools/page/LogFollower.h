@@ -4,8 +4,8 @@
 
 #include <functional>
 #include <string>
-#include <sys/types.h>
 #include <string_view>
+#include <sys/types.h>
 
 /// Reads the lines that a log file gets, also when it is cut over into NAME.1 or begun anew. For one thread.
 class CLogFollower

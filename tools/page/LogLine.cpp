@@ -28,17 +28,19 @@ constexpr struct
     std::string_view begin;
     std::string_view behindCount;
     const char* pszReason;
+    const char* pszWhat;
 } LOSSES[] = {
-    {"Client SendDataToClient select TimeOut, ", " more frames lost", "client_timeout"},
-    {"Client SendDataToClient select TimeOut, ", "", "client_timeout"},
-    {"Client SendDataToClient send Fail, ", "", "client_send_failed"},
-    {"UE ", " packets were lost", "ue_queue_full"},
-    {"HDLC Decode Error!", "", "hdlc_decode"},
-    {"HDLC Data Too Big!", "", "hdlc_too_big"},
-    {"No memory for ", "", "no_memory"},
-    {"register confirmation dropped", "", "register_cut"},
-    {"register indication dropped", "", "register_cut"},
-    {"register list dropped", "", "register_list"},
+    {"Client SendDataToClient select TimeOut, ", " more frames lost", "client_timeout",
+     "a client took nothing in time"},
+    {"Client SendDataToClient select TimeOut, ", "", "client_timeout", "a client took nothing in time"},
+    {"Client SendDataToClient send Fail, ", "", "client_send_failed", "a client could not be sent to"},
+    {"UE ", " packets were lost", "ue_queue_full", "a modem took nothing for long"},
+    {"HDLC Decode Error!", "", "hdlc_decode", "a frame from a modem was damaged"},
+    {"HDLC Data Too Big!", "", "hdlc_too_big", "a frame from a modem was too long"},
+    {"No memory for ", "", "no_memory", "the agent had no memory"},
+    {"register confirmation dropped", "", "register_cut", "a register message was cut"},
+    {"register indication dropped", "", "register_cut", "a register message was cut"},
+    {"register list dropped", "", "register_list", "a register list did not fit"},
 };
 
 template <class T> bool Number(std::string_view digits, T& value)
@@ -80,12 +82,6 @@ std::optional<uint8_t> ChannelOf(std::string_view text)
         if (text.find(std::string("channel:") + stRow.pszLabel + ',') != std::string_view::npos)
             return static_cast<uint8_t>(stRow.enChannel);
     return std::nullopt;
-}
-
-std::optional<unsigned int> UeOf(std::string_view text)
-{
-    const auto ue = text.starts_with("UE ") ? NumberBehind(text, "UE ") : std::nullopt;
-    return ue && *ue < MAXUENUM ? ue : std::nullopt;
 }
 
 /// The number right before the mark.
@@ -130,7 +126,21 @@ std::optional<LOG_LOSS> LossOf(std::string_view text)
             continue;
         const auto count = stLoss.behindCount.empty() ? 1 : NumberBefore(text, stLoss.behindCount);
         if (count)
-            return LOG_LOSS{stLoss.pszReason, *count, ChannelOf(text), UeOf(text)};
+            return LOG_LOSS{stLoss.pszReason, stLoss.pszWhat, *count, ChannelOf(text)};
     }
+    return std::nullopt;
+}
+
+std::optional<unsigned int> UeOfLine(std::string_view text)
+{
+    const auto ue = NumberBehind(text, "UE ");
+    return ue && *ue < MAXUENUM ? ue : std::nullopt;
+}
+
+std::optional<uint32_t> PortOfLine(std::string_view text)
+{
+    for (const std::string_view mark : {"com:", "(com ", "port:"})
+        if (const auto port = NumberBehind(text, mark))
+            return port;
     return std::nullopt;
 }

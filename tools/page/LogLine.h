@@ -28,9 +28,13 @@ std::optional<PAGE_LOG_LINE> ParseLogLine(std::string_view line);
 struct LOG_LOSS
 {
     const char* pszReason; // label of a metric: "client_timeout"
+    const char* pszWhat;   // for people
     uint64_t ullCount;
     std::optional<uint8_t> channel; // enChannelType
-    std::optional<unsigned int> ue;
 };
 /// None for a line that tells of no loss.
 std::optional<LOG_LOSS> LossOf(std::string_view text);
+/// The UE that a line is about; none when it doesn't say.
+std::optional<unsigned int> UeOfLine(std::string_view text);
+/// The number of the port that a line is about; none when it doesn't say.
+std::optional<uint32_t> PortOfLine(std::string_view text);

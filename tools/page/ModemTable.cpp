@@ -3,6 +3,8 @@
 #include "common/Record.h"
 #include "tap/TapEvents.h"
 
+#include <utility>
+
 namespace
 {
 bool IsReplayed(const TAP_RECORD& stRecord)
@@ -221,4 +223,13 @@ std::optional<unsigned int> CModemTable::OnlyBoundUe(uint8_t ucChannel) const
         only = ulUe;
     }
     return only;
+}
+
+std::optional<unsigned int> CModemTable::UeOfPort(uint32_t ulPort) const
+{
+    for (const auto& [ulUe, stModem] : m_mapModems)
+        for (const PAGE_CHANNEL& stChannel : stModem.astChannel)
+            if (stChannel.bAttached && stChannel.ulPort == ulPort)
+                return ulUe;
+    return std::nullopt;
 }

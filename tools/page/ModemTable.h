@@ -29,7 +29,7 @@ struct PAGE_CHANNEL
     bool bConfirmed = false;
     uint32_t ulPort = 0;
     std::string strName;
-    uint32_t ulClient = 0;    // 0: none is bound
+    uint32_t ulClient = 0; // 0: none is bound
     double dClientSince = 0;
 };
 
@@ -60,7 +60,7 @@ struct PAGE_MODEM
     uint64_t ullLosses = 0;
     uint64_t ullWarnings = 0;
     std::array<PAGE_CHANNEL, CHANNELNUM> astChannel;
-    std::array<std::array<PAGE_COUNT, CHANNELNUM>, PACKET_KINDS> astCount; // since the page's start
+    std::array<std::array<PAGE_COUNT, CHANNELNUM>, PACKET_KINDS> astCount;  // since the page's start
     std::array<std::array<PAGE_COUNT, CHANNELNUM>, PACKET_KINDS> astSecond; // of the second that runs
     std::array<std::array<PAGE_COUNT, CHANNELNUM>, PACKET_KINDS> astClosed; // of the last whole second
     PAGE_RATES stRates;
@@ -95,6 +95,7 @@ public:
     const PAGE_CLIENT* FindClient(uint32_t ulClient) const;
     /// UE of the one client of the channel that is bound; none when there are several or none.
     std::optional<unsigned int> OnlyBoundUe(uint8_t ucChannel) const;
+    std::optional<unsigned int> UeOfPort(uint32_t ulPort) const;
     uint64_t Connections(size_t szChannel) const { return m_aullConnections[szChannel]; } // of clients, so far
 
 private:

@@ -16,7 +16,7 @@ using nlohmann::ordered_json;
 
 namespace
 {
-constexpr size_t HEX_MOST = 4096;   // bytes of a packet that are shown
+constexpr size_t HEX_MOST = 4096; // bytes of a packet that are shown
 constexpr size_t SUMMARY_BYTES = 16;
 constexpr size_t SUMMARY_TEXT = 80; // characters
 constexpr size_t TEXT_MOST = 4096;
@@ -81,8 +81,8 @@ ordered_json DecodeAnswer(uint8_t ucChannel, const DIAG_PACKET_ACK_VIEW& stAck, 
     }
     if (stReport.pstRow == nullptr)
         return {};
-    const bool bData = stReport.IsInd(static_cast<uint16_t>(stAck.stHead.ulCmdId & 0xFFFF)) ||
-                       stReport.pstRow->enForm == PARAM_QUERY;
+    const bool bData =
+        stReport.IsInd(static_cast<uint16_t>(stAck.stHead.ulCmdId & 0xFFFF)) || stReport.pstRow->enForm == PARAM_QUERY;
     if (!bData)
         return {{"result", LoadLe<uint32_t>(stAck.data, 0)}};
     return stReport.pstRow->pstLayout == nullptr ? ordered_json() : Decode(*stReport.pstRow->pstLayout, stAck.data);
@@ -178,9 +178,9 @@ PACKET_WORDS EventWords(ByteView bytes)
 PACKET_WORDS Words(const KEPT_PACKET& stPacket)
 {
     const TAP_RECORD& stRecord = stPacket.stRecord;
-    const bool bText = stRecord.ucChannel == CHANNEL_AT && ((stRecord.ucFlags & TAP_TEXT) != 0 ||
-                                                            stRecord.enKind == TAP_KIND::UE_TO_AGENT ||
-                                                            stRecord.enKind == TAP_KIND::AGENT_TO_UE);
+    const bool bText = stRecord.ucChannel == CHANNEL_AT &&
+                       ((stRecord.ucFlags & TAP_TEXT) != 0 || stRecord.enKind == TAP_KIND::UE_TO_AGENT ||
+                        stRecord.enKind == TAP_KIND::AGENT_TO_UE);
     if (bText)
         return TextWords(stPacket.bytes);
     switch (stRecord.enKind) {

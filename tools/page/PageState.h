@@ -33,26 +33,26 @@ struct PAGE_STATE
 
     CPageModel::SETTINGS stSettings;
     bool bConnected = false;
-    TAP_HELLO stHello;     // of the last run
-    uint64_t ullRuns = 0;  // that were read
+    TAP_HELLO stHello;    // of the last run
+    uint64_t ullRuns = 0; // that were read
     uint64_t ullTick = 0;
-    double dNow = 0;       // of the newest tick
-    double dStart = 0;     // of the page
+    double dNow = 0;   // of the newest tick
+    double dStart = 0; // of the page
     CModemTable modems;
     CPlotStore plots;
     CPacketStore packets;
 
-    std::deque<PAGE_LOSS> losses;          // newest first
-    std::deque<PAGE_LOG_LINE> logLines;    // newest first
+    std::deque<PAGE_LOSS> losses;       // newest first
+    std::deque<PAGE_LOG_LINE> logLines; // newest first
     std::string strLogSource;
 
     // Counts since the start of the page.
     uint64_t ullTapLost = 0;
-    uint64_t ullRunLost = 0; // of ullTapLost, in this run
+    uint64_t ullRunLost = 0;               // of ullTapLost, in this run
     std::array<uint64_t, 8> aullRecords{}; // by TAP_KIND
     std::array<uint64_t, 8> aullBytes{};
-    std::array<uint64_t, 3> aullLogLines{}; // by LOG_LEVEL
-    std::map<std::pair<std::string, std::string>, uint64_t> mapLogLosses;              // by reason, channel
+    std::array<uint64_t, 3> aullLogLines{};                                             // by LOG_LEVEL
+    std::map<std::pair<std::string, std::string>, uint64_t> mapLogLosses;               // by reason, channel
     std::map<std::tuple<unsigned int, unsigned int, std::string>, uint64_t> mapRefused; // by UE, channel, result
 };
 

@@ -87,8 +87,8 @@ void CPlot::DropOld()
 /// Drops points before the fine part until what is left of an hour fits, evenly spaced.
 void CPlot::Thin()
 {
-    const size_t szByTime = static_cast<size_t>(std::ranges::count_if(
-        m_points, [&](const PLOT_POINT& st) { return st.dTime > Last() - FINE_MS; }));
+    const size_t szByTime = static_cast<size_t>(
+        std::ranges::count_if(m_points, [&](const PLOT_POINT& st) { return st.dTime > Last() - FINE_MS; }));
     const size_t szFine = std::min(szByTime, FINE_MOST);
     const auto room = static_cast<double>(POINTS_MOST - szFine - FREED_BY_THINNING);
     const double dSpacing = HISTORY_MS / room;

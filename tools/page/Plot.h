@@ -11,7 +11,7 @@
 struct PLOT_VALUE
 {
     std::string strName;
-    double dValue = 0; // exact for integers up to 2^53
+    double dValue = 0;  // exact for integers up to 2^53
     bool bWhole = true; // an integer, printed without a fraction
 };
 using PLOT_VALUES = std::vector<PLOT_VALUE>;

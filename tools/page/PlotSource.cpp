@@ -57,8 +57,12 @@ std::optional<PLOT_FRAME> LteFrame(const DIAG_PACKET_ACK_VIEW& stAck)
         return std::nullopt;
     for (const MEASUREMENT_ROW& stRow : MeasurementLayouts())
         if (stRow.szLen == stAck.data.size())
-            return PLOT_FRAME{std::string("lte/") + stRow.pszShort, stRow.pstLayout->pszName, "LTE", stRow.pstLayout,
-                              true, stAck.data};
+            return PLOT_FRAME{std::string("lte/") + stRow.pszShort,
+                              stRow.pstLayout->pszName,
+                              "LTE",
+                              stRow.pstLayout,
+                              true,
+                              stAck.data};
     return std::nullopt;
 }
 

@@ -25,7 +25,8 @@ public:
     /// before counts once.
     void Take(const TAP_RECORD& stRecord, ByteView packet);
     /// A point of a plot that isn't made from packets.
-    void Add(unsigned int ulUe, const std::string& strPlot, const ENTRY& stNew, double dTime, const PLOT_VALUES& values);
+    void Add(unsigned int ulUe, const std::string& strPlot, const ENTRY& stNew, double dTime,
+             const PLOT_VALUES& values);
     void MarkTick();
     /// Another modem has come to the UE's place.
     void Forget(unsigned int ulUe);

@@ -24,9 +24,8 @@ ordered_json ChannelJson(const PAGE_STATE& stState, uint8_t ucChannel, const PAG
                   {"address", pClient == nullptr ? "" : pClient->strAddress},
                   {"since", stChannel.dClientSince}};
     }
-    return {{"channel", ChannelName(ucChannel)},   {"port", stChannel.ulPort},
-            {"name", stChannel.strName},           {"attached", stChannel.bAttached},
-            {"confirmed", stChannel.bConfirmed},   {"client", client}};
+    return {{"channel", ChannelName(ucChannel)}, {"port", stChannel.ulPort},          {"name", stChannel.strName},
+            {"attached", stChannel.bAttached},   {"confirmed", stChannel.bConfirmed}, {"client", client}};
 }
 
 /// SECONDS values, zeros where the page doesn't reach back so far.
@@ -77,17 +76,10 @@ ordered_json ModemJson(const PAGE_STATE& stState, const PAGE_MODEM& stModem)
     ordered_json channels = ordered_json::array();
     for (size_t i = 0; i < stModem.astChannel.size(); ++i)
         channels.push_back(ChannelJson(stState, static_cast<uint8_t>(i), stModem.astChannel[i]));
-    return {{"ue", stModem.ulUe},
-            {"state", StateName(stModem.State())},
-            {"version", stModem.strVersion},
-            {"imei", stModem.strImei},
-            {"group", stModem.strGroup},
-            {"since", stModem.dSince},
-            {"last", stModem.dLast},
-            {"losses", stModem.ullLosses},
-            {"warnings", stModem.ullWarnings},
-            {"channels", channels},
-            {"rates", RatesJson(stModem.stRates)}};
+    return {{"ue", stModem.ulUe},      {"state", StateName(stModem.State())}, {"version", stModem.strVersion},
+            {"imei", stModem.strImei}, {"group", stModem.strGroup},           {"since", stModem.dSince},
+            {"last", stModem.dLast},   {"losses", stModem.ullLosses},         {"warnings", stModem.ullWarnings},
+            {"channels", channels},    {"rates", RatesJson(stModem.stRates)}};
 }
 
 ordered_json OverviewJson(const PAGE_STATE& stState)
@@ -110,6 +102,7 @@ ordered_json OverviewJson(const PAGE_STATE& stState)
     for (const PAGE_LOG_LINE& st : stState.logLines)
         lines.push_back({{"time", st.dTime}, {"level", LogLevelName(st.enLevel)}, {"text", st.strText}});
     return {{"time", stState.dNow},
+            {"tick", stState.ullTick},
             {"agent", AgentJson(stState)},
             {"control", stState.stSettings.bControl},
             {"modems", modems},
