@@ -12,7 +12,7 @@ const DIRECTIONS = ['from-ue', 'to-ue', 'from-client', 'to-client'];
 
 export class PacketsTab {
     #rows = [];      // newest first
-    #busy = false;
+    #asking = null;  // the question under way
     #older = false;  // the user looks at older ones: nothing new comes in
     #open = null;    // number of the packet shown in detail
     #generation = 0; // a filter that changes makes answers under way worthless
@@ -37,7 +37,7 @@ export class PacketsTab {
     }
 
     update(data) {
-        if (data.newest !== undefined && data.newest !== this.#newest && !this.paused) {
+        if (data.newest !== undefined && data.newest !== this.#newest && !this.paused && !this.#asking) {
             this.#newest = data.newest;
             this.#loadNewer();
         }
@@ -47,11 +47,13 @@ export class PacketsTab {
         return {ue: this.view.ue, limit: PAGE, channel: this.channel.value, direction: this.direction.value};
     }
 
-    /// One question at a time; what comes of an older filter is dropped.
-    async #ask(args, use) {
-        if (this.#busy)
-            return;
-        this.#busy = true;
+    /// One question at a time.
+    #ask(args, use) {
+        this.#asking = this.#fetch(args, use).finally(() => { this.#asking = null; });
+    }
+
+    /// What comes of an older filter is dropped.
+    async #fetch(args, use) {
         const mine = this.#generation;
         try {
             const answer = await getJson('/api/packets', {...this.#args(), ...args});
@@ -60,13 +62,12 @@ export class PacketsTab {
         } catch (error) {
             if (mine === this.#generation)
                 setText(this.state, error.message);
-        } finally {
-            if (mine === this.#generation)
-                this.#busy = false;
         }
     }
 
     #loadNewer() {
+        if (this.#asking)
+            return; // the next tick asks again
         const after = this.#rows[0]?.number;
         this.#ask({after}, ({packets, oldest}) => {
             const fresh = newestFirst(packets).filter(packet => after === undefined || packet.number > after);
@@ -75,9 +76,10 @@ export class PacketsTab {
         });
     }
 
-    #loadOlder() {
+    async #loadOlder() {
         if (!this.paused)
             this.#togglePause();
+        await this.#asking;
         const before = this.#rows.at(-1)?.number;
         this.#ask({before}, ({packets, oldest}) => {
             this.#rows = [...this.#rows, ...newestFirst(packets)].slice(-MAX_ROWS);
@@ -86,11 +88,11 @@ export class PacketsTab {
         });
     }
 
-    #restart() {
+    async #restart() {
         ++this.#generation;
-        this.#busy = false;
         this.#older = false;
         this.#rows = [];
+        await this.#asking;
         this.#loadNewer();
     }
 
