@@ -70,6 +70,7 @@ public:
             m_log.Line(strError);
             return false;
         }
+        m_pServer->Tick(); // both count the ticks alike
         m_tap = std::thread([this] { ReadTap(); });
         PAGE_ADDRESS stAddress = m_stOptions.stAccess.stListen;
         stAddress.usPort = m_pServer->Port();
