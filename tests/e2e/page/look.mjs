@@ -230,8 +230,10 @@ test('eight tabs share few streams, and hidden ones have none', async () => {
     const eight = [];
     for (const hash of hashes)
         eight.push(await open(hash));
-    for (const [i, tab] of eight.entries()) // each gets ticks of its own view
-        await until(tab, i => (i === 0 ? document.querySelector('.modem-card') : vex.view.last?.tick !== undefined), i);
+    for (const tab of eight)
+        await setHidden(tab, false); // windows side by side
+    await Promise.all(eight.map((tab, i) => // each gets ticks of its own view
+        until(tab, i => (i === 0 ? document.querySelector('.modem-card') : vex.view.last?.tick !== undefined), i)));
     assert.ok(fake.streams.size <= 4, `${fake.streams.size} streams`);
     for (const tab of eight.slice(1))
         await setHidden(tab, true);

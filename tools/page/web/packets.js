@@ -37,10 +37,11 @@ export class PacketsTab {
     }
 
     update(data) {
-        if (data.newest !== undefined && data.newest !== this.#newest && !this.paused && !this.#asking) {
-            this.#newest = data.newest;
-            this.#loadNewer();
-        }
+        if (data.newest === undefined || data.newest === this.#newest || this.paused || this.#asking)
+            return;
+        const anew = data.newest < this.#newest; // an agent that was started again counts from the beginning
+        this.#newest = data.newest;
+        anew ? this.#restart() : this.#loadNewer();
     }
 
     #args() {
@@ -71,7 +72,8 @@ export class PacketsTab {
         const after = this.#rows[0]?.number;
         this.#ask({after}, ({packets, oldest}) => {
             const fresh = newestFirst(packets).filter(packet => after === undefined || packet.number > after);
-            this.#rows = [...fresh, ...this.#rows].slice(0, MAX_ROWS);
+            const whole = fresh.length < PAGE; // else there may be others between, which "Older packets" brings
+            this.#rows = [...fresh, ...(whole ? this.#rows : [])].slice(0, MAX_ROWS);
             this.#show(oldest);
         });
     }
