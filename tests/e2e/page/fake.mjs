@@ -35,6 +35,8 @@ const CHOICES = [
 ].map(([kind, name, what, group, period_ms, modem_1, once = false]) => ({kind, name, what, group, period_ms, modem_1, once}));
 
 export class FakePage {
+    shift = 0; // ms that its clock is ahead
+
     constructor() {
         this.connected = true;
         this.controlOn = true;
@@ -44,7 +46,7 @@ export class FakePage {
         this.tick = 0;
         this.step = 1000; // ms between two points of a plot
         this.modems = [this.modem(0, 'confirmed'), this.modem(1, 'confirmed'), this.modem(3, 'attached')];
-        this.start = Date.now();
+        this.start = this.now();
         this.streams = new Set();
         this.opened = 0; // streams ever
         this.answers = 0; // requests ever
@@ -55,13 +57,23 @@ export class FakePage {
         const names = ['diag', 'data', 'gu', 'gu', 'at'];
         const ports = [1, 2, 3, 3, 4];
         return {
-            ue, state, version: `V100R001C10B20${ue}SP00`, imei: `86000000011000${ue}`, group: 1, since: Date.now() - 4000000, last: Date.now(),
+            ue, state, version: `V100R001C10B20${ue}SP00`, imei: `86000000011000${ue}`, group: 1, since: this.now() - 4000000, last: this.now(),
             losses: ue === 1 ? 12 : 0, warnings: ue === 1 ? 2 : 0,
             channels: CHANNELS.map((channel, i) => ({
                 channel, port: port + ports[i], name: `/dev/vex/ue${ue}-${names[i]}`, attached: true, confirmed: state === 'confirmed',
-                client: ue === 0 && i < 3 ? {client: 7 + i, address: '127.0.0.1', since: Date.now() - 60000} : null,
+                client: ue === 0 && i < 3 ? {client: 7 + i, address: '127.0.0.1', since: this.now() - 60000} : null,
             })),
         };
+    }
+
+    now() { return Date.now() + this.shift; }
+
+    /// So many ticks at once, a second apart on its clock.
+    burst(ticks) {
+        for (let i = 0; i < ticks; ++i) {
+            this.shift += 1000;
+            this.#beat();
+        }
     }
 
     async listen(port = 0, files = WEB) {
@@ -95,7 +107,7 @@ export class FakePage {
     }
 
     overview() {
-        const now = Date.now();
+        const now = this.now();
         return {
             time: now, agent: {connected: this.connected, tap: '/run/vex/tap', host: 'lab7', run: '273b98a0', start: this.start, lost: 0}, control: this.controlOn,
             modems: this.modems.map(modem => this.withRates(modem, now)),
@@ -108,7 +120,7 @@ export class FakePage {
     }
 
     plotHead([id, title, group, lines]) {
-        return {id, title, group, lines: lines.map(([name, unit]) => ({name, unit})), points: KEPT_POINTS, last: this.pointTimes(Date.now() - 2 * this.step, Date.now()).at(-1) ?? 0, running: true};
+        return {id, title, group, lines: lines.map(([name, unit]) => ({name, unit})), points: KEPT_POINTS, last: this.pointTimes(this.now() - 2 * this.step, this.now()).at(-1) ?? 0, running: true};
     }
     plots(ue) { return ue === 3 ? PLOTS.slice(0, 2) : PLOTS; }
     pointTimes(from, to) {
@@ -125,7 +137,7 @@ export class FakePage {
     }
 
     packets(args) {
-        const newest = Math.floor((Date.now() - this.start) / 50);
+        const newest = Math.floor((this.now() - this.start) / 50);
         const limit = Number(args.get('limit') ?? 100);
         const to = args.has('before') ? Number(args.get('before')) - 1 : newest;
         const from = Math.max(0, to - limit + 1, args.has('after') ? Number(args.get('after')) + 1 : 0);
@@ -144,7 +156,7 @@ export class FakePage {
     }
 
     #event(args) {
-        const now = Date.now();
+        const now = this.now();
         if (args.get('view') === 'overview')
             return this.overview();
         const ue = Number(args.get('ue'));
@@ -202,7 +214,7 @@ export class FakePage {
         if (args.has('ue') && !this.modems.some(modem => modem.ue === ue))
             return json(404, {error: `no UE ${ue}`});
         const plot = PLOTS.find(row => row[0] === args.get('plot'));
-        const [from, to] = [Number(args.get('from') ?? 0), Number(args.get('to') ?? Date.now())];
+        const [from, to] = [Number(args.get('from') ?? 0), Number(args.get('to') ?? this.now())];
         switch (pathname) {
             case '/api/modem': return json(200, {...this.#event(new URLSearchParams({view: 'modem', ue})), tick: undefined, new: undefined});
             case '/api/plot': return json(200, {plot: this.plotHead(plot), ...this.points(plot, from, to)});
@@ -234,7 +246,7 @@ export class FakePage {
             return json(this.refuse.status, {ok: false, error: this.refuse.error});
         this.running = this.running.filter(item => item.name !== body.name || item.modem !== body.modem);
         if (body.start)
-            this.running.push({kind: body.kind, name: body.name, modem: body.modem, period_ms: body.period_ms, since: Date.now()});
+            this.running.push({kind: body.kind, name: body.name, modem: body.modem, period_ms: body.period_ms, since: this.now()});
         return json(200, {ok: true});
     }
 }

@@ -34,15 +34,21 @@ export class Chart {
             this.#plot.setSize({width, height: HEIGHT});
     }
 
+    /// Of the point at the cursor; null when there is no cursor.
+    get index() {
+        const {left, idx} = this.#plot.cursor;
+        return left < 0 ? null : (idx ?? null);
+    }
+
     /// Moves the cursor by so many points; from the newest when it isn't there yet.
     step(by) {
         const times = this.#plot.data[0];
         if (times.length === 0)
             return;
-        const index = Math.min(times.length - 1, Math.max(0, (this.#plot.cursor.idx ?? times.length) + by));
-        this.#plot.setCursor({left: this.#plot.valToPos(times[index], 'x'), top: 0});
+        const index = Math.min(times.length - 1, Math.max(0, (this.index ?? times.length) + by));
+        this.#plot.setCursor({left: this.#plot.valToPos(times[index], 'x'), top: 0}, true, true);
     }
-    leave() { this.#plot.setCursor({left: -10, top: -10}); }
+    leave() { this.#plot.setCursor({left: -10, top: -10}, true, true); }
     destroy() { this.#plot.destroy(); }
 
     #options(parent, series, on) {
@@ -61,7 +67,7 @@ export class Chart {
             series: [{}, ...series.map(lineOptions)],
             axes: [timeAxis(), ...units.slice(0, 2).map(valueAxis)],
             hooks: {
-                setCursor: [plot => on.cursor(plot.cursor.left < 0 ? null : plot.cursor.idx)],
+                setCursor: [() => this.#plot && on.cursor(this.index)],
                 setSelect: [plot => this.#select(plot, on)],
             },
         };

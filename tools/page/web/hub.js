@@ -4,7 +4,7 @@
 import {Source} from './source.js';
 
 const MAX_STREAMS = 4;
-const TURN_MS = 2500;    // long enough for a tick or two
+const TURN_MS = 2000;    // long enough for a tick or two
 const SILENT_MS = 40000; // a tab that watches says so every ten seconds
 
 export class Hub {
@@ -62,16 +62,14 @@ export class Hub {
             if (now - entry.heard > SILENT_MS)
                 this.#watchers.delete(watcher); // its tab is gone
         const waiting = [...this.#wanted()].filter(url => !this.#feeds.has(url));
-        if (waiting.length > 0)
-            this.#passOn(now);
+        const done = [...this.#feeds].filter(([, feed]) => now - feed.opened >= TURN_MS); // a map is in the order of opening
+        for (const [url, feed] of done.slice(0, waiting.length))
+            this.#passOn(url, feed);
         this.#settle();
     }
 
-    /// The feed that has been open longest goes to the end of the line.
-    #passOn(now) {
-        const [url, feed] = [...this.#feeds].reduce((a, b) => (a[1].opened <= b[1].opened ? a : b));
-        if (now - feed.opened < TURN_MS)
-            return;
+    /// The feed makes room, and its watchers go to the end of the line.
+    #passOn(url, feed) {
         feed.source.close();
         this.#feeds.delete(url);
         for (const [watcher, entry] of [...this.#watchers])

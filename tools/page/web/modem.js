@@ -110,6 +110,8 @@ export class ModemView {
 
     key(event) { return this.#tab.key?.(event) ?? false; }
     rebuild() { this.#tab.rebuild?.(); }
+    /// Points of plots that are held.
+    get points() { return this.#tab.points ?? 0; }
 
     close() {
         this.#closed = true;

@@ -12,7 +12,7 @@ const DIRECTIONS = ['from-ue', 'to-ue', 'from-client', 'to-client'];
 
 export class PacketsTab {
     #rows = [];      // newest first
-    #busy = false;
+    #asking = null;  // the question under way
     #older = false;  // the user looks at older ones: nothing new comes in
     #open = null;    // number of the packet shown in detail
     #generation = 0; // a filter that changes makes answers under way worthless
@@ -37,21 +37,24 @@ export class PacketsTab {
     }
 
     update(data) {
-        if (data.newest !== undefined && data.newest !== this.#newest && !this.paused) {
-            this.#newest = data.newest;
-            this.#loadNewer();
-        }
+        if (data.newest === undefined || data.newest === this.#newest || this.paused || this.#asking)
+            return;
+        const anew = data.newest < this.#newest; // an agent that was started again counts from the beginning
+        this.#newest = data.newest;
+        anew ? this.#restart() : this.#loadNewer();
     }
 
     #args() {
         return {ue: this.view.ue, limit: PAGE, channel: this.channel.value, direction: this.direction.value};
     }
 
-    /// One question at a time; what comes of an older filter is dropped.
-    async #ask(args, use) {
-        if (this.#busy)
-            return;
-        this.#busy = true;
+    /// One question at a time.
+    #ask(args, use) {
+        this.#asking = this.#fetch(args, use).finally(() => { this.#asking = null; });
+    }
+
+    /// What comes of an older filter is dropped.
+    async #fetch(args, use) {
         const mine = this.#generation;
         try {
             const answer = await getJson('/api/packets', {...this.#args(), ...args});
@@ -60,24 +63,25 @@ export class PacketsTab {
         } catch (error) {
             if (mine === this.#generation)
                 setText(this.state, error.message);
-        } finally {
-            if (mine === this.#generation)
-                this.#busy = false;
         }
     }
 
     #loadNewer() {
+        if (this.#asking)
+            return; // the next tick asks again
         const after = this.#rows[0]?.number;
         this.#ask({after}, ({packets, oldest}) => {
             const fresh = newestFirst(packets).filter(packet => after === undefined || packet.number > after);
-            this.#rows = [...fresh, ...this.#rows].slice(0, MAX_ROWS);
+            const whole = fresh.length < PAGE; // else there may be others between, which "Older packets" brings
+            this.#rows = [...fresh, ...(whole ? this.#rows : [])].slice(0, MAX_ROWS);
             this.#show(oldest);
         });
     }
 
-    #loadOlder() {
+    async #loadOlder() {
         if (!this.paused)
             this.#togglePause();
+        await this.#asking;
         const before = this.#rows.at(-1)?.number;
         this.#ask({before}, ({packets, oldest}) => {
             this.#rows = [...this.#rows, ...newestFirst(packets)].slice(-MAX_ROWS);
@@ -86,11 +90,11 @@ export class PacketsTab {
         });
     }
 
-    #restart() {
+    async #restart() {
         ++this.#generation;
-        this.#busy = false;
         this.#older = false;
         this.#rows = [];
+        await this.#asking;
         this.#loadNewer();
     }
 

@@ -141,13 +141,13 @@ export class PlotCard {
             return;
         const none = new Array(this.points).fill(undefined);
         this.#chart.draw([this.#history.t, ...this.shown.map(line => this.#history.v[line.place] ?? none)], this.time.from, this.time.to);
-        this.#showValues(null);
+        this.#showValues(this.#chart.index);
     }
 
     #showValues(index) {
         const at = index ?? this.points - 1;
         this.legend.setValues(new Map(this.shown.map(line => [line.name, this.#history.v[line.place]?.[at]])),
-                              index === null || index === undefined || at < 0 ? '' : clock(this.#history.t[at], true));
+                              index === null || at < 0 ? '' : clock(this.#history.t[at], true));
     }
 
     #key(event) {

@@ -11,6 +11,7 @@ const MAX_AUTOMATIC = 12;
 export class PlotsTab {
     #cards = new Map(); // id -> PlotCard
     #plots = [];
+    #frame = 0;
 
     constructor(view, route) {
         this.view = view;
@@ -127,9 +128,13 @@ export class PlotsTab {
         setText(this.shows, time.live ? '' : `${time.zoomed ? 'zoomed' : 'paused'}: ${clock(time.from)} to ${clock(time.to)}`);
     }
 
+    /// Once a frame, however many ticks came.
     #draw() {
-        for (const card of this.#cards.values())
-            card.draw();
+        this.#frame ||= requestAnimationFrame(() => {
+            this.#frame = 0;
+            for (const card of this.#cards.values())
+                card.draw();
+        });
     }
 
     /// Keys of this tab; true when it was one.
@@ -140,7 +145,6 @@ export class PlotsTab {
         return event.key in keys;
     }
 
-    /// Points held, for who watches that a page doesn't grow.
     get points() {
         return [...this.#cards.values()].reduce((sum, card) => sum + card.points, 0);
     }
@@ -151,6 +155,7 @@ export class PlotsTab {
     }
 
     close() {
+        cancelAnimationFrame(this.#frame);
         for (const card of this.#cards.values())
             card.close();
         this.#cards.clear();

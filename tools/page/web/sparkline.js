@@ -6,6 +6,8 @@ const WIDTH = 240;
 const HEIGHT = 44;
 
 function pathOf(values, top, close) {
+    if (values.length === 0)
+        return '';
     const step = WIDTH / Math.max(1, values.length - 1);
     const points = values.map((value, i) => `${(i * step).toFixed(1)},${(HEIGHT - 1 - ((HEIGHT - 3) * (value ?? 0)) / top).toFixed(1)}`);
     const line = `M${points.join('L')}`;
