@@ -255,7 +255,7 @@ bool CPageServer::Send(const CALL& call, PAGE_REPLY stReply)
         stReply = {};
         strText = (stReply.stAnswer = PageError(MHD_HTTP_SERVICE_UNAVAILABLE, "too many exports at a time")).strBody;
     }
-    auto pBody = std::make_unique<BODY>(std::move(strText), bLarge ? &m_szBodies : nullptr);
+    std::unique_ptr<BODY> pBody(new BODY{std::move(strText), bLarge ? &m_szBodies : nullptr});
     m_szBodies += bLarge ? pBody->strText.size() : 0;
     MHD_Response* const pResponse = MHD_create_response_from_buffer_with_free_callback_cls(
         pBody->strText.size(), pBody->strText.data(), &BODY::Free, pBody.get());
