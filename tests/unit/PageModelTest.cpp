@@ -2,6 +2,7 @@
 #include "support/PageRecords.h"
 
 #include <gmock/gmock.h>
+#include <thread>
 
 // What the page answers after records that are built by hand.
 
@@ -291,8 +292,7 @@ TEST_F(PageModel, PacketsComeNewestFirstAndCanBeChosen)
     AttachModem();
     m_feed.Take(m_feed.Record(TAP_KIND::CLIENT_TO_AGENT, 3, CHANNEL_GU_CMD, 7), Hex("1EF50000 5400 0400 01000005"));
     m_feed.ToClient(3, CHANNEL_GU_DATA, 8, CqiIndication());
-    m_feed.Take(m_feed.Record(TAP_KIND::UE_TO_AGENT, 3, CHANNEL_AT),
-                Bytes(AsBytes("+CSQ: 20,99\r\n")));
+    m_feed.Take(m_feed.Record(TAP_KIND::UE_TO_AGENT, 3, CHANNEL_AT), Bytes(AsBytes("+CSQ: 20,99\r\n")));
     const ordered_json rows = m_feed.View("/api/packets", {{"ue", "3"}, {"limit", "3"}})["packets"];
     ASSERT_EQ(rows.size(), 3U);
     EXPECT_EQ(rows[0]["direction"], "from-ue");
@@ -370,6 +370,27 @@ TEST_F(PageModel, ControlIsAskedOutsideTheLock)
     });
     CPageFeed feed(model);
     EXPECT_EQ(feed.View("/api/control", {{"ue", "0"}}), (ordered_json{{"enabled", true}, {"port", nullptr}}));
+}
+
+TEST_F(PageModel, AnswersWhileRecordsComeAndSecondsPass)
+{
+    AttachModem();
+    std::thread seconds([&] {
+        for (uint64_t i = 1; i <= 50; ++i)
+            m_model.OnSecond(PAGE_DAY + i * PAGE_SECOND);
+    });
+    std::thread asks([&] {
+        for (int i = 0; i < 10; ++i)
+            for (const char* pszPath : {"/api/overview", "/api/packets", "/api/modem", "/api/plot", "/metrics"})
+                (void)m_model.Get({pszPath, {{"ue", "3"}, {"plot", "stat/cqi"}, {"limit", "5"}}});
+    });
+    for (int i = 0; i < 200; ++i) {
+        m_feed.ToClient(3, CHANNEL_GU_DATA, 8, CqiIndication(0, static_cast<uint8_t>(i)));
+        (void)Tick("modem");
+    }
+    seconds.join();
+    asks.join();
+    EXPECT_THAT(m_feed.Ask("/metrics").strBody, HasSubstr("\nvex_reports_total 200\n"));
 }
 
 TEST_F(PageModel, LossesOfTheTapAreCountedTogether)

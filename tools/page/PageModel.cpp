@@ -274,8 +274,9 @@ std::optional<unsigned int> CPageModel::IMPL::UeOfLogLine(std::string_view text,
 
 std::optional<CPageModel::GU_CHANNEL> CPageModel::GuChannel(unsigned int ulUe) const
 {
-    const xtl::MutexGuard guard(m_pImpl->Lock);
-    const PAGE_STATE& st = m_pImpl->stState;
+    const IMPL& impl = *m_pImpl;
+    const xtl::MutexGuard guard(impl.Lock);
+    const PAGE_STATE& st = impl.stState;
     const PAGE_MODEM* const pModem = st.modems.Find(ulUe);
     if (pModem == nullptr || !pModem->astChannel[CHANNEL_GU_CMD].bAttached)
         return std::nullopt;
@@ -289,8 +290,9 @@ std::optional<CPageModel::GU_CHANNEL> CPageModel::GuChannel(unsigned int ulUe) c
 
 bool CPageModel::IsConnected() const
 {
-    const xtl::MutexGuard guard(m_pImpl->Lock);
-    return m_pImpl->stState.bConnected;
+    const IMPL& impl = *m_pImpl;
+    const xtl::MutexGuard guard(impl.Lock);
+    return impl.stState.bConnected;
 }
 
 std::optional<PAGE_ANSWER> CPageModel::Get(const PAGE_QUERY& stQuery)
