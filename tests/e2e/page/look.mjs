@@ -1,9 +1,9 @@
 // Every view of the page in Chromium, with a made-up server behind it.
 
 import assert from 'node:assert/strict';
-import {afterEach, beforeEach, test} from 'node:test';
+import {after, afterEach, beforeEach, test} from 'node:test';
 import {FakePage} from './fake.mjs';
-import {download, eventually, hasText, openTab, setHidden, shown, textOf, textsOf, until} from './harness.mjs';
+import {closeBrowser, download, eventually, hasText, openTab, setHidden, shown, textOf, textsOf, until} from './harness.mjs';
 
 let fake, site;
 const tabs = [];
@@ -14,6 +14,7 @@ async function open(hash, options) {
     return tab;
 }
 
+after(closeBrowser);
 beforeEach(async () => {
     fake = new FakePage();
     site = await fake.listen();

@@ -8,7 +8,7 @@ import path from 'node:path';
 import {after, afterEach, before, test} from 'node:test';
 import {number} from '../../../tools/page/web/format.js';
 import {Bench, PAGE, poll} from './bench.mjs';
-import {download, hasText, openTab, shown, textOf, textsOf, until, work} from './harness.mjs';
+import {closeBrowser, download, hasText, openTab, shown, textOf, textsOf, until, work} from './harness.mjs';
 
 const STATISTICS = ['sir', 'power', 'tpc', 'dsch-cfg', 'scch-cfg', 'dpcch-cfg', 'cqi', 'link', 'decoding', 'tbs', 'hsupa-rate', 'hsupa-quality', 'hsupa-grant'];
 const TOKEN = 'a-token-of-this-test-0123456789';
@@ -29,6 +29,7 @@ before(async () => {
     bench.startModems(2);
     await bench.ready(0);
 });
+after(closeBrowser);
 after(() => bench.close());
 afterEach(async () => {
     const problems = tabs.flatMap(tab => tab.problems);
@@ -81,12 +82,9 @@ test('plots: the thirteen statistics have the values that a client prints', asyn
                 assert.equal(v[line][i] ?? undefined, record[lineName], `${name}: ${lineName} of report ${i}`);
         // What the page shows is its newest value.
         await shown(tab, `[data-plot="stat/${name}"] .legend b`);
-        const texts = await until(tab, (selector, count) => {
-            const entries = [...document.querySelectorAll(`${selector} .legend li`)].map(item => [item.querySelector('.name').innerText, item.querySelector('b').innerText]);
-            return entries.length > 0 && entries.every(([, value]) => value !== '–') && entries;
-        }, `[data-plot="stat/${name}"]`);
-        for (const [lineName, value] of texts)
-            assert.equal(value, number(v[names.indexOf(lineName)].at(-1)), `${name}: ${lineName}`);
+        const newest = Object.fromEntries(names.map((lineName, line) => [lineName, number(v[line].at(-1))]));
+        await until(tab, (selector, newest) => [...document.querySelectorAll(`${selector} .legend li`)].every(
+            item => item.querySelector('b').innerText === newest[item.querySelector('.name').innerText]), `[data-plot="stat/${name}"]`, newest);
     }
 });
 
