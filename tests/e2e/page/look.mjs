@@ -155,6 +155,7 @@ test('packets: filters, older ones, an end to the rows', async () => {
     await tab.select('label:nth-of-type(2) select', 'from-client');
     await until(tab, () => [...document.querySelectorAll('.packets tbody tr')].every(row => row.dataset.direction === 'from-client') && document.querySelector('.packets tbody tr'));
     await tab.select('label:nth-of-type(2) select', '');
+    await until(tab, () => document.querySelector('.packets tr[data-direction="from-ue"]'));
     fake.shift += 60000; // 1200 packets more
     for (let i = 0; i < 5; ++i) {
         const last = await tab.$eval('.packets tbody tr:last-child', row => row.dataset.key);

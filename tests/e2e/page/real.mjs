@@ -82,6 +82,7 @@ test('plots: the thirteen statistics have the values that a client prints', asyn
                 assert.equal(v[line][i] ?? undefined, record[lineName], `${name}: ${lineName} of report ${i}`);
         // What the page shows is its newest value.
         await shown(tab, `[data-plot="stat/${name}"] .legend b`);
+        await tab.$eval(`[data-plot="stat/${name}"]`, card => card.scrollIntoView({block: 'center'})); // others aren't drawn
         const newest = Object.fromEntries(names.map((lineName, line) => [lineName, number(v[line].at(-1))]));
         await until(tab, (selector, newest) => [...document.querySelectorAll(`${selector} .legend li`)].every(
             item => item.querySelector('b').innerText === newest[item.querySelector('.name').innerText]), `[data-plot="stat/${name}"]`, newest);
