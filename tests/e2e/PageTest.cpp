@@ -74,6 +74,14 @@ protected:
         });
     }
     static HTTP_ANSWER Order(const std::string& strBody) { return HttpPost(PAGE_PORT, "/api/control", strBody); }
+    /// The same until it goes well: a modem that was just confirmed hasn't told its registers yet.
+    static bool Starts(const std::string& strBody)
+    {
+        return WaitFor([&] {
+            std::this_thread::sleep_for(milliseconds(50));
+            return Order(strBody).strBody == R"({"ok":true})";
+        });
+    }
     /// Whether nobody holds the GU command channel of the modem any more.
     bool IsGuFree() { return m_bench.BoundClient(CHANNEL_GU_CMD, 101)->IsOpen(); }
 
@@ -116,7 +124,7 @@ TEST_F(PageTest, ControlIsOffUnlessItIsAskedFor)
 TEST_F(PageTest, WhatIsStartedRunsAndHoldsTheChannelUntilItIsStopped)
 {
     StartAll({"--control"});
-    ASSERT_EQ(Order(DECODING).strBody, R"({"ok":true})");
+    ASSERT_TRUE(Starts(DECODING));
     const json running = Ask("/api/control?ue=0");
     ASSERT_EQ(running["running"].size(), 1U);
     EXPECT_EQ(running["running"][0]["name"], "decoding");
@@ -134,7 +142,9 @@ TEST_F(PageTest, WhatIsStartedRunsAndHoldsTheChannelUntilItIsStopped)
     ASSERT_EQ(viewer.ReceiveHead().nStatus, 200);
     EXPECT_EQ(viewer.ReceiveEvent(), "retry: 1000\n\n");
     (void)viewer.ReceiveEvent();
-    EXPECT_THAT(viewer.ReceiveEvent(), HasSubstr("\"new\":{\"stat/decoding\":{\"t\":[1"));
+    const std::string strEvent = viewer.ReceiveEvent();
+    const json tick = json::parse(strEvent.substr(strEvent.find('{')), nullptr, false);
+    EXPECT_FALSE(tick["new"]["stat/decoding"]["t"].empty());
 
     ASSERT_EQ(Order(STOP_DECODING).strBody, R"({"ok":true})");
     EXPECT_TRUE(WaitFor([&] { return IsGuFree(); }));
@@ -163,8 +173,8 @@ TEST_F(PageTest, AClientThatHoldsTheChannelIsNamed)
 TEST_F(PageTest, ReportsStopWithThePage)
 {
     StartAll({"--control"});
-    ASSERT_EQ(Order(CELLS).strBody, R"({"ok":true})");
-    ASSERT_EQ(Order(DECODING).strBody, R"({"ok":true})");
+    ASSERT_TRUE(Starts(CELLS));
+    ASSERT_TRUE(Starts(DECODING));
     m_pPage->Signal(SIGTERM);
     EXPECT_EQ(m_pPage->WaitExit(), 0);
     // Two periods in which whoever holds the channels would get what still runs.
@@ -181,7 +191,7 @@ TEST_F(PageTest, AnAgentThatRestartsIsShownAgainAndControlSaysThatItsReportsEnde
     m_bench.StartAgent();
     ASSERT_TRUE(AwaitConnected(true));
     StartModem();
-    ASSERT_EQ(Order(DECODING).strBody, R"({"ok":true})");
+    ASSERT_TRUE(Starts(DECODING));
     const std::string strRun = Overview()["agent"]["run"];
 
     m_bench.Agent().Signal(SIGTERM);
@@ -198,7 +208,7 @@ TEST_F(PageTest, AnAgentThatRestartsIsShownAgainAndControlSaysThatItsReportsEnde
     ASSERT_TRUE(AwaitConnected(true));
     StartModem();
     EXPECT_NE(Overview()["agent"]["run"], strRun);
-    EXPECT_EQ(Order(DECODING).strBody, R"({"ok":true})");
+    EXPECT_TRUE(Starts(DECODING));
 }
 
 TEST_F(PageTest, TheMetricsAreAsPrometheusWantsThem)

@@ -113,12 +113,12 @@ void CPageModel::BeginRun(const TAP_HELLO& stHello)
 {
     const xtl::MutexGuard guard(m_pImpl->Lock);
     PAGE_STATE& st = m_pImpl->stState;
-    st.modems.EndRun(st.dNow);
+    st.modems.EndRun(PageTime(st.LatestTime()));
     st.bConnected = true;
     st.stHello = stHello;
     ++st.ullRuns;
     st.ullRunLost = 0;
-    st.packets.BeginRun(stHello, static_cast<uint64_t>(st.dNow) * 1'000'000);
+    st.packets.BeginRun(stHello, st.LatestTime());
     m_pImpl->picture.Clear();
     m_pImpl->bFindLog = true;
 }
@@ -126,8 +126,9 @@ void CPageModel::BeginRun(const TAP_HELLO& stHello)
 void CPageModel::EndRun()
 {
     const xtl::MutexGuard guard(m_pImpl->Lock);
-    m_pImpl->stState.bConnected = false;
-    m_pImpl->stState.modems.EndRun(m_pImpl->stState.dNow);
+    PAGE_STATE& st = m_pImpl->stState;
+    st.bConnected = false;
+    st.modems.EndRun(PageTime(st.LatestTime()));
 }
 
 void CPageModel::Take(const TAP_RECORD& stRecord, ByteView bytes, uint64_t ullLost)
@@ -139,6 +140,7 @@ void CPageModel::Take(const TAP_RECORD& stRecord, ByteView bytes, uint64_t ullLo
     const auto szKind = static_cast<size_t>(stRecord.enKind);
     if (szKind == 0 || szKind >= st.aullRecords.size() || m_pImpl->picture.IsForOthers(stRecord))
         return;
+    st.ullLatest = stRecord.ullTime;
     ++st.aullRecords[szKind];
     st.aullBytes[szKind] += bytes.size();
     (void)st.packets.Put(stRecord, bytes, ullLost);
@@ -272,8 +274,9 @@ std::optional<unsigned int> CPageModel::IMPL::UeOfLogLine(std::string_view text,
 
 std::optional<CPageModel::GU_CHANNEL> CPageModel::GuChannel(unsigned int ulUe) const
 {
-    const xtl::MutexGuard guard(m_pImpl->Lock);
-    const PAGE_STATE& st = m_pImpl->stState;
+    const IMPL& impl = *m_pImpl;
+    const xtl::MutexGuard guard(impl.Lock);
+    const PAGE_STATE& st = impl.stState;
     const PAGE_MODEM* const pModem = st.modems.Find(ulUe);
     if (pModem == nullptr || !pModem->astChannel[CHANNEL_GU_CMD].bAttached)
         return std::nullopt;
@@ -287,8 +290,9 @@ std::optional<CPageModel::GU_CHANNEL> CPageModel::GuChannel(unsigned int ulUe) c
 
 bool CPageModel::IsConnected() const
 {
-    const xtl::MutexGuard guard(m_pImpl->Lock);
-    return m_pImpl->stState.bConnected;
+    const IMPL& impl = *m_pImpl;
+    const xtl::MutexGuard guard(impl.Lock);
+    return impl.stState.bConnected;
 }
 
 std::optional<PAGE_ANSWER> CPageModel::Get(const PAGE_QUERY& stQuery)
@@ -453,7 +457,7 @@ PAGE_ANSWER CPageModel::IMPL::ExportCapture(const PAGE_QUERY& stQuery)
     uint64_t ullNow = 0;
     {
         const xtl::MutexGuard guard(Lock);
-        ullNow = static_cast<uint64_t>(stState.dNow * 1000) * 1000;
+        ullNow = stState.LatestTime();
     }
     const uint64_t ullBack = *minutes * NS_PER_MINUTE;
     const auto ucUe = ue ? std::optional(static_cast<uint8_t>(*ue)) : std::nullopt;

@@ -14,7 +14,7 @@ class CPageModel : public IPageViews
 public:
     struct SETTINGS
     {
-        std::string strTap;                      // shown
+        std::string strTap = {};                 // shown
         std::string strLog = {};                 // the agent's log file; empty: as its configuration says
         bool bControl = false;                   // whether users may start and stop reports
         size_t szPacketBytes = 64 * 1024 * 1024; // of the newest packets

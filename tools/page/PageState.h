@@ -6,6 +6,7 @@
 #include "page/PageModel.h"
 #include "page/PlotStore.h"
 
+#include <algorithm>
 #include <array>
 #include <deque>
 #include <map>
@@ -30,14 +31,17 @@ struct PAGE_STATE
 
     /// Notes a loss; of a kind that goes on, the newest entry counts it.
     void NoteLoss(const PAGE_LOSS& stLoss);
+    /// The latest time that is known, ns since 1970.
+    uint64_t LatestTime() const { return std::max(ullLatest, static_cast<uint64_t>(dNow * 1000) * 1000); }
 
     CPageModel::SETTINGS stSettings;
     bool bConnected = false;
     TAP_HELLO stHello;    // of the last run
     uint64_t ullRuns = 0; // that were read
     uint64_t ullTick = 0;
-    double dNow = 0;   // of the newest tick
-    double dStart = 0; // of the page
+    double dNow = 0;        // of the newest tick
+    double dStart = 0;      // of the page
+    uint64_t ullLatest = 0; // time of the newest record, ns
     CModemTable modems;
     CPlotStore plots;
     CPacketStore packets;
