@@ -55,7 +55,7 @@ CEventStreams::~CEventStreams()
 
 MHD_Response* CEventStreams::Open(MHD_Connection* pConnection, const PAGE_QUERY& stQuery)
 {
-    auto pViewer = std::make_unique<VIEWER>(*this, pConnection, stQuery);
+    std::unique_ptr<VIEWER> pViewer(new VIEWER{*this, pConnection, stQuery});
     {
         const xtl::MutexGuard guard(m_Lock);
         if (m_bEnd || m_setViewers.size() >= MOST_VIEWERS)

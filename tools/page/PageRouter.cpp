@@ -1,6 +1,6 @@
 #include "page/PageRouter.h"
 
-#include <nlohmann/json.hpp>
+#include "page/PageQueryArgs.h"
 
 namespace
 {
@@ -18,7 +18,7 @@ PAGE_REPLY Body(PAGE_ANSWER stAnswer)
 
 PAGE_REPLY Error(int nStatus, const std::string& strError)
 {
-    return Body(ErrorAnswer(nStatus, strError));
+    return Body(PageError(nStatus, strError));
 }
 
 bool IsForPrograms(const std::string& strPath)
@@ -26,12 +26,6 @@ bool IsForPrograms(const std::string& strPath)
     return strPath.starts_with("/api/") || strPath == METRICS;
 }
 } // namespace
-
-PAGE_ANSWER ErrorAnswer(int nStatus, const std::string& strError)
-{
-    const nlohmann::ordered_json body = {{"error", strError}};
-    return {nStatus, "application/json", body.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)};
-}
 
 PAGE_REPLY CPageRouter::Route(const PAGE_REQUEST& stRequest)
 {

@@ -36,9 +36,6 @@ struct PAGE_REPLY
     CONTROL_ORDER stOrder;
 };
 
-/// {"error": text}
-PAGE_ANSWER ErrorAnswer(int nStatus, const std::string& strError);
-
 /// Who may ask, and which part of the page answers. Knows nothing of sockets.
 class CPageRouter
 {

@@ -1,5 +1,7 @@
 #include "page/PageServer.h"
 
+#include "page/PageQueryArgs.h"
+
 #include <arpa/inet.h>
 #include <cerrno>
 #include <charconv>
@@ -126,7 +128,7 @@ struct CPageServer::GLUE
         if (ullLength <= LARGEST_BODY)
             return MHD_YES;
         PAGE_REPLY stReply;
-        stReply.stAnswer = ErrorAnswer(MHD_HTTP_CONTENT_TOO_LARGE, "the body is too long");
+        stReply.stAnswer = PageError(MHD_HTTP_CONTENT_TOO_LARGE, "the body is too long");
         return server.Send(*pCall, std::move(stReply)) ? MHD_YES : MHD_NO;
     }
 
@@ -217,12 +219,12 @@ bool CPageServer::Stream(const CALL& call)
 {
     PAGE_REPLY stReply;
     if (m_views.Tick(call.stRequest.stQuery) == nullptr) {
-        stReply.stAnswer = ErrorAnswer(MHD_HTTP_NOT_FOUND, "there is no such view, or nothing was seen of this modem");
+        stReply.stAnswer = PageError(MHD_HTTP_NOT_FOUND, "there is no such view, or nothing was seen of this modem");
         return Send(call, std::move(stReply));
     }
     MHD_Response* const pResponse = m_streams.Open(call.pConnection, call.stRequest.stQuery);
     if (pResponse == nullptr) {
-        stReply.stAnswer = ErrorAnswer(MHD_HTTP_SERVICE_UNAVAILABLE, "too many viewers, or the page is about to end");
+        stReply.stAnswer = PageError(MHD_HTTP_SERVICE_UNAVAILABLE, "too many viewers, or the page is about to end");
         return Send(call, std::move(stReply));
     }
     (void)MHD_add_response_header(pResponse, "Content-Type", "text/event-stream");
@@ -251,9 +253,9 @@ bool CPageServer::Send(const CALL& call, PAGE_REPLY stReply)
     const bool bLarge = strText.size() > LARGE_BODY;
     if (bLarge && strText.size() + m_szBodies > MOST_BODY_BYTES) {
         stReply = {};
-        strText = (stReply.stAnswer = ErrorAnswer(MHD_HTTP_SERVICE_UNAVAILABLE, "too many exports at a time")).strBody;
+        strText = (stReply.stAnswer = PageError(MHD_HTTP_SERVICE_UNAVAILABLE, "too many exports at a time")).strBody;
     }
-    auto pBody = std::make_unique<BODY>(std::move(strText), bLarge ? &m_szBodies : nullptr);
+    std::unique_ptr<BODY> pBody(new BODY{std::move(strText), bLarge ? &m_szBodies : nullptr});
     m_szBodies += bLarge ? pBody->strText.size() : 0;
     MHD_Response* const pResponse = MHD_create_response_from_buffer_with_free_callback_cls(
         pBody->strText.size(), pBody->strText.data(), &BODY::Free, pBody.get());
