@@ -157,6 +157,7 @@ test('packets: filters, older ones, an end to the rows', async () => {
     await tab.select('label:nth-of-type(2) select', '');
     await until(tab, () => document.querySelector('.packets tr[data-direction="from-ue"]'));
     fake.shift += 60000; // 1200 packets more
+    await until(tab, () => Number(document.querySelector('.packets tbody tr').dataset.key) > 1200);
     for (let i = 0; i < 5; ++i) {
         const last = await tab.$eval('.packets tbody tr:last-child', row => row.dataset.key);
         await tab.$eval('.packet-area .scroll > button', button => button.click());
@@ -277,8 +278,8 @@ test('views that are left leave nothing behind', async () => {
         await session.send('HeapProfiler.collectGarbage');
         return (await tab.metrics()).Nodes;
     };
-    const first = await walk(3);
-    const second = await walk(6);
+    const first = await walk(2);
+    const second = await walk(4);
     assert.ok(second < first * 1.5, `${first}, then ${second} nodes`);
 });
 
