@@ -219,9 +219,15 @@ test('a page that is away comes back by itself', async () => {
     await until(tab, () => document.querySelector('#notice').hidden);
 });
 
-test('a modem that was never seen is waited for', async () => {
-    const tab = await open('#/modem/9', {expected: /404/});
-    await hasText(tab, '.empty', 'Modem 9 has not been seen.');
+test('a modem that is not known is waited for', async () => {
+    const tab = await open('#/modem/9', {expected: /404|ERR_/});
+    await hasText(tab, '.empty', 'Modem 9 is not known.');
+    fake.modems.push(fake.modem(9, 'confirmed'));
+    await shown(tab, plotCard('rate/bytes'));
+    fake.modems.pop(); // forgotten
+    fake.dropStreams();
+    await hasText(tab, '.tab .empty', 'Modem 9 is not known.');
+    await until(tab, () => document.querySelector('#notice').hidden);
     fake.modems.push(fake.modem(9, 'confirmed'));
     await shown(tab, plotCard('rate/bytes'));
 });

@@ -22,7 +22,7 @@ const VIEWS = [
         await tab.select('label:nth-of-type(2) select', 'to-client');
         await (await tab.waitForSelector('xpath/.//table[contains(@class, "packets")]//tr[td[@data-head="Name"][.="cqi"]]')).click();
         await shown(tab, '.detail .tree');
-    }, 640],
+    }, 720],
     ['control', '#/modem/1/control', async tab => shown(tab, '.choices [data-running="yes"]')],
 ];
 
