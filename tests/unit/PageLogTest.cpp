@@ -1,6 +1,7 @@
 #include "page/LogFollower.h"
 #include "page/LogLine.h"
 #include "page/LogSource.h"
+#include "page/PageConfig.h"
 #include "support/PageRecords.h"
 #include "support/VexProcess.h"
 
@@ -130,9 +131,10 @@ TEST(PageLog, OfALongFileOnlyTheEndIsToldAndALongLineIsCut)
 
 TEST(PageLog, TheConfigurationNamesTheFile)
 {
-    EXPECT_EQ(LogNameOf("debuglevel = 7\ndebugfilename = /var/log/vex/vex\n"), "/var/log/vex/vex");
-    EXPECT_EQ(LogNameOf("debuglevel = 7\ndebugfilename = vex\n"), ""); // relative to what the page doesn't know
-    EXPECT_EQ(LogNameOf("debuglevel = 0\ndebugfilename = /var/log/vex/vex\n"), "");
+    EXPECT_EQ(ReadPageConfig("debuglevel = 7\ndebugfilename = /var/log/vex/vex\n").strLogName, "/var/log/vex/vex");
+    EXPECT_EQ(ReadPageConfig("debuglevel = 7\ndebugfilename = vex\n").strLogName,
+              ""); // relative to what the page doesn't know
+    EXPECT_EQ(ReadPageConfig("debuglevel = 0\ndebugfilename = /var/log/vex/vex\n").strLogName, "");
 }
 
 TEST(PageLog, TheNewestFileOfTheNameIsTheLog)

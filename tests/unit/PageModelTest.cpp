@@ -331,6 +331,23 @@ TEST_F(PageModel, APacketIsDecodedWhenItIsAskedFor)
     EXPECT_EQ(m_feed.Ask("/api/packet", {{"number", std::to_string(ullNumber + 2)}}).nStatus, 404);
 }
 
+TEST_F(PageModel, PacketsOfAModemAreNamedByTheConfiguredHeader)
+{
+    // The tag, 3 for an indication, is the byte 4; the id stands at 8, the payload begins at 28.
+    const std::string strConfig = "DATA_ACK_CHL_PACKET_OFFSET = 8\nDATA_ACK_CHL_PACKET_UID = {8,4}; {4,1}; {5,1}\n"
+                                  "DATA_CHL_PACKET_PAYLOAD_OFFSET = 28\n"
+                                  "DATA_CHL_PACKET_HEADER = {8,4}; {12,4}; {5,1}; {16,8}; {24,4}\n";
+    m_feed.Take(m_feed.Record(TAP_KIND::CONFIGURATION, TAP_NO_UE, TAP_NO_CHANNEL), Bytes(AsBytes(strConfig)));
+    AttachModem();
+    m_feed.Take(m_feed.Record(TAP_KIND::UE_TO_AGENT, 3, CHANNEL_LTE_DATA),
+                Join(Hex("00000000 03000000 00000420"), Fill(16), Hex("ABCD")));
+    const ordered_json row = m_feed.View("/api/packets", {{"limit", "1"}})["packets"][0];
+    EXPECT_EQ(row["id"], "0x20040000");
+    EXPECT_EQ(row["name"], "event");
+    EXPECT_EQ(row["type"], "indication");
+    EXPECT_EQ(row["summary"], "AB CD");
+}
+
 TEST_F(PageModel, WrongQueriesAreToldWhatIsWrong)
 {
     const struct

@@ -1,21 +1,8 @@
 #include "page/LogSource.h"
 
-#include "common/Config.h"
-
 #include <filesystem>
-#include <memory>
 
 namespace fs = std::filesystem;
-
-std::string LogNameOf(std::string_view configuration)
-{
-    const auto pConfig = std::make_unique<CConfig>();
-    pConfig->Init();
-    std::string strText(configuration);
-    (void)pConfig->ParseConfig(strText); // always true
-    const std::string strName = pConfig->GetDebugFileName();
-    return pConfig->GetDebugLevel() != 0 && strName.starts_with('/') ? strName : "";
-}
 
 std::string NewestLogFile(const std::string& strName)
 {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "common/Types.h"
+#include "page/PageTime.h"
 #include "tap/TapRecord.h"
 
 #include <array>
@@ -109,9 +110,3 @@ private:
     std::map<uint32_t, PAGE_CLIENT> m_mapClients;   // by number
     std::array<uint64_t, CHANNELNUM> m_aullConnections{};
 };
-
-/// Time of a record as the views tell it.
-inline double PageTime(uint64_t ullNs)
-{
-    return static_cast<double>(ullNs / 1000) / 1000.0;
-}

@@ -7,6 +7,7 @@
 #include "common/Record.h"
 #include "common/Types.h"
 #include "data/DiagPacket.h"
+#include "data/LteLayout.h"
 #include "page/PageState.h"
 #include "tap/TapEvents.h"
 
@@ -175,7 +176,51 @@ PACKET_WORDS EventWords(ByteView bytes)
     return {};
 }
 
-PACKET_WORDS Words(const KEPT_PACKET& stPacket)
+PACKET_WORDS AckFromUe(const FILTER_CFG_STRU& stLayout, ByteView packet)
+{
+    ADE_ACK_PACKET_STRU stAck;
+    if (!DecodeAckPacket(stLayout, packet, stAck))
+        return {};
+    return {.id = stAck.ulCmdId,
+            .strName = IdName(stAck.ulCmdId),
+            .strType = "ack",
+            .strSummary = BytesSummary(stAck.pData),
+            .head = {{"id", HexId(stAck.ulCmdId)},
+                     {"ack_field", stAck.usAckField},
+                     {"stamp", stAck.ullTimeStamp},
+                     {"length", stAck.usLen}}};
+}
+
+PACKET_WORDS IndicationFromUe(const FILTER_CFG_STRU& stLayout, ByteView packet)
+{
+    std::vector<unsigned char> copy(packet.begin(), packet.end());
+    ADE_DATA_PACKET_STRU stData;
+    if (DecodeDataPacket(stLayout, copy, stData) != DIAG_RC_OK)
+        return {};
+    return {.id = stData.ulCmdId,
+            .strName = IdName(stData.ulCmdId),
+            .strType = "indication",
+            .strSummary = BytesSummary(stData.pData),
+            .head = {{"id", HexId(stData.ulCmdId)},
+                     {"ack_field", stData.ulAckField},
+                     {"stamp", stData.ullTimeStamp},
+                     {"length", stData.usLen}}};
+}
+
+/// A packet of the LTE channels by the configured header; only its bytes where that doesn't fit.
+PACKET_WORDS FromUeWords(uint8_t ucChannel, ByteView packet, const FILTER_CFG_STRU& stLayout)
+{
+    PACKET_WORDS stWords;
+    PACKET_CATEGORY_ENUM enCategory = PACKET_CATEGORY_INVALID;
+    const bool bLte = ucChannel == CHANNEL_LTE_DIAG || ucChannel == CHANNEL_LTE_DATA;
+    if (bLte && ClassifyPacket(stLayout, packet, enCategory) == DIAG_RC_OK)
+        stWords = enCategory == PACKET_CATEGORY_DATA ? IndicationFromUe(stLayout, packet) : AckFromUe(stLayout, packet);
+    if (!stWords.id)
+        stWords.strSummary = BytesSummary(packet);
+    return stWords;
+}
+
+PACKET_WORDS Words(const KEPT_PACKET& stPacket, const FILTER_CFG_STRU& stLayout)
 {
     const TAP_RECORD& stRecord = stPacket.stRecord;
     const bool bText = stRecord.ucChannel == CHANNEL_AT &&
@@ -188,6 +233,8 @@ PACKET_WORDS Words(const KEPT_PACKET& stPacket)
         return ToClientWords(stRecord.ucChannel, stPacket.bytes);
     case TAP_KIND::CLIENT_TO_AGENT:
         return FromClientWords(stRecord.ucChannel, stPacket.bytes);
+    case TAP_KIND::UE_TO_AGENT:
+        return FromUeWords(stRecord.ucChannel, stPacket.bytes, stLayout);
     case TAP_KIND::PORT_EVENT:
         return EventWords(stPacket.bytes);
     default:
@@ -213,14 +260,14 @@ ordered_json Row(const KEPT_PACKET& stPacket, const PACKET_WORDS& stWords)
 }
 } // namespace
 
-ordered_json PacketRow(const KEPT_PACKET& stPacket)
+ordered_json PacketRow(const KEPT_PACKET& stPacket, const FILTER_CFG_STRU& stLayout)
 {
-    return Row(stPacket, Words(stPacket));
+    return Row(stPacket, Words(stPacket, stLayout));
 }
 
-ordered_json PacketDetail(const KEPT_PACKET& stPacket)
+ordered_json PacketDetail(const KEPT_PACKET& stPacket, const FILTER_CFG_STRU& stLayout)
 {
-    const PACKET_WORDS stWords = Words(stPacket);
+    const PACKET_WORDS stWords = Words(stPacket, stLayout);
     ordered_json detail = Row(stPacket, stWords);
     detail["head"] = stWords.head;
     detail["decoded"] = stWords.decoded;

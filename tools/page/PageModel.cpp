@@ -6,6 +6,7 @@
 #include "page/LogSource.h"
 #include "page/Metrics.h"
 #include "page/PacketView.h"
+#include "page/PageConfig.h"
 #include "page/PageExport.h"
 #include "page/PageQueryArgs.h"
 #include "page/PageState.h"
@@ -69,8 +70,10 @@ struct CPageModel::IMPL
     /// None, with the answer that says why.
     std::optional<PLOT_PART> CopyPlot(const PAGE_QUERY& stQuery, PAGE_ANSWER& stWrong);
     CPacketSnapshot Snapshot();
+    FILTER_CFG_STRU Layout();
     ordered_json ControlJson(unsigned int ulUe) const;
 
+    void TakeConfiguration(ByteView text) REQUIRES(Lock);
     void NoteRefusal(const TAP_RECORD& stRecord, ByteView packet) REQUIRES(Lock);
     void NoteTapLoss(const TAP_RECORD& stRecord, uint64_t ullLost) REQUIRES(Lock);
     void NoteLogLine(std::string_view line) REQUIRES(Lock);
@@ -86,9 +89,10 @@ struct CPageModel::IMPL
 
     mutable xtl::Mutex Lock;
     PAGE_STATE stState GUARDED_BY(Lock);
-    CCapturePicture picture GUARDED_BY(Lock); // tells the pictures that the agent makes for others
-    std::string strLogName GUARDED_BY(Lock);  // with which the agent's log files begin
-    bool bFindLog GUARDED_BY(Lock) = true;    // a run has begun since the log file was looked for
+    CCapturePicture picture GUARDED_BY(Lock);  // tells the pictures that the agent makes for others
+    FILTER_CFG_STRU stLayout GUARDED_BY(Lock); // of the modems' LTE packets
+    std::string strLogName GUARDED_BY(Lock);   // with which the agent's log files begin
+    bool bFindLog GUARDED_BY(Lock) = true;     // a run has begun since the log file was looked for
     /// Text of each view's newest tick, by view and UE, and the tick.
     std::map<std::pair<std::string, unsigned int>, std::pair<uint64_t, std::shared_ptr<const std::string>>>
         mapTicks GUARDED_BY(Lock);
@@ -152,9 +156,17 @@ void CPageModel::Take(const TAP_RECORD& stRecord, ByteView bytes, uint64_t ullLo
     } else if (stRecord.enKind == TAP_KIND::PORT_EVENT) {
         if (st.modems.TakeEvent(stRecord, bytes))
             st.plots.Forget(stRecord.ucUe);
-    } else if (stRecord.enKind == TAP_KIND::CONFIGURATION && m_pImpl->stSettings.strLog.empty()) {
-        m_pImpl->strLogName = LogNameOf({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    } else if (stRecord.enKind == TAP_KIND::CONFIGURATION) {
+        m_pImpl->TakeConfiguration(bytes);
     }
+}
+
+void CPageModel::IMPL::TakeConfiguration(ByteView text)
+{
+    const PAGE_CONFIG stConfig = ReadPageConfig({reinterpret_cast<const char*>(text.data()), text.size()});
+    stLayout = stConfig.stLayout;
+    if (stSettings.strLog.empty())
+        strLogName = stConfig.strLogName;
 }
 
 void CPageModel::IMPL::NoteTapLoss(const TAP_RECORD& stRecord, uint64_t ullLost)
@@ -401,6 +413,12 @@ CPacketSnapshot CPageModel::IMPL::Snapshot()
     return stState.packets.Snapshot();
 }
 
+FILTER_CFG_STRU CPageModel::IMPL::Layout()
+{
+    const xtl::MutexGuard guard(Lock);
+    return stLayout;
+}
+
 PAGE_ANSWER CPageModel::IMPL::Packets(const PAGE_QUERY& stQuery)
 {
     CPageArgs args(stQuery);
@@ -418,12 +436,13 @@ PAGE_ANSWER CPageModel::IMPL::Packets(const PAGE_QUERY& stQuery)
                (strChannel.empty() || strChannel == ChannelName(stRecord.ucChannel)) &&
                (strDirection.empty() || strDirection == KindName(stRecord.enKind));
     };
+    const FILTER_CFG_STRU stPackets = Layout();
     ordered_json rows = ordered_json::array();
     snapshot.ForEachBefore(ullBefore, [&](const KEPT_PACKET& stPacket) {
         if (stPacket.ullNumber <= ullAfter || rows.size() >= ullLimit)
             return false;
         if (isWanted(stPacket.stRecord))
-            rows.push_back(PacketRow(stPacket));
+            rows.push_back(PacketRow(stPacket, stPackets));
         return true;
     });
     return Answer({{"packets", rows}, {"oldest", snapshot.Oldest()}});
@@ -439,7 +458,7 @@ PAGE_ANSWER CPageModel::IMPL::Packet(const PAGE_QUERY& stQuery)
     const CPacketSnapshot snapshot = Snapshot();
     snapshot.ForEachBefore(*number + 1, [&](const KEPT_PACKET& stPacket) {
         if (stPacket.ullNumber == *number && IsPacketRow(stPacket.stRecord))
-            detail = PacketDetail(stPacket);
+            detail = PacketDetail(stPacket, Layout());
         return false;
     });
     if (detail.is_null())

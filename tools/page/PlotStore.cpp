@@ -1,6 +1,6 @@
 #include "page/PlotStore.h"
 
-#include "data/DiagPacket.h"
+#include "page/PageTime.h"
 
 #include <string_view>
 
@@ -8,11 +8,6 @@ namespace
 {
 constexpr uint64_t DUPLICATE_NS = 2'000'000'000;
 constexpr size_t STAMP_OFFSET = 8; // of the packet's head; what comes before it, its number, counts per client
-
-double Milliseconds(uint64_t ullNs)
-{
-    return static_cast<double>(ullNs / 1000) / 1000.0;
-}
 
 uint64_t HashOf(ByteView bytes)
 {
@@ -40,7 +35,7 @@ void CPlotStore::Take(const TAP_RECORD& stRecord, ByteView packet)
         place->second.strTitle = frame->strTitle;
         place->second.strGroup = frame->strGroup;
     }
-    AddPoint(place->second, Milliseconds(stRecord.ullTime), values);
+    AddPoint(place->second, PageTime(stRecord.ullTime), values);
 }
 
 void CPlotStore::Add(unsigned int ulUe, const std::string& strPlot, const ENTRY& stNew, double dTime,
@@ -122,6 +117,8 @@ void CPlotStore::KeepBounds()
             for (auto& [strId, stEntry] : plots)
                 if (pLargest == nullptr || stEntry.plot.Bytes() > pLargest->Bytes())
                     pLargest = &stEntry.plot;
+        if (pLargest == nullptr)
+            return;
         m_szBytes -= pLargest->Bytes();
         (void)pLargest->DropOldest();
         m_szBytes += pLargest->Bytes();
