@@ -233,12 +233,9 @@ test('a modem that is not known is waited for', async () => {
 });
 
 test('eight tabs share few streams, and hidden ones have none', async () => {
-    for (const ue of [4, 5, 6, 7])
+    for (const ue of [4, 5])
         fake.modems.push(fake.modem(ue, 'confirmed'));
-    const hashes = ['#/overview', ...[0, 1, 3, 4, 5, 6, 7].map(ue => `#/modem/${ue}`)];
-    const eight = [];
-    for (const hash of hashes)
-        eight.push(await open(hash));
+    const eight = await Promise.all(['#/overview', ...[3, 0, 1, 4, 5, 3, 3].map(ue => `#/modem/${ue}/control`)].map(hash => open(hash)));
     for (const tab of eight)
         await setHidden(tab, false); // windows side by side
     await Promise.all(eight.map((tab, i) => // each gets ticks of its own view
@@ -252,14 +249,14 @@ test('eight tabs share few streams, and hidden ones have none', async () => {
 });
 
 test('a tab left open does not grow', async () => {
-    const tab = await open('#/modem/0');
-    await shown(tab, plotCard('stat/cqi'));
+    const tab = await open('#/modem/3');
+    await shown(tab, plotCard('rate/bytes'));
     const session = await tab.createCDPSession();
     const run = async ticks => {
         const start = fake.tick;
-        for (let done = 0; done < ticks; done += 50) {
-            fake.burst(50);
-            await until(tab, tick => vex.view.last.tick >= tick, start + done + 50);
+        for (let done = 0; done < ticks; done += 100) {
+            fake.burst(100);
+            await until(tab, tick => vex.view.last.tick >= tick, start + done + 100);
         }
         await session.send('HeapProfiler.collectGarbage');
         const {JSHeapUsedSize, Nodes} = await tab.metrics();
@@ -267,7 +264,7 @@ test('a tab left open does not grow', async () => {
     };
     const first = await run(1600);
     const second = await run(1600);
-    assert.ok(second.points <= 6 * 1500, `${second.points} points`);
+    assert.ok(second.points > 2 * 1400 && second.points <= 2 * 1500, `${second.points} points`);
     assert.ok(second.nodes < first.nodes + 200, `${first.nodes}, then ${second.nodes} nodes`);
     assert.ok(second.heap < first.heap + 2e6, `${first.heap}, then ${second.heap} bytes`);
 });
@@ -332,9 +329,10 @@ test('light, dark and as the system has it', async () => {
 });
 
 test('a phone scrolls in one direction', async () => {
-    for (const hash of ['#/overview', '#/modem/1', '#/modem/1/packets', '#/modem/1/control']) {
-        const tab = await open(hash, {width: 360, height: 740});
-        await shown(tab, '.modem-card, .plot-card canvas, .packets tbody tr, .choices tbody tr');
+    const tab = await open('#/overview', {width: 360, height: 740});
+    for (const [hash, selector] of [['#/overview', '.modem-card'], ['#/modem/1', '.plot-card canvas'], ['#/modem/1/packets', '.packets tbody tr'], ['#/modem/1/control', '.choices tbody tr']]) {
+        await tab.evaluate(hash => { location.hash = hash; }, hash);
+        await shown(tab, selector);
         const wide = await tab.$$eval('main *', nodes => nodes.filter(node => node.getBoundingClientRect().right > innerWidth + 1 && !node.closest('.scroll, svg, .u-wrap, .pop')).map(node => node.outerHTML.slice(0, 80)));
         assert.deepEqual(wide, [], hash);
         assert.equal(await tab.evaluate(() => document.documentElement.scrollWidth), 360, hash);
