@@ -66,7 +66,7 @@ void CControlWorker::Work()
 {
     for (;;) {
         while (const auto job = Take()) {
-            const CONTROL_RESULT stResult = Do(job->stOrder);
+            CONTROL_RESULT stResult = Do(job->stOrder);
             LetGoWhenIdle();
             Show(stResult.strError);
             job->done(stResult);
@@ -112,7 +112,7 @@ std::optional<CControlWorker::JOB> CControlWorker::Take()
 
 CONTROL_RESULT CControlWorker::Do(const CONTROL_ORDER& stOrder)
 {
-    const CONTROL_RESULT stResult = stOrder.bStart ? Start(stOrder) : End(stOrder);
+    CONTROL_RESULT stResult = stOrder.bStart ? Start(stOrder) : End(stOrder);
     if (stResult.nStatus == 504 && m_session.IsOpen() && !m_session.Drain())
         Lose(stResult.strError);
     return stResult;
@@ -121,12 +121,12 @@ CONTROL_RESULT CControlWorker::Do(const CONTROL_ORDER& stOrder)
 CONTROL_RESULT CControlWorker::Start(const CONTROL_ORDER& stOrder)
 {
     const auto deadline = Clock::now() + ORDER_LIMIT;
-    if (const CONTROL_RESULT stOpen = Open(deadline); !stOpen.IsOk())
+    if (CONTROL_RESULT stOpen = Open(deadline); !stOpen.IsOk())
         return stOpen;
     if (Runs(stOrder)) // with another period perhaps
-        if (const CONTROL_RESULT stEnd = End(stOrder); !stEnd.IsOk())
+        if (CONTROL_RESULT stEnd = End(stOrder); !stEnd.IsOk())
             return stEnd;
-    const CONTROL_RESULT stResult = m_session.Request(stOrder, true, deadline);
+    CONTROL_RESULT stResult = m_session.Request(stOrder, true, deadline);
     if (stResult.IsOk() && stOrder.HasEnd())
         m_running.push_back({stOrder, NowMs()});
     else if (stResult.IsOk())
@@ -156,7 +156,7 @@ CONTROL_RESULT CControlWorker::End(const CONTROL_ORDER& stOrder)
     const auto found = std::ranges::find_if(m_running, [&](const RUNNING& st) { return st.stOrder.IsSame(stOrder); });
     if (found == m_running.end())
         return {409, std::string(stOrder.stReport.pstRow->pszName) + " wasn't started from this page"};
-    const CONTROL_RESULT stResult = m_session.Request(found->stOrder, false, Clock::now() + ORDER_LIMIT);
+    CONTROL_RESULT stResult = m_session.Request(found->stOrder, false, Clock::now() + ORDER_LIMIT);
     if (stResult.IsOk())
         m_running.erase(found);
     return stResult;

@@ -37,7 +37,7 @@ CONTROL_RESULT Join(CConnection& connection, const std::string& strHost, enChann
     PACKET stAck;
     const auto request = EncodeRequest(AGENT_CMD_BIND, PKT_TYPE_AGENT, aucPort);
     const auto isAck = [](const PACKET& st) { return st.stHead.ulCmdId == AGENT_CMD_BIND; };
-    const CONTROL_RESULT stResult = Ask(connection, request, deadline, isAck, stAck);
+    CONTROL_RESULT stResult = Ask(connection, request, deadline, isAck, stAck);
     if (!stResult.IsOk() || stAck.stHead.ulRc == DIAG_RC_OK)
         return stResult;
     return {409, std::string("the agent refuses to bind ") + strChannelType[static_cast<size_t>(enChannel)] +
@@ -68,7 +68,7 @@ CONTROL_RESULT CGuSession::Request(const CONTROL_ORDER& stOrder, bool bStart, Cl
         return IdName(st.stHead.ulCmdId).empty() && stOrder.stReport.IsCnf(static_cast<uint16_t>(st.stHead.ulCmdId));
     };
     PACKET stConfirm;
-    const CONTROL_RESULT stResult = Ask(m_command, request, deadline, isConfirm, stConfirm);
+    CONTROL_RESULT stResult = Ask(m_command, request, deadline, isConfirm, stConfirm);
     if (!stResult.IsOk())
         return stResult;
     const uint32_t ulResult = ConfirmResult(stRow.enForm, stConfirm.stHead.ulRc, stConfirm.payload);

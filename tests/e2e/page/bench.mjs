@@ -61,11 +61,11 @@ export class Bench {
     }
 
     /// Waits until the overview is as wanted, and gives it.
-    async overview(wanted, why, site = PAGE) {
+    async overview(wanted, why, site = PAGE, waitMs = WAIT_MS) {
         return poll(async () => {
             const overview = await (await fetch(`${site}/api/overview`)).json();
             return wanted(overview) && overview;
-        }, why);
+        }, why, waitMs);
     }
     /// Waits until a modem is confirmed and computes statistics.
     async ready(ue) {
@@ -82,9 +82,9 @@ export class Bench {
 }
 
 /// Waits until the function gives something true; what it throws counts as not yet.
-export async function poll(what, why) {
+export async function poll(what, why, waitMs = WAIT_MS) {
     let last;
-    for (const end = Date.now() + WAIT_MS; Date.now() < end; await new Promise(done => setTimeout(done, 100)))
+    for (const end = Date.now() + waitMs; Date.now() < end; await new Promise(done => setTimeout(done, 100)))
         try {
             const got = await what();
             if (got)

@@ -1,6 +1,5 @@
 // Chromium for the tests of the page: Debian's, driven by puppeteer-core.
 
-import {after} from 'node:test';
 import {mkdtempSync, readdirSync, readFileSync, rmSync} from 'node:fs';
 import {createRequire} from 'node:module';
 import os from 'node:os';
@@ -15,10 +14,10 @@ const browser = await puppeteer.launch({
     executablePath: '/usr/bin/chromium', args: ['--no-sandbox', '--disable-gpu', '--disable-dev-shm-usage', '--disable-extensions'],
     userDataDir: path.join(work, 'profile'),
 });
-after(async () => {
+export async function closeBrowser() {
     await browser.close();
     rmSync(work, {recursive: true, force: true});
-});
+}
 
 /// A tab with this address. problems gets whatever the browser complains of; expected: text of complaints that a test
 /// causes itself.

@@ -1,9 +1,9 @@
 // Every view of the page in Chromium, with a made-up server behind it.
 
 import assert from 'node:assert/strict';
-import {afterEach, beforeEach, test} from 'node:test';
+import {after, afterEach, beforeEach, test} from 'node:test';
 import {FakePage} from './fake.mjs';
-import {download, eventually, hasText, openTab, setHidden, shown, textOf, textsOf, until} from './harness.mjs';
+import {closeBrowser, download, eventually, hasText, openTab, setHidden, shown, textOf, textsOf, until} from './harness.mjs';
 
 let fake, site;
 const tabs = [];
@@ -14,6 +14,7 @@ async function open(hash, options) {
     return tab;
 }
 
+after(closeBrowser);
 beforeEach(async () => {
     fake = new FakePage();
     site = await fake.listen();
@@ -154,7 +155,9 @@ test('packets: filters, older ones, an end to the rows', async () => {
     await tab.select('label:nth-of-type(2) select', 'from-client');
     await until(tab, () => [...document.querySelectorAll('.packets tbody tr')].every(row => row.dataset.direction === 'from-client') && document.querySelector('.packets tbody tr'));
     await tab.select('label:nth-of-type(2) select', '');
+    await until(tab, () => document.querySelector('.packets tr[data-direction="from-ue"]'));
     fake.shift += 60000; // 1200 packets more
+    await until(tab, () => Number(document.querySelector('.packets tbody tr').dataset.key) > 1200);
     for (let i = 0; i < 5; ++i) {
         const last = await tab.$eval('.packets tbody tr:last-child', row => row.dataset.key);
         await tab.$eval('.packet-area .scroll > button', button => button.click());
@@ -216,20 +219,23 @@ test('a page that is away comes back by itself', async () => {
     await until(tab, () => document.querySelector('#notice').hidden);
 });
 
-test('a modem that was never seen is waited for', async () => {
-    const tab = await open('#/modem/9', {expected: /404/});
-    await hasText(tab, '.empty', 'Modem 9 has not been seen.');
+test('a modem that is not known is waited for', async () => {
+    const tab = await open('#/modem/9', {expected: /404|ERR_/});
+    await hasText(tab, '.empty', 'Modem 9 is not known.');
+    fake.modems.push(fake.modem(9, 'confirmed'));
+    await shown(tab, plotCard('rate/bytes'));
+    fake.modems.pop(); // forgotten
+    fake.dropStreams();
+    await hasText(tab, '.tab .empty', 'Modem 9 is not known.');
+    await until(tab, () => document.querySelector('#notice').hidden);
     fake.modems.push(fake.modem(9, 'confirmed'));
     await shown(tab, plotCard('rate/bytes'));
 });
 
 test('eight tabs share few streams, and hidden ones have none', async () => {
-    for (const ue of [4, 5, 6, 7])
+    for (const ue of [4, 5])
         fake.modems.push(fake.modem(ue, 'confirmed'));
-    const hashes = ['#/overview', ...[0, 1, 3, 4, 5, 6, 7].map(ue => `#/modem/${ue}`)];
-    const eight = [];
-    for (const hash of hashes)
-        eight.push(await open(hash));
+    const eight = await Promise.all(['#/overview', ...[3, 0, 1, 4, 5, 3, 3].map(ue => `#/modem/${ue}/control`)].map(hash => open(hash)));
     for (const tab of eight)
         await setHidden(tab, false); // windows side by side
     await Promise.all(eight.map((tab, i) => // each gets ticks of its own view
@@ -243,14 +249,14 @@ test('eight tabs share few streams, and hidden ones have none', async () => {
 });
 
 test('a tab left open does not grow', async () => {
-    const tab = await open('#/modem/0');
-    await shown(tab, plotCard('stat/cqi'));
+    const tab = await open('#/modem/3');
+    await shown(tab, plotCard('rate/bytes'));
     const session = await tab.createCDPSession();
     const run = async ticks => {
         const start = fake.tick;
-        for (let done = 0; done < ticks; done += 50) {
-            fake.burst(50);
-            await until(tab, tick => vex.view.last.tick >= tick, start + done + 50);
+        for (let done = 0; done < ticks; done += 100) {
+            fake.burst(100);
+            await until(tab, tick => vex.view.last.tick >= tick, start + done + 100);
         }
         await session.send('HeapProfiler.collectGarbage');
         const {JSHeapUsedSize, Nodes} = await tab.metrics();
@@ -258,7 +264,7 @@ test('a tab left open does not grow', async () => {
     };
     const first = await run(1600);
     const second = await run(1600);
-    assert.ok(second.points <= 6 * 1500, `${second.points} points`);
+    assert.ok(second.points > 2 * 1400 && second.points <= 2 * 1500, `${second.points} points`);
     assert.ok(second.nodes < first.nodes + 200, `${first.nodes}, then ${second.nodes} nodes`);
     assert.ok(second.heap < first.heap + 2e6, `${first.heap}, then ${second.heap} bytes`);
 });
@@ -275,8 +281,8 @@ test('views that are left leave nothing behind', async () => {
         await session.send('HeapProfiler.collectGarbage');
         return (await tab.metrics()).Nodes;
     };
-    const first = await walk(3);
-    const second = await walk(6);
+    const first = await walk(2);
+    const second = await walk(4);
     assert.ok(second < first * 1.5, `${first}, then ${second} nodes`);
 });
 
@@ -323,9 +329,10 @@ test('light, dark and as the system has it', async () => {
 });
 
 test('a phone scrolls in one direction', async () => {
-    for (const hash of ['#/overview', '#/modem/1', '#/modem/1/packets', '#/modem/1/control']) {
-        const tab = await open(hash, {width: 360, height: 740});
-        await shown(tab, '.modem-card, .plot-card canvas, .packets tbody tr, .choices tbody tr');
+    const tab = await open('#/overview', {width: 360, height: 740});
+    for (const [hash, selector] of [['#/overview', '.modem-card'], ['#/modem/1', '.plot-card canvas'], ['#/modem/1/packets', '.packets tbody tr'], ['#/modem/1/control', '.choices tbody tr']]) {
+        await tab.evaluate(hash => { location.hash = hash; }, hash);
+        await shown(tab, selector);
         const wide = await tab.$$eval('main *', nodes => nodes.filter(node => node.getBoundingClientRect().right > innerWidth + 1 && !node.closest('.scroll, svg, .u-wrap, .pop')).map(node => node.outerHTML.slice(0, 80)));
         assert.deepEqual(wide, [], hash);
         assert.equal(await tab.evaluate(() => document.documentElement.scrollWidth), 360, hash);

@@ -101,12 +101,20 @@ test('lines are told apart by colour and dash', () => {
     assert.equal(new Set(many.map(style => `${style.colour} ${style.dash}`)).size, 16);
 });
 
+test('the telling fields have the first colours', () => {
+    const lines = [{name: 'records[0].subframes'}, {name: 'records[0].single_bler'}];
+    assert.deepEqual(stylesOf(lines, ['records[0].single_bler']).map(style => style.colour), [1, 0]);
+});
+
 test('the telling lines of a plot are drawn first', () => {
     const lines = names => names.map(name => ({name, unit: ''}));
     assert.deepEqual(firstLines({id: 'stat/cqi', lines: lines(['count', 'carriers[0].mean_cqi', 'carriers[0].mean_cqi_copy', 'carriers[1].mean_cqi'])}),
                      ['carriers[0].mean_cqi', 'carriers[1].mean_cqi']);
     assert.deepEqual(firstLines({id: 'report/x', lines: lines(['count', 'a', 'b', 'c', 'd', 'e', 'f', 'g'])}), ['a', 'b', 'c', 'd', 'e', 'f']);
     assert.deepEqual(firstLines({id: 'report/x', lines: lines(['count'])}), ['count']);
+    // Two of the three records have room.
+    assert.deepEqual(firstLines({id: 'stat/link', lines: lines([0, 1, 2].flatMap(i => ['win_rate', 'rate_0', 'win_served_rate', 'win_ok_rate'].map(name => `records[${i}].${name}`)))}),
+                     [0, 1].flatMap(i => ['win_rate', 'win_served_rate', 'win_ok_rate'].map(name => `records[${i}].${name}`)));
 });
 
 test('bytes are dumped in lines of sixteen', () => {

@@ -54,7 +54,7 @@ export class Chart {
     #options(parent, series, on) {
         const units = [...new Set(series.map(scaleOf))];
         return {
-            ms: 1, width: Math.max(200, parent.clientWidth), height: HEIGHT, padding: [10, units.length > 1 ? 0 : 12, 0, 0],
+            ms: 1, width: Math.max(200, parent.clientWidth), height: HEIGHT, padding: [10, units.length > 1 ? 0 : 24, 0, 0],
             legend: {show: false},
             cursor: {
                 sync: {key: CURSOR_GROUP, scales: ['x', null]}, drag: {x: true, y: false, setScale: false},

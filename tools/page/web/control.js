@@ -57,10 +57,11 @@ export class ControlTab {
     }
 
     #showBanner({held_by: holder, port, error}) {
+        const old = /^another client holds/.test(error ?? ''); // the answer to an earlier start; who holds it now is in held_by
         const text = holder ? `Another client holds GU command${port === null ? '' : ` of port ${port}`}: ${holder.address}, client ${holder.client}. ` +
-                              'Stop it, then start here.' : error;
-        this.banner.hidden = !text;
-        setText(this.banner, text ?? '');
+                              'Stop it, then start here.' : old ? '' : error ?? '';
+        this.banner.hidden = text === '';
+        setText(this.banner, text);
     }
 
     #showGroup(section, group, state) {

@@ -4,7 +4,7 @@
 import {Source} from './source.js';
 
 const MAX_STREAMS = 4;
-const TURN_MS = 2000;    // long enough for a tick or two
+const TURN_MS = 1500;    // long enough for a tick
 const SILENT_MS = 40000; // a tab that watches says so every ten seconds
 
 export class Hub {

@@ -21,7 +21,7 @@ export class Legend {
         this.search = el('input', {type: 'search', placeholder: 'find a line', 'aria-label': 'Find a line', on: {input: () => this.#filter()}});
         this.summary = el('summary');
         this.picker = el('details', {class: 'picker'}, this.summary, el('div', {class: 'pop'}, this.search, this.options));
-        this.node = el('div', {class: 'legend-row'}, this.list, this.time, this.picker);
+        this.node = el('div', {class: 'legend-row'}, this.list, el('div', {class: 'legend-side'}, this.picker, this.time));
     }
     #choose;
 

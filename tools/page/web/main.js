@@ -60,6 +60,8 @@ class App {
             return;
         try {
             const overview = await getJson('/api/overview');
+            if (this.away)
+                this.#view.lost?.(); // the server is there: it may be the view that isn't
             if (this.#route.view !== 'overview')
                 this.showOverview(overview);
         } catch (error) {

@@ -61,6 +61,7 @@ export class ModemView {
 
     /// A modem that the server has never seen is asked for until it is there.
     async #begin() {
+        clearTimeout(this.#timer);
         try {
             const data = await getJson('/api/modem', {ue: this.ue});
             if (!this.#closed)
@@ -68,13 +69,22 @@ export class ModemView {
         } catch (error) {
             if (this.#closed)
                 return;
-            if (!this.last)
-                this.place.replaceChildren(error.status === 404
-                    ? emptyState(`Modem ${this.ue} has not been seen.`, 'This page shows it as soon as it is attached.')
-                    : emptyState(error.message, 'Trying again every two seconds.'));
+            if (error.status === 404)
+                this.#showUnknown();
+            else if (!this.last)
+                this.place.replaceChildren(emptyState(error.message, 'Trying again every two seconds.'));
             this.#timer = setTimeout(() => this.#begin(), RETRY_MS);
         }
     }
+
+    /// The server has never seen the modem, or has forgotten it.
+    #showUnknown() {
+        this.app.stream.watch(null, null);
+        this.place.replaceChildren(emptyState(`Modem ${this.ue} is not known.`, 'This page shows it as soon as it is attached.'));
+    }
+
+    /// The stream is gone although the server is there.
+    lost() { this.#begin(); }
 
     #show(data) {
         if (this.place.firstChild !== this.#tab.node)

@@ -11,7 +11,7 @@ const OPEN_ITEMS = 12; // and so are long ones
 export function packetDetail(packet, close) {
     const facts = [
         ['Number', packet.number], ['Time', clock(packet.time, true)], ['Direction', directionText(packet.direction)],
-        ['Channel', channelText(packet.channel)], ['Client', packet.client], ['Id', packet.id], ['Type', packet.type], ['Result', packet.rc],
+        ['Channel', channelText(packet.channel)], ['Client', packet.client], ['Id', packet.id], ['Type', packet.type], ['rc', packet.rc],
         ['Length', `${packet.length} bytes`],
     ].filter(([, value]) => value !== null && value !== undefined && value !== '');
     return [

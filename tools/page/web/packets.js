@@ -94,6 +94,7 @@ export class PacketsTab {
         ++this.#generation;
         this.#older = false;
         this.#rows = [];
+        this.body.replaceChildren();
         await this.#asking;
         this.#loadNewer();
     }

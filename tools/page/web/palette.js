@@ -10,9 +10,11 @@ export function partsOf(name) {
     return {field: name.replace(/^.*\./, '').replace(/\[\d+\]$/, ''), index: index ? Number(index[1]) : 0};
 }
 
-/// {colour: 0 to 6, dash} for each line of a plot.
-export function stylesOf(lines) {
+/// {colour: 0 to 6, dash} for each line of a plot; the fields of the names in first have the first colours.
+export function stylesOf(lines, first = []) {
     const fields = new Map();
+    for (const name of first)
+        fields.set(partsOf(name).field, fields.get(partsOf(name).field) ?? fields.size);
     return lines.map(({name}) => {
         const {field, index} = partsOf(name);
         if (!fields.has(field))

@@ -76,7 +76,7 @@ export class PlotCard {
 
     /// Lines, colours or theme are others.
     rebuild() {
-        const styles = stylesOf(this.plot.lines);
+        const styles = stylesOf(this.plot.lines, firstLines(this.plot));
         const lines = this.plot.lines.map((line, i) => ({...line, style: styles[i], shown: this.#chosen?.has(line.name) ?? false}));
         this.shown = lines.flatMap((line, i) => (line.shown ? [{...line, place: i}] : []));
         this.legend.setLines(lines, this.plot.more ?? 0);

@@ -6,7 +6,7 @@ import {PlotCard} from './plot-card.js';
 import {setArgs} from './route.js';
 import {SPANS, SPAN_TEXT, TimeWindow} from './time-window.js';
 
-const MAX_AUTOMATIC = 12;
+const MAX_AUTOMATIC = 24; // more are shown when they are chosen
 
 export class PlotsTab {
     #cards = new Map(); // id -> PlotCard
@@ -44,11 +44,14 @@ export class PlotsTab {
         this.#draw();
     }
 
-    /// Shown are those chosen, or what runs or has run within the time shown.
+    /// Shown are those chosen, or what runs, then what has run within the time shown.
     #shown() {
-        const wanted = this.chosen ? plot => this.chosen.has(plot.id) : plot => plot.running || plot.last >= this.time.from || this.#cards.has(plot.id);
-        const shown = this.#plots.filter(wanted);
-        return this.chosen ? shown : shown.slice(0, MAX_AUTOMATIC);
+        if (this.chosen)
+            return this.#plots.filter(plot => this.chosen.has(plot.id));
+        const running = this.#plots.filter(plot => plot.running);
+        const recent = this.#plots.filter(plot => !plot.running && (plot.last >= this.time.from || this.#cards.has(plot.id)));
+        const shown = new Set([...running, ...recent].slice(0, MAX_AUTOMATIC));
+        return this.#plots.filter(plot => shown.has(plot));
     }
 
     #updateCards() {
