@@ -1,4 +1,4 @@
-# What cmake --install puts where, in two components that are Debian's packages too: agent and tools.
+# What cmake --install puts where, in three components that are Debian's packages too: agent, tools and page.
 
 # A system-wide installation is configured in /etc, as the FHS wants it, and not below its prefix.
 if(CMAKE_INSTALL_PREFIX MATCHES "^/usr(/local)?$")
@@ -14,6 +14,8 @@ set(generated ${CMAKE_BINARY_DIR}/packaging)
 
 install(TARGETS vex-agent vex-hotplug RUNTIME COMPONENT agent)
 install(TARGETS vex-client vex-uesim vex-capture RUNTIME COMPONENT tools)
+install(TARGETS vex-page RUNTIME COMPONENT page)
+install(DIRECTORY ${CMAKE_BINARY_DIR}/page/ DESTINATION ${CMAKE_INSTALL_DATADIR}/vex/page COMPONENT page)
 
 # The service's configuration is config/vex.cfg but for these lines.
 function(vex_service_config FROM TO)
@@ -39,12 +41,15 @@ endfunction()
 vex_service_config(${CMAKE_SOURCE_DIR}/config/vex.cfg ${generated}/vex.cfg)
 install(FILES ${generated}/vex.cfg config/hotplug.conf DESTINATION ${VEX_CONFIG_DIR} COMPONENT agent)
 
-# Units: one hardening for both.
+# Units: one hardening for all.
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${packaging}/systemd/hardening.inc)
 file(READ ${packaging}/systemd/hardening.inc VEX_HARDENING)
-foreach(unit vex-agent.service vex-hotplug.service)
-    configure_file(${packaging}/systemd/${unit}.in ${generated}/${unit} @ONLY)
-    install(FILES ${generated}/${unit} DESTINATION ${VEX_UNIT_DIR} COMPONENT agent)
+foreach(row agent:vex-agent agent:vex-hotplug page:vex-page)
+    string(REPLACE ":" ";" row ${row})
+    list(GET row 0 component)
+    list(GET row 1 unit)
+    configure_file(${packaging}/systemd/${unit}.service.in ${generated}/${unit}.service @ONLY)
+    install(FILES ${generated}/${unit}.service DESTINATION ${VEX_UNIT_DIR} COMPONENT ${component})
 endforeach()
 install(FILES ${packaging}/systemd/sysusers.conf DESTINATION lib/sysusers.d RENAME vex-agent.conf COMPONENT agent)
 install(FILES ${packaging}/systemd/tmpfiles.conf DESTINATION lib/tmpfiles.d RENAME vex-agent.conf COMPONENT agent)
@@ -63,7 +68,7 @@ install(FILES ${generated}/vex-capture DESTINATION ${wireshark}/extcap COMPONENT
 
 # bash loads a completion by the name of its program.
 set(completions ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-foreach(row agent:vex-agent agent:vex-hotplug tools:vex-client tools:vex-uesim tools:vex-capture)
+foreach(row agent:vex-agent agent:vex-hotplug page:vex-page tools:vex-client tools:vex-uesim tools:vex-capture)
     string(REPLACE ":" ";" row ${row})
     list(GET row 0 component)
     list(GET row 1 program)

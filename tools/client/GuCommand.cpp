@@ -49,12 +49,11 @@ bool IsConfirm(const TARGET& stTarget, uint32_t ulCmdId)
     return usId >= stTarget.usBareId && usId - stTarget.usBareId <= ERROR_CONFIRM_STEPS;
 }
 
-/// A refusal stands in ulRc, or in the first word of a confirm that the UE or a trace report answers with.
-uint32_t ConfirmResult(const TARGET& stTarget, const PACKET& stPacket)
+/// Of a bare id nothing but ulRc is known.
+uint32_t ResultOf(const TARGET& stTarget, const PACKET& stPacket)
 {
-    if (stPacket.stHead.ulRc != DIAG_RC_OK || stTarget.IsQuery() || !stTarget.HasForm())
-        return stPacket.stHead.ulRc;
-    return LoadLe<uint32_t>(stPacket.payload, 0);
+    const uint32_t ulRc = stPacket.stHead.ulRc;
+    return stTarget.HasForm() ? ConfirmResult(stTarget.Form(), ulRc, stPacket.payload) : ulRc;
 }
 
 std::string ReportName(const REPORT_ID& stId)
@@ -189,7 +188,7 @@ private:
         if (enCode != CODE_DONE && enCode != CODE_REFUSED)
             return enCode;
         PrintConfirm(m_stContext.printer, stTarget, stAck);
-        const uint32_t ulResult = ConfirmResult(stTarget, stAck);
+        const uint32_t ulResult = ResultOf(stTarget, stAck);
         if (ulResult == DIAG_RC_OK)
             return CODE_DONE;
         return m_stContext.Fail(CODE_REFUSED, ReportName(stTarget.stId) + " refused: " + ResultText(ulResult));

@@ -51,12 +51,22 @@ constexpr FIELD_ROW MESSAGE_FIELDS[] = {
 };
 constexpr RECORD_LAYOUT MESSAGE{"message", 4, MESSAGE_FIELDS};
 
-// Measurement records.
+// Entries of four words: what the words mean is the modem's own business.
+constexpr FIELD_ROW CELL4_FIELDS[] = {{"words", 0, U16, 4}};
+constexpr RECORD_LAYOUT CELL4{nullptr, 8, CELL4_FIELDS};
+
+// Measurement records. The first cell of an idle record is the serving one, the others are its neighbours; "count" says
+// how many of the entries count. What stands behind them, up to the record's end, only a full record fills.
 constexpr FIELD_ROW LTE_MEAS_FIELDS[] = {
     {"record_type", 0, U16},
     {"connected",   2, U8},
+    {"word_4",      4, U16},
+    {"word_6",      6, U16},
+    {"count",       8, U16},
+    {"word_10",    10, U16},
 };
-constexpr RECORD_LAYOUT LTE_MEAS{"LTE cell measurement", 1096, LTE_MEAS_FIELDS};
+constexpr GROUP_ROW LTE_MEAS_GROUPS[] = {{"cells", &CELL4, 33}};
+constexpr RECORD_LAYOUT LTE_MEAS{"LTE cell measurement", 12, LTE_MEAS_FIELDS, LTE_MEAS_GROUPS};
 
 constexpr FIELD_ROW CMAC_ENTRY_FIELDS[] = {
     {"channel",   0, U16},
@@ -70,8 +80,6 @@ constexpr RECORD_LAYOUT CMAC{"TDS measurement", 4, CMAC_FIELDS, CMAC_GROUPS};
 
 constexpr FIELD_ROW FLAG_FIELDS[] = {{"flag", 2, U8}};
 
-constexpr FIELD_ROW CELL4_FIELDS[] = {{"words", 0, U16, 4}};
-constexpr RECORD_LAYOUT CELL4{nullptr, 8, CELL4_FIELDS};
 constexpr FIELD_ROW INTER_RAT_FIELDS[] = {{"head", 0, U16}, {"word_4", 4, U16}, {"word_6", 6, U16}};
 constexpr GROUP_ROW INTER_RAT_GROUPS[] = {{"cells", &CELL4, 32}};
 constexpr RECORD_LAYOUT INTER_RAT{nullptr, 8, INTER_RAT_FIELDS, INTER_RAT_GROUPS};
@@ -117,12 +125,12 @@ constexpr ANSWER_ROW g_astAnswer[] = {
 };
 
 constexpr MEASUREMENT_ROW g_astMeasurement[] = {
-    {1096, &LTE_MEAS},
-    {516,  &CMAC},
-    {1060, &LTE_TO_OTHER},
-    {808,  &TDS_TO_LTE},
-    {388,  &GSM_TO_TDS},
-    {1264, &TDS_TO_GSM},
+    {1096, &LTE_MEAS,     "cells"},
+    {516,  &CMAC,         "tds"},
+    {1060, &LTE_TO_OTHER, "lte-to-other"},
+    {808,  &TDS_TO_LTE,   "tds-to-lte"},
+    {388,  &GSM_TO_TDS,   "gsm-to-tds"},
+    {1264, &TDS_TO_GSM,   "tds-to-gsm"},
 };
 } // namespace
 // clang-format on

@@ -44,3 +44,8 @@ std::vector<unsigned char> ReportParams(PARAM_FORM enForm, bool bStart, uint16_t
         StoreLe<uint16_t>(params, 2, usPeriodMs);
     return params;
 }
+
+uint32_t ConfirmResult(PARAM_FORM enForm, uint32_t ulRc, ByteView payload)
+{
+    return ulRc != DIAG_RC_OK || enForm == PARAM_QUERY ? ulRc : LoadLe<uint32_t>(payload, 0);
+}

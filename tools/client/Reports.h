@@ -62,6 +62,9 @@ REPORT_ID FindReportByAnswer(uint16_t usId);
 
 /// Parameters of the request that starts or stops a report.
 std::vector<unsigned char> ReportParams(PARAM_FORM enForm, bool bStart, uint16_t usPeriodMs);
+/// Result of a confirm, DIAG_RC_...: a refusal stands in ulRc, or in the first word of a confirm that the UE or a trace
+/// report answers with.
+uint32_t ConfirmResult(PARAM_FORM enForm, uint32_t ulRc, ByteView payload);
 
 /// Layout of an answer or a status record of the agent; null when it has none.
 const RECORD_LAYOUT* AnswerLayout(uint32_t ulCmdId);
@@ -79,6 +82,7 @@ struct MEASUREMENT_ROW
 {
     size_t szLen;
     const RECORD_LAYOUT* pstLayout;
+    const char* pszShort; // name in addresses and ids
 };
 std::span<const ANSWER_ROW> AnswerLayouts();
 std::span<const MEASUREMENT_ROW> MeasurementLayouts();
