@@ -1,5 +1,6 @@
 #include "fleet/StreamReader.h"
 
+#include "client/Stop.h"
 #include "fleet/FleetTime.h"
 
 #include <algorithm>
@@ -23,6 +24,33 @@ ByteView BytesOf(natsMsg* pMsg)
 {
     return {reinterpret_cast<const unsigned char*>(natsMsg_GetData(pMsg)),
             static_cast<size_t>(natsMsg_GetDataLength(pMsg))};
+}
+
+/// Whether a hub that has lost a server may answer otherwise soon.
+bool IsPassing(natsStatus enStatus, jsErrCode enCode)
+{
+    switch (enStatus) {
+    case NATS_TIMEOUT:
+    case NATS_NO_RESPONDERS:
+    case NATS_NO_SERVER:
+    case NATS_CONNECTION_DISCONNECTED:
+        return true;
+    default:
+        return enCode == JSClusterNotAvailErr || enCode == JSClusterNoPeersErr;
+    }
+}
+
+/// Calls until the answer is more than a passing one, or PATIENCE ends.
+template <class Call> natsStatus Patiently(Call call)
+{
+    const auto end = Clock::now() + PATIENCE;
+    for (;;) {
+        jsErrCode enCode{};
+        const natsStatus enStatus = call(enCode);
+        if (!IsPassing(enStatus, enCode) || Clock::now() >= end || StopRequested())
+            return enStatus;
+        nats_Sleep(WAIT_MS);
+    }
 }
 
 std::string AllSubjects(const std::string& strBench)
@@ -139,7 +167,11 @@ bool CStreamReader::Open(natsStatus& enStatus, std::string& strError)
     stOptions.Stream.Info.SubjectsFilter = strSubjects.c_str();
     jsStreamInfo* pNew = nullptr;
     jsErrCode enCode{};
-    enStatus = js_GetStreamInfo(&pNew, m_pJs, FLEET_STREAM, &stOptions, &enCode);
+    enStatus = Patiently([&](jsErrCode& enNow) {
+        const natsStatus enAnswer = js_GetStreamInfo(&pNew, m_pJs, FLEET_STREAM, &stOptions, &enNow);
+        enCode = enNow;
+        return enAnswer;
+    });
     const std::unique_ptr<jsStreamInfo, FREE_INFO> pInfo(pNew);
     if (enStatus != NATS_OK) {
         strError = std::string("stream ") + FLEET_STREAM + ": " + NatsText(enStatus, enCode);
@@ -165,7 +197,8 @@ std::optional<CSegmentSearch::FOUND> CStreamReader::Next(const std::string& strS
     stOptions.Sequence = ullSequence;
     stOptions.NextBySubject = strSubject.c_str();
     natsMsg* pNew = nullptr;
-    const natsStatus enStatus = js_DirectGetMsg(&pNew, m_pJs, FLEET_STREAM, nullptr, &stOptions);
+    const natsStatus enStatus =
+        Patiently([&](jsErrCode&) { return js_DirectGetMsg(&pNew, m_pJs, FLEET_STREAM, nullptr, &stOptions); });
     const NatsMsg pMsg(pNew);
     if (enStatus == NATS_NOT_FOUND)
         return std::nullopt;
