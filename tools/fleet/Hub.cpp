@@ -74,6 +74,30 @@ std::string LastErrorOf(natsConnection* pConnection)
         return pszError;
     return enStatus == NATS_OK ? "the connection has ended" : natsStatus_GetText(enStatus);
 }
+
+/// What the library says when it calls no more.
+class CHubEnd
+{
+public:
+    static void Set(void* pEnd)
+    {
+        auto& end = *static_cast<CHubEnd*>(pEnd);
+        const std::lock_guard guard(end.m_Lock);
+        end.m_bEnded = true;
+        end.m_Changed.notify_all();
+    }
+    /// False when it doesn't say so.
+    bool Wait()
+    {
+        std::unique_lock lock(m_Lock);
+        return m_Changed.wait_for(lock, CLOSE_LIMIT, [this] { return m_bEnded; });
+    }
+
+private:
+    std::mutex m_Lock; // over the flag
+    std::condition_variable m_Changed;
+    bool m_bEnded = false;
+};
 } // namespace
 
 void AddHubOptions(CLI::App& app, HUB_OPTIONS& stOptions)
@@ -101,9 +125,7 @@ std::string NatsText(natsStatus enStatus, jsErrCode enCode)
 struct CHub::STATE
 {
     EVENTS events;
-    std::mutex lock; // over the flag
-    std::condition_variable changed;
-    bool bClosed = false;
+    CHubEnd end;
 
     static void OnConnected(natsConnection*, void* pState)
     {
@@ -123,13 +145,7 @@ struct CHub::STATE
         if (const auto& onError = static_cast<STATE*>(pState)->events.onError)
             onError(bText ? pszError : natsStatus_GetText(enStatus));
     }
-    static void OnClosed(natsConnection*, void* pState)
-    {
-        auto& state = *static_cast<STATE*>(pState);
-        const std::lock_guard guard(state.lock);
-        state.bClosed = true;
-        state.changed.notify_all();
-    }
+    static void OnClosed(natsConnection*, void* pState) { CHubEnd::Set(&static_cast<STATE*>(pState)->end); }
 };
 
 CHub::CHub(EVENTS events) : m_pState(std::make_unique<STATE>())
@@ -180,9 +196,7 @@ CHub::~CHub()
     if (m_pConnection == nullptr)
         return;
     natsConnection_Close(m_pConnection);
-    std::unique_lock lock(m_pState->lock);
-    const bool bClosed = m_pState->changed.wait_for(lock, CLOSE_LIMIT, [this] { return m_pState->bClosed; });
-    lock.unlock();
+    const bool bClosed = m_pState->end.Wait();
     natsConnection_Destroy(m_pConnection);
     if (!bClosed)
         (void)m_pState.release(); // the library may still call: rather a leak at the end than a crash
@@ -199,4 +213,48 @@ std::string CHub::Server() const
     if (!IsConnected() || natsConnection_GetConnectedUrl(m_pConnection, szUrl.data(), szUrl.size()) != NATS_OK)
         return "";
     return szUrl.data();
+}
+
+struct CHubSubscription::STATE
+{
+    OnMessage onMessage;
+    CHubEnd end;
+
+    static void Take(natsConnection*, natsSubscription*, natsMsg* pMsg, void* pState)
+    {
+        const NatsMsg owner(pMsg);
+        static_cast<STATE*>(pState)->onMessage(*pMsg);
+    }
+};
+
+CHubSubscription::CHubSubscription(OnMessage onMessage) : m_pState(std::make_unique<STATE>())
+{
+    m_pState->onMessage = std::move(onMessage);
+}
+
+std::unique_ptr<CHubSubscription> CHubSubscription::Open(CHub& hub, const std::string& strSubject, OnMessage onMessage,
+                                                         std::string& strError)
+{
+    std::unique_ptr<CHubSubscription> pNew(new CHubSubscription(std::move(onMessage)));
+    natsSubscription* pSubscription = nullptr;
+    natsStatus enStatus =
+        natsConnection_Subscribe(&pSubscription, hub.Get(), strSubject.c_str(), STATE::Take, pNew->m_pState.get());
+    pNew->m_pSubscription.reset(pSubscription);
+    if (enStatus == NATS_OK)
+        enStatus = natsSubscription_SetOnCompleteCB(pSubscription, CHubEnd::Set, &pNew->m_pState->end);
+    if (enStatus == NATS_OK)
+        enStatus = natsSubscription_SetPendingLimits(pSubscription, -1, -1);
+    if (enStatus == NATS_OK)
+        return pNew;
+    strError = strSubject + ": " + NatsText(enStatus);
+    return nullptr;
+}
+
+CHubSubscription::~CHubSubscription()
+{
+    if (!m_pSubscription)
+        return;
+    (void)natsSubscription_Unsubscribe(m_pSubscription.get()); // fails when the connection has ended it already
+    if (!m_pState->end.Wait())
+        (void)m_pState.release(); // a call still runs: rather a leak at the end than a crash
 }

@@ -83,3 +83,24 @@ private:
     std::unique_ptr<STATE> m_pState; // what the callbacks see
     natsConnection* m_pConnection = nullptr;
 };
+
+/// A subscription. Its call comes on a thread of the library, one message after the other.
+class CHubSubscription
+{
+public:
+    using OnMessage = std::function<void(natsMsg&)>;
+    /// Null, with the reason.
+    static std::unique_ptr<CHubSubscription> Open(CHub& hub, const std::string& strSubject, OnMessage onMessage,
+                                                  std::string& strError);
+    /// When it returns, no call is under way, and none will come.
+    ~CHubSubscription();
+    CHubSubscription(const CHubSubscription&) = delete;
+    CHubSubscription& operator=(const CHubSubscription&) = delete;
+
+private:
+    struct STATE;
+    explicit CHubSubscription(OnMessage onMessage);
+
+    std::unique_ptr<STATE> m_pState;
+    NatsSubscription m_pSubscription;
+};
