@@ -1,4 +1,6 @@
 #include "capture/PcapngReader.h"
+#include "capture/SegmentNames.h"
+#include "e2e/AgentBench.h"
 #include "e2e/HubBench.h"
 #include "e2e/Hubs.h"
 #include "fleet/FleetState.h"
@@ -6,6 +8,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <filesystem>
 #include <gtest/gtest.h>
 
 // vex-fleet with three real servers, whose leader is killed, and benches that the test plays itself.
@@ -143,6 +146,58 @@ TEST_F(Fleet, ABenchMayOnlySpeakForItself)
     EXPECT_EQ(Run({"benches", "--timeout", "1"}, "b1"), 4) << "what the others do is none of its business";
     EXPECT_EQ(Run({"fetch", "--bench", "b2", "-w", "x.pcapng"}), 4);
     EXPECT_NE(m_pFleet->Errors().find("the hub has no traffic of bench b2"), std::string::npos) << m_pFleet->Errors();
+}
+
+/// All that is in a spool, uncompressed, its segments one after the other.
+std::string SpoolOf(const std::string& strDir)
+{
+    std::string strAll;
+    for (const CSegmentNames::SEGMENT& stSegment : CSegmentNames(strDir + "/vex").List()) {
+        std::string strError;
+        const auto pSource = OpenCaptureSource(stSegment.strPath, strError);
+        EXPECT_TRUE(pSource) << strError;
+        std::string strPart(65536, '\0');
+        for (size_t szRead = strPart.size(); pSource && szRead == strPart.size();) {
+            szRead = pSource->Read({reinterpret_cast<unsigned char*>(strPart.data()), strPart.size()});
+            strAll.append(strPart, 0, szRead);
+        }
+    }
+    return strAll;
+}
+
+TEST_F(Fleet, ARealBenchsSpoolComesWholeWhoeverIsKilled)
+{
+    CAgentBench bench("TapSocket = tap\nTapSize = 4\n");
+    bench.StartAgent();
+    bench.StartModem({"--ues", "2", "--first-port", "101", "--lte-rate", "200", "--lte-start-on-switch", "--quiet"});
+    ASSERT_TRUE(bench.WaitConfirmed(101));
+    const std::string strSpool = bench.Dir().Path() + "/spool";
+    CVexProcess capture(std::string(VEX_BIN_DIR) + "/vex-capture",
+                        {"--tap", "tap", "--spool", strSpool, "--rotate", "2s", "--bench", "b1"}, bench.Dir().Path());
+    ASSERT_TRUE(WaitFor([&] { return std::filesystem::exists(strSpool); }));
+    std::vector<std::string> args = {"--spool", strSpool, "--bench", "b1", "--state-every", "0.5", "--allow-requests"};
+    for (const std::string& strOption : m_hubs.Options("b1"))
+        args.push_back(strOption);
+    const auto startForwarder = [&] {
+        return std::make_unique<CVexProcess>(std::string(VEX_BIN_DIR) + "/vex-forward", args, bench.Dir().Path());
+    };
+    auto pForwarder = startForwarder();
+    EXPECT_EQ(Run({"watch", "--bench", "b1", "--ue", "1", "--count", "50", "--for", "20"}), 0);
+    EXPECT_EQ(std::ranges::count(m_pFleet->Output(), '\n'), 50) << m_pFleet->Errors();
+    EXPECT_EQ(Run({"request", "--bench", "b1", "--port", "101", "0x50000020"}), 0) << m_pFleet->Errors();
+    EXPECT_EQ(Run({"request", "--bench", "b1", "--port", "555", "0x50000020"}), 4) << "there is no such port";
+
+    pForwarder.reset(); // killed
+    m_hubs.Kill(m_hubs.StreamLeader());
+    pForwarder = startForwarder();
+    EXPECT_EQ(Run({"watch", "--bench", "b1", "--ue", "1", "--count", "50", "--for", "20"}), 0);
+    capture.Signal(SIGTERM);
+    EXPECT_EQ(capture.WaitExit(), 0) << capture.Errors();
+    const std::string strSpooled = SpoolOf(strSpool);
+    EXPECT_GT(strSpooled.size(), 10000u);
+    EXPECT_TRUE(WaitFor([&] { return Fetched({}) == strSpooled; }, LIMIT));
+    ASSERT_EQ(Run({"benches"}), 0);
+    EXPECT_NE(m_pFleet->Output().find("\nb1 "), std::string::npos) << m_pFleet->Output();
 }
 
 TEST_F(Fleet, BenchesAndRecordsAreShown)
