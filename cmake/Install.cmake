@@ -14,6 +14,7 @@ set(generated ${CMAKE_BINARY_DIR}/packaging)
 
 install(TARGETS vex-agent vex-hotplug RUNTIME COMPONENT agent)
 install(TARGETS vex-client vex-uesim vex-capture RUNTIME COMPONENT tools)
+install(TARGETS vex-fleet RUNTIME COMPONENT tools)
 
 # The service's configuration is config/vex.cfg but for these lines.
 function(vex_service_config FROM TO)
@@ -63,7 +64,8 @@ install(FILES ${generated}/vex-capture DESTINATION ${wireshark}/extcap COMPONENT
 
 # bash loads a completion by the name of its program.
 set(completions ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-foreach(row agent:vex-agent agent:vex-hotplug tools:vex-client tools:vex-uesim tools:vex-capture)
+foreach(row agent:vex-agent agent:vex-hotplug tools:vex-client tools:vex-uesim tools:vex-capture
+        tools:vex-fleet)
     string(REPLACE ":" ";" row ${row})
     list(GET row 0 component)
     list(GET row 1 program)

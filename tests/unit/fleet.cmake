@@ -5,3 +5,11 @@ vex_test(test_fleet
         FleetStateTest.cpp
     LIBS vex_fleet_hub
 )
+vex_test(test_fleet_tool
+    SOURCES
+        FleetBenchesTest.cpp
+        FleetSearchTest.cpp
+        FleetSegmentsTest.cpp
+        LabFileTest.cpp
+    LIBS vex_fleet
+)
