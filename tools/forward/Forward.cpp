@@ -32,7 +32,7 @@ FORWARD_EXIT Serve(const FORWARD_OPTIONS& stOptions, CForwardLog& log)
         return Fail(log, strError);
     log.Line("bench " + stOptions.strBench + ", installation " + ledger.Epoch() + ", spool " + stOptions.strSpool);
     if (!pHub->Connection().IsConnected())
-        log.Line("waiting for the hub");
+        log.Line("waiting for the hub; the same command with --check says what keeps it");
     CForwarder forwarder({.stPublish = {stOptions.strBench, ledger.Epoch(), stOptions.ullMaxRate},
                           .stateEvery = std::chrono::milliseconds(static_cast<long>(stOptions.dStateEvery * 1000)),
                           .bDelete = stOptions.bDelete,
