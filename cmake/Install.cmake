@@ -14,6 +14,7 @@ set(generated ${CMAKE_BINARY_DIR}/packaging)
 
 install(TARGETS vex-agent vex-hotplug RUNTIME COMPONENT agent)
 install(TARGETS vex-client vex-uesim vex-capture RUNTIME COMPONENT tools)
+install(TARGETS vex-fleet vex-forward RUNTIME COMPONENT tools)
 install(TARGETS vex-page RUNTIME COMPONENT page)
 install(DIRECTORY ${CMAKE_BINARY_DIR}/page/ DESTINATION ${CMAKE_INSTALL_DATADIR}/vex/page COMPONENT page)
 
@@ -41,10 +42,12 @@ endfunction()
 vex_service_config(${CMAKE_SOURCE_DIR}/config/vex.cfg ${generated}/vex.cfg)
 install(FILES ${generated}/vex.cfg config/hotplug.conf DESTINATION ${VEX_CONFIG_DIR} COMPONENT agent)
 
+install(FILES config/forward.conf DESTINATION ${VEX_CONFIG_DIR} COMPONENT tools)
+
 # Units: one hardening for all.
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${packaging}/systemd/hardening.inc)
 file(READ ${packaging}/systemd/hardening.inc VEX_HARDENING)
-foreach(row agent:vex-agent agent:vex-hotplug page:vex-page)
+foreach(row agent:vex-agent agent:vex-hotplug page:vex-page tools:vex-capture tools:vex-forward)
     string(REPLACE ":" ";" row ${row})
     list(GET row 0 component)
     list(GET row 1 unit)
@@ -68,7 +71,8 @@ install(FILES ${generated}/vex-capture DESTINATION ${wireshark}/extcap COMPONENT
 
 # bash loads a completion by the name of its program.
 set(completions ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-foreach(row agent:vex-agent agent:vex-hotplug page:vex-page tools:vex-client tools:vex-uesim tools:vex-capture)
+foreach(row agent:vex-agent agent:vex-hotplug page:vex-page tools:vex-client tools:vex-uesim tools:vex-capture
+        tools:vex-fleet tools:vex-forward)
     string(REPLACE ":" ";" row ${row})
     list(GET row 0 component)
     list(GET row 1 program)

@@ -16,7 +16,8 @@ _vex_values() {
         --channel) echo lte-diag lte-data gu-cmd gu-data at ;;
         --direction) echo from-ue to-ue from-client to-client status event config ;;
         --gu-type) echo ASIC FPGA PC ;;
-        --config | --check-config | --state | --log | --dir | --spool | --tap | --fifo | --pty | -w | --token-file | --web) return 1 ;;
+        --config | --check-config | --state | --log | --dir | --spool | --tap | --fifo | --pty | -w | \
+            --token-file | --web | --cert | --key | --ca | --permissions) return 1 ;;
     esac
 }
 
@@ -44,4 +45,4 @@ _vex() {
     mapfile -t COMPREPLY < <(compgen -W "$candidates" -- "$word")
 }
 
-complete -o default -F _vex vex-agent vex-client vex-uesim vex-capture vex-hotplug vex-page
+complete -o default -F _vex vex-agent vex-client vex-uesim vex-capture vex-hotplug vex-page vex-fleet vex-forward

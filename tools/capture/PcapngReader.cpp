@@ -154,24 +154,30 @@ void CPcapngReader::TakeInterface()
 
 bool CPcapngReader::TakePacket(CAPTURED_RECORD& stRecord) const
 {
-    const ByteView block(m_vecBlock);
-    const uint32_t ulInterface = LoadLe<uint32_t>(block, 0);
-    const size_t szLength = LoadLe<uint32_t>(block, 12);
-    if (ulInterface >= m_vecInterfaces.size() || block.size() < PACKET_HEAD || szLength > block.size() - PACKET_HEAD)
+    const uint32_t ulInterface = LoadLe<uint32_t>(m_vecBlock, 0);
+    if (ulInterface >= m_vecInterfaces.size())
         return false;
     const INTERFACE& stInterface = m_vecInterfaces[ulInterface];
-    ByteView packet = block.subspan(PACKET_HEAD, szLength);
-    CAPTURE_HEAD stHead;
-    if (!stInterface.bOurs || stInterface.ullNsPerTick == 0 || !TakePduTags(packet) || !DecodeRecord(packet, stHead) ||
-        stHead.ucVersion != CAPTURE_HEAD::VERSION)
+    return stInterface.bOurs && stInterface.ullNsPerTick != 0 &&
+           DecodePacket(m_vecBlock, stInterface.ullNsPerTick, stRecord);
+}
+
+bool DecodePacket(ByteView body, uint64_t ullNsPerTick, CAPTURED_RECORD& stRecord)
+{
+    const size_t szLength = LoadLe<uint32_t>(body, 12);
+    if (body.size() < PACKET_HEAD || szLength > body.size() - PACKET_HEAD)
         return false;
-    const uint64_t ullTicks = uint64_t{LoadLe<uint32_t>(block, 4)} << 32 | LoadLe<uint32_t>(block, 8);
+    ByteView packet = body.subspan(PACKET_HEAD, szLength);
+    CAPTURE_HEAD stHead;
+    if (!TakePduTags(packet) || !DecodeRecord(packet, stHead) || stHead.ucVersion != CAPTURE_HEAD::VERSION)
+        return false;
+    const uint64_t ullTicks = uint64_t{LoadLe<uint32_t>(body, 4)} << 32 | LoadLe<uint32_t>(body, 8);
     stRecord = {{static_cast<TAP_KIND>(stHead.ucKind), stHead.ucUe, stHead.ucChannel, stHead.ucFlags, stHead.ulPort,
-                 stHead.ulClient, stHead.ullNumber, ullTicks * stInterface.ullNsPerTick},
+                 stHead.ulClient, stHead.ullNumber, ullTicks * ullNsPerTick},
                 packet.subspan(CAPTURE_HEAD::SIZE),
                 0,
                 ""};
-    ByteView options = Slice(block, PACKET_HEAD + Padded(szLength));
+    ByteView options = Slice(body, PACKET_HEAD + Padded(szLength));
     while (const auto option = NextOption(options)) {
         if (option->usCode == PCAPNG_EPB_DROPS)
             stRecord.ullLost = LoadLe<uint64_t>(option->value, 0);

@@ -16,6 +16,10 @@ struct CAPTURED_RECORD
     std::string strComment; // the last one, empty for none
 };
 
+/// Decodes the body of a packet block whose interface counts ticks of so many ns (those of our files: 1). The record's
+/// bytes lie in the body. False when it holds no record of the agent's traffic.
+bool DecodePacket(ByteView body, uint64_t ullNsPerTick, CAPTURED_RECORD& stRecord);
+
 /// Where a file's bytes come from: as they are, or out of zstd frames.
 class ICaptureSource
 {

@@ -55,15 +55,6 @@ EXIT_CODE AskNv(const CONTEXT& stContext, uint32_t ulCmdId, uint16_t usPktType, 
     return PrintAck(stContext, enCode, stAck);
 }
 
-uint16_t DefaultType(uint32_t ulCmdId)
-{
-    constexpr unsigned int CLASS_COMMAND = 1;
-    constexpr unsigned int CLASS_AGENT = 5;
-    if (IdClass(ulCmdId) == CLASS_AGENT)
-        return PKT_TYPE_AGENT;
-    return IdClass(ulCmdId) == CLASS_COMMAND ? PKT_TYPE_CMD : PKT_TYPE_MSG;
-}
-
 struct SWITCH_KIND_ROW
 {
     const char* pszName;
@@ -213,7 +204,7 @@ EXIT_CODE RunRequest(const CONTEXT& stContext, const REQUEST_ARGS& stArgs)
     uint32_t ulCmdId = 0;
     if (!ParseNumber(stArgs.strId, ulCmdId))
         return stContext.Fail(CODE_USAGE, "not an id: " + stArgs.strId);
-    uint16_t usPktType = DefaultType(ulCmdId);
+    uint16_t usPktType = RequestType(ulCmdId);
     if (!stArgs.strType.empty() && !ParsePacketType(stArgs.strType, usPktType))
         return stContext.Fail(CODE_USAGE, "not a packet type: " + stArgs.strType + " (msg, cmd, agent or a number)");
     std::vector<unsigned char> params;

@@ -144,3 +144,12 @@ bool ParsePacketType(std::string_view strText, uint16_t& usPktType)
     usPktType = static_cast<uint16_t>(ulNumber);
     return true;
 }
+
+uint16_t RequestType(uint32_t ulCmdId)
+{
+    constexpr unsigned int CLASS_COMMAND = 1;
+    constexpr unsigned int CLASS_AGENT = 5;
+    if (IdClass(ulCmdId) == CLASS_AGENT)
+        return PKT_TYPE_AGENT;
+    return IdClass(ulCmdId) == CLASS_COMMAND ? PKT_TYPE_CMD : PKT_TYPE_MSG;
+}

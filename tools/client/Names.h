@@ -21,6 +21,9 @@ std::string ResultText(uint32_t ulRc);
 /// msg, cmd, agent, trace, ota, trans, query, or a number; false when it's neither.
 bool ParsePacketType(std::string_view strText, uint16_t& usPktType);
 
+/// The packet type that a request with this id has unless its sender says otherwise.
+uint16_t RequestType(uint32_t ulCmdId);
+
 /// What stands behind these functions, for who needs all names.
 struct NAME_ROW
 {
