@@ -14,7 +14,7 @@ set(generated ${CMAKE_BINARY_DIR}/packaging)
 
 install(TARGETS vex-agent vex-hotplug RUNTIME COMPONENT agent)
 install(TARGETS vex-client vex-uesim vex-capture RUNTIME COMPONENT tools)
-install(TARGETS vex-fleet RUNTIME COMPONENT tools)
+install(TARGETS vex-fleet vex-forward RUNTIME COMPONENT tools)
 
 # The service's configuration is config/vex.cfg but for these lines.
 function(vex_service_config FROM TO)
@@ -40,12 +40,17 @@ endfunction()
 vex_service_config(${CMAKE_SOURCE_DIR}/config/vex.cfg ${generated}/vex.cfg)
 install(FILES ${generated}/vex.cfg config/hotplug.conf DESTINATION ${VEX_CONFIG_DIR} COMPONENT agent)
 
-# Units: one hardening for both.
+install(FILES config/forward.conf DESTINATION ${VEX_CONFIG_DIR} COMPONENT tools)
+
+# Units: one hardening for all.
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${packaging}/systemd/hardening.inc)
 file(READ ${packaging}/systemd/hardening.inc VEX_HARDENING)
-foreach(unit vex-agent.service vex-hotplug.service)
-    configure_file(${packaging}/systemd/${unit}.in ${generated}/${unit} @ONLY)
-    install(FILES ${generated}/${unit} DESTINATION ${VEX_UNIT_DIR} COMPONENT agent)
+foreach(row agent:vex-agent agent:vex-hotplug tools:vex-capture tools:vex-forward)
+    string(REPLACE ":" ";" row ${row})
+    list(GET row 0 component)
+    list(GET row 1 program)
+    configure_file(${packaging}/systemd/${program}.service.in ${generated}/${program}.service @ONLY)
+    install(FILES ${generated}/${program}.service DESTINATION ${VEX_UNIT_DIR} COMPONENT ${component})
 endforeach()
 install(FILES ${packaging}/systemd/sysusers.conf DESTINATION lib/sysusers.d RENAME vex-agent.conf COMPONENT agent)
 install(FILES ${packaging}/systemd/tmpfiles.conf DESTINATION lib/tmpfiles.d RENAME vex-agent.conf COMPONENT agent)
@@ -65,7 +70,7 @@ install(FILES ${generated}/vex-capture DESTINATION ${wireshark}/extcap COMPONENT
 # bash loads a completion by the name of its program.
 set(completions ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 foreach(row agent:vex-agent agent:vex-hotplug tools:vex-client tools:vex-uesim tools:vex-capture
-        tools:vex-fleet)
+        tools:vex-fleet tools:vex-forward)
     string(REPLACE ":" ";" row ${row})
     list(GET row 0 component)
     list(GET row 1 program)

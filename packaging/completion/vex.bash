@@ -45,4 +45,4 @@ _vex() {
     mapfile -t COMPREPLY < <(compgen -W "$candidates" -- "$word")
 }
 
-complete -o default -F _vex vex-agent vex-client vex-uesim vex-capture vex-hotplug vex-fleet
+complete -o default -F _vex vex-agent vex-client vex-uesim vex-capture vex-hotplug vex-fleet vex-forward

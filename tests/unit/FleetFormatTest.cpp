@@ -112,6 +112,7 @@ TEST(FleetFormat, OtherSubjectsAndIds)
     EXPECT_EQ(LastMessageSubject("vex.a.b.agent.none"), "$JS.API.DIRECT.GET.VEX.vex.a.b.agent.none");
     EXPECT_EQ(InboxPrefix("lab7"), "_INBOX.lab7");
     EXPECT_EQ(MessageId({"lab7", "e1", {"ue3", "at"}}, "vex_1", 48), "e1-ue3-at-vex_1-48");
+    EXPECT_EQ(MessageId({"lab7", "e1", {"agent", "none"}}, "vex_1", 48, true), "e1-agent-none-vex_1-48-loss");
 }
 
 TEST(FleetFormat, NamesAreTokens)

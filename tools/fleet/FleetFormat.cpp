@@ -155,10 +155,10 @@ std::string InboxPrefix(const std::string& strBench)
     return "_INBOX." + strBench;
 }
 
-std::string MessageId(const FLEET_SUBJECT& stSubject, const std::string& strSegment, uint64_t ullOffset)
+std::string MessageId(const FLEET_SUBJECT& stSubject, const std::string& strSegment, uint64_t ullOffset, bool bLoss)
 {
     return stSubject.strEpoch + '-' + stSubject.stLane.strUe + '-' + stSubject.stLane.strChannel + '-' + strSegment +
-           '-' + std::to_string(ullOffset);
+           '-' + std::to_string(ullOffset) + (bLoss ? "-loss" : "");
 }
 
 uint64_t FLEET_MESSAGE::End() const

@@ -26,9 +26,9 @@
 //   order     within a lane segments follow each other in the order in which they were captured, and offsets rise.
 //   completed every byte of the spool before this position, of every lane, was in the stream when the message was
 //             made. Whoever sends goes on from there; whoever reads knows that up to there nothing is missing.
-//   loss      a message of its own kind, in the lane "agent": the rest of the segment, behind the offset of its one
-//             run (of length 0), was gone from the spool before it could be sent. Segments between that one and the
-//             next one in the stream may have gone unseen with it.
+//   loss      a message of its own kind, in the lane "agent": what the stream doesn't have of the segment behind the
+//             offset of its one run (of length 0) was gone or damaged before it could be sent. Segments between that
+//             one and the next one in the stream may have gone unseen with it.
 
 inline constexpr const char* FLEET_STREAM = "VEX";
 inline constexpr const char* FLEET_SUBJECTS = "vex.>"; // of the stream
@@ -80,8 +80,9 @@ std::string StateSubject(const std::string& strBench);
 std::string LastMessageSubject(const std::string& strSubject);
 /// "_INBOX.<bench>": where answers to a bench come, so that it needn't be allowed to read those of others.
 std::string InboxPrefix(const std::string& strBench);
-/// Nats-Msg-Id of a message: "<epoch>-<ue>-<channel>-<segment>-<offset>".
-std::string MessageId(const FLEET_SUBJECT& stSubject, const std::string& strSegment, uint64_t ullOffset);
+/// Nats-Msg-Id of a message: "<epoch>-<ue>-<channel>-<segment>-<offset>", with "-loss" for a loss.
+std::string MessageId(const FLEET_SUBJECT& stSubject, const std::string& strSegment, uint64_t ullOffset,
+                      bool bLoss = false);
 
 /// A place in a spool.
 struct FLEET_POSITION

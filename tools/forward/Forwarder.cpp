@@ -8,6 +8,7 @@ using namespace std::chrono_literals;
 
 constexpr auto ROUND = 50ms;            // the spool is looked at so often
 constexpr auto HOUSEKEEPING = 1s;       // what is at the hub is noted so often
+constexpr auto NOTE = 1min;             // and written so often, when nothing else is to be
 constexpr size_t QUEUE_MOST = 8 << 20;  // bytes that are read ahead
 constexpr size_t FEED_MOST = 256 << 10; // bytes that are read in one round, so that answers don't wait for long
 constexpr uint64_t NS_PER_MS = 1'000'000;
@@ -38,6 +39,7 @@ void CForwarder::Run(const std::function<bool()>& isStopped)
         m_waited = m_hub.Wait(bMore ? 0ms : ROUND);
         bMore = Turn(std::chrono::steady_clock::now());
     }
+    KeepHouse(std::chrono::steady_clock::now(), true);
     m_log.Line("ended; the hub has taken " + std::to_string(m_publisher.SentBytes()) + " bytes in " +
                std::to_string(m_publisher.SentMessages()) + " messages");
 }
@@ -51,7 +53,7 @@ bool CForwarder::Turn(TIME now)
         PutState(now);
     m_publisher.Turn(now);
     if (now >= m_nextHousekeeping)
-        KeepHouse(now);
+        KeepHouse(now, now >= m_nextNote);
     return bMore;
 }
 
@@ -116,12 +118,13 @@ void CForwarder::Take(const CSpoolReader::ITEM& stItem, TIME now)
     m_publisher.AddLoss(stPlace, now);
 }
 
-void CForwarder::KeepHouse(TIME now)
+void CForwarder::KeepHouse(TIME now, bool bWrite)
 {
     m_nextHousekeeping = now + HOUSEKEEPING;
-    const SPOOL_PLACE stDone = m_publisher.Completed();
+    if (bWrite)
+        m_nextNote = now + NOTE;
     std::string strError;
-    (void)m_ledger.SetDone(stDone.ullSegment, m_stSettings.bDelete, strError); // told by what follows
+    (void)m_ledger.SetDone(m_publisher.Completed(), m_stSettings.bDelete, bWrite, strError); // told by what follows
     m_log.State("ledger", strError);
 }
 

@@ -35,7 +35,7 @@ private:
     void Tell(const HUB_EVENT& stEvent);
     bool Feed(TIME now);
     void Take(const CSpoolReader::ITEM& stItem, TIME now);
-    void KeepHouse(TIME now);
+    void KeepHouse(TIME now, bool bWrite);
     void PutState(TIME now);
     void FillBacklog(FLEET_BENCH_STATE& stState) const;
 
@@ -51,6 +51,7 @@ private:
     bool m_bStateDue = false;          // a new connection gets the state at once
     TIME m_nextState{};
     TIME m_nextHousekeeping{};
+    TIME m_nextNote{};
     uint64_t m_ullLostSegments = 0;
     const uint64_t m_ullStarted; // ms since 1970
 };

@@ -230,9 +230,9 @@ void CPublisher::Send(CLane& lane, TIME now)
     const std::string strSegment = PositionOf(stBegin).strSegment;
     const auto vecMessage = Encode(stDraft);
     lane.ullToken = ++m_ullToken;
-    if (!m_hub.Publish({lane.SubjectText(), MessageId(lane.Subject(), strSegment, stBegin.ullOffset), lane.ullSequence,
-                        vecMessage},
-                       lane.ullToken))
+    const std::string strId =
+        MessageId(lane.Subject(), strSegment, stBegin.ullOffset, stDraft.enKind == FLEET_KIND::LOSS);
+    if (!m_hub.Publish({lane.SubjectText(), strId, lane.ullSequence, vecMessage}, lane.ullToken))
         return Doubt(lane, now + RETRY);
     lane.enState = CLane::STATE::FLYING;
     lane.due = now + ANSWER_LIMIT;

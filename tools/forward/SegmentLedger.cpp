@@ -20,7 +20,9 @@ namespace
 {
 constexpr const char* SEGMENT_BASE = "vex"; // of vex-capture --spool
 constexpr const char* ID_FILE = "forward.id";
-constexpr const char* ORDER_FILE = "forward.segments"; // "segment NAME" or "done NAME", a line each
+constexpr const char* ORDER_FILE = "forward.segments"; // "segment NAME BYTES" or "done NAME BYTES", a line each
+constexpr const char* DONE = "done";
+constexpr const char* NOT_DONE = "segment";
 constexpr const char* LOCK_FILE = ".vex-forward.lock";
 constexpr size_t ID_BYTES = 8;
 constexpr long CLOCK_STEP_NS = 20'000'000; // a folder's time is as coarse as the kernel's tick
@@ -77,11 +79,12 @@ void CSegmentLedger::Load()
     std::istringstream lines(ReadTextFile(StatePath(ORDER_FILE), strReason).value_or(""));
     std::string strState;
     std::string strName;
-    while (lines >> strState >> strName) {
+    uint64_t ullDone = 0;
+    while (lines >> strState >> strName >> ullDone) {
         if (!IsSegmentName(strName) || m_mapByName.contains(strName))
             continue;
         m_mapByName[strName] = m_ullNext;
-        m_segments[m_ullNext++] = {.strName = strName, .strPath = "", .bDone = strState == "done"};
+        m_segments[m_ullNext++] = {.strName = strName, .strPath = "", .bDone = strState == DONE, .ullDone = ullDone};
     }
 }
 
@@ -89,7 +92,8 @@ bool CSegmentLedger::Save(std::string& strError)
 {
     std::string strText;
     for (const auto& [ullSegment, stSegment] : m_segments)
-        strText += (stSegment.bDone ? "done " : "segment ") + stSegment.strName + '\n';
+        strText += (stSegment.bDone ? DONE : NOT_DONE) + (' ' + stSegment.strName) + ' ' +
+                   std::to_string(stSegment.ullDone) + '\n';
     std::string strReason;
     if (!ReplaceTextFile(StatePath(ORDER_FILE), strText, strReason)) {
         strError = StatePath(ORDER_FILE) + ": " + strReason;
@@ -137,7 +141,7 @@ void CSegmentLedger::Look()
         m_bDirty = m_bDirty || bNew;
         SEGMENT& stSegment = m_segments[entry->second];
         if (bNew || stSegment.strPath.empty()) // the compressed one counts where both are there
-            stSegment = {strName, file.strPath, file.ullBytes, file.bCompressed, stSegment.bDone};
+            stSegment = {strName, file.strPath, file.ullBytes, file.bCompressed, stSegment.bDone, stSegment.ullDone};
     }
 }
 
@@ -153,9 +157,10 @@ uint64_t CSegmentLedger::Find(const std::string& strName) const
     return found == m_mapByName.end() ? 0 : found->second;
 }
 
-bool CSegmentLedger::SetDone(uint64_t ullBefore, bool bDelete, std::string& strError)
+/// Segments before the place are done; what is gone of them is forgotten.
+void CSegmentLedger::Mark(const SPOOL_PLACE& stPlace)
 {
-    for (auto entry = m_segments.begin(); entry != m_segments.end() && entry->first < ullBefore;) {
+    for (auto entry = m_segments.begin(); entry != m_segments.end() && entry->first < stPlace.ullSegment;) {
         SEGMENT& stSegment = entry->second;
         m_bDirty = m_bDirty || !stSegment.bDone || stSegment.strPath.empty();
         stSegment.bDone = true;
@@ -166,13 +171,23 @@ bool CSegmentLedger::SetDone(uint64_t ullBefore, bool bDelete, std::string& strE
         m_mapByName.erase(stSegment.strName);
         entry = m_segments.erase(entry);
     }
+}
+
+bool CSegmentLedger::SetDone(const SPOOL_PLACE& stPlace, bool bDelete, bool bWrite, std::string& strError)
+{
+    Mark(stPlace);
+    const auto current = m_segments.find(stPlace.ullSegment);
+    if (current != m_segments.end())
+        current->second.ullDone = stPlace.ullOffset;
+    m_bDirty = m_bDirty || (bWrite && m_stWritten != stPlace);
     if (m_bDirty && !Save(strError))
         return false;
+    m_stWritten = bWrite ? stPlace : m_stWritten;
     // What is deleted stands in the file as done: it isn't missed after a crash, nor taken for a new one.
-    for (auto entry = m_segments.begin(); bDelete && entry != m_segments.end() && entry->first < ullBefore; ++entry) {
+    for (const auto& [ullSegment, stSegment] : m_segments) {
         std::error_code gone;
-        if (entry->second.bCompressed)
-            (void)std::filesystem::remove(entry->second.strPath, gone);
+        if (bDelete && stSegment.bDone && stSegment.bCompressed && !stSegment.strPath.empty())
+            (void)std::filesystem::remove(stSegment.strPath, gone);
     }
     return true;
 }

@@ -42,6 +42,7 @@ public:
         uint64_t ullBytes = 0;    // on the disk, when it was last looked at
         bool bCompressed = false; // and so complete for sure
         bool bDone = false;       // all of it is at the hub
+        uint64_t ullDone = 0;     // at least so many of its bytes are; for whoever misses the rest
     };
     /// Looks at the spool again, if something in it may have come or gone.
     void Refresh();
@@ -54,12 +55,14 @@ public:
     uint64_t Find(const std::string& strName) const;
     uint64_t Last() const { return m_segments.empty() ? 0 : m_segments.rbegin()->first; }
 
-    /// Everything before this segment is at the hub. What is gone of that is forgotten; with bDelete compressed files
-    /// of it are deleted. False, with the reason, when the files can't be written: then nothing is deleted.
-    [[nodiscard]] bool SetDone(uint64_t ullBefore, bool bDelete, std::string& strError);
+    /// Everything before this place is at the hub. Segments before it that are gone are forgotten; with bDelete their
+    /// compressed files are deleted. bWrite: the place is to be on the disk, too. False, with the reason, when the
+    /// files can't be written: then nothing is deleted.
+    [[nodiscard]] bool SetDone(const SPOOL_PLACE& stPlace, bool bDelete, bool bWrite, std::string& strError);
 
 private:
     void Load();
+    void Mark(const SPOOL_PLACE& stPlace);
     bool Save(std::string& strError);
     std::string StatePath(const char* pszName) const { return m_strSpool + '/' + pszName; }
 
@@ -70,6 +73,7 @@ private:
     std::map<std::string, uint64_t> m_mapByName;
     uint64_t m_ullNext = 1;
     bool m_bDirty = false;
-    bool m_bEmpty = false; // a file was left out because it is empty yet
-    timespec m_changed{};  // of the folder, when it was last looked at
+    SPOOL_PLACE m_stWritten; // the last place that was to be written
+    bool m_bEmpty = false;   // a file was left out because it is empty yet
+    timespec m_changed{};    // of the folder, when it was last looked at
 };

@@ -1,5 +1,6 @@
 #include "forward/SpoolReader.h"
 
+#include <algorithm>
 #include <cerrno>
 
 void CSpoolReader::Start(const SPOOL_PLACE& stPlace)
@@ -27,8 +28,10 @@ void CSpoolReader::Pass()
 
 CSpoolReader::STEP CSpoolReader::Lose(ITEM& stItem, const std::string& strReason)
 {
+    const CSegmentLedger::SEGMENT* const pSegment = m_ledger.Find(m_stPlace.ullSegment);
+    const uint64_t ullNoted = pSegment == nullptr ? 0 : pSegment->ullDone;
     stItem = {m_stPlace.ullSegment, {}, true, strReason};
-    stItem.stBlock.ullOffset = m_stPlace.ullOffset;
+    stItem.stBlock.ullOffset = std::max(m_stPlace.ullOffset, ullNoted);
     Pass();
     return STEP::ITEM;
 }
@@ -51,6 +54,7 @@ CSpoolReader::STEP CSpoolReader::Open(ITEM& stItem)
     if (pSegment != nullptr && !pSegment->strPath.empty()) {
         std::string strError;
         m_reader.emplace();
+        m_bCompressed = pSegment->bCompressed;
         if (m_reader->Open(pSegment->strPath, strError))
             return STEP::ON;
         m_reader.reset();
@@ -81,9 +85,7 @@ CSpoolReader::STEP CSpoolReader::Read(ITEM& stItem)
     if (!bFinal)
         return STEP::WAIT;
     // What a capture that was killed left behind the last block of a plain file is cut off at its next start.
-    const CSegmentLedger::SEGMENT* const pSegment = m_ledger.Find(m_stPlace.ullSegment);
-    const bool bCut = m_reader->IsCut() && pSegment != nullptr && pSegment->bCompressed;
-    if (enResult == CSegmentReader::RESULT::BAD || bCut)
+    if (enResult == CSegmentReader::RESULT::BAD || (m_bCompressed && m_reader->IsCut()))
         return Lose(stItem, "damaged");
     Pass();
     return STEP::ON;

@@ -44,4 +44,5 @@ private:
     CSegmentLedger& m_ledger;
     SPOOL_PLACE m_stPlace;
     std::optional<CSegmentReader> m_reader; // of the segment at that place
+    bool m_bCompressed = false;             // what it reads
 };
