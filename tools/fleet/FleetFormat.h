@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 // What benches put on the hub and how it lies there: the one home of subjects, messages and names.
@@ -50,7 +51,11 @@ struct FLEET_LANE
     std::string strUe = "agent";     // "ue0" to "ue15", or "agent" for what is of no UE
     std::string strChannel = "none"; // "lte-diag", ... (CAPTURE_CHANNEL_NAMES), or "none"
 
-    auto operator<=>(const FLEET_LANE&) const = default;
+    bool operator==(const FLEET_LANE&) const = default;
+    auto operator<=>(const FLEET_LANE& other) const
+    {
+        return std::tie(strUe, strChannel) <=> std::tie(other.strUe, other.strChannel);
+    }
 };
 /// The lane of section headers, events of no UE, datagrams to the monitor, statistics, and of interfaces that aren't
 /// ours.

@@ -125,7 +125,7 @@ void CSegmentLedger::Refresh()
 void CSegmentLedger::Look()
 {
     auto found = CSegmentNames(m_strSpool + '/' + SEGMENT_BASE).List();
-    std::ranges::stable_partition(found, [](const auto& file) { return file.bCompressed; });
+    std::stable_partition(found.begin(), found.end(), [](const auto& file) { return file.bCompressed; });
     m_bEmpty = false;
     for (auto& [ullSegment, stSegment] : m_segments)
         stSegment.strPath.clear();

@@ -8,6 +8,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <tuple>
 
 /// A place in the spool: segments are counted from 1 in the order in which they were first seen; 0 is before all.
 struct SPOOL_PLACE
@@ -15,7 +16,11 @@ struct SPOOL_PLACE
     uint64_t ullSegment = 0;
     uint64_t ullOffset = 0; // of the segment's bytes, as they were before compression
 
-    auto operator<=>(const SPOOL_PLACE&) const = default;
+    bool operator==(const SPOOL_PLACE&) const = default;
+    auto operator<=>(const SPOOL_PLACE& other) const
+    {
+        return std::tie(ullSegment, ullOffset) <=> std::tie(other.ullSegment, other.ullOffset);
+    }
 };
 
 /// Which segments a spool has, in which order they came, and which of them are at the hub. Two small files beside the
