@@ -196,7 +196,7 @@ TEST_F(Fleet, ARealBenchsSpoolComesWholeWhoeverIsKilled)
     const std::string strSpooled = SpoolOf(strSpool);
     EXPECT_GT(strSpooled.size(), 10000u);
     EXPECT_TRUE(WaitFor([&] { return Fetched({}) == strSpooled; }, LIMIT));
-    ASSERT_EQ(Run({"benches"}), 0);
+    ASSERT_EQ(Run({"benches", "--timeout", "1"}), 0);
     EXPECT_NE(m_pFleet->Output().find("\nb1 "), std::string::npos) << m_pFleet->Output();
 }
 

@@ -1,6 +1,8 @@
+#include "client/Stop.h"
 #include "fleet/BenchTable.h"
 #include "fleet/Fleet.h"
 #include "fleet/FleetFormat.h"
+#include "fleet/StreamReader.h"
 
 #include <chrono>
 
@@ -13,13 +15,18 @@ struct FREE_KV
 };
 
 /// The states of all benches; what in the bucket is none is left out with a line that says so.
-natsStatus ReadBenches(const FLEET_CONTEXT& stContext, kvStore* pStore, std::vector<FLEET_BENCH_STATE>& benches)
+natsStatus ReadBenches(const FLEET_CONTEXT& stContext, jsCtx* pJs, std::vector<FLEET_BENCH_STATE>& benches)
 {
+    benches.clear();
+    kvStore* pNewStore = nullptr;
+    natsStatus enStatus = js_KeyValue(&pNewStore, pJs, FLEET_BUCKET);
+    const KvStore pStore(pNewStore);
     kvWatchOptions stOptions;
     (void)kvWatchOptions_Init(&stOptions); // fails for no pointer alone
     stOptions.IgnoreDeletes = true;
     kvWatcher* pNewWatcher = nullptr;
-    natsStatus enStatus = kvStore_WatchAll(&pNewWatcher, pStore, &stOptions);
+    if (enStatus == NATS_OK)
+        enStatus = kvStore_WatchAll(&pNewWatcher, pStore.get(), &stOptions);
     const std::unique_ptr<kvWatcher, FREE_KV> pWatcher(pNewWatcher);
     while (enStatus == NATS_OK) {
         kvEntry* pNew = nullptr;
@@ -42,12 +49,12 @@ EXIT_CODE RunBenches(const FLEET_CONTEXT& stContext)
     CFleetLink link;
     if (const EXIT_CODE enCode = link.Open(stContext); enCode != CODE_DONE)
         return enCode;
-    kvStore* pNew = nullptr;
-    natsStatus enStatus = js_KeyValue(&pNew, link.Js(), FLEET_BUCKET);
-    const KvStore pStore(pNew);
     std::vector<FLEET_BENCH_STATE> benches;
-    if (enStatus == NATS_OK)
-        enStatus = ReadBenches(stContext, pStore.get(), benches);
+    natsStatus enStatus{};
+    const auto end = Clock::now() + HUB_PATIENCE;
+    do {
+        enStatus = ReadBenches(stContext, link.Js(), benches);
+    } while (link.CodeOf(enStatus) == CODE_TIME_OUT && Clock::now() < end && !StopRequested());
     if (enStatus != NATS_OK)
         return stContext.Fail(link.CodeOf(enStatus),
                               std::string("bucket ") + FLEET_BUCKET + ": " + NatsText(enStatus) +

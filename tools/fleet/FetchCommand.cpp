@@ -1,4 +1,5 @@
 #include "client/Stop.h"
+#include "fleet/BenchTable.h"
 #include "fleet/Fleet.h"
 #include "fleet/FleetTime.h"
 #include "fleet/SegmentStore.h"
@@ -7,9 +8,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cinttypes>
-#include <cstdio>
-#include <ctime>
 #include <map>
 
 // A fetch takes all messages of the segments that touch the span, lane by lane where they lie, puts the segments
@@ -24,10 +22,7 @@ uint64_t RealTime()
 
 std::string SizeText(uint64_t ullBytes)
 {
-    constexpr double MEGA = 1e6;
-    std::array<char, 32> szText{};
-    (void)std::snprintf(szText.data(), szText.size(), "%.1f MB", static_cast<double>(ullBytes) / MEGA);
-    return szText.data();
+    return ShortNumber(static_cast<double>(ullBytes)) + "B";
 }
 
 bool ParseSpan(const FETCH_ARGS& stArgs, TIME_SPAN& stSpan)
@@ -52,7 +47,7 @@ public:
     ~CFetchProgress()
     {
         if (m_bShown)
-            m_stContext.errors << "\r\x1b[K" << std::flush;
+            m_stContext.Put("\r\x1b[K");
     }
     CFetchProgress(const CFetchProgress&) = delete;
     CFetchProgress& operator=(const CFetchProgress&) = delete;
@@ -65,8 +60,8 @@ public:
         m_last = Clock::now();
         m_bShown = true;
         const uint64_t ullDone = ullSequence + 1 - m_stRange.ullBegin;
-        m_stContext.errors << "\r\x1b[K" << ullDone * 100 / (m_stRange.ullEnd - m_stRange.ullBegin) << " %, "
-                           << SizeText(ullBytes) << std::flush;
+        const uint64_t ullPercent = ullDone * 100 / (m_stRange.ullEnd - m_stRange.ullBegin);
+        m_stContext.Put("\r\x1b[K" + std::to_string(ullPercent) + " %, " + SizeText(ullBytes));
     }
 
 private:
@@ -123,6 +118,7 @@ private:
                 continue;
             m_stAll = {std::min(m_stAll.ullBegin, stRange.ullBegin), std::max(m_stAll.ullEnd, stRange.ullEnd)};
         }
+        m_bToEnd = m_stAll.ullEnd == reader.Range().ullEnd;
     }
 
     /// Beginning of the segment that holds the span's begin. Every segment begins in the agent's lane.
@@ -207,7 +203,7 @@ private:
             const std::string strEpoch = strKey.substr(strKey.rfind(' ') + 1);
             if (coverage.Behind() == 0)
                 continue;
-            const bool bUnderWay = strKey == m_mapNewest.at(strEpoch) && coverage.Prefix() > 0;
+            const bool bUnderWay = m_bToEnd && strKey == m_mapNewest.at(strEpoch) && coverage.Prefix() > 0;
             m_stContext.Tell(NameOf(strKey) + ": " + std::to_string(coverage.Behind()) +
                              " bytes behind a gap are left out" + (bUnderWay ? "; the rest is under way" : ""));
             bWhole = bWhole && bUnderWay;
@@ -228,6 +224,7 @@ private:
     std::map<std::string, std::string> m_mapNewest;    // key of the newest segment, by epoch
     std::map<std::string, std::string> m_mapLost;      // names of segments with a loss, by key
     SEQUENCE_RANGE m_stAll{UINT64_MAX, 0};
+    bool m_bToEnd = false; // the stream's end has been read
 };
 } // namespace
 

@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <csignal>
 #include <functional>
 #include <mutex>
 
@@ -136,11 +137,11 @@ EXIT_CODE CFleetLink::CodeOf(natsStatus enStatus) const
     }
 }
 
-void FLEET_CONTEXT::Tell(const std::string& strText) const
+void FLEET_CONTEXT::Put(const std::string& strText) const
 {
     static std::mutex lock; // the library's threads have something to say, too
     const std::lock_guard guard(lock);
-    errors << "vex-fleet: " << strText << std::endl;
+    errors << strText << std::flush;
 }
 
 void CFleetLink::OnError(const FLEET_CONTEXT& stContext, const std::string& strWhat)
@@ -183,6 +184,7 @@ EXIT_CODE RunFleet(std::vector<std::string> args, std::ostream& out, std::ostrea
     } catch (const CLI::ParseError& error) {
         return line.App().exit(error, out, errors) == 0 ? CODE_DONE : CODE_USAGE;
     }
+    (void)signal(SIGPIPE, SIG_IGN); // the hub may go: writing says so
     CatchStopSignals();
     const EXIT_CODE enCode = line.Run();
     out.flush();

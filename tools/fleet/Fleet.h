@@ -22,7 +22,9 @@ struct FLEET_CONTEXT
     bool bTerminal = false; // whether the errors go to one
 
     /// A line on the error stream; from any thread.
-    void Tell(const std::string& strText) const;
+    void Tell(const std::string& strText) const { Put("vex-fleet: " + strText + '\n'); }
+    /// Bytes on the error stream, as they are; from any thread.
+    void Put(const std::string& strText) const;
     EXIT_CODE Fail(EXIT_CODE enCode, const std::string& strReason) const
     {
         Tell(strReason);

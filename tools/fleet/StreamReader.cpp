@@ -10,9 +10,8 @@ namespace
 {
 using Clock = std::chrono::steady_clock;
 
-constexpr int64_t WAIT_MS = 200;             // for one message, before it is looked whether to stop
-constexpr std::chrono::seconds RENEW{3};     // without a message: the consumer may have gone with its server
-constexpr std::chrono::seconds PATIENCE{30}; // without a message, for good
+constexpr int64_t WAIT_MS = 200;         // for one message, before it is looked whether to stop
+constexpr std::chrono::seconds RENEW{3}; // without a message: the consumer may have gone with its server
 
 struct FREE_INFO
 {
@@ -40,10 +39,10 @@ bool IsPassing(natsStatus enStatus, jsErrCode enCode)
     }
 }
 
-/// Calls until the answer is more than a passing one, or PATIENCE ends.
+/// Calls until the answer is more than a passing one, or HUB_PATIENCE ends.
 template <class Call> natsStatus Patiently(Call call)
 {
-    const auto end = Clock::now() + PATIENCE;
+    const auto end = Clock::now() + HUB_PATIENCE;
     for (;;) {
         jsErrCode enCode{};
         const natsStatus enStatus = call(enCode);
@@ -220,7 +219,7 @@ bool CStreamReader::Read(const SEQUENCE_RANGE& stRange, const std::function<bool
         NatsMsg pMsg;
         STREAM_MESSAGE stMessage;
         enStatus = cursor.Next(pMsg, stMessage);
-        if (enStatus == NATS_TIMEOUT && cursor.Silence() < PATIENCE)
+        if (enStatus == NATS_TIMEOUT && cursor.Silence() < HUB_PATIENCE)
             continue;
         if (enStatus != NATS_OK) {
             strError = "nothing comes from the hub: " + NatsText(enStatus);

@@ -3,10 +3,14 @@
 #include "fleet/FleetFormat.h"
 #include "fleet/Hub.h"
 
+#include <chrono>
 #include <functional>
 #include <map>
 #include <optional>
 #include <string>
+
+/// How long a hub that has lost a server, and so gives no answer, is asked again.
+constexpr std::chrono::seconds HUB_PATIENCE{30};
 
 /// Where the messages of a subject lie in the stream: from the first sequence up to, but without, the last.
 struct SEQUENCE_RANGE

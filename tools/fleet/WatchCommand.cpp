@@ -99,7 +99,7 @@ EXIT_CODE RunFleetWatch(const FLEET_CONTEXT& stContext, const FLEET_WATCH_ARGS& 
     const NatsSubscription pSubscription(pNew);
     CWatch watch(stContext, stArgs);
     const auto end = After(stArgs.seconds);
-    while (!StopRequested() && !watch.IsDone() && Clock::now() < end) {
+    while (!StopRequested() && !watch.IsDone() && Clock::now() < end && stContext.out) { // whoever reads it may go
         natsMsg* pNewMsg = nullptr;
         enStatus = natsSubscription_NextMsg(&pNewMsg, pSubscription.get(), WAIT_MS);
         const NatsMsg pMsg(pNewMsg);
