@@ -1,43 +1,9 @@
 // Every view of the page in Chromium, with a made-up server behind it.
 
 import assert from 'node:assert/strict';
-import {after, afterEach, beforeEach, test} from 'node:test';
-import {FakePage} from './fake.mjs';
-import {
-    closeBrowser,
-    download,
-    eventually,
-    hasText,
-    openTab,
-    setHidden,
-    shown,
-    textOf,
-    textsOf,
-    until,
-} from './harness.mjs';
-
-let fake, site;
-const tabs = [];
-
-async function open(hash, options) {
-    const tab = await openTab(`${site}/${hash}`, options);
-    tabs.push(tab);
-    return tab;
-}
-
-after(closeBrowser);
-beforeEach(async () => {
-    fake = new FakePage();
-    site = await fake.listen();
-});
-afterEach(async () => {
-    const problems = tabs.flatMap(tab => tab.problems);
-    for (const tab of tabs.splice(0)) await tab.close();
-    await fake.close();
-    assert.deepEqual(problems, []);
-});
-
-const plotCard = id => `[data-plot="${id}"]`;
+import {test} from 'node:test';
+import {download, eventually, hasText, shown, textOf, textsOf, until} from './harness.mjs';
+import {fake, open, plotCard} from './site.mjs';
 
 test('overview: modems, clients, losses and log', async () => {
     const tab = await open('#/overview');
@@ -264,103 +230,6 @@ test('export: what a plot shows as CSV and PNG, packets as pcapng', async () => 
     assert.ok(png.body.readUInt32BE(20) > 240 && png.body.length > 4000);
     const pcapng = await download(tab, () => tab.$eval('.tabs .button', link => link.click()));
     assert.equal(pcapng.body.toString('hex'), '0a0d0d0a');
-});
-
-test('a page that is away comes back by itself', async () => {
-    const tab = await open('#/modem/0?plots=rate/bytes', {expected: /Failed to load resource|ERR_/});
-    await shown(tab, '.plot-card');
-    await until(tab, () => vex.view.last?.tick !== undefined);
-    const {port} = fake.server.address();
-    await fake.close();
-    await hasText(tab, '#status-text', 'vex-page is away');
-    await shown(tab, '#notice');
-    await fake.listen(port);
-    await hasText(tab, '#status-text', 'agent on lab7');
-    await until(tab, () => document.querySelector('#notice').hidden);
-});
-
-test('a modem that is not known is waited for', async () => {
-    const tab = await open('#/modem/9', {expected: /404|ERR_/});
-    await hasText(tab, '.empty', 'Modem 9 is not known.');
-    fake.modems.push(fake.modem(9, 'confirmed'));
-    await shown(tab, plotCard('rate/bytes'));
-    fake.modems.pop(); // forgotten
-    fake.dropStreams();
-    await hasText(tab, '.tab .empty', 'Modem 9 is not known.');
-    await until(tab, () => document.querySelector('#notice').hidden);
-    fake.modems.push(fake.modem(9, 'confirmed'));
-    await shown(tab, plotCard('rate/bytes'));
-});
-
-test('eight tabs share few streams, and hidden ones have none', async () => {
-    for (const ue of [4, 5]) fake.modems.push(fake.modem(ue, 'confirmed'));
-    const eight = await Promise.all(
-        ['#/overview', ...[3, 0, 1, 4, 5, 3, 3].map(ue => `#/modem/${ue}/control`)].map(hash => open(hash))
-    );
-    for (const tab of eight) await setHidden(tab, false); // windows side by side
-    await Promise.all(
-        eight.map(
-            (
-                tab,
-                i // each gets ticks of its own view
-            ) =>
-                until(
-                    tab,
-                    i => (i === 0 ? document.querySelector('.modem-card') : vex.view.last?.tick !== undefined),
-                    i
-                )
-        )
-    );
-    assert.ok(fake.streams.size <= 4, `${fake.streams.size} streams`);
-    for (const tab of eight.slice(1)) await setHidden(tab, true);
-    await eventually(() => fake.streams.size === 1, 'one stream');
-    await setHidden(eight[1], false);
-    await eventually(() => fake.streams.size === 2, 'two streams');
-});
-
-test('a tab left open does not grow', async () => {
-    const tab = await open('#/modem/3');
-    await shown(tab, plotCard('rate/bytes'));
-    const session = await tab.createCDPSession();
-    const run = async ticks => {
-        const start = fake.tick;
-        for (let done = 0; done < ticks; done += 100) {
-            fake.burst(100);
-            await until(tab, tick => vex.view.last.tick >= tick, start + done + 100);
-        }
-        await session.send('HeapProfiler.collectGarbage');
-        const {JSHeapUsedSize, Nodes} = await tab.metrics();
-        return {heap: JSHeapUsedSize, nodes: Nodes, points: await tab.evaluate(() => vex.view.points)};
-    };
-    const first = await run(1600);
-    const second = await run(1600);
-    assert.ok(second.points > 2 * 1400 && second.points <= 2 * 1500, `${second.points} points`);
-    assert.ok(second.nodes < first.nodes + 200, `${first.nodes}, then ${second.nodes} nodes`);
-    assert.ok(second.heap < first.heap + 2e6, `${first.heap}, then ${second.heap} bytes`);
-});
-
-test('views that are left leave nothing behind', async () => {
-    const tab = await open('#/overview');
-    const session = await tab.createCDPSession();
-    const walk = async rounds => {
-        for (let i = 0; i < rounds; ++i)
-            for (const [hash, selector] of [
-                ['#/modem/0', '.plot-card canvas'],
-                ['#/modem/0/packets', '.packets tr'],
-                ['#/modem/0/control', '.choices tr'],
-                ['#/overview', '.modem-card'],
-            ]) {
-                await tab.evaluate(hash => {
-                    location.hash = hash;
-                }, hash);
-                await shown(tab, selector);
-            }
-        await session.send('HeapProfiler.collectGarbage');
-        return (await tab.metrics()).Nodes;
-    };
-    const first = await walk(2);
-    const second = await walk(4);
-    assert.ok(second < first * 1.5, `${first}, then ${second} nodes`);
 });
 
 test('all of it by keyboard', async () => {
