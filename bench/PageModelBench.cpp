@@ -63,7 +63,7 @@ void HourOfAPlot(benchmark::State& state)
     for (auto _ : state)
         benchmark::DoNotOptimize(model.Get({"/api/plot", {{"ue", "3"}, {"plot", "stat/cqi"}}}));
 }
-BENCHMARK(HourOfAPlot)->Unit(benchmark::kMillisecond);
+BENCHMARK(HourOfAPlot)->Unit(benchmark::kMicrosecond);
 
 /// The ticks of both views, with sixteen modems.
 void Tick(benchmark::State& state)
@@ -81,7 +81,7 @@ void Tick(benchmark::State& state)
         benchmark::DoNotOptimize(model.Tick({"", {{"view", "modem"}, {"ue", "3"}}}));
     }
 }
-BENCHMARK(Tick)->Unit(benchmark::kMillisecond);
+BENCHMARK(Tick)->Unit(benchmark::kMicrosecond);
 } // namespace
 
 BENCHMARK_MAIN();

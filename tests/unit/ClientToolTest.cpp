@@ -327,13 +327,26 @@ TEST(ClientReports, MeasurementRecordsAreToldByKindAndLength)
     EXPECT_STREQ(IndicationLayout(0x0202, 1096)->pszName, "LTE cell measurement");
     EXPECT_EQ(IndicationLayout(0x0202, 1095), nullptr);
     EXPECT_EQ(IndicationLayout(0x0200, 1096), nullptr); // a DSP message of that length
-    for (const size_t szLen : {516U, 1060U, 808U, 388U, 1264U})
+    for (const size_t szLen : {1096U, 516U, 1060U, 808U, 388U, 1264U})
         EXPECT_FALSE(IsTruncated(*IndicationLayout(2, szLen), szLen)) << szLen;
     const Bytes cmac = Join(Hex("01 02 0000  3412 0500 28 000000  7856 0600 29 000000"), Fill(496));
     const ordered_json decoded = Decode(*IndicationLayout(2, cmac.size()), cmac);
     EXPECT_EQ(decoded["entries"][1]["channel"], 0x5678);
     EXPECT_EQ(decoded["entries"][1]["level"], 0x29);
     EXPECT_EQ(decoded["entries"].size(), 2U);
+}
+
+TEST(ClientReports, AnLteMeasurementHasTheServingCellFirst)
+{
+    // Idle record of type 0x33: count 2 at 8, the serving cell at 12, its neighbours from 20 to 276.
+    const Bytes record = Join(Hex("3300 00 00 0000 0000 0200 0000 0100020003000400 0500060007000800"), Fill(1068));
+    const ordered_json decoded = Decode(*IndicationLayout(2, record.size()), record);
+    EXPECT_EQ(decoded["record_type"], 0x33);
+    EXPECT_EQ(decoded["connected"], 0);
+    EXPECT_EQ(decoded["count"], 2);
+    ASSERT_EQ(decoded["cells"].size(), 33U);
+    EXPECT_EQ(decoded["cells"][0]["words"], (ordered_json{1, 2, 3, 4}));
+    EXPECT_EQ(decoded["cells"][1]["words"], (ordered_json{5, 6, 7, 8}));
 }
 
 TEST(ClientPrinter, ListsAreCutInTextOnly)
