@@ -281,6 +281,16 @@ TEST_F(PageServerTest, AViewerThatStallsGoesOnWithTheNewestTickAndHoldsNothingUp
     EXPECT_LT(nBefore, 20) << "what the sockets had room for";
 }
 
+TEST_F(PageServerTest, AViewerThatTakesNothingForLongIsCutOff)
+{
+    m_stSettings.ulIdleSeconds = 1;
+    const uint16_t usPort = Start();
+    const auto pStalled = View(usPort);
+    Tick(std::string(size_t{16} * 1024 * 1024, 'x')); // more than the sockets hold
+    ASSERT_EQ(m_pServer->Viewers(), 1U);
+    EXPECT_TRUE(WaitFor([&] { return m_pServer->Viewers() == 0; }));
+}
+
 TEST_F(PageServerTest, AViewerThatGoesLeavesNothingBehind)
 {
     const uint16_t usPort = Start();

@@ -1,6 +1,7 @@
 # The server of tools/page, in front of views that the tests make up.
 vex_test(test_page_server
     SOURCES
+        PageControlTest.cpp
         PageFilesTest.cpp
         PageGuardTest.cpp
         PageOptionsTest.cpp

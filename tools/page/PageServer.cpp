@@ -168,8 +168,8 @@ bool CPageServer::Listen(std::string& strError)
     m_pDaemon = MHD_start_daemon(ulFlags, 0, nullptr, nullptr, &GLUE::Handle, this, //
                                  MHD_OPTION_SOCK_ADDR, &stAddress,                  //
                                  MHD_OPTION_NOTIFY_COMPLETED, &GLUE::Completed, nullptr, MHD_OPTION_CONNECTION_LIMIT,
-                                 MOST_CONNECTIONS,                            //
-                                 MHD_OPTION_CONNECTION_TIMEOUT, IDLE_SECONDS, //
+                                 MOST_CONNECTIONS,                                          //
+                                 MHD_OPTION_CONNECTION_TIMEOUT, m_stSettings.ulIdleSeconds, //
                                  MHD_OPTION_END);
     if (m_pDaemon == nullptr)
         strError = m_stSettings.stAccess.stListen.Text() + ": " + (errno == 0 ? "can't listen" : std::strerror(errno));

@@ -23,6 +23,7 @@ public:
         bool bControl = false;
         ORDER order{};
         std::function<std::string()> health; // one line for /healthz
+        unsigned int ulIdleSeconds = 30;     // until a connection that asks nothing, or takes nothing, is closed
     };
 
     /// Null, with what is wrong, when the address can't be listened on. The views outlive the server.
@@ -39,8 +40,6 @@ public:
 
     static constexpr size_t LARGEST_BODY = size_t{16} * 1024; // of a POST
     static constexpr unsigned int MOST_CONNECTIONS = 256;
-    static constexpr unsigned int IDLE_SECONDS =
-        30; // until a connection that does nothing, or takes nothing, is closed
     static constexpr size_t MOST_BODY_BYTES = size_t{256} * 1024 * 1024; // of large answers under way
 
 private:
