@@ -37,15 +37,18 @@ export class Bench {
         const file = openSync(this.#path(`${name}.out`), 'a');
         const child = spawn(path.join(BIN, program), args, {cwd: this.work, stdio: ['ignore', file, file]});
         closeSync(file);
-        child.ended = new Promise(done => child.on('exit', done));
+        child.ended = new Promise(done => child.on('exit', (status, signal) => done(status ?? signal)));
         this.running.set(name, child);
         return child;
     }
+    /// Ends a program. One of ours but a client has to end in order; a sanitizer's finding is an end of another kind.
     async stop(name, signal = 'SIGTERM') {
         const child = this.running.get(name);
         this.running.delete(name);
         child?.kill(signal);
-        await child?.ended;
+        const status = await child?.ended;
+        if (child && status !== 0 && !child.spawnfile.endsWith('vex-client'))
+            throw new Error(`${name} ended with ${status}: ${this.output(name)}`);
     }
 
     startAgent() {
