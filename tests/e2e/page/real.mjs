@@ -193,6 +193,13 @@ test('packets: decoded as a client prints them', async () => {
     assert.ok(values.join(' ').includes(printed.join(' ')), `${printed} are not among ${values}`);
 });
 
+/// Waits until the clients of modem 0's GU channels are as wanted.
+const guChannels = (wanted, why) =>
+    bench.overview(({modems}) => {
+        const channels = modems[0].channels.filter(({channel}) => channel.startsWith('gu-'));
+        return channels.length === 2 && channels.every(({client}) => wanted(client));
+    }, why);
+
 test('start and stop: a statistic from the page, and a client that is in the way', async () => {
     const tab = await open(`${PAGE}/#/modem/0/control`, {expected: /409/});
     const button = await tab.waitForSelector('xpath/.//tr[th[normalize-space(.)="tpc"]]//button');
@@ -211,7 +218,9 @@ test('start and stop: a statistic from the page, and a client that is in the way
     await tab.$eval('.control-groups [data-running="yes"] button', node => node.click());
     await hasText(tab, '.result', 'tpc: stopped');
 
+    await guChannels(client => client === null, 'the page lets the channels go');
     bench.start('holder', 'vex-client', ['--bind', '101', 'stat', 'cqi']);
+    await guChannels(client => client !== null, 'a client holds the channels');
     await hasText(tab, '.control .notice', 'Another client holds GU command of port 103: 127.0.0.1, client');
     await (await tab.waitForSelector('xpath/.//tr[th[normalize-space(.)="tpc"]]//button')).click();
     await until(tab, () =>
