@@ -86,13 +86,15 @@ struct CASE
 class WiresharkRecords : public testing::Test
 {
 protected:
+    /// szLeast: bytes of the record, those behind its fields included.
     void Add(const std::string& strName, const RECORD_LAYOUT* pstLayout, enChannelType enChannel, uint32_t ulId,
-             uint16_t usType)
+             uint16_t usType, size_t szLeast = 0)
     {
         if (pstLayout == nullptr)
             return;
         CASE stCase{strName, pstLayout, {}};
         Fill(stCase.payload, *pstLayout, m_ulSeed);
+        stCase.payload.resize(std::max(stCase.payload.size(), szLeast));
         m_tshark.Add({.enKind = TAP_KIND::AGENT_TO_CLIENT, .ucUe = 3, .ucChannel = static_cast<uint8_t>(enChannel)},
                      Join(Le(ulId), Le(uint32_t{0}), Le(uint64_t{0}), Le(usType),
                           Le(static_cast<uint16_t>(stCase.payload.size())), stCase.payload));
@@ -156,7 +158,7 @@ TEST_F(WiresharkRecords, AnswersAndMeasurementsShowTheFieldsOfTheClient)
         Add(stRow.pstLayout->pszName, stRow.pstLayout, CHANNEL_LTE_DIAG, stRow.ulCmdId, 0x02F0);
     for (const MEASUREMENT_ROW& stRow : MeasurementLayouts()) {
         if (stRow.pstLayout->groups.empty() || stRow.pstLayout->groups[0].usFixedCount != 0)
-            Add(stRow.pstLayout->pszName, stRow.pstLayout, CHANNEL_LTE_DATA, 0x00500001, 0x0302);
+            Add(stRow.pstLayout->pszName, stRow.pstLayout, CHANNEL_LTE_DATA, 0x00500001, 0x0302, stRow.szLen);
     }
     Check();
 }
