@@ -25,58 +25,106 @@ export class Bench {
         process.on('exit', () => this.running.forEach(child => child.kill('SIGKILL')));
     }
 
-    #path(name) { return path.join(this.work, name); }
-    output(name) { return readFileSync(this.#path(`${name}.out`), 'utf8'); }
+    #path(name) {
+        return path.join(this.work, name);
+    }
+    output(name) {
+        return readFileSync(this.#path(`${name}.out`), 'utf8');
+    }
 
     /// Starts a program; its output is in the file of this name.
     start(name, program, args) {
         const file = openSync(this.#path(`${name}.out`), 'a');
         const child = spawn(path.join(BIN, program), args, {cwd: this.work, stdio: ['ignore', file, file]});
         closeSync(file);
-        child.ended = new Promise(done => child.on('exit', done));
+        child.ended = new Promise(done => child.on('exit', (status, signal) => done(status ?? signal)));
         this.running.set(name, child);
         return child;
     }
+    /// Ends a program. One of ours but a client has to end in order; a sanitizer's finding is an end of another kind.
     async stop(name, signal = 'SIGTERM') {
         const child = this.running.get(name);
         this.running.delete(name);
         child?.kill(signal);
-        await child?.ended;
+        const status = await child?.ended;
+        if (child && status !== 0 && !child.spawnfile.endsWith('vex-client'))
+            throw new Error(`${name} ended with ${status}: ${this.output(name)}`);
     }
 
-    startAgent() { return this.start('agent', 'vex-agent', []); }
-    startModems(count, ...more) {
-        return this.start('modems', 'vex-uesim', ['--config', 'config/vex.cfg', '--log', 'modems.log', '--attach', '--first-port', '101', '--ues', String(count),
-                                                  '--dir', 'ports', '--lte-rate', '50', '--lte-start-on-switch', '--dual-card', ...more]);
+    startAgent() {
+        return this.start('agent', 'vex-agent', []);
     }
-    startPage(name, ...args) { return this.start(name, 'vex-page', ['--tap', this.tap, '--log', this.#path('vex'), ...args]); }
+    startModems(count, ...more) {
+        return this.start('modems', 'vex-uesim', [
+            '--config',
+            'config/vex.cfg',
+            '--log',
+            'modems.log',
+            '--attach',
+            '--first-port',
+            '101',
+            '--ues',
+            String(count),
+            '--dir',
+            'ports',
+            '--lte-rate',
+            '50',
+            '--lte-start-on-switch',
+            '--dual-card',
+            ...more,
+        ]);
+    }
+    startPage(name, ...args) {
+        return this.start(name, 'vex-page', ['--tap', this.tap, '--log', this.#path('vex'), ...args]);
+    }
 
     /// A client's whole run: its exit status and the objects that it has printed.
     async client(...args) {
-        const child = spawn(path.join(BIN, 'vex-client'), ['--json', ...args], {cwd: this.work, stdio: ['ignore', 'pipe', 'inherit']});
+        const child = spawn(path.join(BIN, 'vex-client'), ['--json', ...args], {
+            cwd: this.work,
+            stdio: ['ignore', 'pipe', 'inherit'],
+        });
         let text = '';
-        child.stdout.on('data', part => { text += part; });
+        child.stdout.on('data', part => {
+            text += part;
+        });
         const status = await new Promise(done => child.on('close', done));
-        return {status, lines: text.split('\n').filter(Boolean).map(line => JSON.parse(line))};
+        return {
+            status,
+            lines: text
+                .split('\n')
+                .filter(Boolean)
+                .map(line => JSON.parse(line)),
+        };
     }
 
     /// Waits until the overview is as wanted, and gives it.
     async overview(wanted, why, site = PAGE, waitMs = WAIT_MS) {
-        return poll(async () => {
-            const overview = await (await fetch(`${site}/api/overview`)).json();
-            return wanted(overview) && overview;
-        }, why, waitMs);
+        return poll(
+            async () => {
+                const overview = await (await fetch(`${site}/api/overview`)).json();
+                return wanted(overview) && overview;
+            },
+            why,
+            waitMs
+        );
     }
     /// Waits until a modem is confirmed and computes statistics.
     async ready(ue) {
-        await this.overview(({modems}) => modems.some(modem => modem.ue === ue && modem.state === 'confirmed'), `modem ${ue} is confirmed`);
+        await this.overview(
+            ({modems}) => modems.some(modem => modem.ue === ue && modem.state === 'confirmed'),
+            `modem ${ue} is confirmed`
+        );
         const port = String(101 + 100 * ue);
-        await poll(async () => (await this.client('--bind', port, '--timeout', '2', 'stat', 'sir', '--count', '1')).status === 0, 'the register service');
+        await poll(
+            async () =>
+                (await this.client('--bind', port, '--timeout', '2', 'stat', 'sir', '--count', '1')).status === 0,
+            'the register service'
+        );
     }
 
     async close() {
-        for (const name of [...this.running.keys()].reverse())
-            await this.stop(name);
+        for (const name of [...this.running.keys()].reverse()) await this.stop(name);
         rmSync(this.work, {recursive: true, force: true});
     }
 }
@@ -87,8 +135,7 @@ export async function poll(what, why, waitMs = WAIT_MS) {
     for (const end = Date.now() + waitMs; Date.now() < end; await new Promise(done => setTimeout(done, 100)))
         try {
             const got = await what();
-            if (got)
-                return got;
+            if (got) return got;
         } catch (error) {
             last = error;
         }

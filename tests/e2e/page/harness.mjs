@@ -11,7 +11,8 @@ const WAIT_MS = 15000;
 
 export const work = mkdtempSync(path.join(os.tmpdir(), 'vex-page-'));
 const browser = await puppeteer.launch({
-    executablePath: '/usr/bin/chromium', args: ['--no-sandbox', '--disable-gpu', '--disable-dev-shm-usage', '--disable-extensions'],
+    executablePath: '/usr/bin/chromium',
+    args: ['--no-sandbox', '--disable-gpu', '--disable-dev-shm-usage', '--disable-extensions'],
     userDataDir: path.join(work, 'profile'),
 });
 export async function closeBrowser() {
@@ -42,22 +43,23 @@ export async function until(tab, what, ...args) {
 /// Waits until a condition here holds.
 export async function eventually(what, why) {
     for (const end = Date.now() + WAIT_MS; Date.now() < end; await new Promise(done => setTimeout(done, 50)))
-        if (await what())
-            return;
+        if (await what()) return;
     throw new Error(`waited in vain: ${why}`);
 }
 
-export const shown = (tab, selector) => until(tab, selector => document.querySelector(selector)?.checkVisibility(), selector);
+export const shown = (tab, selector) =>
+    until(tab, selector => document.querySelector(selector)?.checkVisibility(), selector);
 export const textOf = (tab, selector) => tab.$eval(selector, node => node.innerText);
 export const textsOf = (tab, selector) => tab.$$eval(selector, nodes => nodes.map(node => node.innerText));
 export const hasText = (tab, selector, text) =>
     until(tab, (selector, text) => document.querySelector(selector)?.innerText.includes(text), selector, text);
 
 /// As a user who turns to another tab, or back.
-export const setHidden = (tab, hidden) => tab.evaluate(hidden => {
-    Object.defineProperty(document, 'hidden', {value: hidden, configurable: true});
-    document.dispatchEvent(new Event('visibilitychange'));
-}, hidden);
+export const setHidden = (tab, hidden) =>
+    tab.evaluate(hidden => {
+        Object.defineProperty(document, 'hidden', {value: hidden, configurable: true});
+        document.dispatchEvent(new Event('visibilitychange'));
+    }, hidden);
 
 /// Does what starts a download and gives {name, body} of the file.
 export async function download(tab, start) {

@@ -1,33 +1,9 @@
 // Every view of the page in Chromium, with a made-up server behind it.
 
 import assert from 'node:assert/strict';
-import {after, afterEach, beforeEach, test} from 'node:test';
-import {FakePage} from './fake.mjs';
-import {closeBrowser, download, eventually, hasText, openTab, setHidden, shown, textOf, textsOf, until} from './harness.mjs';
-
-let fake, site;
-const tabs = [];
-
-async function open(hash, options) {
-    const tab = await openTab(`${site}/${hash}`, options);
-    tabs.push(tab);
-    return tab;
-}
-
-after(closeBrowser);
-beforeEach(async () => {
-    fake = new FakePage();
-    site = await fake.listen();
-});
-afterEach(async () => {
-    const problems = tabs.flatMap(tab => tab.problems);
-    for (const tab of tabs.splice(0))
-        await tab.close();
-    await fake.close();
-    assert.deepEqual(problems, []);
-});
-
-const plotCard = id => `[data-plot="${id}"]`;
+import {test} from 'node:test';
+import {download, eventually, hasText, shown, textOf, textsOf, until} from './harness.mjs';
+import {fake, open, plotCard} from './site.mjs';
 
 test('overview: modems, clients, losses and log', async () => {
     const tab = await open('#/overview');
@@ -36,23 +12,36 @@ test('overview: modems, clients, losses and log', async () => {
     assert.deepEqual(await textsOf(tab, '.modem-card .badge'), ['confirmed', 'confirmed', 'attached, not confirmed']);
     assert.match(await textOf(tab, '.modem-card'), /V100R001C10B200SP00 · IMEI 860000000110000/);
     assert.deepEqual((await textsOf(tab, '.modem-card .faults')).filter(Boolean), ['12 lost, 2 warnings']);
-    assert.match(await textOf(tab, '.channels tbody tr:nth-child(3)'), /GU command\s+103\s+ue0-gu\s+client 9, \d\d:\d\d:\d\d/);
+    assert.match(
+        await textOf(tab, '.channels tbody tr:nth-child(3)'),
+        /GU command\s+103\s+ue0-gu\s+client 9, \d\d:\d\d:\d\d/
+    );
     assert.match(await textOf(tab, '[aria-label="Clients"] tbody tr'), /7\s+127\.0\.0\.1\s+LTE diag\s+0, port 101/);
     assert.match(await textOf(tab, '[aria-label="Losses"]'), /12 × packets that client 9 did not take, modem 1/);
     assert.match(await textOf(tab, '[aria-label="Log"]'), /error\s*open of \/dev\/ttyUSB9 failed: Permission denied/);
-    assert.match(await tab.$eval('.spark .line.line-0', path => path.getAttribute('d')), /^M0\.0,[\d.]+(L[\d.]+,[\d.]+){59}$/);
+    assert.match(
+        await tab.$eval('.spark .line.line-0', path => path.getAttribute('d')),
+        /^M0\.0,[\d.]+(L[\d.]+,[\d.]+){59}$/
+    );
     assert.equal(await textOf(tab, '#status-text'), 'agent on lab7');
 });
 
 test('overview: modems come and go without a reload', async () => {
     const tab = await open('#/overview');
     await shown(tab, '.modem-card');
-    await tab.evaluate(() => { window.marked = document.querySelector('.modem-card[data-key="1"]'); });
+    await tab.evaluate(() => {
+        window.marked = document.querySelector('.modem-card[data-key="1"]');
+    });
     fake.modems[0].state = 'gone';
     await until(tab, () => document.querySelector('.modem-card:last-child[data-key="0"][data-state="gone"]'));
     fake.modems.splice(0, 1);
     fake.modems.push(fake.modem(7, 'attached'));
-    await until(tab, () => [...document.querySelectorAll('.modem-card .card-title')].map(node => node.innerText).join() === 'Modem 1,Modem 3,Modem 7');
+    await until(
+        tab,
+        () =>
+            [...document.querySelectorAll('.modem-card .card-title')].map(node => node.innerText).join() ===
+            'Modem 1,Modem 3,Modem 7'
+    );
     assert.equal(await tab.evaluate(() => window.marked === document.querySelector('.modem-card[data-key="1"]')), true);
     assert.deepEqual(await textsOf(tab, '#modems a'), ['Overview', 'Modem 1', 'Modem 3', 'Modem 7']);
 });
@@ -71,18 +60,34 @@ test('overview: what to do when nothing is there', async () => {
 test('plots: what is running, with the newest values', async () => {
     const tab = await open('#/modem/0');
     await shown(tab, plotCard('stat/cqi'));
-    assert.deepEqual(await tab.$$eval('.plot-card', cards => cards.map(card => card.dataset.plot)),
-                     ['rate/bytes', 'rate/packets', 'stat/cqi', 'stat/decoding', 'stat/power', 'stat/hsupa-grant']);
-    assert.deepEqual(await textsOf(tab, `${plotCard('stat/cqi')} .legend .name`), ['carriers[0].mean_cqi', 'carriers[1].mean_cqi']);
+    assert.deepEqual(await tab.$$eval('.plot-card', cards => cards.map(card => card.dataset.plot)), [
+        'rate/bytes',
+        'rate/packets',
+        'stat/cqi',
+        'stat/decoding',
+        'stat/power',
+        'stat/hsupa-grant',
+    ]);
+    assert.deepEqual(await textsOf(tab, `${plotCard('stat/cqi')} .legend .name`), [
+        'carriers[0].mean_cqi',
+        'carriers[1].mean_cqi',
+    ]);
     // The legend's value is that of the newest point that the server has told of.
     await until(tab, () => {
         const {last} = vex.view;
         const points = last.new?.['stat/cqi'];
-        return points?.t.length > 0 && document.querySelector('[data-plot="stat/cqi"] .legend b').innerText === String(points.v[1].at(-1));
+        return (
+            points?.t.length > 0 &&
+            document.querySelector('[data-plot="stat/cqi"] .legend b').innerText === String(points.v[1].at(-1))
+        );
     });
     await tab.click(`${plotCard('stat/cqi')} summary`);
     await tab.click(`${plotCard('stat/cqi')} .options li:first-child input`);
-    assert.deepEqual(await textsOf(tab, `${plotCard('stat/cqi')} .legend .name`), ['count', 'carriers[0].mean_cqi', 'carriers[1].mean_cqi']);
+    assert.deepEqual(await textsOf(tab, `${plotCard('stat/cqi')} .legend .name`), [
+        'count',
+        'carriers[0].mean_cqi',
+        'carriers[1].mean_cqi',
+    ]);
 });
 
 test('plots: a link says which, and over what time', async () => {
@@ -120,13 +125,19 @@ test('plots: pause, zoom and back', async () => {
 test('plots: the cursor shows values, by keys too', async () => {
     const tab = await open('#/modem/0?plots=rate/bytes,stat/cqi&span=60');
     const chart = `${plotCard('rate/bytes')} .chart`;
-    await until(tab, selector => document.querySelector(`${selector} canvas`) && document.querySelector('.legend b')?.innerText !== '–', chart);
+    await until(
+        tab,
+        selector =>
+            document.querySelector(`${selector} canvas`) && document.querySelector('.legend b')?.innerText !== '–',
+        chart
+    );
     await tab.keyboard.press(' '); // so that the newest point stays where it is
     await hasText(tab, '.toolbar', 'paused');
     await tab.focus(chart);
-    for (let i = 0; i < 5; ++i)
-        await tab.keyboard.press('ArrowLeft');
-    await until(tab, () => /^\d\d:\d\d:\d\d\.\d{3}$/.test(document.querySelector('[data-plot="rate/bytes"] .legend-row .at').innerText));
+    for (let i = 0; i < 5; ++i) await tab.keyboard.press('ArrowLeft');
+    await until(tab, () =>
+        /^\d\d:\d\d:\d\d\.\d{3}$/.test(document.querySelector('[data-plot="rate/bytes"] .legend-row .at').innerText)
+    );
     // The other plot's cursor stands at the same time.
     await until(tab, () => document.querySelector('[data-plot="stat/cqi"] .legend-row .at').innerText !== '');
     await tab.keyboard.press('Escape');
@@ -146,14 +157,24 @@ test('packets: names, decoded on a click, data is never markup', async () => {
     await until(tab, () => document.querySelector('.detail').hidden && document.activeElement.matches('.packets tr'));
     const before = await tab.$eval('.packets tbody tr', row => Number(row.dataset.key));
     await until(tab, before => Number(document.querySelector('.packets tbody tr').dataset.key) > before, before);
-    assert.deepEqual(await tab.$$eval('.packets tbody tr', rows => rows.map(row => row.dataset.key).filter((key, i, all) => i > 0 && Number(key) >= Number(all[i - 1]))), []);
+    assert.deepEqual(
+        await tab.$$eval('.packets tbody tr', rows =>
+            rows.map(row => row.dataset.key).filter((key, i, all) => i > 0 && Number(key) >= Number(all[i - 1]))
+        ),
+        []
+    );
 });
 
 test('packets: filters, older ones, an end to the rows', async () => {
     const tab = await open('#/modem/0/packets');
     await shown(tab, '.packets tbody tr');
     await tab.select('label:nth-of-type(2) select', 'from-client');
-    await until(tab, () => [...document.querySelectorAll('.packets tbody tr')].every(row => row.dataset.direction === 'from-client') && document.querySelector('.packets tbody tr'));
+    await until(
+        tab,
+        () =>
+            [...document.querySelectorAll('.packets tbody tr')].every(row => row.dataset.direction === 'from-client') &&
+            document.querySelector('.packets tbody tr')
+    );
     await tab.select('label:nth-of-type(2) select', '');
     await until(tab, () => document.querySelector('.packets tr[data-direction="from-ue"]'));
     fake.shift += 60000; // 1200 packets more
@@ -176,7 +197,9 @@ test('start and stop: asks the server, and says what it says', async () => {
     await (await find('//button')).click();
     await hasText(tab, '.result', 'cells: started');
     assert.deepEqual(fake.posted, {ue: 0, kind: 'report', name: 'cells', modem: 1, period_ms: 200, start: true});
-    await until(tab, () => /running since .* each 200 ms/.test(document.querySelector('.control-groups [data-running="yes"]')?.innerText));
+    await until(tab, () =>
+        /running since .* each 200 ms/.test(document.querySelector('.control-groups [data-running="yes"]')?.innerText)
+    );
     await (await find('//button')).click();
     await hasText(tab, '.result', 'cells: stopped');
     assert.equal(fake.posted.start, false);
@@ -191,7 +214,10 @@ test('start and stop: asks the server, and says what it says', async () => {
 
 test('export: what a plot shows as CSV and PNG, packets as pcapng', async () => {
     const tab = await open('#/modem/0?span=60&plots=stat/cqi');
-    await until(tab, () => document.querySelector('.legend b')?.innerText !== '–' && document.querySelector('.legend b'));
+    await until(
+        tab,
+        () => document.querySelector('.legend b')?.innerText !== '–' && document.querySelector('.legend b')
+    );
     const csv = await download(tab, () => tab.$eval('.plot-card .tools a', link => link.click()));
     const rows = csv.body.toString().trim().split('\n');
     assert.equal(rows[0], 'time,count,carriers[0].mean_cqi,carriers[0].mean_cqi_copy,carriers[1].mean_cqi');
@@ -206,92 +232,19 @@ test('export: what a plot shows as CSV and PNG, packets as pcapng', async () => 
     assert.equal(pcapng.body.toString('hex'), '0a0d0d0a');
 });
 
-test('a page that is away comes back by itself', async () => {
-    const tab = await open('#/modem/0?plots=rate/bytes', {expected: /Failed to load resource|ERR_/});
-    await shown(tab, '.plot-card');
-    await until(tab, () => vex.view.last?.tick !== undefined);
-    const {port} = fake.server.address();
-    await fake.close();
-    await hasText(tab, '#status-text', 'vex-page is away');
-    await shown(tab, '#notice');
-    await fake.listen(port);
-    await hasText(tab, '#status-text', 'agent on lab7');
-    await until(tab, () => document.querySelector('#notice').hidden);
-});
-
-test('a modem that is not known is waited for', async () => {
-    const tab = await open('#/modem/9', {expected: /404|ERR_/});
-    await hasText(tab, '.empty', 'Modem 9 is not known.');
-    fake.modems.push(fake.modem(9, 'confirmed'));
-    await shown(tab, plotCard('rate/bytes'));
-    fake.modems.pop(); // forgotten
-    fake.dropStreams();
-    await hasText(tab, '.tab .empty', 'Modem 9 is not known.');
-    await until(tab, () => document.querySelector('#notice').hidden);
-    fake.modems.push(fake.modem(9, 'confirmed'));
-    await shown(tab, plotCard('rate/bytes'));
-});
-
-test('eight tabs share few streams, and hidden ones have none', async () => {
-    for (const ue of [4, 5])
-        fake.modems.push(fake.modem(ue, 'confirmed'));
-    const eight = await Promise.all(['#/overview', ...[3, 0, 1, 4, 5, 3, 3].map(ue => `#/modem/${ue}/control`)].map(hash => open(hash)));
-    for (const tab of eight)
-        await setHidden(tab, false); // windows side by side
-    await Promise.all(eight.map((tab, i) => // each gets ticks of its own view
-        until(tab, i => (i === 0 ? document.querySelector('.modem-card') : vex.view.last?.tick !== undefined), i)));
-    assert.ok(fake.streams.size <= 4, `${fake.streams.size} streams`);
-    for (const tab of eight.slice(1))
-        await setHidden(tab, true);
-    await eventually(() => fake.streams.size === 1, 'one stream');
-    await setHidden(eight[1], false);
-    await eventually(() => fake.streams.size === 2, 'two streams');
-});
-
-test('a tab left open does not grow', async () => {
-    const tab = await open('#/modem/3');
-    await shown(tab, plotCard('rate/bytes'));
-    const session = await tab.createCDPSession();
-    const run = async ticks => {
-        const start = fake.tick;
-        for (let done = 0; done < ticks; done += 100) {
-            fake.burst(100);
-            await until(tab, tick => vex.view.last.tick >= tick, start + done + 100);
-        }
-        await session.send('HeapProfiler.collectGarbage');
-        const {JSHeapUsedSize, Nodes} = await tab.metrics();
-        return {heap: JSHeapUsedSize, nodes: Nodes, points: await tab.evaluate(() => vex.view.points)};
-    };
-    const first = await run(1600);
-    const second = await run(1600);
-    assert.ok(second.points > 2 * 1400 && second.points <= 2 * 1500, `${second.points} points`);
-    assert.ok(second.nodes < first.nodes + 200, `${first.nodes}, then ${second.nodes} nodes`);
-    assert.ok(second.heap < first.heap + 2e6, `${first.heap}, then ${second.heap} bytes`);
-});
-
-test('views that are left leave nothing behind', async () => {
-    const tab = await open('#/overview');
-    const session = await tab.createCDPSession();
-    const walk = async rounds => {
-        for (let i = 0; i < rounds; ++i)
-            for (const [hash, selector] of [['#/modem/0', '.plot-card canvas'], ['#/modem/0/packets', '.packets tr'], ['#/modem/0/control', '.choices tr'], ['#/overview', '.modem-card']]) {
-                await tab.evaluate(hash => { location.hash = hash; }, hash);
-                await shown(tab, selector);
-            }
-        await session.send('HeapProfiler.collectGarbage');
-        return (await tab.metrics()).Nodes;
-    };
-    const first = await walk(2);
-    const second = await walk(4);
-    assert.ok(second < first * 1.5, `${first}, then ${second} nodes`);
-});
-
 test('all of it by keyboard', async () => {
     const tab = await open('#/overview');
     await shown(tab, '.modem-card');
     await tab.keyboard.press('Tab');
     assert.equal(await tab.evaluate(() => document.activeElement.innerText), 'Skip to the view');
-    for (let i = 0; i < 20 && await tab.evaluate(() => document.activeElement.innerText !== 'Modem 1' || !document.activeElement.matches('.card-title')); ++i)
+    for (
+        let i = 0;
+        i < 20 &&
+        (await tab.evaluate(
+            () => document.activeElement.innerText !== 'Modem 1' || !document.activeElement.matches('.card-title')
+        ));
+        ++i
+    )
         await tab.keyboard.press('Tab');
     assert.notEqual(await tab.evaluate(() => getComputedStyle(document.activeElement).outlineStyle), 'none');
     await tab.keyboard.press('Enter');
@@ -330,10 +283,25 @@ test('light, dark and as the system has it', async () => {
 
 test('a phone scrolls in one direction', async () => {
     const tab = await open('#/overview', {width: 360, height: 740});
-    for (const [hash, selector] of [['#/overview', '.modem-card'], ['#/modem/1', '.plot-card canvas'], ['#/modem/1/packets', '.packets tbody tr'], ['#/modem/1/control', '.choices tbody tr']]) {
-        await tab.evaluate(hash => { location.hash = hash; }, hash);
+    for (const [hash, selector] of [
+        ['#/overview', '.modem-card'],
+        ['#/modem/1', '.plot-card canvas'],
+        ['#/modem/1/packets', '.packets tbody tr'],
+        ['#/modem/1/control', '.choices tbody tr'],
+    ]) {
+        await tab.evaluate(hash => {
+            location.hash = hash;
+        }, hash);
         await shown(tab, selector);
-        const wide = await tab.$$eval('main *', nodes => nodes.filter(node => node.getBoundingClientRect().right > innerWidth + 1 && !node.closest('.scroll, svg, .u-wrap, .pop')).map(node => node.outerHTML.slice(0, 80)));
+        const wide = await tab.$$eval('main *', nodes =>
+            nodes
+                .filter(
+                    node =>
+                        node.getBoundingClientRect().right > innerWidth + 1 &&
+                        !node.closest('.scroll, svg, .u-wrap, .pop')
+                )
+                .map(node => node.outerHTML.slice(0, 80))
+        );
         assert.deepEqual(wide, [], hash);
         assert.equal(await tab.evaluate(() => document.documentElement.scrollWidth), 360, hash);
     }

@@ -13,8 +13,7 @@ export class ApiError extends Error {
 export function address(path, args = {}) {
     const query = new URLSearchParams();
     for (const [name, value] of Object.entries(args))
-        if (value !== undefined && value !== null && value !== '')
-            query.set(name, value);
+        if (value !== undefined && value !== null && value !== '') query.set(name, value);
     const text = query.toString();
     return text ? `${path}?${text}` : path;
 }
@@ -25,10 +24,12 @@ async function request(url, options) {
         answer = await fetch(url, {...options, cache: 'no-store', signal: AbortSignal.timeout(TIMEOUT_MS)});
         body = await answer.json();
     } catch (error) {
-        throw new ApiError(answer?.status ?? 0, answer ? `${url}: no JSON in the answer (${answer.status})` : 'vex-page does not answer');
+        throw new ApiError(
+            answer?.status ?? 0,
+            answer ? `${url}: no JSON in the answer (${answer.status})` : 'vex-page does not answer'
+        );
     }
-    if (!answer.ok)
-        throw new ApiError(answer.status, body?.error ?? `${url}: ${answer.status}`);
+    if (!answer.ok) throw new ApiError(answer.status, body?.error ?? `${url}: ${answer.status}`);
     return body;
 }
 

@@ -10,7 +10,8 @@ const FONT = 'system-ui, sans-serif';
 /// Places the legend's entries in rows no wider than width; an entry is {text, style}.
 function layOut(context, entries, width) {
     const placed = [];
-    let x = 0, y = 0;
+    let x = 0,
+        y = 0;
     for (const entry of entries) {
         const need = context.measureText(entry.text).width + 46;
         if (x > 0 && x + need > width) {
@@ -55,7 +56,6 @@ export function savePng(chart, info) {
     context.font = `12px ${FONT}`;
     context.fillText(info.window, PAD, PAD + 14 + LINE_HEIGHT);
     context.drawImage(chart, 0, top - PAD, width, height);
-    for (const entry of entries)
-        drawEntry(context, entry, top + height + 6);
+    for (const entry of entries) drawEntry(context, entry, top + height + 6);
     canvas.toBlob(blob => saveAs(blob, info.name), 'image/png');
 }

@@ -17,10 +17,8 @@ export const packetRate = value => (value === undefined || value === null ? '–
 
 /// A value of a plot: as it is in up to seven characters, shorter beyond.
 export function number(value) {
-    if (value === null || value === undefined)
-        return '–';
-    if (Number.isInteger(value))
-        return String(value);
+    if (value === null || value === undefined) return '–';
+    if (Number.isInteger(value)) return String(value);
     const size = Math.abs(value);
     return value.toFixed(size >= 10000 ? 0 : size >= 100 ? 1 : size >= 1 ? 2 : 3);
 }
@@ -38,14 +36,15 @@ export function clock(time, withMs = false) {
 export function since(time, now) {
     const date = new Date(time);
     const sameDay = date.toDateString() === new Date(now).toDateString();
-    return sameDay ? clock(time) : `${date.getFullYear()}-${pad(date.getMonth() + 1)}-${pad(date.getDate())} ${clock(time)}`;
+    return sameDay
+        ? clock(time)
+        : `${date.getFullYear()}-${pad(date.getMonth() + 1)}-${pad(date.getDate())} ${clock(time)}`;
 }
 
 /// "3 s", "12 min", "4 h 05 min".
 export function duration(ms) {
     const seconds = Math.max(0, Math.round(ms / 1000));
-    if (seconds < 60)
-        return `${seconds} s`;
+    if (seconds < 60) return `${seconds} s`;
     const minutes = Math.floor(seconds / 60);
     return minutes < 60 ? `${minutes} min` : `${Math.floor(minutes / 60)} h ${pad(minutes % 60)} min`;
 }
@@ -53,10 +52,21 @@ export function duration(ms) {
 /// The end of a device's path.
 export const shortName = path => path.split('/').pop();
 
-export const CHANNEL_TEXT = {'lte-diag': 'LTE diag', 'lte-data': 'LTE data', 'gu-cmd': 'GU command', 'gu-data': 'GU data', at: 'AT'};
+export const CHANNEL_TEXT = {
+    'lte-diag': 'LTE diag',
+    'lte-data': 'LTE data',
+    'gu-cmd': 'GU command',
+    'gu-data': 'GU data',
+    at: 'AT',
+};
 export const DIRECTION_TEXT = {
-    'from-ue': 'from modem', 'to-ue': 'to modem', 'from-client': 'from client', 'to-client': 'to client',
-    status: 'status', event: 'event', config: 'configuration',
+    'from-ue': 'from modem',
+    'to-ue': 'to modem',
+    'from-client': 'from client',
+    'to-client': 'to client',
+    status: 'status',
+    event: 'event',
+    config: 'configuration',
 };
 export const channelText = channel => CHANNEL_TEXT[channel] ?? channel ?? '';
 export const directionText = direction => DIRECTION_TEXT[direction] ?? direction ?? '';

@@ -23,21 +23,17 @@ export class History {
 
     /// Adds what is newer than the last point; lines that are new begin here.
     append({t, v}) {
-        while (this.v.length < v.length)
-            this.v.push(new Array(this.t.length).fill(null));
+        while (this.v.length < v.length) this.v.push(new Array(this.t.length).fill(null));
         for (let i = 0; i < t.length; ++i)
-            if (this.t.length === 0 || t[i] >= this.t.at(-1) + Math.max(1, this.#step))
-                this.#push(t[i], v, i);
+            if (this.t.length === 0 || t[i] >= this.t.at(-1) + Math.max(1, this.#step)) this.#push(t[i], v, i);
         this.#trim();
     }
 
     // A row without a value of a line is passed over (undefined); a gap in time breaks the line (null).
     #push(time, v, i) {
         const passed = this.t.length === 0 ? 0 : time - this.t.at(-1);
-        if (this.#usual > 0 && passed > GAP_MS && passed > 4 * this.#usual)
-            this.#row(this.t.at(-1) + 1, () => null);
-        else if (passed > 0)
-            this.#usual = passed;
+        if (this.#usual > 0 && passed > GAP_MS && passed > 4 * this.#usual) this.#row(this.t.at(-1) + 1, () => null);
+        else if (passed > 0) this.#usual = passed;
         this.#row(time, line => v[line]?.[i] ?? undefined);
     }
 
@@ -48,8 +44,7 @@ export class History {
 
     #trim() {
         const beyond = this.t.length - MAX_POINTS;
-        if (beyond <= 0)
-            return;
+        if (beyond <= 0) return;
         this.t.splice(0, beyond);
         this.v.forEach(values => values.splice(0, beyond));
     }

@@ -8,7 +8,11 @@ import {Sparkline} from './sparkline.js';
 export const STATE_TEXT = {confirmed: 'confirmed', attached: 'attached, not confirmed', gone: 'gone'};
 
 // The lines of a sparkline: field of "rates", what it is.
-const RATES = [['from_ue_bytes', 'from modem'], ['to_ue_bytes', 'to modem'], ['to_client_bytes', 'to clients']];
+const RATES = [
+    ['from_ue_bytes', 'from modem'],
+    ['to_ue_bytes', 'to modem'],
+    ['to_client_bytes', 'to clients'],
+];
 
 export class ModemCard {
     constructor(ue) {
@@ -19,26 +23,50 @@ export class ModemCard {
         this.facts = el('p', {class: 'facts'});
         this.spark = new Sparkline(RATES.map(rate => rate[1]));
         this.rates = RATES.map(([, text], i) => ({text, line: el('b'), node: el('span', {class: `rate line-${i}`})}));
-        for (const {node, text, line} of this.rates)
-            node.append(el('i', {'aria-hidden': 'true'}), `${text} `, line);
+        for (const {node, text, line} of this.rates) node.append(el('i', {'aria-hidden': 'true'}), `${text} `, line);
         this.channels = el('tbody');
-        this.node = el('li', {class: 'card modem-card'},
+        this.node = el(
+            'li',
+            {class: 'card modem-card'},
             el('header', {}, el('h3', {}, this.title), this.state, this.faults),
-            this.version, this.facts, this.spark.node, el('p', {class: 'rates'}, ...this.rates.map(rate => rate.node)),
-            el('table', {class: 'channels'},
-                el('thead', {}, el('tr', {}, ...['Channel', 'Port', 'Device', 'Client, since'].map(text => el('th', {scope: 'col', text})))),
-                this.channels));
+            this.version,
+            this.facts,
+            this.spark.node,
+            el('p', {class: 'rates'}, ...this.rates.map(rate => rate.node)),
+            el(
+                'table',
+                {class: 'channels'},
+                el(
+                    'thead',
+                    {},
+                    el(
+                        'tr',
+                        {},
+                        ...['Channel', 'Port', 'Device', 'Client, since'].map(text => el('th', {scope: 'col', text}))
+                    )
+                ),
+                this.channels
+            )
+        );
     }
 
     update(modem, now) {
         setAttribute(this.node, 'data-state', modem.state);
         setText(this.state, STATE_TEXT[modem.state] ?? modem.state);
         setText(this.faults, faultText(modem));
-        setText(this.version, [modem.version, modem.imei && `IMEI ${modem.imei}`].filter(Boolean).join(' · ') || 'version not known yet');
+        setText(
+            this.version,
+            [modem.version, modem.imei && `IMEI ${modem.imei}`].filter(Boolean).join(' · ') || 'version not known yet'
+        );
         setText(this.facts, factText(modem, now));
         this.#updateRates(modem.rates);
-        keyed(this.channels, modem.channels, channel => channel.channel, makeChannel,
-              (row, channel) => updateChannel(row, channel, now));
+        keyed(
+            this.channels,
+            modem.channels,
+            channel => channel.channel,
+            makeChannel,
+            (row, channel) => updateChannel(row, channel, now)
+        );
     }
 
     #updateRates(rates) {
@@ -51,10 +79,8 @@ export class ModemCard {
 
 export function faultText({losses, warnings}) {
     const parts = [];
-    if (losses > 0)
-        parts.push(`${losses} lost`);
-    if (warnings > 0)
-        parts.push(`${warnings} ${warnings === 1 ? 'warning' : 'warnings'}`);
+    if (losses > 0) parts.push(`${losses} lost`);
+    if (warnings > 0) parts.push(`${warnings} ${warnings === 1 ? 'warning' : 'warnings'}`);
     return parts.join(', ');
 }
 
@@ -69,7 +95,14 @@ export function factText(modem, now) {
 }
 
 function makeChannel() {
-    return el('tr', {}, el('th', {scope: 'row'}), el('td', {class: 'num'}), el('td', {class: 'device'}), el('td', {class: 'client'}));
+    return el(
+        'tr',
+        {},
+        el('th', {scope: 'row'}),
+        el('td', {class: 'num'}),
+        el('td', {class: 'device'}),
+        el('td', {class: 'client'})
+    );
 }
 
 function updateChannel(row, channel, now) {

@@ -29,15 +29,32 @@ export class ModemView {
         this.channels = el('ul', {class: 'chips', 'aria-label': 'Channels'});
         this.links = Object.fromEntries(Object.keys(TAB_TEXT).map(tab => [tab, el('a', {text: TAB_TEXT[tab]})]));
         this.minutes = el('input', {type: 'number', min: 1, max: 60, value: 5, 'aria-label': 'Minutes to save'});
-        this.pcapng = el('a', {class: 'button', text: 'Save pcapng', download: '', title: 'The packets of the last minutes as a capture for Wireshark'});
+        this.pcapng = el('a', {
+            class: 'button',
+            text: 'Save pcapng',
+            download: '',
+            title: 'The packets of the last minutes as a capture for Wireshark',
+        });
         this.minutes.addEventListener('input', () => this.#aimPcapng());
         this.place = el('div', {class: 'tab'});
-        this.node = el('div', {class: 'modem'},
-            el('header', {class: 'modem-head'}, el('div', {class: 'title'}, el('h1', {text: `Modem ${this.ue}`}), this.state, this.faults),
-               this.facts, this.channels),
-            el('div', {class: 'tabs'}, el('nav', {'aria-label': 'Modem'}, ...Object.values(this.links)),
-               el('span', {class: 'tools'}, el('label', {}, 'last ', this.minutes, ' min'), this.pcapng)),
-            this.place);
+        this.node = el(
+            'div',
+            {class: 'modem'},
+            el(
+                'header',
+                {class: 'modem-head'},
+                el('div', {class: 'title'}, el('h1', {text: `Modem ${this.ue}`}), this.state, this.faults),
+                this.facts,
+                this.channels
+            ),
+            el(
+                'div',
+                {class: 'tabs'},
+                el('nav', {'aria-label': 'Modem'}, ...Object.values(this.links)),
+                el('span', {class: 'tools'}, el('label', {}, 'last ', this.minutes, ' min'), this.pcapng)
+            ),
+            this.place
+        );
         document.title = `Modem ${this.ue} – Vex`;
         this.#aimPcapng();
         this.setRoute(route);
@@ -50,13 +67,11 @@ export class ModemView {
             link.href = modemHash(this.ue, tab, route.args);
             setAttribute(link, 'aria-current', tab === route.tab ? 'page' : null);
         }
-        if (this.#tab instanceof TAB_KINDS[route.tab])
-            return;
+        if (this.#tab instanceof TAB_KINDS[route.tab]) return;
         this.#tab?.close();
         this.#tab = new TAB_KINDS[route.tab](this, route);
         this.place.replaceChildren(this.#tab.node);
-        if (this.last)
-            this.#tab.update(this.last, false);
+        if (this.last) this.#tab.update(this.last, false);
     }
 
     /// A modem that the server has never seen is asked for until it is there.
@@ -64,13 +79,10 @@ export class ModemView {
         clearTimeout(this.#timer);
         try {
             const data = await getJson('/api/modem', {ue: this.ue});
-            if (!this.#closed)
-                this.#show(data);
+            if (!this.#closed) this.#show(data);
         } catch (error) {
-            if (this.#closed)
-                return;
-            if (error.status === 404)
-                this.#showUnknown();
+            if (this.#closed) return;
+            if (error.status === 404) this.#showUnknown();
             else if (!this.last)
                 this.place.replaceChildren(emptyState(error.message, 'Trying again every two seconds.'));
             this.#timer = setTimeout(() => this.#begin(), RETRY_MS);
@@ -80,15 +92,18 @@ export class ModemView {
     /// The server has never seen the modem, or has forgotten it.
     #showUnknown() {
         this.app.stream.watch(null, null);
-        this.place.replaceChildren(emptyState(`Modem ${this.ue} is not known.`, 'This page shows it as soon as it is attached.'));
+        this.place.replaceChildren(
+            emptyState(`Modem ${this.ue} is not known.`, 'This page shows it as soon as it is attached.')
+        );
     }
 
     /// The stream is gone although the server is there.
-    lost() { this.#begin(); }
+    lost() {
+        this.#begin();
+    }
 
     #show(data) {
-        if (this.place.firstChild !== this.#tab.node)
-            this.place.replaceChildren(this.#tab.node);
+        if (this.place.firstChild !== this.#tab.node) this.place.replaceChildren(this.#tab.node);
         this.#update(data);
         this.app.stream.watch(`/api/events?view=modem&ue=${this.ue}`, tick => this.#update(tick));
     }
@@ -106,22 +121,41 @@ export class ModemView {
         setText(this.state, STATE_TEXT[modem.state] ?? modem.state);
         setText(this.faults, faultText(modem));
         const rates = modem.rates;
-        setText(this.facts, [
-            modem.version, modem.imei && `IMEI ${modem.imei}`, factText(modem, now),
-            `${byteRate(rates.from_ue_bytes?.at(-1))} and ${packetRate(rates.from_ue_packets?.at(-1))} from it`,
-            `${byteRate(rates.to_ue_bytes?.at(-1))} to it`,
-        ].filter(Boolean).join(' · '));
-        keyed(this.channels, modem.channels, channel => channel.channel, () => el('li', {}, el('b'), el('span'), el('i')), updateChip);
+        setText(
+            this.facts,
+            [
+                modem.version,
+                modem.imei && `IMEI ${modem.imei}`,
+                factText(modem, now),
+                `${byteRate(rates.from_ue_bytes?.at(-1))} and ${packetRate(rates.from_ue_packets?.at(-1))} from it`,
+                `${byteRate(rates.to_ue_bytes?.at(-1))} to it`,
+            ]
+                .filter(Boolean)
+                .join(' · ')
+        );
+        keyed(
+            this.channels,
+            modem.channels,
+            channel => channel.channel,
+            () => el('li', {}, el('b'), el('span'), el('i')),
+            updateChip
+        );
     }
 
     #aimPcapng() {
         this.pcapng.href = `/api/export.pcapng?ue=${this.ue}&minutes=${Math.max(1, Number(this.minutes.value) || 5)}`;
     }
 
-    key(event) { return this.#tab.key?.(event) ?? false; }
-    rebuild() { this.#tab.rebuild?.(); }
+    key(event) {
+        return this.#tab.key?.(event) ?? false;
+    }
+    rebuild() {
+        this.#tab.rebuild?.();
+    }
     /// Points of plots that are held.
-    get points() { return this.#tab.points ?? 0; }
+    get points() {
+        return this.#tab.points ?? 0;
+    }
 
     close() {
         this.#closed = true;

@@ -21,12 +21,20 @@ export class OverviewView {
         this.log = el('ol', {class: 'lines log'});
         this.noLog = el('p', {class: 'none'});
         this.logSource = el('span', {class: 'side'});
-        this.node = el('div', {class: 'overview'},
-            el('h1', {class: 'unseen', text: 'Overview'}), this.noModems, this.modems,
-            el('div', {class: 'panels'},
+        this.node = el(
+            'div',
+            {class: 'overview'},
+            el('h1', {class: 'unseen', text: 'Overview'}),
+            this.noModems,
+            this.modems,
+            el(
+                'div',
+                {class: 'panels'},
                 panel('Clients', null, el('div', {class: 'scroll'}, table(CLIENT_HEADS, this.clients)), this.noClients),
                 panel('Losses', null, this.losses, this.noLosses),
-                panel('Log', this.logSource, this.log, this.noLog)));
+                panel('Log', this.logSource, this.log, this.noLog)
+            )
+        );
         this.clients.closest('table').hidden = true;
         app.stream.watch('/api/events?view=overview', data => this.update(data, app));
         document.title = 'Vex';
@@ -44,11 +52,14 @@ export class OverviewView {
 
     #updateModems(data) {
         const order = [...data.modems].sort((a, b) => (a.state === 'gone') - (b.state === 'gone') || a.ue - b.ue);
-        keyed(this.modems, order, modem => modem.ue, modem => this.#makeCard(modem),
-              (_, modem) => this.#cards.get(modem.ue).update(modem, data.time));
-        for (const ue of [...this.#cards.keys()])
-            if (!order.some(modem => modem.ue === ue))
-                this.#cards.delete(ue);
+        keyed(
+            this.modems,
+            order,
+            modem => modem.ue,
+            modem => this.#makeCard(modem),
+            (_, modem) => this.#cards.get(modem.ue).update(modem, data.time)
+        );
+        for (const ue of [...this.#cards.keys()]) if (!order.some(modem => modem.ue === ue)) this.#cards.delete(ue);
         this.#tellChanges(order);
         show(this.noModems, order.length === 0 && noModemsState(data.agent));
     }
@@ -67,23 +78,48 @@ export class OverviewView {
     }
 
     #updateClients({clients, time}) {
-        keyed(this.clients, clients, client => client.client,
-              () => el('tr', {}, el('td'), el('td'), el('td'), el('td'), el('td')), (row, client) => {
-                  const texts = [client.client, client.address, channelText(client.channel), '', since(client.since, time)];
-                  [...row.children].forEach((cell, i) => i !== 3 && setText(cell, texts[i]));
-                  showModem(row.children[3], client);
-              });
+        keyed(
+            this.clients,
+            clients,
+            client => client.client,
+            () => el('tr', {}, el('td'), el('td'), el('td'), el('td'), el('td')),
+            (row, client) => {
+                const texts = [
+                    client.client,
+                    client.address,
+                    channelText(client.channel),
+                    '',
+                    since(client.since, time),
+                ];
+                [...row.children].forEach((cell, i) => i !== 3 && setText(cell, texts[i]));
+                showModem(row.children[3], client);
+            }
+        );
         this.clients.closest('table').hidden = clients.length === 0;
-        show(this.noClients, clients.length === 0 &&
-             emptyState('No client is connected.', 'Connect one, for example `vex-client channels` or `vex-client --bind 101 watch`.'));
+        show(
+            this.noClients,
+            clients.length === 0 &&
+                emptyState(
+                    'No client is connected.',
+                    'Connect one, for example `vex-client channels` or `vex-client --bind 101 watch`.'
+                )
+        );
     }
 
     #updateLosses({losses}) {
-        keyed(this.losses, losses, loss => `${loss.time} ${loss.what} ${loss.ue}`,
-              () => el('li', {class: 'bad'}, el('time'), el('span')), (item, loss) => {
-                  setText(item.children[0], clock(loss.time));
-                  setText(item.children[1], `${loss.count} × ${loss.what}${loss.ue === null ? '' : `, modem ${loss.ue}`}`);
-              });
+        keyed(
+            this.losses,
+            losses,
+            loss => `${loss.time} ${loss.what} ${loss.ue}`,
+            () => el('li', {class: 'bad'}, el('time'), el('span')),
+            (item, loss) => {
+                setText(item.children[0], clock(loss.time));
+                setText(
+                    item.children[1],
+                    `${loss.count} × ${loss.what}${loss.ue === null ? '' : `, modem ${loss.ue}`}`
+                );
+            }
+        );
         this.noLosses.hidden = losses.length > 0;
     }
 
@@ -97,9 +133,25 @@ export class OverviewView {
             return `${key} ${counts.get(key)}`;
         };
         const lines = log.map(line => ({...line, key: keyOf(line)}));
-        keyed(this.log, lines, line => line.key, line => el('li', {dataset: {level: line.level}}, el('time', {text: clock(line.time)}),
-              el('b', {text: line.level === 'info' ? '' : line.level}), el('span', {text: line.text})));
-        setText(this.noLog, source ? 'No line yet.' : 'No log is read. Give the agent a log (debuglevel in vex.cfg) that vex-page may read.');
+        keyed(
+            this.log,
+            lines,
+            line => line.key,
+            line =>
+                el(
+                    'li',
+                    {dataset: {level: line.level}},
+                    el('time', {text: clock(line.time)}),
+                    el('b', {text: line.level === 'info' ? '' : line.level}),
+                    el('span', {text: line.text})
+                )
+        );
+        setText(
+            this.noLog,
+            source
+                ? 'No line yet.'
+                : 'No log is read. Give the agent a log (debuglevel in vex.cfg) that vex-page may read.'
+        );
         this.noLog.hidden = log.length > 0;
     }
 }
@@ -112,22 +164,25 @@ const table = (heads, body) =>
 
 /// Puts content into a place once, or empties it.
 function show(place, content) {
-    if (!content)
-        place.replaceChildren();
-    else if (place.textContent !== content.textContent)
-        place.replaceChildren(content);
+    if (!content) place.replaceChildren();
+    else if (place.textContent !== content.textContent) place.replaceChildren(content);
 }
 
 function showModem(cell, {ue, port}) {
     const text = ue === null ? 'none' : `${ue}, port ${port}`;
-    if (cell.textContent !== text)
-        cell.replaceChildren(ue === null ? text : el('a', {href: modemHash(ue), text}));
+    if (cell.textContent !== text) cell.replaceChildren(ue === null ? text : el('a', {href: modemHash(ue), text}));
 }
 
 function noModemsState(agent) {
     return agent.connected
-        ? emptyState('No modem is attached.', 'Plug one in: `vex-hotplug --list` shows which USB ports the agent is told of.',
-                     'Or start a simulated one: `vex-uesim --attach --ues 1 --lte-start-on-switch`.')
-        : emptyState(`No agent at ${agent.tap}.`, `Start vex-agent with \`TapSocket = ${agent.tap}\` in its configuration, ` +
-                     'and this page as its user or in its group. It connects by itself.');
+        ? emptyState(
+              'No modem is attached.',
+              'Plug one in: `vex-hotplug --list` shows which USB ports the agent is told of.',
+              'Or start a simulated one: `vex-uesim --attach --ues 1 --lte-start-on-switch`.'
+          )
+        : emptyState(
+              `No agent at ${agent.tap}.`,
+              `Start vex-agent with \`TapSocket = ${agent.tap}\` in its configuration, ` +
+                  'and this page as its user or in its group. It connects by itself.'
+          );
 }

@@ -13,12 +13,10 @@ export function partsOf(name) {
 /// {colour: 0 to 6, dash} for each line of a plot; the fields of the names in first have the first colours.
 export function stylesOf(lines, first = []) {
     const fields = new Map();
-    for (const name of first)
-        fields.set(partsOf(name).field, fields.get(partsOf(name).field) ?? fields.size);
+    for (const name of first) fields.set(partsOf(name).field, fields.get(partsOf(name).field) ?? fields.size);
     return lines.map(({name}) => {
         const {field, index} = partsOf(name);
-        if (!fields.has(field))
-            fields.set(field, fields.size);
+        if (!fields.has(field)) fields.set(field, fields.size);
         const place = fields.get(field);
         return {colour: place % COLOUR_COUNT, dash: DASHES[(index + Math.floor(place / COLOUR_COUNT)) % DASHES.length]};
     });

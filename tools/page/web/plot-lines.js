@@ -33,7 +33,8 @@ function wholeRecords(lines) {
 /// Names of the lines to draw first.
 export function firstLines(plot) {
     const fields = TELLING[plot.id] ?? [];
-    const tells = name => fields.some(field => (field instanceof RegExp ? field.test(name) : field === partsOf(name).field));
+    const tells = name =>
+        fields.some(field => (field instanceof RegExp ? field.test(name) : field === partsOf(name).field));
     const telling = plot.lines.filter(line => tells(line.name));
     const plain = plot.lines.filter(line => !/^(count|form|record_type)$/.test(line.name));
     const chosen = telling.length > 0 ? telling : plain.length > 0 ? plain : plot.lines;

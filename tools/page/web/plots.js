@@ -18,16 +18,35 @@ export class PlotsTab {
         this.time = new TimeWindow(Number(route.args.get('span')));
         this.chosen = route.args.has('plots') ? new Set(route.args.get('plots').split(',').filter(Boolean)) : null; // null: what is running
         this.time.onChange(() => this.#timeChanged());
-        this.spans = SPANS.map(span => el('button', {type: 'button', text: SPAN_TEXT[span], on: {click: () => this.#setSpan(span)}}));
-        this.pause = el('button', {type: 'button', text: 'Pause', title: 'Space', on: {click: () => this.time.togglePause()}});
+        this.spans = SPANS.map(span =>
+            el('button', {type: 'button', text: SPAN_TEXT[span], on: {click: () => this.#setSpan(span)}})
+        );
+        this.pause = el('button', {
+            type: 'button',
+            text: 'Pause',
+            title: 'Space',
+            on: {click: () => this.time.togglePause()},
+        });
         this.shows = el('span', {class: 'at', role: 'status'});
         this.summary = el('summary');
         this.options = el('div', {class: 'options'});
         this.picker = el('details', {class: 'picker'}, this.summary, el('div', {class: 'pop'}, this.options));
         this.grid = el('div', {class: 'plots'});
         this.empty = el('div');
-        this.node = el('div', {}, el('div', {class: 'toolbar'},
-            el('div', {class: 'segments', role: 'group', 'aria-label': 'Time shown'}, ...this.spans), this.pause, this.shows, this.picker), this.empty, this.grid);
+        this.node = el(
+            'div',
+            {},
+            el(
+                'div',
+                {class: 'toolbar'},
+                el('div', {class: 'segments', role: 'group', 'aria-label': 'Time shown'}, ...this.spans),
+                this.pause,
+                this.shows,
+                this.picker
+            ),
+            this.empty,
+            this.grid
+        );
     }
 
     update(data, missed) {
@@ -36,20 +55,19 @@ export class PlotsTab {
         this.#updateCards();
         this.#updatePicker();
         for (const [id, card] of this.#cards)
-            if (missed)
-                card.load();
-            else if (data.new?.[id])
-                card.append(data.new[id]);
+            if (missed) card.load();
+            else if (data.new?.[id]) card.append(data.new[id]);
         this.#showTime();
         this.#draw();
     }
 
     /// Shown are those chosen, or what runs, then what has run within the time shown.
     #shown() {
-        if (this.chosen)
-            return this.#plots.filter(plot => this.chosen.has(plot.id));
+        if (this.chosen) return this.#plots.filter(plot => this.chosen.has(plot.id));
         const running = this.#plots.filter(plot => plot.running);
-        const recent = this.#plots.filter(plot => !plot.running && (plot.last >= this.time.from || this.#cards.has(plot.id)));
+        const recent = this.#plots.filter(
+            plot => !plot.running && (plot.last >= this.time.from || this.#cards.has(plot.id))
+        );
         const shown = new Set([...running, ...recent].slice(0, MAX_AUTOMATIC));
         return this.#plots.filter(plot => shown.has(plot));
     }
@@ -61,7 +79,13 @@ export class PlotsTab {
                 card.close();
                 this.#cards.delete(id);
             }
-        keyed(this.grid, shown, plot => plot.id, plot => this.#makeCard(plot), (_, plot) => this.#cards.get(plot.id).setPlot(plot));
+        keyed(
+            this.grid,
+            shown,
+            plot => plot.id,
+            plot => this.#makeCard(plot),
+            (_, plot) => this.#cards.get(plot.id).setPlot(plot)
+        );
         this.#showEmpty(shown);
     }
 
@@ -74,13 +98,17 @@ export class PlotsTab {
     /// Rates are always there: beside them alone, the page says how to get more.
     #showEmpty(shown) {
         const nothing = this.chosen === null ? shown.every(plot => plot.id.startsWith('rate/')) : shown.length === 0;
-        if (!nothing)
-            this.empty.replaceChildren();
+        if (!nothing) this.empty.replaceChildren();
         else if (!this.empty.firstChild)
-            this.empty.replaceChildren(this.chosen === null
-                ? emptyState('No statistic or report is running.', 'Start one on "Start and stop", or by a client: ' +
-                             `\`vex-client --bind ${this.#port()} stat cqi\`.`)
-                : emptyState('No plot is chosen.', 'Choose some from the list "Plots".'));
+            this.empty.replaceChildren(
+                this.chosen === null
+                    ? emptyState(
+                          'No statistic or report is running.',
+                          'Start one on "Start and stop", or by a client: ' +
+                              `\`vex-client --bind ${this.#port()} stat cqi\`.`
+                      )
+                    : emptyState('No plot is chosen.', 'Choose some from the list "Plots".')
+            );
     }
 
     #port() {
@@ -90,11 +118,23 @@ export class PlotsTab {
     #updatePicker() {
         const groups = [...new Set(this.#plots.map(plot => plot.group))];
         setText(this.summary, `Plots: ${this.#cards.size} of ${this.#plots.length}`);
-        keyed(this.options, groups, group => group, group => el('fieldset', {}, el('legend', {text: group}), el('ul', {class: 'options'})), (set, group) =>
-            keyed(set.lastChild, this.#plots.filter(plot => plot.group === group), plot => plot.id, plot => this.#option(plot), (item, plot) => {
-                item.querySelector('input').checked = this.#cards.has(plot.id);
-                setAttribute(item, 'data-running', plot.running ? 'yes' : 'no');
-            }));
+        keyed(
+            this.options,
+            groups,
+            group => group,
+            group => el('fieldset', {}, el('legend', {text: group}), el('ul', {class: 'options'})),
+            (set, group) =>
+                keyed(
+                    set.lastChild,
+                    this.#plots.filter(plot => plot.group === group),
+                    plot => plot.id,
+                    plot => this.#option(plot),
+                    (item, plot) => {
+                        item.querySelector('input').checked = this.#cards.has(plot.id);
+                        setAttribute(item, 'data-running', plot.running ? 'yes' : 'no');
+                    }
+                )
+        );
     }
 
     #option(plot) {
@@ -116,8 +156,7 @@ export class PlotsTab {
     }
 
     #timeChanged() {
-        for (const card of this.#cards.values())
-            card.load();
+        for (const card of this.#cards.values()) card.load();
         this.#showTime();
         this.#draw();
         announce(this.time.live ? `live, last ${SPAN_TEXT[this.time.span]}` : this.shows.textContent);
@@ -125,25 +164,36 @@ export class PlotsTab {
 
     #showTime() {
         const {time} = this;
-        this.spans.forEach((button, i) => setAttribute(button, 'aria-pressed', String(time.live && SPANS[i] === time.span)));
+        this.spans.forEach((button, i) =>
+            setAttribute(button, 'aria-pressed', String(time.live && SPANS[i] === time.span))
+        );
         setText(this.pause, time.live ? 'Pause' : 'Back to live');
         setAttribute(this.node, 'data-live', time.live ? 'yes' : 'no');
-        setText(this.shows, time.live ? '' : `${time.zoomed ? 'zoomed' : 'paused'}: ${clock(time.from)} to ${clock(time.to)}`);
+        setText(
+            this.shows,
+            time.live ? '' : `${time.zoomed ? 'zoomed' : 'paused'}: ${clock(time.from)} to ${clock(time.to)}`
+        );
     }
 
     /// Once a frame, however many ticks came.
     #draw() {
         this.#frame ||= requestAnimationFrame(() => {
             this.#frame = 0;
-            for (const card of this.#cards.values())
-                card.draw();
+            for (const card of this.#cards.values()) card.draw();
         });
     }
 
     /// Keys of this tab; true when it was one.
     key(event) {
-        const keys = {' ': () => this.time.togglePause(), '+': () => this.time.zoomBy(0.5), '-': () => this.time.zoomBy(2), 0: () => this.time.goLive()};
-        SPANS.forEach((span, i) => { keys[i + 1] = () => this.#setSpan(span); });
+        const keys = {
+            ' ': () => this.time.togglePause(),
+            '+': () => this.time.zoomBy(0.5),
+            '-': () => this.time.zoomBy(2),
+            0: () => this.time.goLive(),
+        };
+        SPANS.forEach((span, i) => {
+            keys[i + 1] = () => this.#setSpan(span);
+        });
         keys[event.key]?.();
         return event.key in keys;
     }
@@ -153,14 +203,12 @@ export class PlotsTab {
     }
 
     rebuild() {
-        for (const card of this.#cards.values())
-            card.rebuild();
+        for (const card of this.#cards.values()) card.rebuild();
     }
 
     close() {
         cancelAnimationFrame(this.#frame);
-        for (const card of this.#cards.values())
-            card.close();
+        for (const card of this.#cards.values()) card.close();
         this.#cards.clear();
     }
 }

@@ -21,10 +21,7 @@ export function modemHash(ue, tab = 'plots', args = new URLSearchParams()) {
 export function setArgs(changes) {
     const route = parseRoute(location.hash);
     for (const [name, value] of Object.entries(changes))
-        if (value === null)
-            route.args.delete(name);
-        else
-            route.args.set(name, value);
-    if (route.view === 'modem')
-        history.replaceState(null, '', modemHash(route.ue, route.tab, route.args));
+        if (value === null) route.args.delete(name);
+        else route.args.set(name, value);
+    if (route.view === 'modem') history.replaceState(null, '', modemHash(route.ue, route.tab, route.args));
 }

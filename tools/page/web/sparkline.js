@@ -6,10 +6,11 @@ const WIDTH = 240;
 const HEIGHT = 44;
 
 function pathOf(values, top, close) {
-    if (values.length === 0)
-        return '';
+    if (values.length === 0) return '';
     const step = WIDTH / Math.max(1, values.length - 1);
-    const points = values.map((value, i) => `${(i * step).toFixed(1)},${(HEIGHT - 1 - ((HEIGHT - 3) * (value ?? 0)) / top).toFixed(1)}`);
+    const points = values.map(
+        (value, i) => `${(i * step).toFixed(1)},${(HEIGHT - 1 - ((HEIGHT - 3) * (value ?? 0)) / top).toFixed(1)}`
+    );
     const line = `M${points.join('L')}`;
     return close ? `${line}L${WIDTH},${HEIGHT}L0,${HEIGHT}Z` : line;
 }
@@ -20,8 +21,14 @@ export class Sparkline {
         this.area = svg('path', {class: 'area line-0'});
         this.lines = names.map((_, i) => svg('path', {class: `line line-${i}`}));
         this.node = el('div', {class: 'spark', role: 'img'});
-        this.node.append(svg('svg', {viewBox: `0 0 ${WIDTH} ${HEIGHT}`, preserveAspectRatio: 'none', 'aria-hidden': 'true'},
-                             this.area, ...this.lines));
+        this.node.append(
+            svg(
+                'svg',
+                {viewBox: `0 0 ${WIDTH} ${HEIGHT}`, preserveAspectRatio: 'none', 'aria-hidden': 'true'},
+                this.area,
+                ...this.lines
+            )
+        );
     }
 
     /// lists: values of each line, oldest first; label says in words what is to be seen.

@@ -45,10 +45,8 @@ export class Stream {
     }
 
     #take(news) {
-        if (news.url !== this.#url || document.hidden)
-            return;
-        if (news.state)
-            this.#onState(news.state);
+        if (news.url !== this.#url || document.hidden) return;
+        if (news.state) this.#onState(news.state);
         if (news.data) {
             this.#onState('open');
             this.#onData(JSON.parse(news.data));

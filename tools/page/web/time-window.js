@@ -8,19 +8,29 @@ const MIN_ZOOM_MS = 1000;
 export class TimeWindow {
     #listeners = [];
     #fixed = null; // {from, to} while paused or zoomed
-    now = 0;       // time of the newest tick, ms on the server's clock
+    now = 0; // time of the newest tick, ms on the server's clock
     zoomed = false;
 
     constructor(span) {
         this.span = SPANS.includes(span) ? span : DEFAULT_SPAN;
     }
 
-    get live() { return this.#fixed === null; }
-    get from() { return this.live ? this.now - 1000 * this.span : this.#fixed.from; }
-    get to() { return this.live ? this.now : this.#fixed.to; }
+    get live() {
+        return this.#fixed === null;
+    }
+    get from() {
+        return this.live ? this.now - 1000 * this.span : this.#fixed.from;
+    }
+    get to() {
+        return this.live ? this.now : this.#fixed.to;
+    }
 
-    onChange(listener) { this.#listeners.push(listener); }
-    #tell() { this.#listeners.forEach(listener => listener()); }
+    onChange(listener) {
+        this.#listeners.push(listener);
+    }
+    #tell() {
+        this.#listeners.forEach(listener => listener());
+    }
 
     setSpan(span) {
         this.span = span;
@@ -32,14 +42,12 @@ export class TimeWindow {
         this.#tell();
     }
     togglePause() {
-        if (!this.live)
-            return this.goLive();
+        if (!this.live) return this.goLive();
         this.#fixed = {from: this.from, to: this.to};
         this.#tell();
     }
     zoom(from, to) {
-        if (to - from < MIN_ZOOM_MS)
-            return;
+        if (to - from < MIN_ZOOM_MS) return;
         this.#fixed = {from, to};
         this.zoomed = true;
         this.#tell();
