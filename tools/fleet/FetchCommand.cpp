@@ -160,6 +160,8 @@ private:
     bool Take(const STREAM_MESSAGE& stMessage, std::string& strError)
     {
         const std::string strKey = Key(stMessage);
+        std::string& strCompleted = m_mapCompleted[stMessage.stSubject.strEpoch];
+        strCompleted = std::max(strCompleted, stMessage.stMessage.stCompleted.strSegment);
         if (stMessage.stMessage.enKind == FLEET_KIND::LOSS) {
             m_mapLost[strKey] = stMessage.stMessage.strSegment;
             return true;
@@ -170,7 +172,6 @@ private:
                 return false;
             rest = Slice(rest, stRun.ulLength);
         }
-        m_mapNewest[stMessage.stSubject.strEpoch] = std::max(m_mapNewest[stMessage.stSubject.strEpoch], strKey);
         return true;
     }
 
@@ -203,7 +204,7 @@ private:
             const std::string strEpoch = strKey.substr(strKey.rfind(' ') + 1);
             if (coverage.Behind() == 0)
                 continue;
-            const bool bUnderWay = m_bToEnd && strKey == m_mapNewest.at(strEpoch) && coverage.Prefix() > 0;
+            const bool bUnderWay = m_bToEnd && NameOf(strKey) >= m_mapCompleted.at(strEpoch);
             m_stContext.Tell(NameOf(strKey) + ": " + std::to_string(coverage.Behind()) +
                              " bytes behind a gap are left out" + (bUnderWay ? "; the rest is under way" : ""));
             bWhole = bWhole && bUnderWay;
@@ -221,7 +222,7 @@ private:
     CSpanWriter m_writer;
     std::map<std::string, SEQUENCE_RANGE> m_mapRanges; // by subject
     std::map<std::string, uint64_t> m_mapFirst;        // beginning of the first segment, by epoch
-    std::map<std::string, std::string> m_mapNewest;    // key of the newest segment, by epoch
+    std::map<std::string, std::string> m_mapCompleted; // segment before which all is in the stream, by epoch
     std::map<std::string, std::string> m_mapLost;      // names of segments with a loss, by key
     SEQUENCE_RANGE m_stAll{UINT64_MAX, 0};
     bool m_bToEnd = false; // the stream's end has been read

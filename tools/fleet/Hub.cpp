@@ -100,6 +100,15 @@ private:
 };
 } // namespace
 
+#if defined(__SANITIZE_THREAD__)
+/// libssl isn't built for the sanitizer, which sees its copies but not its locks.
+extern "C" const char* __tsan_default_suppressions();
+extern "C" const char* __tsan_default_suppressions()
+{
+    return "called_from_lib:libssl.so.3\ncalled_from_lib:libcrypto.so.3\n";
+}
+#endif
+
 void AddHubOptions(CLI::App& app, HUB_OPTIONS& stOptions)
 {
     app.add_option("--servers,--url", stOptions.servers, "servers of the hub, nats://HOST:PORT or tls://HOST:PORT")
