@@ -97,6 +97,8 @@ EXIT_CODE RunFleetWatch(const FLEET_CONTEXT& stContext, const FLEET_WATCH_ARGS& 
     natsSubscription* pNew = nullptr;
     natsStatus enStatus = natsConnection_SubscribeSync(&pNew, link.Connection(), Pattern(stArgs).c_str());
     const NatsSubscription pSubscription(pNew);
+    if (enStatus != NATS_OK)
+        return stContext.Fail(CODE_NO_CONNECTION, NatsText(enStatus));
     CWatch watch(stContext, stArgs);
     const auto end = After(stArgs.seconds);
     while (!StopRequested() && !watch.IsDone() && Clock::now() < end && stContext.out) { // whoever reads it may go

@@ -23,7 +23,7 @@ constexpr size_t SUMMARY_TEXT = 80; // characters
 constexpr size_t TEXT_MOST = 4096;
 
 /// What can be said of a packet; empty or null where nothing can.
-struct PACKET_WORDS
+struct PACKET_WORDS // NOLINT(bugprone-exception-escape): moving a JSON value throws nothing, it only asserts
 {
     std::optional<uint32_t> id = {};
     std::string strName = {};
