@@ -103,6 +103,7 @@ TEST_F(PageControlTest, WhoHoldsAChannelIsNamed)
     auto first = Post(Order());
     (void)TakeBind(m_dataListener, Hex("02 00 00 00"));
     EXPECT_EQ(first.get().strError, "another client holds GU data of port 103: 192.0.2.1, client 7");
+    EXPECT_EQ(m_worker.State().strError, ""); // it was the answer, and is old by now
     m_strHolder = "";
     auto second = Post(Order());
     m_data = TakeBind(m_dataListener, Hex("00 00 00 00"));

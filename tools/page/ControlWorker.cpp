@@ -68,7 +68,7 @@ void CControlWorker::Work()
         while (const auto job = Take()) {
             CONTROL_RESULT stResult = Do(job->stOrder);
             LetGoWhenIdle();
-            Show(stResult.strError);
+            Show(stResult.nStatus == 504 ? stResult.strError : ""); // a refusal is for the one who asked alone
             job->done(stResult);
         }
         {

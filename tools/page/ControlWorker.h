@@ -31,7 +31,7 @@ public:
     struct STATE
     {
         std::vector<RUNNING> running;
-        std::string strError; // why what ran has ended, or the last order failed
+        std::string strError; // why what ran has ended, or why the last order had no answer
         bool bBound = false;  // it has the modem's GU channels
     };
 

@@ -178,12 +178,12 @@ export class ControlTab {
     }
 }
 
-/// Who is in the way, or what ended all that ran. What a start was refused for is the answer to it, and old by now.
+/// Who is in the way, or what ended all that ran.
 function bannerText({held_by: holder, port, error}) {
     const where = port === null ? '' : ` of port ${port}`;
     if (holder)
         return `Another client holds GU command${where}: ${holder.address}, client ${holder.client}. Stop it, then start here.`;
-    return /^another client holds/.test(error ?? '') ? '' : (error ?? '');
+    return error ?? '';
 }
 
 const modemOf = row => Number(row.querySelector('select')?.value ?? 0);
