@@ -147,7 +147,7 @@ TEST(Agent, StopIsSafeBeforeAnyRunAndTwice)
 
 TEST(Agent, ARunEndsWithoutUesWhenItsFirstPortIsTaken)
 {
-    static CAgentFixture s_fix; // its threads aren't joined
+    static CAgentFixture& s_fix = *new CAgentFixture; // its threads aren't joined, so it stays to the very end
     CLogCapture log;
     CAgentFixture::Configure("debugfilename=/tmp/vex-agent-test\nReportInterval=0\nChannelNameEnable=0");
     const CUniqueFd taken = Hold(20260, SOCK_STREAM);

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cassert>
-#include <cstring>
 #include <microhttpd.h>
 #include <string_view>
 
@@ -39,9 +38,7 @@ struct CEventStreams::VIEWER
         for (const std::string_view strPart : Parts()) {
             const std::string_view strRest = strPart.substr(std::min(szSkip, strPart.size()));
             szSkip -= strPart.size() - strRest.size();
-            const size_t szCopy = std::min(strRest.size(), szRoom - szTaken);
-            std::memcpy(pcOut + szTaken, strRest.data(), szCopy);
-            szTaken += szCopy;
+            szTaken += strRest.copy(pcOut + szTaken, szRoom - szTaken);
         }
         szSent += szTaken;
         return szTaken;
