@@ -14,13 +14,14 @@ CTapReader::CTapReader(std::span<const TAP_WORD> memory, uint64_t ullPosition, u
 CTapReader::RESULT CTapReader::Next(TAP_READ& stRead)
 {
     while (!m_bBroken) {
-        const uint64_t ullEnd = Load(TAP_END);
-        if (ullEnd == m_ullPosition)
+        if (m_ullEnd <= m_ullPosition) // not for each record: the mark's cache line is the writer's
+            m_ullEnd = Load(TAP_END);
+        if (m_ullEnd == m_ullPosition)
             return RESULT::NOTHING;
-        m_bBroken = ullEnd < m_ullPosition;
+        m_bBroken = m_ullEnd < m_ullPosition;
         if (m_bBroken)
             break;
-        const LOOK enLook = Copy(ullEnd, stRead);
+        const LOOK enLook = Copy(stRead);
         if (enLook == LOOK::VALID)
             return RESULT::RECORD;
         m_bBroken = enLook == LOOK::BROKEN || !Restart();
@@ -29,13 +30,13 @@ CTapReader::RESULT CTapReader::Next(TAP_READ& stRead)
 }
 
 /// Copies the record at the position and moves behind it.
-CTapReader::LOOK CTapReader::Copy(uint64_t ullEnd, TAP_READ& stRead)
+CTapReader::LOOK CTapReader::Copy(TAP_READ& stRead)
 {
     size_t szIndex = m_ullPosition % m_ring.size();
     const uint64_t ullFirst = TakeWord(szIndex);
     const uint64_t ullBytes = ullFirst & UINT32_MAX;
     const uint64_t ullWords = TapRecordWords(ullBytes);
-    const uint64_t ullThere = ullEnd - m_ullPosition;
+    const uint64_t ullThere = m_ullEnd - m_ullPosition;
     if (ullThere > m_ring.size() || ullThere < ullWords) // neither with a record that is there
         return Check(LOOK::BROKEN);
     const uint64_t ullNumber = TakeWord(szIndex);

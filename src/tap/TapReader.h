@@ -25,10 +25,11 @@
 // The bytes are what stands inside the framing: of a UE packet without HDLC flags, stuffing and FCS, of a client's
 // packet without its two lead bytes, of AT text as it is on the line.
 //
-// The agent never looks at its readers. It stores TAP_BEGIN before it overwrites the oldest records and TAP_END when a
-// record is whole, the words with release order. A reader that loads with acquire order copies a record that lies
-// before TAP_END and then loads TAP_BEGIN: is that beyond the record's position, what was copied is worth nothing and
-// the reader was overrun. It goes on at TAP_RESTART, and the number there tells how many records it has lost.
+// The agent never looks at its readers. It moves TAP_BEGIN before it overwrites what is oldest, in steps, so that it
+// may point into a record, and stores TAP_END when records are whole, the words with release order. A reader that loads
+// with acquire order copies a record that lies before TAP_END and then loads TAP_BEGIN: is that beyond the record's
+// position, what was copied is worth nothing and the reader was overrun. It goes on at TAP_RESTART, and the number
+// there tells how many records it has lost.
 //
 // A new observer's first records, from the position in its hello on, are a picture of what is: the configuration, then
 // the ports, the UEs and the bindings as events, with TAP_REPLAYED. Others see it too and may pass over it.
@@ -68,7 +69,7 @@ private:
         OVERRUN,
         BROKEN,
     };
-    LOOK Copy(uint64_t ullEnd, TAP_READ& stRead);
+    LOOK Copy(TAP_READ& stRead);
     LOOK Check(LOOK enOtherwise) const;
     bool Restart();
     void CopyWords(size_t szIndex);
@@ -79,7 +80,8 @@ private:
     std::span<const TAP_WORD> m_head;
     std::span<const TAP_WORD> m_ring;
     uint64_t m_ullPosition;
-    uint64_t m_ullNumber; // of the next record, if none is lost
+    uint64_t m_ullEnd = 0; // TAP_END as it was last seen
+    uint64_t m_ullNumber;  // of the next record, if none is lost
     uint64_t m_ullLost = 0;
     bool m_bBroken = false;
     std::vector<unsigned char> m_vecBytes;

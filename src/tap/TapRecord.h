@@ -48,7 +48,7 @@ constexpr size_t TAP_HEAD_WORDS = 512; // before the ring: a page of its own
 
 // Indexes of words before the ring, each on a cache line of its own. Positions count words since the start of the run.
 constexpr size_t TAP_END = 0;      // position behind the newest record
-constexpr size_t TAP_BEGIN = 8;    // position of the oldest record that isn't overwritten
+constexpr size_t TAP_BEGIN = 8;    // what lies before this position may be overwritten; in a record or before one
 constexpr size_t TAP_RESTART = 16; // position of a record a quarter of the ring behind the end, or up to three quarters
 
 constexpr size_t TAP_RECORD_WORDS = 4;          // head of a record

@@ -6,10 +6,14 @@
 // A reader copies a record and then looks whether it was still there all the time. So TAP_BEGIN moves before the first
 // word of an old record is overwritten: words are stored with release and loaded with acquire, and a reader that has
 // seen a new word sees the new TAP_BEGIN too.
+//
+// Readers on other cores look at the marks again and again, and each store to a mark takes its cache line from all of
+// them: so TAP_BEGIN moves in steps, and TAP_END once a run.
 
 namespace
 {
 constexpr uint64_t PREFETCH_WORDS = 128; // at most: a KiB
+constexpr size_t STEPS = 64;             // the ring has so many
 
 /// A word of the first bytes, eight of them or fewer, filled up with zero.
 uint64_t PartWord(ByteView bytes)
@@ -121,6 +125,13 @@ void CTapWriter::Append(const TAP_RECORD& stRecord, uint64_t ullTime, ByteView f
     m_szPut = cursor.Index();
     MoveRestart();
     m_ullEnd += ullWords;
+    if (m_ullEnd - m_ullShownEnd > m_ring.size() / STEPS) // a long run
+        ShowEnd();
+}
+
+void CTapWriter::ShowEnd()
+{
+    m_ullShownEnd = m_ullEnd;
     m_head[TAP_END].store(m_ullEnd, std::memory_order_release);
 }
 
@@ -130,20 +141,13 @@ CTapWriter::PLACE CTapWriter::Place()
     return {m_ullEnd, m_ullNumber};
 }
 
-/// Gives up the oldest records.
+/// Gives up what is oldest, and a step more.
 void CTapWriter::MakeRoom(uint64_t ullWords)
 {
-    const uint64_t ullBefore = m_ullBegin;
-    while (m_ullEnd + ullWords - m_ullBegin > m_ring.size()) {
-        const uint64_t ullFirst = m_ring[m_szOldest].load(std::memory_order_relaxed);
-        const uint64_t ullOldest = TapRecordWords(ullFirst & UINT32_MAX);
-        m_ullBegin += ullOldest;
-        m_szOldest += ullOldest;
-        if (m_szOldest >= m_ring.size())
-            m_szOldest -= m_ring.size();
-    }
-    if (m_ullBegin != ullBefore)
-        m_head[TAP_BEGIN].store(m_ullBegin, std::memory_order_release); // before any word of the new record
+    if (m_ullEnd + ullWords - m_ullBegin <= m_ring.size())
+        return;
+    m_ullBegin = m_ullEnd + ullWords - m_ring.size() + m_ring.size() / STEPS;
+    m_head[TAP_BEGIN].store(m_ullBegin, std::memory_order_release); // before any word of the new record
 }
 
 /// Every quarter of the ring a record is noted, to restart from once the next one is.

@@ -23,6 +23,7 @@ public:
     {
         const xtl::MutexGuard guard(m_Lock);
         Append(stRecord, Now(), first, second);
+        ShowEnd();
     }
     /// Appends records that differ in their bytes alone, bytesOf each of the items, under one lock and with one time:
     /// what came together.
@@ -33,6 +34,7 @@ public:
         const uint64_t ullTime = Now();
         for (const auto& item : items)
             Append(stRecord, ullTime, bytesOf(item), {});
+        ShowEnd();
     }
 
     /// Where the next record begins, and its number.
@@ -48,15 +50,16 @@ private:
     void Append(const TAP_RECORD& stRecord, uint64_t ullTime, ByteView first, ByteView second) REQUIRES(m_Lock);
     void MakeRoom(uint64_t ullWords) REQUIRES(m_Lock);
     void MoveRestart() REQUIRES(m_Lock);
+    void ShowEnd() REQUIRES(m_Lock);
 
     std::span<TAP_WORD> m_head;
     std::span<TAP_WORD> m_ring;
     std::atomic<bool> m_bObserved = false;
     xtl::Mutex m_Lock; // a leaf: nothing else is taken with it held
     uint64_t m_ullEnd GUARDED_BY(m_Lock) = 0;
-    uint64_t m_ullBegin GUARDED_BY(m_Lock) = 0;
+    uint64_t m_ullShownEnd GUARDED_BY(m_Lock) = 0;     // TAP_END
+    uint64_t m_ullBegin GUARDED_BY(m_Lock) = 0;        // TAP_BEGIN
     uint64_t m_ullNewerRestart GUARDED_BY(m_Lock) = 0; // the next value of TAP_RESTART
     uint64_t m_ullNumber GUARDED_BY(m_Lock) = 0;       // of the next record
     size_t m_szPut GUARDED_BY(m_Lock) = 0;             // index in the ring of the next word
-    size_t m_szOldest GUARDED_BY(m_Lock) = 0;          // index in the ring of the oldest record
 };
