@@ -134,9 +134,18 @@ void AddEvents(CLayoutTables& layouts, std::ostream& out)
                 NotesOf<TAP_CHANNEL_EVENT>({EVENT_FIELD, {"attached"}, {"confirmed"}, {"name"}, {"group"}}));
     layouts.Add("event_ue", "UE confirmed", NotesOf<TAP_UE_EVENT>({EVENT_FIELD, {"imei"}, {"version"}}));
     layouts.Add("event_client", "client", NotesOf<TAP_CLIENT_EVENT>({EVENT_FIELD, {"connected"}, {"address"}}));
-    out << "T.events = {[" << static_cast<uint32_t>(TAP_EVENT::CHANNEL) << "] = \"channel\", ["
-        << static_cast<uint32_t>(TAP_EVENT::UE) << "] = \"ue\", [" << static_cast<uint32_t>(TAP_EVENT::CLIENT)
-        << "] = \"client\"}\n";
+    layouts.Add("event_since", "since",
+                NotesOf<TAP_SINCE_EVENT>({EVENT_FIELD, {"state_ns"}, {"bound_ns"}, {"connected_ns"}}));
+    layouts.Add("event_log", "log", NotesOf<TAP_LOG_EVENT>({EVENT_FIELD, {"file"}}));
+    constexpr std::pair<TAP_EVENT, const char*> NAMES[] = {{TAP_EVENT::CHANNEL, "channel"},
+                                                           {TAP_EVENT::UE, "ue"},
+                                                           {TAP_EVENT::CLIENT, "client"},
+                                                           {TAP_EVENT::SINCE, "since"},
+                                                           {TAP_EVENT::LOG, "log"}};
+    out << "T.events = {";
+    for (const auto& [enEvent, pszName] : NAMES)
+        out << '[' << static_cast<uint32_t>(enEvent) << "] = \"" << pszName << "\", ";
+    out << "}\n";
 }
 
 struct STATUS_ROW

@@ -10,6 +10,7 @@
 #include "tap/Tap.h"
 #include "tap/TapEvents.h"
 
+#include <filesystem>
 #include <unistd.h>
 
 namespace
@@ -40,18 +41,23 @@ TAP_RECORD RecordOf(TAP_KIND enKind, const CClient& client)
     return stRecord;
 }
 
-void WriteChannel(CTapWriter& writer, UE_INDEX ulUeIdx, const SERIALCHANNELINFO& stRow, uint8_t ucFlags)
+TAP_RECORD RecordOf(UE_INDEX ulUeIdx, const SERIALCHANNELINFO& stRow, uint8_t ucFlags)
 {
     TAP_RECORD stRecord = RecordOf(TAP_KIND::PORT_EVENT, ulUeIdx, stRow.enChannel);
     stRecord.ucFlags = ucFlags;
     stRecord.ulPort = static_cast<uint32_t>(std::max(stRow.nPort, 0));
     stRecord.ulClient = stRow.pClient ? stRow.pClient->Number() : 0;
+    return stRecord;
+}
+
+void WriteChannel(CTapWriter& writer, UE_INDEX ulUeIdx, const SERIALCHANNELINFO& stRow, uint8_t ucFlags)
+{
     TAP_CHANNEL_EVENT stEvent;
     stEvent.ucAttached = stRow.bAttached ? 1 : 0;
     stEvent.ucConfirmed = stRow.bConfirmed ? 1 : 0;
     stEvent.strName = stRow.strSerialName;
     stEvent.strGroup = stRow.strGroupId;
-    writer.Write(stRecord, EncodeRecord(stEvent));
+    writer.Write(RecordOf(ulUeIdx, stRow, ucFlags), EncodeRecord(stEvent));
 }
 
 void WriteUe(CTapWriter& writer, CBindings& bindings, UE_INDEX ulUeIdx, uint8_t ucFlags)
@@ -62,6 +68,41 @@ void WriteUe(CTapWriter& writer, CBindings& bindings, UE_INDEX ulUeIdx, uint8_t 
     TAP_UE_EVENT stEvent;
     stEvent.strImei = stInfo.szImei;
     stEvent.strVersion = stInfo.szVersion;
+    writer.Write(stRecord, EncodeRecord(stEvent));
+}
+
+void WriteClient(CTapWriter& writer, const CClient& client, bool bConnected, uint8_t ucFlags)
+{
+    TAP_RECORD stRecord = RecordOf(TAP_KIND::PORT_EVENT, client);
+    stRecord.ucFlags = ucFlags;
+    TAP_CLIENT_EVENT stEvent;
+    stEvent.ucConnected = bConnected ? 1 : 0;
+    stEvent.strAddress = client.GetAddressText();
+    writer.Write(stRecord, EncodeRecord(stEvent));
+}
+
+/// What an observer that was there before knows by the records' times.
+void WriteSince(CTapWriter& writer, UE_INDEX ulUeIdx, const SERIALCHANNELINFO& stRow)
+{
+    TAP_SINCE_EVENT stEvent;
+    stEvent.ullState = stRow.ullStateSince;
+    if (stRow.pClient) {
+        stEvent.ullBound = stRow.ullClientSince;
+        stEvent.ullConnected = stRow.pClient->ConnectedSince();
+    }
+    writer.Write(RecordOf(ulUeIdx, stRow, TAP_REPLAYED), EncodeRecord(stEvent));
+}
+
+void WriteLog(CTapWriter& writer)
+{
+    const std::string& strFile = CDebug::Instance()->FileName();
+    if (strFile.empty())
+        return;
+    TAP_LOG_EVENT stEvent;
+    std::error_code error; // leaves the path empty
+    stEvent.strFile = std::filesystem::absolute(strFile, error).string();
+    TAP_RECORD stRecord;
+    stRecord.ucFlags = TAP_REPLAYED;
     writer.Write(stRecord, EncodeRecord(stEvent));
 }
 } // namespace
@@ -120,11 +161,16 @@ void CAgentTap::WritePicture(CTapWriter& writer)
     stConfig.enKind = TAP_KIND::CONFIGURATION;
     stConfig.ucFlags = TAP_REPLAYED;
     writer.Write(stConfig, AsBytes(CConfig::Instance()->GetText()));
+    WriteLog(writer);
     const xtl::MutexGuard guard(m_bindings.Mutex());
     for (UE_INDEX ulUeIdx = 0; ulUeIdx < MAXUENUM; ++ulUeIdx) {
         for (const enChannelType enChannel : ALL_CHANNELS)
-            if (const SERIALCHANNELINFO stRow = m_table.Row(ulUeIdx, enChannel); stRow.bAttached)
+            if (const SERIALCHANNELINFO stRow = m_table.Row(ulUeIdx, enChannel); stRow.bAttached) {
                 WriteChannel(writer, ulUeIdx, stRow, TAP_REPLAYED);
+                if (stRow.pClient)
+                    WriteClient(writer, *stRow.pClient, true, TAP_REPLAYED);
+                WriteSince(writer, ulUeIdx, stRow);
+            }
         if (m_table.Row(ulUeIdx, CHANNEL_LTE_DIAG).bConfirmed)
             WriteUe(writer, m_bindings, ulUeIdx, TAP_REPLAYED);
     }
@@ -192,11 +238,6 @@ void TapUe(CBindings& bindings, UE_INDEX ulUeIdx)
 
 void TapClient(const CClient& client, bool bConnected)
 {
-    CTapWriter* const pTap = ObservedTap();
-    if (pTap == nullptr)
-        return;
-    TAP_CLIENT_EVENT stEvent;
-    stEvent.ucConnected = bConnected ? 1 : 0;
-    stEvent.strAddress = client.GetAddressText();
-    pTap->Write(RecordOf(TAP_KIND::PORT_EVENT, client), EncodeRecord(stEvent));
+    if (CTapWriter* const pTap = ObservedTap())
+        WriteClient(*pTap, client, bConnected, 0);
 }

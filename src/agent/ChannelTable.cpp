@@ -1,9 +1,11 @@
 #include "agent/ChannelTable.h"
 
 #include "agent/AgentTap.h"
+#include "agent/Client.h"
+#include "common/UnixTime.h"
 #include "tap/Tap.h"
 
-#include "agent/Client.h"
+#include <utility>
 
 CChannelTable::CChannelTable()
 {
@@ -120,7 +122,8 @@ void CChannelTable::Attach(UE_INDEX ulUeIdx, enChannelType enChannel, int nPort,
         stRow.strGroupId = strGroupId;
         stRow.nPort = nPort;
         stRow.enChannel = enChannel;
-        stRow.bAttached = true;
+        if (!std::exchange(stRow.bAttached, true))
+            stRow.ullStateSince = UnixTimeNs();
         m_aulPort[ulUeIdx][static_cast<size_t>(enChannel)] = static_cast<uint32_t>(std::max(nPort, 0));
     }
     ShowAtTap(ulUeIdx, enChannel);
@@ -145,7 +148,8 @@ void CChannelTable::SetConfirmed(UE_INDEX ulUeIdx, bool bConfirmed)
     {
         const xtl::MutexGuard guard(m_RowMutex);
         for (SERIALCHANNELINFO& stRow : m_astChannelInfo[ulUeIdx])
-            stRow.bConfirmed = bConfirmed;
+            if (std::exchange(stRow.bConfirmed, bConfirmed) != bConfirmed)
+                stRow.ullStateSince = UnixTimeNs();
     }
     for (const enChannelType enChannel : ALL_CHANNELS)
         ShowAtTap(ulUeIdx, enChannel);
@@ -158,6 +162,7 @@ void CChannelTable::SetClient(UE_INDEX ulUeIdx, enChannelType enChannel, CClient
         SERIALCHANNELINFO& stRow = m_astChannelInfo[ulUeIdx][static_cast<size_t>(enChannel)];
         if (CClient* const pBefore = std::exchange(stRow.pClient, pClient))
             pBefore->SetBoundUe(UE_NONE);
+        stRow.ullClientSince = UnixTimeNs();
     }
     if (pClient)
         pClient->SetBoundUe(ulUeIdx);

@@ -23,6 +23,8 @@ struct SERIALCHANNELINFO
     bool bAttached = false;                     // the port is there
     bool bConfirmed = false;                    // the UE answered the host connect request
     CClient* pClient = nullptr;                 // the bound client; not owned
+    uint64_t ullStateSince = 0;                 // when bAttached or bConfirmed changed last; ns since 1970
+    uint64_t ullClientSince = 0;                // when pClient changed last; ns since 1970
 
     bool IsBindable() const { return bAttached && bConfirmed && !pClient; }
 };

@@ -3,6 +3,7 @@
 #include "agent/AgentTap.h"
 #include "common/Debug.h"
 #include "common/MsgBuf.h"
+#include "common/UnixTime.h"
 #include "data/DiagPacket.h"
 #include "data/DpAt.h"
 #include "data/DpGuCmd.h"
@@ -56,6 +57,7 @@ CClient::CClient(int nSocket, enChannelType enType, IBindings* pBindings)
       m_Socket(nSocket),
       m_enType(enType),
       m_ulNumber(NextNumber()),
+      m_ullConnected(UnixTimeNs()),
       m_Out(nSocket, ChannelLabel(enType))
 {
 }

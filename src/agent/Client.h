@@ -106,6 +106,7 @@ public:
     unsigned int BoundPort() const { return m_ulBindPort; }
     /// Counts the clients of the run from 1.
     uint32_t Number() const { return m_ulNumber; }
+    uint64_t ConnectedSince() const { return m_ullConnected; } // ns since 1970
     /// The line that feeds the client: what waits for the client counts as on its way from there, so that a line that
     /// is faster than its client isn't read meanwhile.
     void SetSource(CLineLoad* pSource);
@@ -130,6 +131,7 @@ private:
     CAtFrameSearch m_AtSearch;                            // AT channel: what comes between frames
     sockaddr_in m_stAddr{};
     uint32_t m_ulNumber;
+    uint64_t m_ullConnected;
     std::atomic<UE_INDEX> m_ulBoundUe = UE_NONE;
     std::atomic<unsigned int> m_ulBindPort = 0;
     std::vector<unsigned char> m_vecKept; // read and not handled yet

@@ -35,6 +35,8 @@ public:
     /// Starts the writer on a file that is truncated. False without a name, with debuglevel 0 (no file then),
     /// when it runs already or when the thread can't be created.
     bool Start(const char* pszFileName);
+    /// The file of the run; empty before Start.
+    const std::string& FileName() const { return m_strFileName; }
     /// Stops the queue and waits until the lines queued before have reached the file, a few seconds at most when
     /// the file doesn't take them. Always true.
     bool Stop();

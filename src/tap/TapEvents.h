@@ -12,6 +12,8 @@ enum class TAP_EVENT : uint32_t
     CHANNEL = 1, // a row of the channel table as it is now
     UE = 2,      // who the UE says it is
     CLIENT = 3,  // a client came or went
+    SINCE = 4,   // in a picture: since when its channel is as it is
+    LOG = 5,     // in a picture: where the agent's log is
 };
 
 /// State of one channel of a UE. The head's port number is that of its port, its client number that of the bound
@@ -69,5 +71,40 @@ struct TAP_CLIENT_EVENT
         io.Field(st.ucConnected);   // 4
         io.Gap(3);                  // 5
         io.Text(st.strAddress, 16); // 8
+    }
+};
+
+/// In a picture behind the event of a channel whose port is there. CLOCK_REALTIME in ns; 0 without a client.
+struct TAP_SINCE_EVENT
+{
+    static constexpr size_t SIZE = 32;
+
+    uint32_t ulEvent = static_cast<uint32_t>(TAP_EVENT::SINCE);
+    uint64_t ullState = 0;     // attached or, later, confirmed
+    uint64_t ullBound = 0;     // to the client in the head
+    uint64_t ullConnected = 0; // that client
+
+    template <class Io, class Self> static void Fields(Io& io, Self& st)
+    {
+        io.Field(st.ulEvent);      //  0
+        io.Gap(4);                 //  4
+        io.Field(st.ullState);     //  8
+        io.Field(st.ullBound);     // 16
+        io.Field(st.ullConnected); // 24
+    }
+};
+
+/// The log of the run; none is told when there is none.
+struct TAP_LOG_EVENT
+{
+    static constexpr size_t SIZE = 1024;
+
+    uint32_t ulEvent = static_cast<uint32_t>(TAP_EVENT::LOG);
+    std::string strFile; // absolute, in the file system as the agent sees it
+
+    template <class Io, class Self> static void Fields(Io& io, Self& st)
+    {
+        io.Field(st.ulEvent);      // 0
+        io.Text(st.strFile, 1020); // 4
     }
 };

@@ -64,9 +64,7 @@ TAP_HELLO MakeHello(size_t szRingBytes)
 {
     TAP_HELLO stHello;
     stHello.ulRingBytes = static_cast<uint32_t>(szRingBytes);
-    timespec stNow{};
-    clock_gettime(CLOCK_REALTIME, &stNow);
-    stHello.ullAgentStart = static_cast<uint64_t>(stNow.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(stNow.tv_nsec);
+    stHello.ullAgentStart = UnixTimeNs();
     std::random_device random;
     stHello.ullRunHigh = uint64_t{random()} << 32 | random();
     stHello.ullRunLow = uint64_t{random()} << 32 | random();

@@ -1,7 +1,6 @@
 #include "tap/TapWriter.h"
 
 #include <cstring>
-#include <time.h>
 
 // A reader copies a record and then looks whether it was still there all the time. So TAP_BEGIN moves before the first
 // word of an old record is overwritten: words are stored with release and loaded with acquire, and a reader that has
@@ -95,13 +94,6 @@ void PutBytes(CCursor& cursor, ByteView first, ByteView second)
 CTapWriter::CTapWriter(std::span<TAP_WORD> memory)
     : m_head(memory.first(TAP_HEAD_WORDS)), m_ring(memory.subspan(TAP_HEAD_WORDS))
 {
-}
-
-uint64_t CTapWriter::Now()
-{
-    timespec stNow{};
-    clock_gettime(CLOCK_REALTIME, &stNow);
-    return static_cast<uint64_t>(stNow.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(stNow.tv_nsec);
 }
 
 void CTapWriter::Append(const TAP_RECORD& stRecord, uint64_t ullTime, ByteView first, ByteView second)

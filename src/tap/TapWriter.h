@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/UnixTime.h"
 #include "common/xtl.h"
 #include "tap/TapRecord.h"
 
@@ -22,7 +23,7 @@ public:
     void Write(const TAP_RECORD& stRecord, ByteView first, ByteView second = {}) EXCLUDES(m_Lock)
     {
         const xtl::MutexGuard guard(m_Lock);
-        Append(stRecord, Now(), first, second);
+        Append(stRecord, UnixTimeNs(), first, second);
         ShowEnd();
     }
     /// Appends records that differ in their bytes alone, bytesOf each of the items, under one lock and with one time:
@@ -31,7 +32,7 @@ public:
     void WriteRun(const TAP_RECORD& stRecord, const Items& items, BytesOf bytesOf) EXCLUDES(m_Lock)
     {
         const xtl::MutexGuard guard(m_Lock);
-        const uint64_t ullTime = Now();
+        const uint64_t ullTime = UnixTimeNs();
         for (const auto& item : items)
             Append(stRecord, ullTime, bytesOf(item), {});
         ShowEnd();
@@ -46,7 +47,6 @@ public:
     PLACE Place() EXCLUDES(m_Lock);
 
 private:
-    static uint64_t Now();
     void Append(const TAP_RECORD& stRecord, uint64_t ullTime, ByteView first, ByteView second) REQUIRES(m_Lock);
     void MakeRoom(uint64_t ullWords) REQUIRES(m_Lock);
     void MoveRestart() REQUIRES(m_Lock);

@@ -80,6 +80,9 @@ private:
         case TAP_EVENT::CLIENT:
             AddClient(stHead, bSet);
             break;
+        case TAP_EVENT::SINCE:
+        case TAP_EVENT::LOG:
+            break;
         }
     }
 

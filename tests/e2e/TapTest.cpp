@@ -1,3 +1,4 @@
+#include "common/Record.h"
 #include "e2e/AgentBench.h"
 #include "e2e/ScriptedUe.h"
 #include "support/WaitFor.h"
@@ -5,6 +6,7 @@
 #include "tap/TapEvents.h"
 
 #include <csignal>
+#include <filesystem>
 #include <gtest/gtest.h>
 
 // The real agent's tap: the picture, every kind of record, and observers that misbehave.
@@ -76,17 +78,37 @@ TEST_F(TapTest, AnObserverSeesThePictureAndThenAllTraffic)
     const auto pTap = Connect();
     ASSERT_TRUE(pTap);
 
-    // The picture: the configuration, the modem's channel with its client, the modem.
+    // The picture: the configuration, the log, the modem's channel, its client, since when, the modem.
     ASSERT_TRUE(Await(*pTap, [](const SEEN& seen) { return EventOf(seen) == 2; }));
     EXPECT_EQ(m_seen[0].stHead.enKind, TAP_KIND::CONFIGURATION);
     EXPECT_EQ(m_seen[0].stHead.ucFlags, TAP_REPLAYED);
     EXPECT_EQ(m_seen[0].bytes, Bytes(AsBytes(m_bench.Dir().Read("config/vex.cfg"))));
-    EXPECT_EQ(EventOf(m_seen[1]), 1u);
-    EXPECT_EQ(m_seen[1].stHead.ucFlags, TAP_REPLAYED);
-    EXPECT_EQ(m_seen[1].stHead.ucChannel, CHANNEL_LTE_DIAG);
-    EXPECT_EQ(m_seen[1].stHead.ulPort, 101u);
-    EXPECT_NE(m_seen[1].stHead.ulClient, 0u);
-    EXPECT_EQ(m_seen.back().stHead.ucFlags, TAP_REPLAYED);
+    ASSERT_EQ(m_seen.size(), 6u);
+    for (size_t i = 1; i < m_seen.size(); ++i)
+        EXPECT_EQ(m_seen[i].stHead.ucFlags, TAP_REPLAYED);
+    TAP_LOG_EVENT stLog;
+    ASSERT_TRUE(EventOf(m_seen[1]) == 5u && DecodeRecord(m_seen[1].bytes, stLog));
+    EXPECT_TRUE(stLog.strFile.starts_with(m_bench.Dir().Path() + '/')) << stLog.strFile;
+    EXPECT_TRUE(std::filesystem::exists(stLog.strFile)) << stLog.strFile;
+    const uint32_t ulClient = m_seen[2].stHead.ulClient;
+    EXPECT_NE(ulClient, 0u);
+    for (const size_t szPlace : {2, 3, 4}) {
+        EXPECT_EQ(m_seen[szPlace].stHead.ucChannel, CHANNEL_LTE_DIAG);
+        EXPECT_EQ(m_seen[szPlace].stHead.ulPort, 101u);
+        EXPECT_EQ(m_seen[szPlace].stHead.ulClient, ulClient);
+    }
+    EXPECT_EQ(EventOf(m_seen[2]), 1u);
+    TAP_CLIENT_EVENT stClient;
+    ASSERT_TRUE(EventOf(m_seen[3]) == 3u && DecodeRecord(m_seen[3].bytes, stClient));
+    EXPECT_EQ(stClient.ucConnected, 1);
+    EXPECT_EQ(stClient.strAddress, "127.0.0.1");
+    // The agent started, the modem confirmed, the client came and was bound, the observer came.
+    TAP_SINCE_EVENT stSince;
+    ASSERT_TRUE(EventOf(m_seen[4]) == 4u && DecodeRecord(m_seen[4].bytes, stSince));
+    EXPECT_LT(pTap->Hello().ullAgentStart, stSince.ullState);
+    EXPECT_LT(stSince.ullState, stSince.ullConnected);
+    EXPECT_LT(stSince.ullConnected, stSince.ullBound);
+    EXPECT_LT(stSince.ullBound, m_seen[4].stHead.ullTime);
 
     // A request of the client, the packet for the modem, its answer, the packet for the client.
     const Bytes request = Hex("03 40 01 10  10 00  04 00  01 02 03 04");

@@ -423,6 +423,12 @@ TEST_F(Wireshark, ShowsEvents)
            {{"vex.event", "2"}, {"vex.event_ue.imei", "86001"}, {"vex.event_ue.version", "V1"}});
     Expect(EVENT, Join(Hex("03 00 00 00  01 00 00 00"), Text("127.0.0.1", 16)),
            {{"vex.event_client.connected", "1"}, {"vex.event_client.address", "127.0.0.1"}});
-    Expect(EVENT, Hex("04 00 00 00  AA"), {{"vex.event", "4"}, {"vex.payload", "04:00:00:00:aa"}});
+    Expect(
+        EVENT,
+        Hex("04 00 00 00  00 00 00 00  01 00 00 00 00 00 00 00  02 00 00 00 00 00 00 00  03 00 00 00 00 00 00 00"),
+        {{"vex.event_since.state_ns", "1"}, {"vex.event_since.bound_ns", "2"}, {"vex.event_since.connected_ns", "3"}});
+    Expect(EVENT, Join(Hex("05 00 00 00"), Text("/var/log/vex/x.d", 1020)),
+           {{"vex.event_log.file", "/var/log/vex/x.d"}});
+    Expect(EVENT, Hex("06 00 00 00  AA"), {{"vex.event", "6"}, {"vex.payload", "06:00:00:00:aa"}});
     Check();
 }

@@ -80,6 +80,16 @@ public:
         stEvent.strAddress = strAddress;
         Take(Record(TAP_KIND::PORT_EVENT, TAP_NO_UE, ucChannel, ulClient, 0), Bytes(EncodeRecord(stEvent)));
     }
+    /// Of a picture; the times are seconds before now.
+    void Since(uint8_t ucUe, uint8_t ucChannel, uint64_t ullState, uint32_t ulClient = 0, uint64_t ullBound = 0,
+               uint64_t ullConnected = 0)
+    {
+        TAP_SINCE_EVENT stEvent;
+        stEvent.ullState = ullNow - ullState * PAGE_SECOND;
+        stEvent.ullBound = ullNow - ullBound * PAGE_SECOND;
+        stEvent.ullConnected = ullNow - ullConnected * PAGE_SECOND;
+        Take(Record(TAP_KIND::PORT_EVENT, ucUe, ucChannel, ulClient), Bytes(EncodeRecord(stEvent)));
+    }
     void ToClient(uint8_t ucUe, uint8_t ucChannel, uint32_t ulClient, const Bytes& packet)
     {
         Take(Record(TAP_KIND::AGENT_TO_CLIENT, ucUe, ucChannel, ulClient), packet);

@@ -56,6 +56,19 @@ TEST(CapturePicture, KeepsTheLastOfEachInTheOrderOfTheirNumbers)
     EXPECT_EQ(Numbers(picture), std::vector<uint64_t>());
 }
 
+TEST(CapturePicture, ForgetsSinceWhenAChannelWasAsItIsWithItsNextEvent)
+{
+    const Bytes since = Bytes(EncodeRecord(TAP_SINCE_EVENT()));
+    CCapturePicture picture;
+    picture.Take(Event(1, CHANNEL_AT, 1), ChannelEvent(1));
+    picture.Take(Event(1, CHANNEL_AT, 2, 8), since);
+    picture.Take(Event(2, CHANNEL_AT, 3), ChannelEvent(1));
+    picture.Take(Event(2, CHANNEL_AT, 4), since);
+    EXPECT_EQ(Numbers(picture), (std::vector<uint64_t>{1, 2, 3, 4}));
+    picture.Take(Event(1, CHANNEL_AT, 5), ChannelEvent(1));
+    EXPECT_EQ(Numbers(picture), (std::vector<uint64_t>{3, 4, 5}));
+}
+
 TEST(CapturePicture, KeepsClientsUntilTheyGo)
 {
     CCapturePicture picture;

@@ -1,7 +1,6 @@
 #include "page/LogFollower.h"
 #include "page/LogLine.h"
 #include "page/LogSource.h"
-#include "page/PageConfig.h"
 #include "support/PageRecords.h"
 #include "support/VexProcess.h"
 
@@ -129,12 +128,26 @@ TEST(PageLog, OfALongFileOnlyTheEndIsToldAndALongLineIsCut)
     EXPECT_EQ(lines[1], "next");
 }
 
-TEST(PageLog, TheConfigurationNamesTheFile)
+TEST(PageLog, TheAgentTellsTheFileUnlessItIsGiven)
 {
-    EXPECT_EQ(ReadPageConfig("debuglevel = 7\ndebugfilename = /var/log/vex/vex\n").strLogName, "/var/log/vex/vex");
-    EXPECT_EQ(ReadPageConfig("debuglevel = 7\ndebugfilename = vex\n").strLogName,
-              ""); // relative to what the page doesn't know
-    EXPECT_EQ(ReadPageConfig("debuglevel = 0\ndebugfilename = /var/log/vex/vex\n").strLogName, "");
+    const CTempDir dir;
+    const std::string strTold = dir.Path() + "/told";
+    const std::string strGiven = dir.Path() + "/given";
+    Append(strTold, "2023-11-14 22:13:20.123 [INF] : told\n");
+    Append(strGiven, "2023-11-14 22:13:20.123 [INF] : given\n");
+    TAP_LOG_EVENT stEvent;
+    stEvent.strFile = strTold;
+    for (const std::string& strLog : {std::string(), strGiven}) {
+        CPageModel model({.strTap = "tap", .strLog = strLog});
+        CPageFeed feed(model);
+        feed.BeginRun();
+        feed.Take(feed.Record(TAP_KIND::PORT_EVENT, TAP_NO_UE, TAP_NO_CHANNEL), Bytes(EncodeRecord(stEvent)));
+        feed.Second();
+        const auto view = feed.View("/api/overview");
+        EXPECT_EQ(view["log_source"], strLog.empty() ? strTold : strGiven);
+        ASSERT_EQ(view["log"].size(), 1U);
+        EXPECT_EQ(view["log"][0]["text"], strLog.empty() ? "told" : "given");
+    }
 }
 
 TEST(PageLog, TheNewestFileOfTheNameIsTheLog)

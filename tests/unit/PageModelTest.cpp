@@ -79,6 +79,35 @@ TEST_F(PageModel, OverviewShowsModemsChannelsAndWhoIsBound)
     EXPECT_EQ(view["clients"], ordered_json::array({client}));
 }
 
+TEST_F(PageModel, APictureTellsSinceWhenAllIsAsItIs)
+{
+    m_feed.Channel(3, CHANNEL_LTE_DIAG, true, true);
+    m_feed.Since(3, CHANNEL_LTE_DIAG, 300);
+    m_feed.Channel(3, CHANNEL_GU_CMD, true, true, 7);
+    m_feed.Client(7, CHANNEL_GU_CMD, true, "10.0.0.9");
+    m_feed.Since(3, CHANNEL_GU_CMD, 200, 7, 40, 50);
+    m_feed.Channel(3, CHANNEL_AT, true, false);
+    m_feed.Since(3, CHANNEL_AT, 1000); // attached, which isn't what the modem is
+    const ordered_json view = m_feed.View("/api/overview");
+    const ordered_json& modem = view["modems"][0];
+    EXPECT_EQ(modem["since"], PAGE_DAY_MS - 300'000);
+    const ordered_json bound = {{"client", 7}, {"address", "10.0.0.9"}, {"since", PAGE_DAY_MS - 40'000}};
+    EXPECT_EQ(modem["channels"][2]["client"], bound);
+    EXPECT_EQ(view["clients"][0]["address"], "10.0.0.9");
+    EXPECT_EQ(view["clients"][0]["since"], PAGE_DAY_MS - 50'000);
+}
+
+TEST_F(PageModel, WhatAPictureSaysOfAnotherClientIsNotTaken)
+{
+    m_feed.Channel(3, CHANNEL_GU_CMD, true, true, 7);
+    m_feed.Since(3, CHANNEL_GU_CMD, 200, 8, 40, 50);
+    m_feed.Since(4, CHANNEL_GU_CMD, 200, 7, 40, 50);
+    const ordered_json view = m_feed.View("/api/overview");
+    ASSERT_EQ(view["modems"].size(), 1U);
+    EXPECT_EQ(view["modems"][0]["channels"][2]["client"]["since"], PAGE_DAY_MS);
+    EXPECT_EQ(view["clients"][0]["since"], PAGE_DAY_MS);
+}
+
 TEST_F(PageModel, AClientThatUnbindsOrGoesLeavesItsChannel)
 {
     AttachModem();

@@ -40,6 +40,9 @@ void CCapturePicture::Take(const TAP_RECORD& stRecord, ByteView bytes)
         });
         return;
     }
+    // What a picture said of the channel's past is over with its next event.
+    if (ulEvent == static_cast<uint32_t>(TAP_EVENT::CHANNEL))
+        m_mapEvents.erase({static_cast<uint32_t>(TAP_EVENT::SINCE), stRecord.ucUe, stRecord.ucChannel, 0});
     const KEY key{ulEvent, stRecord.ucUe, stRecord.ucChannel, bClient ? stRecord.ulClient : 0};
     Keep(m_mapEvents[key], stRecord, bytes);
 }

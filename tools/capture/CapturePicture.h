@@ -9,8 +9,8 @@
 #include <tuple>
 #include <vector>
 
-/// What a file needs at its start to be understood by itself: the configuration, each channel's last event, each UE's
-/// name and each client that is there. Kept up to date from the records as they pass.
+/// What a file needs at its start to be understood by itself: the configuration, where the log is, each channel's last
+/// event, each UE's name and each client that is there. Kept up to date from the records as they pass.
 class CCapturePicture
 {
 public:

@@ -3,6 +3,7 @@
 #include "common/Record.h"
 #include "tap/TapEvents.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace
@@ -66,6 +67,11 @@ bool CModemTable::TakeEvent(const TAP_RECORD& stRecord, ByteView bytes)
         return TakeUe(stRecord, bytes);
     case TAP_EVENT::CLIENT:
         TakeClient(stRecord, bytes);
+        return false;
+    case TAP_EVENT::SINCE:
+        TakeSince(stRecord, bytes);
+        return false;
+    case TAP_EVENT::LOG:
         return false;
     }
     return false;
@@ -156,6 +162,24 @@ void CModemTable::TakeClient(const TAP_RECORD& stRecord, ByteView bytes)
     stClient.ulNumber = stRecord.ulClient;
     stClient.strAddress = stEvent.strAddress;
     stClient.ucChannel = stRecord.ucChannel;
+}
+
+/// A modem is in its state since the first of its channels is.
+void CModemTable::TakeSince(const TAP_RECORD& stRecord, ByteView bytes)
+{
+    TAP_SINCE_EVENT stEvent;
+    PAGE_MODEM* const pModem = Find(stRecord.ucUe);
+    if (!DecodeRecord(bytes, stEvent) || pModem == nullptr || stRecord.ucChannel >= CHANNELNUM)
+        return;
+    PAGE_CHANNEL& stChannel = pModem->astChannel[stRecord.ucChannel];
+    const bool bTells = stChannel.bConfirmed == (pModem->State() == PAGE_MODEM::STATE::CONFIRMED);
+    if (bTells)
+        pModem->dSince = std::min(pModem->dSince, PageTime(stEvent.ullState));
+    const auto client = m_mapClients.find(stRecord.ulClient);
+    if (client == m_mapClients.end() || stChannel.ulClient != stRecord.ulClient)
+        return;
+    stChannel.dClientSince = PageTime(stEvent.ullBound);
+    client->second.dSince = PageTime(stEvent.ullConnected);
 }
 
 void CModemTable::Unbind(uint32_t ulClient)

@@ -17,7 +17,7 @@
 struct PAGE_CLIENT
 {
     uint32_t ulNumber = 0;
-    std::string strAddress; // empty: it was there before the page
+    std::string strAddress; // empty: not known yet
     uint8_t ucChannel = TAP_NO_CHANNEL;
     double dSince = 0;
     std::optional<unsigned int> ue; // it is bound to
@@ -103,6 +103,7 @@ private:
     void TakeChannel(const TAP_RECORD& stRecord, ByteView bytes);
     bool TakeUe(const TAP_RECORD& stRecord, ByteView bytes);
     void TakeClient(const TAP_RECORD& stRecord, ByteView bytes);
+    void TakeSince(const TAP_RECORD& stRecord, ByteView bytes);
     void Bind(const TAP_RECORD& stRecord, PAGE_CHANNEL& stChannel);
     void Unbind(uint32_t ulClient);
 

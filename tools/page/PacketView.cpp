@@ -159,6 +159,8 @@ PACKET_WORDS EventWords(ByteView bytes)
 {
     TAP_UE_EVENT stUe;
     TAP_CLIENT_EVENT stClient;
+    TAP_SINCE_EVENT stSince;
+    TAP_LOG_EVENT stLog;
     switch (static_cast<TAP_EVENT>(LoadLe<uint32_t>(bytes, 0))) {
     case TAP_EVENT::CHANNEL:
         return ChannelWords(bytes);
@@ -172,6 +174,18 @@ PACKET_WORDS EventWords(ByteView bytes)
         return {.strName = "client event",
                 .strSummary = stClient.ucConnected != 0 ? "connected from " + stClient.strAddress : "gone",
                 .decoded = {{"connected", stClient.ucConnected != 0}, {"address", stClient.strAddress}}};
+    case TAP_EVENT::SINCE:
+        (void)DecodeRecord(bytes, stSince); // what is missing is 0
+        return {.strName = "since event",
+                .strSummary = "since when the channel is as it is",
+                .decoded = {{"state_ns", stSince.ullState},
+                            {"bound_ns", stSince.ullBound},
+                            {"connected_ns", stSince.ullConnected}}};
+    case TAP_EVENT::LOG:
+        (void)DecodeRecord(bytes, stLog); // what is missing is empty
+        return {.strName = "log event",
+                .strSummary = Printable(AsBytes(stLog.strFile), SUMMARY_TEXT),
+                .decoded = {{"file", stLog.strFile}}};
     }
     return {};
 }

@@ -1,6 +1,7 @@
 #include "page/PageModel.h"
 
 #include "client/Names.h"
+#include "common/Record.h"
 #include "data/DiagPacket.h"
 #include "page/LogFollower.h"
 #include "page/LogSource.h"
@@ -11,6 +12,7 @@
 #include "page/PageQueryArgs.h"
 #include "page/PageState.h"
 #include "page/ViewJson.h"
+#include "tap/TapEvents.h"
 
 #include <nlohmann/json.hpp>
 
@@ -74,6 +76,7 @@ struct CPageModel::IMPL
     ordered_json ControlJson(unsigned int ulUe) const;
 
     void TakeConfiguration(ByteView text) REQUIRES(Lock);
+    void TakeLogEvent(ByteView event) REQUIRES(Lock);
     void NoteRefusal(const TAP_RECORD& stRecord, ByteView packet) REQUIRES(Lock);
     void NoteTapLoss(const TAP_RECORD& stRecord, uint64_t ullLost) REQUIRES(Lock);
     void NoteLogLine(std::string_view line) REQUIRES(Lock);
@@ -156,6 +159,7 @@ void CPageModel::Take(const TAP_RECORD& stRecord, ByteView bytes, uint64_t ullLo
     } else if (stRecord.enKind == TAP_KIND::PORT_EVENT) {
         if (st.modems.TakeEvent(stRecord, bytes))
             st.plots.Forget(stRecord.ucUe);
+        m_pImpl->TakeLogEvent(bytes);
     } else if (stRecord.enKind == TAP_KIND::CONFIGURATION) {
         m_pImpl->TakeConfiguration(bytes);
     }
@@ -163,10 +167,14 @@ void CPageModel::Take(const TAP_RECORD& stRecord, ByteView bytes, uint64_t ullLo
 
 void CPageModel::IMPL::TakeConfiguration(ByteView text)
 {
-    const PAGE_CONFIG stConfig = ReadPageConfig({reinterpret_cast<const char*>(text.data()), text.size()});
-    stLayout = stConfig.stLayout;
-    if (stSettings.strLog.empty())
-        strLogName = stConfig.strLogName;
+    stLayout = ReadPacketLayout({reinterpret_cast<const char*>(text.data()), text.size()});
+}
+
+void CPageModel::IMPL::TakeLogEvent(ByteView event)
+{
+    TAP_LOG_EVENT stEvent;
+    if (LoadLe<uint32_t>(event, 0) == stEvent.ulEvent && DecodeRecord(event, stEvent) && stSettings.strLog.empty())
+        strLogName = stEvent.strFile;
 }
 
 void CPageModel::IMPL::NoteTapLoss(const TAP_RECORD& stRecord, uint64_t ullLost)

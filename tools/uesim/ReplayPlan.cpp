@@ -108,6 +108,8 @@ void CReplayPlan::OnEvent(const TAP_RECORD& stHead, ByteView bytes)
         OnUe(stHead, bytes);
         break;
     case TAP_EVENT::CLIENT:
+    case TAP_EVENT::SINCE:
+    case TAP_EVENT::LOG:
         break;
     }
 }
