@@ -203,7 +203,9 @@ TEST_F(ForwardE2e, ItWaitsForAHubAndEndsWithoutOne)
 {
     BeginSegment(0);
     auto pForward = Start();
-    ASSERT_TRUE(WaitFor([&] { return pForward->Errors().find("waiting for the hub") != std::string::npos; }));
+    ASSERT_TRUE(WaitFor([&] {
+        return pForward->Errors().find(": No server available for connection\n") != std::string::npos;
+    })) << pForward->Errors();
     pForward->Signal(SIGTERM);
     EXPECT_EQ(pForward->WaitExit(), 0);
     auto pAgain = Start();
@@ -211,6 +213,18 @@ TEST_F(ForwardE2e, ItWaitsForAHubAndEndsWithoutOne)
     ASSERT_TRUE(m_hubs.Init());
     EXPECT_TRUE(WaitFor([&] { return pAgain->Errors().find("connected to the hub") != std::string::npos; }));
     EXPECT_TRUE(WaitFor([&] { return m_hubs.Fleet({"benches"})->Saw(BENCH, seconds(1)); }, seconds(20)));
+}
+
+TEST_F(ForwardE2e, ItSaysWhyAHubDoesNotTakeIt)
+{
+    m_hubs.Start();
+    ASSERT_TRUE(m_hubs.Init());
+    BeginSegment(0);
+    auto pStranger = Start({}, "stranger"); // signed, but of no bench
+    EXPECT_TRUE(WaitFor([&] {
+        return pStranger->Errors().find("waiting for the hub at ") != std::string::npos &&
+               pStranger->Errors().find("Authorization Violation") != std::string::npos;
+    })) << pStranger->Errors();
 }
 
 TEST_F(ForwardE2e, AWrongCertificateIsAnErrorAtTheStart)

@@ -223,6 +223,13 @@ CHub::~CHub()
         (void)m_pState.release(); // the library may still call: rather a leak at the end than a crash
 }
 
+std::string WhyNoHub(const HUB_OPTIONS& stOptions)
+{
+    std::string strWhy;
+    (void)CHub::Open(stOptions, {}, CHub::PATIENCE::ONCE, strWhy);
+    return strWhy;
+}
+
 bool CHub::IsConnected() const
 {
     return natsConnection_Status(m_pConnection) == NATS_CONN_STATUS_CONNECTED;

@@ -87,6 +87,10 @@ private:
     natsConnection* m_pConnection = nullptr;
 };
 
+/// Why no server can be reached: the library tries again and again without a word, a try of our own tells. Takes some
+/// seconds where nothing answers. Empty when one can.
+std::string WhyNoHub(const HUB_OPTIONS& stOptions);
+
 /// A subscription. Its call comes on a thread of the library, one message after the other.
 class CHubSubscription
 {

@@ -31,8 +31,11 @@ FORWARD_EXIT Serve(const FORWARD_OPTIONS& stOptions, CForwardLog& log)
     if (stOptions.bRequests && !pRequests)
         return Fail(log, strError);
     log.Line("bench " + stOptions.strBench + ", installation " + ledger.Epoch() + ", spool " + stOptions.strSpool);
-    if (!pHub->Connection().IsConnected())
-        log.Line("waiting for the hub; the same command with --check says what keeps it");
+    if (!pHub->Connection().IsConnected()) {
+        const std::string strWhy = WhyNoHub(stOptions.stHub);
+        if (!strWhy.empty() && !pHub->Connection().IsConnected())
+            log.Line("waiting for the hub at " + HubNames(stOptions.stHub) + ": " + strWhy);
+    }
     CForwarder forwarder({.stPublish = {stOptions.strBench, ledger.Epoch(), stOptions.ullMaxRate},
                           .stateEvery = std::chrono::milliseconds(static_cast<long>(stOptions.dStateEvery * 1000)),
                           .bDelete = stOptions.bDelete,

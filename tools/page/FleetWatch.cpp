@@ -136,12 +136,10 @@ void CFleetWatch::TakeState(const BENCH_NEWS& stNews, READING& stReading)
         stReading.seen.insert(stNews.strBench);
 }
 
-/// The library tries again and again without a word; a try of our own tells why it fails.
 std::string CFleetWatch::LinkProblem()
 {
     if (Clock::now() >= m_nextTry) {
-        m_strWhy.clear();
-        (void)CHub::Open(m_stOptions, {}, CHub::PATIENCE::ONCE, m_strWhy);
+        m_strWhy = WhyNoHub(m_stOptions);
         m_nextTry = Clock::now() + TRY_PERIOD;
     }
     return "no hub at " + HubNames(m_stOptions) + (m_strWhy.empty() ? "" : ": " + m_strWhy);
