@@ -8,7 +8,6 @@ import {modemHash, parseRoute, TABS} from './route.js';
 import {Stream} from './stream.js';
 
 const OVERVIEW_MS = 3000; // how often a modem's view asks for the frame's news
-const THEMES = ['auto', 'light', 'dark'];
 const KEYS = [
     ['o', 'overview'],
     ['n, p', 'next, previous modem'],
@@ -36,11 +35,11 @@ class App {
         this.stream = new Stream(state => this.#showConnection(state));
         window.addEventListener('hashchange', () => this.#go());
         document.addEventListener('keydown', event => this.#key(event));
-        byId('theme').addEventListener('click', () => this.#nextTheme());
+        byId('theme').addEventListener('click', () => vexTheme.next());
         byId('help').addEventListener('click', () => byId('keys').showModal());
-        matchMedia('(prefers-color-scheme: dark)').addEventListener('change', () => this.#view?.rebuild?.());
+        vexTheme.onChange = () => this.#showTheme();
+        this.#showTheme();
         byId('keys-list').append(...KEYS.flatMap(([key, what]) => [el('dt', {text: key}), el('dd', {text: what})]));
-        setText(byId('theme'), document.documentElement.dataset.theme ?? 'auto');
         setInterval(() => this.#refresh(), OVERVIEW_MS);
         this.#go();
     }
@@ -135,17 +134,8 @@ class App {
         setText(byId('notice'), notice);
     }
 
-    #nextTheme() {
-        const now = document.documentElement.dataset.theme ?? 'auto';
-        const next = THEMES[(THEMES.indexOf(now) + 1) % THEMES.length];
-        if (next === 'auto') delete document.documentElement.dataset.theme;
-        else document.documentElement.dataset.theme = next;
-        try {
-            localStorage.setItem('vex-theme', next);
-        } catch {
-            /* it is for this page alone then */
-        }
-        setText(byId('theme'), next);
+    #showTheme() {
+        setText(byId('theme'), vexTheme.choice);
         this.#view?.rebuild?.();
     }
 
@@ -173,7 +163,7 @@ class App {
             n: () => this.#turn(1),
             p: () => this.#turn(-1),
             g: () => this.#nextTab(),
-            t: () => this.#nextTheme(),
+            t: () => vexTheme.next(),
             '?': () => byId('keys').showModal(),
         };
         keys[key]?.();
