@@ -104,6 +104,7 @@ const CHOICES = [
 }));
 
 export class FakePage {
+    missing = ''; // a file that it doesn't have
     shift = 0; // ms that its clock is ahead
 
     /// source: what it is for, "tap" or "fleet".
@@ -348,6 +349,7 @@ export class FakePage {
         const {pathname, searchParams: args} = new URL(request.url, 'http://localhost');
         if (pathname === '/api/events') return this.#openStream(answer, args);
         if (pathname.startsWith('/api/')) return this.#api(request, answer, pathname, args);
+        if (pathname === this.missing) return answer.writeHead(404).end();
         const file = pathname === '/' ? '/index.html' : pathname;
         const dist = /uPlot/.test(file) ? path.join(this.files, 'node_modules/uplot/dist') : this.files;
         try {

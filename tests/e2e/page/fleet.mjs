@@ -2,7 +2,7 @@
 
 import assert from 'node:assert/strict';
 import {beforeEach, test} from 'node:test';
-import {hasText, shown, textOf, textsOf, until} from './harness.mjs';
+import {eventually, hasText, shown, textOf, textsOf, until} from './harness.mjs';
 import {fake, open} from './site.mjs';
 
 const MOST_TICK_MS = 50; // to show a tick of 500 benches
@@ -184,6 +184,7 @@ test('a hub that goes away: the benches stay, the page says so, and goes on', as
 test('a page that is away comes back by itself, as what it is for then', async () => {
     const tab = await open('#/fleet/bench1', {expected: AWAY});
     await shown(tab, '.figures');
+    await eventually(() => fake.streams.size === 1, 'its stream');
     const {port} = fake.server.address();
     await fake.close();
     await hasText(tab, '#status-text', 'vex-page is away');
