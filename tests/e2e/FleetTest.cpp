@@ -36,16 +36,7 @@ protected:
         EXPECT_TRUE(m_hubs.Init());
     }
 
-    HUB_OPTIONS Hub(const std::string& strName) const
-    {
-        const std::string strDir = m_hubs.Dir().Path() + "/";
-        return {.servers = {"tls://127.0.0.1:4221", "tls://127.0.0.1:4222", "tls://127.0.0.1:4223"},
-                .strCert = strDir + strName + ".pem",
-                .strKey = strDir + strName + ".key",
-                .strCa = strDir + "ca.pem",
-                .strName = strName,
-                .strInboxPrefix = ""};
-    }
+    HUB_OPTIONS Hub(const std::string& strName) const { return m_hubs.HubOptions(strName); }
 
     /// Runs vex-fleet to its end; its exit status.
     std::optional<int> Run(const std::vector<std::string>& args, const std::string& strName = "lab")

@@ -22,16 +22,6 @@ using std::chrono::seconds;
 constexpr const char* BENCH = "car-7";
 constexpr unsigned int UES = 4;
 
-HUB_OPTIONS HubOptions(const std::vector<std::string>& args)
-{
-    HUB_OPTIONS stOptions;
-    stOptions.servers = {"tls://127.0.0.1:4221", "tls://127.0.0.1:4222", "tls://127.0.0.1:4223"};
-    stOptions.strCert = args.at(3);
-    stOptions.strKey = args.at(5);
-    stOptions.strCa = args.at(7);
-    return stOptions;
-}
-
 /// Every message of the stream, in its order: subject and bytes.
 struct MESSAGE
 {
@@ -42,7 +32,7 @@ std::vector<MESSAGE> ReadStream(const CHubs& hubs)
 {
     std::vector<MESSAGE> messages;
     std::string strError;
-    const auto pHub = CHub::Open(HubOptions(hubs.Options("lab")), {}, CHub::PATIENCE::ONCE, strError);
+    const auto pHub = CHub::Open(hubs.HubOptions("lab"), {}, CHub::PATIENCE::ONCE, strError);
     EXPECT_TRUE(pHub) << strError;
     if (!pHub)
         return messages;

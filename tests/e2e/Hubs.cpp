@@ -69,12 +69,21 @@ size_t CHubs::StreamLeader() const
     return szLeader;
 }
 
+HUB_OPTIONS CHubs::HubOptions(const std::string& strName) const
+{
+    return {.servers = {"tls://127.0.0.1:4221", "tls://127.0.0.1:4222", "tls://127.0.0.1:4223"},
+            .strCert = m_dir.Path() + "/" + strName + ".pem",
+            .strKey = m_dir.Path() + "/" + strName + ".key",
+            .strCa = m_dir.Path() + "/ca.pem",
+            .strName = strName,
+            .strInboxPrefix = ""};
+}
+
 std::vector<std::string> CHubs::Options(const std::string& strName) const
 {
-    return {"--servers", "tls://127.0.0.1:4221,tls://127.0.0.1:4222,tls://127.0.0.1:4223",
-            "--cert",    m_dir.Path() + "/" + strName + ".pem",
-            "--key",     m_dir.Path() + "/" + strName + ".key",
-            "--ca",      m_dir.Path() + "/ca.pem"};
+    const HUB_OPTIONS stOptions = HubOptions(strName);
+    return {"--servers", HubNames(stOptions), "--cert", stOptions.strCert,
+            "--key",     stOptions.strKey,    "--ca",   stOptions.strCa};
 }
 
 std::unique_ptr<CVexProcess> CHubs::Fleet(std::vector<std::string> args, const std::string& strName) const

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "fleet/Hub.h"
 #include "support/VexProcess.h"
 
 #include <array>
@@ -28,6 +29,8 @@ public:
 
     /// --servers, --cert, --key and --ca of whoever has this certificate.
     std::vector<std::string> Options(const std::string& strName) const;
+    /// The same for a connection of the test's own.
+    HUB_OPTIONS HubOptions(const std::string& strName) const;
     /// Runs vex-fleet as the lab, or with another certificate, to its end.
     std::unique_ptr<CVexProcess> Fleet(std::vector<std::string> args, const std::string& strName = "lab") const;
 

@@ -53,6 +53,22 @@ TEST(FleetState, FieldsOfAnotherTypeAreLeftAlone)
     EXPECT_EQ(read->vecModems[0].ulUe, 0u);
 }
 
+TEST(FleetState, HoldsNoMoreThanABenchCan)
+{
+    std::string strModems;
+    for (int i = 0; i < 17; ++i)
+        strModems += std::string(i > 0 ? "," : "") + R"({"channels":[{},{},{},{},{},{}],"name":")" +
+                     std::string(300, 'x') + "\"}";
+    const auto read = StateFromJson(R"({"bench":"b1","recordRate":-1,"byteRate":1e300,"modems":[)" + strModems + "]}");
+    ASSERT_TRUE(read);
+    EXPECT_EQ(read->dRecordRate, 0);
+    EXPECT_EQ(read->dByteRate, 1e15);
+    ASSERT_EQ(read->vecModems.size(), 16u);
+    EXPECT_EQ(read->vecModems[15].vecChannels.size(), 5u);
+    EXPECT_EQ(read->vecModems[15].strName, std::string(256, 'x'));
+    EXPECT_FALSE(StateFromJson(R"({"bench":"b1","byteRate":1e999})")) << "no number that there is";
+}
+
 TEST(FleetState, AnythingElseIsNone)
 {
     for (const char* const pszWrong : {"", "{", "[]", "7", "{\"a\":1}"})

@@ -487,3 +487,14 @@ TEST_F(PageModel, MetricsCountWithoutSayingWho)
         ++szMetrics;
     EXPECT_GE(szMetrics, 20U);
 }
+
+TEST_F(PageModel, SaysThatItIsForAnAgent)
+{
+    EXPECT_EQ(m_model.Get({"/api/page", {}})->strBody, R"({"source":"tap"})");
+    for (const char* const pszPath : {"/api/fleet", "/api/bench"}) {
+        const auto answer = m_model.Get({pszPath, {}});
+        ASSERT_TRUE(answer);
+        EXPECT_EQ(answer->nStatus, 404);
+        EXPECT_THAT(answer->strBody, HasSubstr(R"({"error":"this page shows an agent; )"));
+    }
+}

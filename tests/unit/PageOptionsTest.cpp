@@ -56,6 +56,20 @@ TEST(PageOptions, AllOfThemAreTaken)
     EXPECT_EQ(stParsed.stOptions.strWeb, "w");
 }
 
+TEST(PageOptions, AFleetIsReadFromItsHub)
+{
+    EXPECT_FALSE(Parse({}).stOptions.bFleet);
+    const PARSED stParsed = Parse(
+        {"--fleet", "--servers", "tls://a:1,tls://b:2", "--cert", "c", "--key", "k", "--ca", "a", "--listen", "9000"});
+    ASSERT_FALSE(stParsed.end) << stParsed.strErrors;
+    EXPECT_TRUE(stParsed.stOptions.bFleet);
+    EXPECT_EQ(HubNames(stParsed.stOptions.stHub), "tls://a:1,tls://b:2");
+    EXPECT_EQ(stParsed.stOptions.stHub.strCert, "c");
+    EXPECT_EQ(stParsed.stOptions.stHub.strKey, "k");
+    EXPECT_EQ(stParsed.stOptions.stHub.strCa, "a");
+    EXPECT_EQ(HubNames(Parse({"--fleet"}).stOptions.stHub), "nats://127.0.0.1:4222");
+}
+
 TEST(PageOptions, WhatIsWrongIsSaid)
 {
     const CTempDir dir;
@@ -80,6 +94,15 @@ TEST(PageOptions, WhatIsWrongIsSaid)
         {{"--host", "a:80"}, "'a:80' is no name of a machine"},
         {{"--memory", "0"}, "--memory"},
         {{"--no-such"}, "--no-such"},
+        {{"--fleet", "--tap", "t"}, "--tap excludes --fleet"},
+        {{"--fleet", "--log", "l"}, "--log excludes --fleet"},
+        {{"--control", "--fleet"}, "--control excludes --fleet"},
+        {{"--fleet", "--agent", "h"}, "--agent excludes --fleet"},
+        {{"--fleet", "--memory", "7"}, "--memory excludes --fleet"},
+        {{"--servers", "nats://a:1"}, "--servers requires --fleet"},
+        {{"--cert", "c"}, "--cert requires --fleet"},
+        {{"--key", "k"}, "--key requires --fleet"},
+        {{"--ca", "c"}, "--ca requires --fleet"},
     };
     for (const auto& stCase : c_astCase) {
         const PARSED stParsed = Parse(stCase.args);

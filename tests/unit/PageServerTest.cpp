@@ -123,7 +123,7 @@ TEST_F(PageServerTest, EachPathHasItsAnswer)
         {"GET", "/../app.js", 404, R"({"error":"there is nothing at /../app.js"})"},
         {"GET", "/%2e%2e/app.js", 404, R"({"error":"there is nothing at /../app.js"})"},
         {"GET", "/api/events?view=other", 404,
-         R"({"error":"there is no such view, or nothing was seen of this modem"})"},
+         R"({"error":"there is no such view, or nothing was seen of what it shows"})"},
         {"PUT", "/app.js", 405, R"({"error":"PUT isn't answered here"})"},
         {"POST", "/api/echo", 405, R"({"error":"POST isn't answered here"})"},
         {"DELETE", "/api/control", 405, R"({"error":"DELETE isn't answered here"})"},

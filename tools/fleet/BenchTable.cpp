@@ -11,21 +11,13 @@ namespace
 constexpr uint64_t NS_PER_MS = 1'000'000;
 using ROW = std::array<std::string, 9>;
 
-/// Modems with a channel whose port is there.
-size_t Present(const std::vector<FLEET_MODEM_STATE>& modems)
-{
-    return static_cast<size_t>(std::ranges::count_if(modems, [](const FLEET_MODEM_STATE& stModem) {
-        return std::ranges::any_of(stModem.vecChannels, &FLEET_CHANNEL_STATE::bPresent);
-    }));
-}
-
 ROW RowOf(const FLEET_BENCH_STATE& stBench, uint64_t ullNow)
 {
     const std::string strSeen = AgeText(stBench.ullTime * NS_PER_MS, ullNow * NS_PER_MS);
     const std::string strBehind = AgeText(0, stBench.ullBacklogMs * NS_PER_MS);
     return {stBench.strBench,
             strSeen == "now" ? strSeen : strSeen + " ago",
-            std::to_string(Present(stBench.vecModems)),
+            std::to_string(PresentModems(stBench)),
             ShortNumber(stBench.dRecordRate),
             ShortNumber(stBench.dByteRate),
             ShortNumber(static_cast<double>(stBench.ullBacklogBytes)),

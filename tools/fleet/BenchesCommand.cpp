@@ -1,4 +1,5 @@
 #include "client/Stop.h"
+#include "fleet/BenchBucket.h"
 #include "fleet/BenchTable.h"
 #include "fleet/Fleet.h"
 #include "fleet/FleetFormat.h"
@@ -8,37 +9,21 @@
 
 namespace
 {
-struct FREE_KV
-{
-    void operator()(kvWatcher* pWatcher) const { kvWatcher_Destroy(pWatcher); }
-    void operator()(kvEntry* pEntry) const { kvEntry_Destroy(pEntry); }
-};
-
 /// The states of all benches; what in the bucket is none is left out with a line that says so.
 natsStatus ReadBenches(const FLEET_CONTEXT& stContext, jsCtx* pJs, std::vector<FLEET_BENCH_STATE>& benches)
 {
     benches.clear();
-    kvStore* pNewStore = nullptr;
-    natsStatus enStatus = js_KeyValue(&pNewStore, pJs, FLEET_BUCKET);
-    const KvStore pStore(pNewStore);
-    kvWatchOptions stOptions;
-    (void)kvWatchOptions_Init(&stOptions); // fails for no pointer alone
-    stOptions.IgnoreDeletes = true;
-    kvWatcher* pNewWatcher = nullptr;
-    if (enStatus == NATS_OK)
-        enStatus = kvStore_WatchAll(&pNewWatcher, pStore.get(), &stOptions);
-    const std::unique_ptr<kvWatcher, FREE_KV> pWatcher(pNewWatcher);
-    while (enStatus == NATS_OK) {
-        kvEntry* pNew = nullptr;
-        enStatus = kvWatcher_Next(&pNew, pWatcher.get(), stContext.TimeoutMs());
-        const std::unique_ptr<kvEntry, FREE_KV> pEntry(pNew);
-        if (enStatus != NATS_OK || !pEntry) // none: that was all
+    CBenchBucket bucket;
+    natsStatus enStatus = bucket.Open(pJs);
+    BENCH_NEWS stNews{.enKind = BENCH_NEWS::KIND::GONE, .strBench = {}, .stState = {}};
+    while (enStatus == NATS_OK && stNews.enKind != BENCH_NEWS::KIND::ALL_TOLD) {
+        enStatus = bucket.Next(stNews, stContext.TimeoutMs());
+        if (enStatus != NATS_OK)
             break;
-        const char* pszValue = kvEntry_ValueString(pEntry.get());
-        if (const auto state = StateFromJson(pszValue == nullptr ? "" : pszValue))
-            benches.push_back(*state);
-        else
-            stContext.Tell(std::string("what stands for ") + kvEntry_Key(pEntry.get()) + " isn't a bench's state");
+        if (stNews.enKind == BENCH_NEWS::KIND::STATE)
+            benches.push_back(stNews.stState);
+        else if (stNews.enKind == BENCH_NEWS::KIND::WRONG)
+            stContext.Tell("what stands for " + stNews.strBench + " isn't a bench's state");
     }
     return enStatus;
 }

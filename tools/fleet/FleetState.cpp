@@ -1,5 +1,8 @@
 #include "fleet/FleetState.h"
 
+#include "common/Types.h"
+
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 namespace
@@ -54,7 +57,7 @@ struct FROM_JSON
     void operator()(const char* pszName, std::string& strValue)
     {
         if (const JSON* pField = Find(pszName); pField != nullptr && pField->is_string())
-            strValue = pField->get<std::string>();
+            strValue = pField->get<std::string>().substr(0, STATE_TEXT_MOST);
     }
     void operator()(const char* pszName, bool& bValue)
     {
@@ -64,7 +67,7 @@ struct FROM_JSON
     void operator()(const char* pszName, double& dValue)
     {
         if (const JSON* pField = Find(pszName); pField != nullptr && pField->is_number())
-            dValue = pField->get<double>();
+            dValue = std::clamp(pField->get<double>(), 0.0, STATE_RATE_MOST);
     }
     template <std::unsigned_integral T> void operator()(const char* pszName, T& value)
     {
@@ -80,17 +83,38 @@ private:
     }
 };
 
-/// Calls for each object in the list of this name.
-template <class Call> void ForEachObject(const JSON& json, const char* pszName, Call call)
+/// Calls for each object in the list of this name, for so many at most.
+template <class Call> void ForEachObject(const JSON& json, const char* pszName, size_t szMost, Call call)
 {
     const auto list = json.find(pszName);
     if (list == json.end() || !list->is_array())
         return;
     for (const JSON& entry : *list)
-        if (entry.is_object())
+        if (entry.is_object() && szMost > 0) {
             call(entry);
+            --szMost;
+        }
 }
 } // namespace
+
+size_t PresentChannels(const FLEET_MODEM_STATE& stModem)
+{
+    return static_cast<size_t>(std::ranges::count_if(stModem.vecChannels, &FLEET_CHANNEL_STATE::bPresent));
+}
+
+size_t PresentModems(const FLEET_BENCH_STATE& stState)
+{
+    return static_cast<size_t>(std::ranges::count_if(
+        stState.vecModems, [](const FLEET_MODEM_STATE& stModem) { return PresentChannels(stModem) > 0; }));
+}
+
+BENCH_PRESENCE PresenceOf(uint64_t ullSeen, uint64_t ullNow)
+{
+    const uint64_t ullAge = ullNow > ullSeen ? ullNow - ullSeen : 0;
+    if (ullAge < BENCH_LIVE_MS)
+        return BENCH_PRESENCE::LIVE;
+    return ullAge < BENCH_LATE_MS ? BENCH_PRESENCE::LATE : BENCH_PRESENCE::AWAY;
+}
 
 std::string StateToJson(const FLEET_BENCH_STATE& stState)
 {
@@ -119,11 +143,11 @@ std::optional<FLEET_BENCH_STATE> StateFromJson(const std::string& strJson)
     FLEET_BENCH_STATE stState;
     FROM_JSON in{json};
     StateFields(in, stState);
-    ForEachObject(json, "modems", [&stState](const JSON& modem) {
+    ForEachObject(json, "modems", MAXUENUM, [&stState](const JSON& modem) {
         FLEET_MODEM_STATE& stModem = stState.vecModems.emplace_back();
         FROM_JSON modemIn{modem};
         ModemFields(modemIn, stModem);
-        ForEachObject(modem, "channels", [&stModem](const JSON& channel) {
+        ForEachObject(modem, "channels", CHANNELNUM, [&stModem](const JSON& channel) {
             FROM_JSON channelIn{channel};
             ChannelFields(channelIn, stModem.vecChannels.emplace_back());
         });

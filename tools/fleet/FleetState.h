@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -46,6 +47,30 @@ struct FLEET_BENCH_STATE
     bool bRequests = false; // whether it takes requests
 };
 
+/// Channels whose port is there.
+size_t PresentChannels(const FLEET_MODEM_STATE& stModem);
+/// Modems with such a channel.
+size_t PresentModems(const FLEET_BENCH_STATE& stState);
+
+/// What the age of its newest state says of a bench.
+enum class BENCH_PRESENCE
+{
+    LIVE,
+    LATE,
+    AWAY,
+};
+inline constexpr std::array<const char*, 3> BENCH_PRESENCE_NAMES = {"live", "late", "away"}; // by BENCH_PRESENCE
+constexpr uint64_t BENCH_LIVE_MS = 15'000; // younger: three states of a forwarder as it is set by default
+constexpr uint64_t BENCH_LATE_MS = 60'000; // younger
+
+/// Of a state that was made at ullSeen, at ullNow, both in ms. One that is to come is live.
+BENCH_PRESENCE PresenceOf(uint64_t ullSeen, uint64_t ullNow);
+
+// What a state may hold; more of it is left out.
+constexpr size_t STATE_TEXT_MOST = 256;  // bytes of a name
+constexpr double STATE_RATE_MOST = 1e15; // of a rate, which is 0 at least
+
 std::string StateToJson(const FLEET_BENCH_STATE& stState);
-/// None for what isn't the state of a bench.
+/// None for what isn't the state of a bench. The text isn't trusted: a state has no more modems and channels than a
+/// bench can have.
 std::optional<FLEET_BENCH_STATE> StateFromJson(const std::string& strJson);

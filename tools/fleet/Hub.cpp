@@ -1,6 +1,7 @@
 #include "fleet/Hub.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <array>
 #include <condition_variable>
 #include <mutex>
@@ -109,6 +110,14 @@ extern "C" const char* __tsan_default_suppressions()
 }
 #endif
 
+std::string HubNames(const HUB_OPTIONS& stOptions)
+{
+    std::string strNames;
+    for (const std::string& strServer : stOptions.servers)
+        strNames += (strNames.empty() ? "" : ",") + strServer;
+    return strNames;
+}
+
 void AddHubOptions(CLI::App& app, HUB_OPTIONS& stOptions)
 {
     app.add_option("--servers,--url", stOptions.servers, "servers of the hub, nats://HOST:PORT or tls://HOST:PORT")
@@ -125,8 +134,11 @@ std::string NatsText(natsStatus enStatus, jsErrCode enCode)
     std::string strText = natsStatus_GetText(enStatus);
     natsStatus enLast = NATS_OK;
     const char* const pszMore = nats_GetLastError(&enLast);
-    if (enLast == enStatus && pszMore != nullptr && *pszMore != '\0')
-        strText += std::string(", ") + pszMore;
+    std::string strMore = enLast == enStatus && pszMore != nullptr ? pszMore : "";
+    if (strMore.starts_with('(')) // "(conn.c:2088): ", its own source
+        strMore.erase(0, std::min(strMore.size(), strMore.find(' ') + 1));
+    if (!strMore.empty() && strMore != strText)
+        strText += ", " + strMore;
     return enCode == 0 ? strText : strText + " (JetStream " + std::to_string(static_cast<int>(enCode)) + ')';
 }
 

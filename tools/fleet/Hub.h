@@ -23,6 +23,9 @@ struct HUB_OPTIONS
     std::string strInboxPrefix; // where answers come; empty: the library's own
 };
 
+/// Its servers, as a user gave them: "nats://a:4222,nats://b:4222".
+std::string HubNames(const HUB_OPTIONS& stOptions);
+
 /// --servers (or --url), --cert, --key and --ca.
 void AddHubOptions(CLI::App& app, HUB_OPTIONS& stOptions);
 

@@ -10,7 +10,7 @@ namespace
 {
 constexpr size_t BLOCK = size_t{16} * 1024;
 constexpr const char* RETRY = "retry: 1000\n\n"; // ms until a browser connects again
-constexpr const char* NOTHING = ": nothing is known of this modem now\n\n";
+constexpr const char* NOTHING = ": nothing is known of it now\n\n";
 constexpr std::string_view EVENT_END = "\n\n";
 } // namespace
 

@@ -1,53 +1,9 @@
 #include "page/Metrics.h"
 
-#include <cstdio>
-#include <functional>
-#include <initializer_list>
+#include "page/MetricsText.h"
 
 namespace
 {
-/// Labels as they stand in braces; values are names and numbers of our own, which need no escapes.
-using LABELS = std::initializer_list<std::pair<const char*, std::string>>;
-
-/// Puts one metric after the other into a text.
-class CMetricsText
-{
-public:
-    void Begin(const char* pszName, const char* pszType, const char* pszHelp)
-    {
-        m_strName = pszName;
-        m_strText += "# HELP " + m_strName + ' ' + pszHelp + "\n# TYPE " + m_strName + ' ' + pszType + '\n';
-    }
-    void Value(LABELS labels, double dValue)
-    {
-        m_strText += m_strName;
-        for (const char* pszLead = "{"; const auto& [pszLabel, strValue] : labels) {
-            m_strText += std::string(pszLead) + pszLabel + "=\"" + strValue + '"';
-            pszLead = ",";
-        }
-        std::array<char, 40> szValue{};
-        (void)std::snprintf(szValue.data(), szValue.size(), "%.17g", dValue);
-        m_strText += (labels.size() > 0 ? "} " : " ") + std::string(szValue.data()) + '\n';
-    }
-    void Value(LABELS labels, uint64_t ullValue) { Value(labels, static_cast<double>(ullValue)); }
-    void Single(const char* pszName, const char* pszType, const char* pszHelp, double dValue)
-    {
-        Begin(pszName, pszType, pszHelp);
-        Value({}, dValue);
-    }
-    void Single(const char* pszName, const char* pszType, const char* pszHelp, uint64_t ullValue)
-    {
-        Single(pszName, pszType, pszHelp, static_cast<double>(ullValue));
-    }
-    const std::string& Text() const { return m_strText; }
-
-private:
-    std::string m_strName;
-    std::string m_strText;
-};
-
-constexpr const char* GAUGE = "gauge";
-constexpr const char* COUNTER = "counter";
 constexpr double MS_PER_S = 1000;
 
 std::string Ue(unsigned int ulUe)

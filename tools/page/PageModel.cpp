@@ -5,6 +5,7 @@
 #include "page/LogFollower.h"
 #include "page/LogSource.h"
 #include "page/Metrics.h"
+#include "page/MetricsText.h"
 #include "page/PacketView.h"
 #include "page/PageConfig.h"
 #include "page/PageExport.h"
@@ -58,6 +59,8 @@ struct CPageModel::IMPL
     PAGE_ANSWER ExportCsv(const PAGE_QUERY& stQuery);
     PAGE_ANSWER Control(const PAGE_QUERY& stQuery);
     PAGE_ANSWER Metrics(const PAGE_QUERY& stQuery);
+    PAGE_ANSWER Page(const PAGE_QUERY& stQuery);
+    PAGE_ANSWER OfAFleet(const PAGE_QUERY& stQuery);
 
     /// A plot's points from one time to another, copied.
     struct PLOT_PART
@@ -319,6 +322,9 @@ std::optional<PAGE_ANSWER> CPageModel::Get(const PAGE_QUERY& stQuery)
         {"/api/export.csv", &IMPL::ExportCsv},
         {"/api/control", &IMPL::Control},
         {"/metrics", &IMPL::Metrics},
+        {"/api/page", &IMPL::Page},
+        {"/api/fleet", &IMPL::OfAFleet},
+        {"/api/bench", &IMPL::OfAFleet},
     };
     const auto view = s_views.find(stQuery.strPath);
     if (view == s_views.end())
@@ -503,7 +509,17 @@ PAGE_ANSWER CPageModel::IMPL::Control(const PAGE_QUERY& stQuery)
 PAGE_ANSWER CPageModel::IMPL::Metrics(const PAGE_QUERY&)
 {
     const xtl::MutexGuard guard(Lock);
-    return {200, "text/plain; version=0.0.4; charset=utf-8", MetricsText(stState)};
+    return {200, METRICS_TYPE, MetricsText(stState)};
+}
+
+PAGE_ANSWER CPageModel::IMPL::Page(const PAGE_QUERY&)
+{
+    return {200, "application/json", R"({"source":"tap"})"};
+}
+
+PAGE_ANSWER CPageModel::IMPL::OfAFleet(const PAGE_QUERY& stQuery)
+{
+    return PageError(404, "this page shows an agent; start vex-page with --fleet for " + stQuery.strPath);
 }
 
 // ---- Ticks ----

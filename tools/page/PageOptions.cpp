@@ -9,7 +9,8 @@ namespace
 constexpr const char* FOOTER =
     "Beyond this machine the page is served with a token only: open http://HOST:PORT/?token=TOKEN once, or send\n"
     "'Authorization: Bearer TOKEN'.\n"
-    "Exit status: 0 done, 1 wrong usage, 2 the address can't be listened on or the page's files aren't there";
+    "Exit status: 0 done, 1 wrong usage, 2 the address can't be listened on, or the page's files or certificates\n"
+    "can't be read";
 constexpr unsigned int LEAST_MIB = 1;
 constexpr unsigned int MOST_MIB = 4096;
 
@@ -42,6 +43,7 @@ public:
         m_app
             .add_option("--web", m_stOptions.strWeb, "folder of the page's files, by default that of the installation")
             ->type_name("DIR");
+        AddFleet();
     }
 
     CLI::App& App() { return m_app; }
@@ -73,6 +75,18 @@ private:
         m_app.add_option("--token-file", m_strTokenFile, "the token is the first line of this file")
             ->type_name("FILE")
             ->excludes(pToken);
+    }
+
+    /// Options of the tap's page and of the fleet's exclude each other.
+    void AddFleet()
+    {
+        auto* const pFleet = m_app.add_flag("--fleet", m_stOptions.bFleet, "show the benches of a lab, not an agent");
+        m_stOptions.stHub.strName = "vex-page";
+        AddHubOptions(m_app, m_stOptions.stHub);
+        for (const char* const pszTap : {"--tap", "--log", "--control", "--agent", "--memory"})
+            pFleet->excludes(m_app.get_option(pszTap));
+        for (const char* const pszHub : {"--servers", "--cert", "--key", "--ca"})
+            m_app.get_option(pszHub)->needs(pFleet);
     }
 
     void FinishHosts()

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "fleet/Hub.h"
 #include "page/PageGuard.h"
 
 #include <iosfwd>
@@ -11,7 +12,7 @@ enum PAGE_EXIT
 {
     PAGE_DONE = 0,
     PAGE_USAGE = 1,
-    PAGE_NO_SERVER = 2, // the address can't be listened on, or the page's files aren't there
+    PAGE_NO_SERVER = 2, // the address can't be listened on, or the page's files or certificates can't be read
 };
 
 struct PAGE_OPTIONS
@@ -23,6 +24,9 @@ struct PAGE_OPTIONS
     bool bControl = false;
     unsigned int ulMemoryMiB = 64; // for packets
     std::string strWeb;            // folder of the page's files; empty: beside the program
+
+    bool bFleet = false; // the benches of a lab instead of an agent
+    HUB_OPTIONS stHub;   // where they are
 };
 
 /// Fills the options from the arguments, without the program's name. Nothing when all is well, else the status to end

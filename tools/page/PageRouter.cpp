@@ -101,6 +101,8 @@ PAGE_REPLY CPageRouter::File(const PAGE_REQUEST& stRequest) const
 
 PAGE_REPLY CPageRouter::Post(const PAGE_REQUEST& stRequest) const
 {
+    if (const auto answer = m_stParts.views.Get(stRequest.stQuery); answer && answer->nStatus == 404)
+        return Body(*answer); // nothing to control in what the page shows
     if (!m_stParts.bControl)
         return Error(403, "control is off; start vex-page with --control");
     if (!stRequest.strType.starts_with("application/json")) // a form of another site can't send that

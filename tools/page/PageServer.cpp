@@ -219,7 +219,7 @@ bool CPageServer::Stream(const CALL& call)
 {
     PAGE_REPLY stReply;
     if (m_views.Tick(call.stRequest.stQuery) == nullptr) {
-        stReply.stAnswer = PageError(MHD_HTTP_NOT_FOUND, "there is no such view, or nothing was seen of this modem");
+        stReply.stAnswer = PageError(MHD_HTTP_NOT_FOUND, "there is no such view, or nothing was seen of what it shows");
         return Send(call, std::move(stReply));
     }
     MHD_Response* const pResponse = m_streams.Open(call.pConnection, call.stRequest.stQuery);

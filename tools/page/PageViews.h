@@ -29,7 +29,8 @@ public:
 
     /// None for a path that is no view. What is wrong with a query is told in the answer.
     virtual std::optional<PAGE_ANSWER> Get(const PAGE_QUERY& stQuery) = 0;
-    /// The newest tick of a stream of a view ("view": "overview", or "modem" with "ue"): one line of JSON, made once
-    /// and shared by all who look. Null for another view and a UE that was never seen.
+    /// The newest tick of a stream of a view ("view": "overview", or "modem" with "ue"; "fleet", or "bench" with
+    /// "bench"): one line of JSON, made once and shared by all who look. Null for another view, and for a UE or bench
+    /// that was never seen.
     virtual std::shared_ptr<const std::string> Tick(const PAGE_QUERY& stQuery) = 0;
 };
