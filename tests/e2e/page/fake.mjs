@@ -367,8 +367,8 @@ export class FakePage {
     }
 
     #openStream(answer, args) {
-        if (args.has('ue') && !this.modems.some(modem => modem.ue === Number(args.get('ue'))))
-            return answer.writeHead(404).end();
+        const unknownUe = args.has('ue') && !this.modems.some(modem => modem.ue === Number(args.get('ue')));
+        if (unknownUe || (args.has('bench') && !this.fleet.find(args.get('bench')))) return answer.writeHead(404).end();
         answer.writeHead(200, {'Content-Type': 'text/event-stream', 'Cache-Control': 'no-store'});
         const stream = {answer, args};
         this.streams.add(stream);

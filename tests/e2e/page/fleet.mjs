@@ -143,9 +143,9 @@ test('benches come and go without a reload, and those that stay are untouched', 
 
 test('what to do when there is no hub, no bucket, no bench', async () => {
     const benches = fleet.benches.splice(0);
-    fleet.hub = {connected: false, server: '', error: 'nats://hub1:4222: connection refused'};
+    fleet.hub = {connected: false, server: '', error: 'no hub at nats://hub1:4222: connection refused'};
     const tab = await open('#/fleet');
-    await hasText(tab, '.fleet .empty', 'No hub: nats://hub1:4222: connection refused.');
+    await hasText(tab, '.fleet .empty', 'No hub at nats://hub1:4222: connection refused.');
     await hasText(tab, '.fleet .empty', 'vex-fleet benches');
     assert.equal(await textOf(tab, '#status-text'), 'no hub');
     fleet.hub = {
@@ -169,13 +169,13 @@ test('a hub that goes away: the benches stay, the page says so, and goes on', as
     const tab = await open('#/fleet');
     await shown(tab, '.bench-card');
     const {hub} = fleet;
-    fleet.hub = {connected: false, server: '', error: 'no server answers'};
-    await hasText(tab, '#notice', 'No hub: no server answers. Trying again all the time; what is shown is old.');
+    fleet.hub = {connected: false, server: '', error: 'no hub at tls://hub1:4222'};
+    await hasText(tab, '#notice', 'No hub at tls://hub1:4222. Trying again all the time; what is shown is old.');
     assert.equal(await textOf(tab, '#status-text'), 'no hub');
     assert.equal((await titles(tab)).length, 4);
     await goTo(tab, '#/fleet/bench2');
     await hasText(tab, 'h1', 'bench2');
-    await hasText(tab, '#notice', 'No hub: no server answers.');
+    await hasText(tab, '#notice', 'No hub at tls://hub1:4222.');
     fleet.hub = hub;
     await until(tab, () => document.querySelector('#notice').hidden);
     assert.equal(await textOf(tab, '#status-text'), 'hub tls://hub1:4222');

@@ -36,6 +36,9 @@ export function diskText({disk_free: free, disk_size: size}) {
 /// Length of what the page has seen, in words: "Last 5 min".
 export const spanText = ({records, step}) => `Last ${duration(records.length * step)}`;
 
+/// What the server says of the hub, as a sentence.
+export const sentence = text => `${text[0].toUpperCase()}${text.slice(1).replace(/\.$/, '')}.`;
+
 /// As one word of a POSIX shell. Control characters, which a terminal might obey, are left out.
 export function shellWord(text) {
     // eslint-disable-next-line no-control-regex

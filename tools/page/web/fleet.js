@@ -1,6 +1,7 @@
 // All benches of a lab: how many are how, and a card for each that is looked for.
 
 import {BenchCard} from './bench-card.js';
+import {sentence} from './bench-text.js';
 import {announce, el, emptyState, keyed, setAttribute, setText} from './dom.js';
 import {arranged, choiceOf, found, GROUPS, groupSizes, SORTS} from './fleet-list.js';
 import {benchHash, setArgs} from './route.js';
@@ -195,13 +196,13 @@ const emptyKey = hub => `${hub.connected} ${hub.error} ${hub.server}`;
 function noBenches(hub) {
     if (!hub.connected)
         return emptyState(
-            hub.error ? `No hub: ${hub.error}.` : 'No hub yet.',
+            sentence(hub.error || 'no hub'),
             'This page connects by itself. Is a `nats-server` running at the addresses of `--servers`?',
             'With TLS it needs `--ca`, `--cert` and `--key` too: `vex-fleet benches` with the same options tells what is wrong.'
         );
     if (hub.error)
         return emptyState(
-            `${hub.error[0].toUpperCase()}${hub.error.slice(1)}.`,
+            sentence(hub.error),
             `\`vex-fleet --servers ${hub.server || 'URL,...'} init fleet.json\` makes what a hub needs; this page goes on by itself.`
         );
     return emptyState(

@@ -1,6 +1,7 @@
 // What the frame of the page has for a lab's hub: the fleet and its benches.
 
 import {getJson} from './api.js';
+import {sentence} from './bench-text.js';
 import {BenchView} from './bench.js';
 import {arranged, choiceOf} from './fleet-list.js';
 import {FleetView} from './fleet.js';
@@ -52,8 +53,7 @@ export class FleetFrame {
         const hub = this.#hub;
         if (!hub) return {ok: true, text: 'connected', notice: ''};
         if (hub.connected && !hub.error) return {ok: true, text: `hub ${hub.server}`, notice: ''};
-        const what = hub.connected ? `The hub says: ${hub.error}.` : `No hub${hub.error ? `: ${hub.error}` : ''}.`;
-        const notice = `${what} Trying again all the time; what is shown is old.`;
+        const notice = `${sentence(hub.error || 'no hub')} Trying again all the time; what is shown is old.`;
         return {
             ok: false,
             text: hub.connected ? 'hub without benches' : 'no hub',
