@@ -31,9 +31,9 @@ class FleetPage : public testing::Test
 protected:
     FleetPage() : m_hubs({"b1", "b2"}) {}
 
-    void StartPage()
+    void StartPage(const std::string& strCertificate = "lab")
     {
-        std::vector<std::string> args = m_hubs.Options("lab");
+        std::vector<std::string> args = m_hubs.Options(strCertificate);
         args.insert(args.begin(), "--fleet");
         m_pPage = std::make_unique<CVexProcess>(std::string(VEX_BIN_DIR) + "/vex-page", args, m_hubs.Dir().Path());
         ASSERT_TRUE(WaitFor([&] { return PageSaid("serving http://") == 1; })) << m_pPage->Errors();
@@ -184,6 +184,17 @@ TEST_F(FleetPage, AHubThatGoesIsWaitedForAndTheBenchesStay)
     EXPECT_TRUE(Await([&](const json& fleet) { return Shows(fleet, "b1", 3) && fleet["hub"]["connected"] == true; }));
     m_pPage->Signal(SIGTERM);
     EXPECT_EQ(m_pPage->WaitExit(), 0) << m_pPage->Errors();
+}
+
+TEST_F(FleetPage, ABenchsCertificateShowsNothingAndSaysWhy)
+{
+    m_hubs.Start();
+    ASSERT_TRUE(m_hubs.Init());
+    StartPage("b1");
+    EXPECT_TRUE(AwaitHub(true, "bucket vex-benches: Timeout; Permissions Violation for Publish to"));
+    m_pPage.reset();
+    StartPage("stranger");
+    EXPECT_TRUE(AwaitHub(false, "no hub at " + HubNames(m_hubs.HubOptions("lab")) + ": Authentication Violation"));
 }
 
 TEST_F(FleetPage, ACertificateThatCantBeReadIsSaid)

@@ -31,7 +31,7 @@ class CBenchSteps
 {
 public:
     static constexpr uint64_t STEP_MS = 5000; // a forwarder's states come as often by default
-    static constexpr size_t MOST = 24;        // two minutes; 500 benches with 16 modems stay below 1 MB a tick
+    static constexpr size_t MOST = 20;        // so 500 benches with 16 modems stay below 1 MB a tick
 
     void Take(double dRecords, double dBytes);
     /// Ends the step.

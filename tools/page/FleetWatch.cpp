@@ -139,19 +139,20 @@ void CFleetWatch::TakeState(const BENCH_NEWS& stNews, READING& stReading)
 /// The library tries again and again without a word; a try of our own tells why it fails.
 std::string CFleetWatch::LinkProblem()
 {
+    const std::string strNone = "no hub at " + HubNames(m_stOptions);
     if (Clock::now() >= m_nextTry) {
+        m_model.SetHub({false, "", strNone}); // the try may take seconds
         m_strWhy.clear();
         (void)CHub::Open(m_stOptions, {}, CHub::PATIENCE::ONCE, m_strWhy);
         m_nextTry = Clock::now() + TRY_PERIOD;
     }
-    return "no hub at " + HubNames(m_stOptions) + (m_strWhy.empty() ? "" : ": " + m_strWhy);
+    return strNone + (m_strWhy.empty() ? "" : ": " + m_strWhy);
 }
 
 std::string CFleetWatch::BucketProblem(natsStatus enStatus) const
 {
-    const std::string strBucket = std::string("the hub has no bucket ") + FLEET_BUCKET + "; vex-fleet init makes it";
     if (enStatus == NATS_NOT_FOUND)
-        return strBucket;
+        return std::string("the hub has no bucket ") + FLEET_BUCKET + "; vex-fleet init makes it";
     const std::lock_guard guard(m_Lock);
     return std::string("bucket ") + FLEET_BUCKET + ": " + NatsText(enStatus) +
            (m_strRefusal.empty() ? "" : "; " + m_strRefusal);
