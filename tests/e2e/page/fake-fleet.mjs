@@ -1,7 +1,7 @@
 // The benches of a lab for the made-up server: what /api/fleet and /api/bench have. Tests change them.
 
 const STEP_MS = 5000;
-const STEPS = 30;
+const STEPS = 20;
 const CHANNELS = ['lte-diag', 'lte-data', 'gu-cmd', 'gu-data', 'at'];
 const LATE_MS = 15000; // a state is live until then,
 const AWAY_MS = 60000; // and late until then

@@ -19,26 +19,31 @@ export class Lab extends Bench {
         writeFileSync(this.path('fleet.json'), JSON.stringify({benches: [], lab: ['lab'], replicas: 1}));
         execFileSync(path.join(BIN, 'vex-fleet'), ['--servers', HUB, 'init', this.path('fleet.json')]);
     }
-    startFleetPage() {
-        return this.start('page', 'vex-page', ['--fleet', '--servers', HUB]);
+    startFleetPage(name = 'page', ...more) {
+        return this.start(name, 'vex-page', ['--fleet', '--servers', HUB, ...more]);
     }
 
     /// ues: slots of the modems that it records, as for vex-capture; without them it records nothing. more: options of
-    /// its forwarder.
+    /// its capture.
     startBench(name, ues, ...more) {
-        const spool = this.path(`spool-${name}`);
-        mkdirSync(spool, {recursive: true});
-        const capture = ['--tap', this.tap, '--spool', spool, '--bench', name, '--ue', ues];
+        mkdirSync(this.#spool(name)[1], {recursive: true});
+        const capture = ['--tap', this.tap, ...this.#spool(name), '--ue', ues, ...more];
         if (ues) this.start(`${name}-capture`, 'vex-capture', capture);
-        const forward = ['--spool', spool, '--bench', name, '--servers', HUB, '--state-every', '1', ...more];
+        this.startForward(name);
+    }
+    startForward(name, ...more) {
+        const forward = [...this.#spool(name), '--servers', HUB, '--state-every', '1', ...more];
         this.start(`${name}-forward`, 'vex-forward', forward);
+    }
+    #spool(name) {
+        return ['--spool', this.path(`spool-${name}`), '--bench', name];
     }
 
     /// Waits until the fleet is as wanted, and gives it.
-    fleet(wanted, why, waitMs = WAIT_MS) {
+    fleet(wanted, why, site = PAGE, waitMs = WAIT_MS) {
         return poll(
             async () => {
-                const fleet = await (await fetch(`${PAGE}/api/fleet`)).json();
+                const fleet = await (await fetch(`${site}/api/fleet`)).json();
                 return wanted(fleet) && fleet;
             },
             why,

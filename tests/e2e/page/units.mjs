@@ -303,6 +303,10 @@ test('text and lines stand out, in light and dark', () => {
         ['--bad', '--bad-soft'],
         ['--bad', '--surface'],
         ['--warn', '--page'],
+        ['--warn', '--surface'],
+        ['--warn', '--raised'],
+        ['--bad', '--raised'],
+        ['--ink', '--raised'],
     ];
     for (const block of blocks) {
         for (const [front, back] of texts)

@@ -84,7 +84,11 @@ export class BenchView {
                 ...this.figures.map(({label, value}) => el('div', {class: 'panel'}, label, value))
             ),
             panel('Modems', el('div', {class: 'scroll'}, this.modems), this.noModems),
-            panel('Try next', this.commands),
+            panel(
+                'Try next',
+                this.commands,
+                el('p', {class: 'none', text: 'A hub with TLS needs --ca, --cert and --key of the lab, too.'})
+            ),
         ];
     }
 
