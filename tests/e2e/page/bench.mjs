@@ -8,7 +8,7 @@ import path from 'node:path';
 import {fileURLToPath} from 'node:url';
 
 const ROOT = path.join(path.dirname(fileURLToPath(import.meta.url)), '../../..');
-const BIN = process.env.VEX_BIN_DIR ?? path.join(ROOT, 'build/release/bin');
+export const BIN = process.env.VEX_BIN_DIR ?? path.join(ROOT, 'build/release/bin');
 const WAIT_MS = 30000;
 
 export const PAGE = 'http://localhost:8280';
@@ -20,22 +20,23 @@ export class Bench {
         this.work = mkdtempSync(path.join(os.tmpdir(), 'vex-bench-'));
         this.tap = path.join(this.work, 'tap');
         mkdirSync(path.join(this.work, 'config'));
-        copyFileSync(path.join(ROOT, 'config/vex.cfg'), this.#path('config/vex.cfg'));
-        appendFileSync(this.#path('config/vex.cfg'), `TapSocket = ${this.tap}\n`);
+        copyFileSync(path.join(ROOT, 'config/vex.cfg'), this.path('config/vex.cfg'));
+        appendFileSync(this.path('config/vex.cfg'), `TapSocket = ${this.tap}\n`);
         process.on('exit', () => this.running.forEach(child => child.kill('SIGKILL')));
     }
 
-    #path(name) {
+    /// A file of this bench.
+    path(name) {
         return path.join(this.work, name);
     }
     output(name) {
-        return readFileSync(this.#path(`${name}.out`), 'utf8');
+        return readFileSync(this.path(`${name}.out`), 'utf8');
     }
 
-    /// Starts a program; its output is in the file of this name.
+    /// Starts a program of ours, or one with a path; its output is in the file of this name.
     start(name, program, args) {
-        const file = openSync(this.#path(`${name}.out`), 'a');
-        const child = spawn(path.join(BIN, program), args, {cwd: this.work, stdio: ['ignore', file, file]});
+        const file = openSync(this.path(`${name}.out`), 'a');
+        const child = spawn(path.resolve(BIN, program), args, {cwd: this.work, stdio: ['ignore', file, file]});
         closeSync(file);
         child.ended = new Promise(done => child.on('exit', (status, signal) => done(status ?? signal)));
         this.running.set(name, child);
@@ -47,7 +48,8 @@ export class Bench {
         this.running.delete(name);
         child?.kill(signal);
         const status = await child?.ended;
-        if (child && status !== 0 && !child.spawnfile.endsWith('vex-client'))
+        const ours = child?.spawnfile.startsWith(BIN) && !child.spawnfile.endsWith('vex-client');
+        if (ours && signal === 'SIGTERM' && status !== 0)
             throw new Error(`${name} ended with ${status}: ${this.output(name)}`);
     }
 
@@ -75,7 +77,7 @@ export class Bench {
         ]);
     }
     startPage(name, ...args) {
-        return this.start(name, 'vex-page', ['--tap', this.tap, '--log', this.#path('vex'), ...args]);
+        return this.start(name, 'vex-page', ['--tap', this.tap, '--log', this.path('vex'), ...args]);
     }
 
     /// A client's whole run: its exit status and the objects that it has printed.

@@ -1,10 +1,11 @@
 // A stand-in for vex-page with made-up data: the page's files and the addresses of docs/page.md. Tests change its state;
-// by hand it serves at http://localhost:8281:  node tests/e2e/page/fake.mjs
+// by hand it serves at http://localhost:8281:  node tests/e2e/page/fake.mjs [fleet]
 
 import http from 'node:http';
 import {readFile} from 'node:fs/promises';
 import path from 'node:path';
 import {fileURLToPath} from 'node:url';
+import {FakeFleet} from './fake-fleet.mjs';
 
 const HERE = path.dirname(fileURLToPath(import.meta.url));
 export const WEB = path.join(HERE, '../../../tools/page/web');
@@ -103,9 +104,13 @@ const CHOICES = [
 }));
 
 export class FakePage {
+    missing = ''; // a file that it doesn't have
     shift = 0; // ms that its clock is ahead
 
-    constructor() {
+    /// source: what it is for, "tap" or "fleet".
+    constructor(source = 'tap') {
+        this.source = source;
+        this.fleet = new FakeFleet(() => this.now());
         this.connected = true;
         this.controlOn = true;
         this.heldBy = null;
@@ -308,8 +313,10 @@ export class FakePage {
     }
 
     #event(args) {
+        if (this.source === 'fleet') return this.fleet.view(args);
         const now = this.now();
         if (args.get('view') === 'overview') return this.overview();
+        if (args.get('view') !== 'modem') return undefined;
         const ue = Number(args.get('ue'));
         const plots = this.plots(ue);
         return {
@@ -331,7 +338,10 @@ export class FakePage {
         for (const stream of this.streams) this.#send(stream);
     }
     #send({answer, args}) {
-        answer.write(`id: ${this.tick}\ndata: ${JSON.stringify(this.#event(args))}\n\n`);
+        const event = this.#event(args);
+        answer.write(
+            event ? `id: ${this.tick}\ndata: ${JSON.stringify(event)}\n\n` : ': nothing is known of it now\n\n'
+        );
     }
 
     async #serve(request, answer) {
@@ -339,6 +349,7 @@ export class FakePage {
         const {pathname, searchParams: args} = new URL(request.url, 'http://localhost');
         if (pathname === '/api/events') return this.#openStream(answer, args);
         if (pathname.startsWith('/api/')) return this.#api(request, answer, pathname, args);
+        if (pathname === this.missing) return answer.writeHead(404).end();
         const file = pathname === '/' ? '/index.html' : pathname;
         const dist = /uPlot/.test(file) ? path.join(this.files, 'node_modules/uplot/dist') : this.files;
         try {
@@ -356,8 +367,8 @@ export class FakePage {
     }
 
     #openStream(answer, args) {
-        if (args.has('ue') && !this.modems.some(modem => modem.ue === Number(args.get('ue'))))
-            return answer.writeHead(404).end();
+        const unknownUe = args.has('ue') && !this.modems.some(modem => modem.ue === Number(args.get('ue')));
+        if (unknownUe || (args.has('bench') && !this.fleet.find(args.get('bench')))) return answer.writeHead(404).end();
         answer.writeHead(200, {'Content-Type': 'text/event-stream', 'Cache-Control': 'no-store'});
         const stream = {answer, args};
         this.streams.add(stream);
@@ -370,6 +381,8 @@ export class FakePage {
         const ue = Number(args.get('ue'));
         const json = (status, body) =>
             answer.writeHead(status, {'Content-Type': 'application/json'}).end(JSON.stringify(body));
+        if (pathname === '/api/page') return json(200, {source: this.source});
+        if (this.source === 'fleet') return json(...this.fleet.answer(pathname, args));
         if (request.method === 'POST') return this.#post(request, json);
         if (pathname === '/api/overview') return json(200, this.overview());
         if (args.has('ue') && !this.modems.some(modem => modem.ue === ue)) return json(404, {error: `no UE ${ue}`});
@@ -440,4 +453,4 @@ export class FakePage {
     }
 }
 
-if (process.argv[1] === fileURLToPath(import.meta.url)) console.log(await new FakePage().listen(8281));
+if (process.argv[1] === fileURLToPath(import.meta.url)) console.log(await new FakePage(process.argv[2]).listen(8281));

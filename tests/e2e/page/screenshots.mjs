@@ -2,12 +2,28 @@
 
 import {mkdirSync} from 'node:fs';
 import path from 'node:path';
-import {Bench, PAGE} from './bench.mjs';
+import {PAGE, poll} from './bench.mjs';
 import {closeBrowser, openTab, shown, until} from './harness.mjs';
+import {Lab} from './lab.mjs';
 
 const folder = path.resolve(process.argv[2] ?? 'docs/screenshots');
 const FULL_PLOT_S = 55; // of history in a plot of a minute
 const PLOTS = 'rate/bytes,stat/cqi,stat/decoding,stat/link,stat/power,stat/hsupa-grant';
+
+const FLEET = 'http://localhost:8281';
+// Each bench with the modems that it records.
+const BENCHES = {
+    'bench-1': '0,1,2',
+    'bench-2': '0,1',
+    'bench-3': '1,2',
+    'bench-4': '2',
+    'rack-1': '0,1,2',
+    'rack-2': '0,2',
+    'rack-10': '',
+    'car-3': '0',
+    'car-7': '1',
+};
+const FEW_SEGMENTS = ['--rotate', '3s', '--keep', '3'];
 
 // Name, address, what to wait for, height.
 const VIEWS = [
@@ -44,6 +60,33 @@ const VIEWS = [
     ['control', '#/modem/1/control', async tab => shown(tab, '.choices [data-running="yes"]')],
 ];
 
+const FLEET_VIEWS = [
+    [
+        'fleet',
+        '#/fleet',
+        async tab => until(tab, () => document.querySelectorAll('.bench-card .line-0[d^="M"]').length > 8),
+        700,
+    ],
+];
+
+/// One bench is away, one is late, and one was away for so long that it has lost segments and is behind.
+async function prepareFleet(bench) {
+    bench.startHub();
+    await poll(() => bench.init() ?? true, 'the hub');
+    bench.startFleetPage('fleet', '--listen', '127.0.0.1:8281');
+    for (const [name, ues] of Object.entries(BENCHES))
+        bench.startBench(name, ues, ...(name === 'rack-2' ? FEW_SEGMENTS : []));
+    const is = (name, how) =>
+        bench.fleet(({benches}) => benches.some(one => one.bench === name && how(one)), name, FLEET, 90000);
+    for (const name of Object.keys(BENCHES)) await is(name, () => true);
+    for (const name of ['rack-2', 'car-7']) await bench.stop(`${name}-forward`);
+    await is('car-7', ({state}) => state === 'away');
+    bench.startForward('rack-2', '--max-rate', '2K');
+    await is('rack-2', ({lost_segments: lost}) => lost > 0);
+    await bench.stop('car-3-forward');
+    await is('car-3', ({state}) => state === 'late');
+}
+
 async function prepare(bench) {
     bench.startAgent();
     bench.startPage('page', '--control');
@@ -79,17 +122,23 @@ async function prepare(bench) {
     );
 }
 
-const bench = new Bench();
-try {
-    mkdirSync(folder, {recursive: true});
-    await prepare(bench);
+async function take(site, views) {
     for (const theme of ['light', 'dark'])
-        for (const [name, hash, ready, height = 860] of VIEWS) {
-            const tab = await openTab(`${PAGE}/${hash}`, {theme, width: 1280, height});
+        for (const [name, hash, ready, height = 860] of views) {
+            const tab = await openTab(`${site}/${hash}`, {theme, width: 1280, height});
             await ready(tab);
             await tab.screenshot({path: path.join(folder, `${name}-${theme}.png`), optimizeForSpeed: false});
             await tab.close();
         }
+}
+
+const bench = new Lab();
+try {
+    mkdirSync(folder, {recursive: true});
+    await prepare(bench);
+    await take(PAGE, VIEWS);
+    await prepareFleet(bench);
+    await take(FLEET, FLEET_VIEWS);
 } finally {
     await bench.close();
     await closeBrowser();

@@ -57,6 +57,14 @@ test('eight tabs share few streams, and hidden ones have none', async () => {
     await eventually(() => fake.streams.size === 2, 'two streams');
 });
 
+test('a tab that can not share its stream has one of its own', async () => {
+    fake.missing = '/stream-worker.js';
+    const tab = await open('#/overview', {expected: /404/});
+    await shown(tab, '.modem-card');
+    fake.modems.pop();
+    await until(tab, () => document.querySelectorAll('.modem-card').length === 2);
+});
+
 test('a tab left open does not grow', async () => {
     const tab = await open('#/modem/3');
     await shown(tab, plotCard('rate/bytes'));

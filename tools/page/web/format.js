@@ -1,6 +1,6 @@
 // Numbers, times and names as people read them. Times come as ms since 1970 on the server's clock.
 
-const BYTE_STEPS = ['B', 'kB', 'MB', 'GB'];
+const BYTE_STEPS = ['B', 'kB', 'MB', 'GB', 'TB'];
 
 function stepped(value) {
     let step = 0;
@@ -14,6 +14,12 @@ function stepped(value) {
 export const bytes = value => stepped(value);
 export const byteRate = value => (value === undefined || value === null ? '–' : `${stepped(value)}/s`);
 export const packetRate = value => (value === undefined || value === null ? '–' : `${Math.round(value)} pkt/s`);
+
+/// "0.4/s", "3000/s".
+export const recordRate = value =>
+    value === undefined || value === null
+        ? '–'
+        : `${value > 0 && value < 9.95 ? value.toFixed(1) : Math.round(value)}/s`;
 
 /// A value of a plot: as it is in up to seven characters, shorter beyond.
 export function number(value) {
@@ -41,12 +47,14 @@ export function since(time, now) {
         : `${date.getFullYear()}-${pad(date.getMonth() + 1)}-${pad(date.getDate())} ${clock(time)}`;
 }
 
-/// "3 s", "12 min", "4 h 05 min".
+/// "3 s", "12 min", "4 h 05 min", "2 d 3 h"; a negative one, of clocks that differ, is none.
 export function duration(ms) {
     const seconds = Math.max(0, Math.round(ms / 1000));
     if (seconds < 60) return `${seconds} s`;
     const minutes = Math.floor(seconds / 60);
-    return minutes < 60 ? `${minutes} min` : `${Math.floor(minutes / 60)} h ${pad(minutes % 60)} min`;
+    const hours = Math.floor(minutes / 60);
+    if (hours >= 48) return `${Math.floor(hours / 24)} d ${hours % 24} h`;
+    return minutes < 60 ? `${minutes} min` : `${hours} h ${pad(minutes % 60)} min`;
 }
 
 /// The end of a device's path.

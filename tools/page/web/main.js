@@ -1,26 +1,16 @@
-// The frame of the page: which view is shown, the agent's state, theme and keys.
+// The frame of the page: which view is shown, what is behind the server, theme and keys.
 
 import {getJson} from './api.js';
 import {el, keyed, setAttribute, setText} from './dom.js';
-import {ModemView} from './modem.js';
-import {OverviewView} from './overview.js';
-import {modemHash, parseRoute, TABS} from './route.js';
+import {FleetFrame} from './frame-fleet.js';
+import {TapFrame} from './frame-tap.js';
+import {parseRoute} from './route.js';
 import {Stream} from './stream.js';
 
-const OVERVIEW_MS = 3000; // how often a modem's view asks for the frame's news
-const THEMES = ['auto', 'light', 'dark'];
+const FRAMES = {tap: TapFrame, fleet: FleetFrame};
+const RETRY_MS = 1000; // until the server says what the page is for
+const NEWS_MS = 3000; // how often a view beside the first one asks for the frame's news
 const KEYS = [
-    ['o', 'overview'],
-    ['n, p', 'next, previous modem'],
-    ['g', 'next tab of a modem: plots, packets, start and stop'],
-    ['Space', 'pause, and back to live'],
-    ['1 2 3 4', 'last 1, 5, 15, 60 minutes'],
-    ['+ −', 'zoom the time in and out'],
-    ['0', 'back to live'],
-    ['drag', 'zoom into a stretch of time; a double-click goes back'],
-    ['← →', 'move the cursor of the plot that has the focus'],
-    ['Enter', 'open what has the focus: a modem, a packet'],
-    ['Esc', 'close what is open'],
     ['t', 'light, dark, or as the system has it'],
     ['?', 'these keys'],
 ];
@@ -28,21 +18,18 @@ const KEYS = [
 const byId = id => document.getElementById(id);
 
 class App {
+    #source = ''; // what this page is for: "tap" or "fleet"
     #view = null;
     #route = null;
-    #modems = [];
 
     constructor() {
-        this.stream = new Stream(state => this.#showConnection(state));
-        window.addEventListener('hashchange', () => this.#go());
-        document.addEventListener('keydown', event => this.#key(event));
-        byId('theme').addEventListener('click', () => this.#nextTheme());
+        this.stream = new Stream(state => this.#onStream(state));
+        byId('theme').addEventListener('click', () => vexTheme.next());
         byId('help').addEventListener('click', () => byId('keys').showModal());
-        matchMedia('(prefers-color-scheme: dark)').addEventListener('change', () => this.#view?.rebuild?.());
-        byId('keys-list').append(...KEYS.flatMap(([key, what]) => [el('dt', {text: key}), el('dd', {text: what})]));
-        setText(byId('theme'), document.documentElement.dataset.theme ?? 'auto');
-        setInterval(() => this.#refresh(), OVERVIEW_MS);
-        this.#go();
+        document.addEventListener('keydown', event => this.#key(event));
+        vexTheme.onChange = () => this.#showTheme();
+        this.#showTheme();
+        this.#begin();
     }
 
     /// The view that is shown, for tests.
@@ -50,102 +37,111 @@ class App {
         return this.#view;
     }
 
+    async #begin() {
+        try {
+            this.#source = (await getJson('/api/page')).source;
+        } catch (error) {
+            this.#showConnection('lost', error.status === 0 ? '' : error.message);
+            setTimeout(() => this.#begin(), RETRY_MS);
+            return;
+        }
+        this.frame = new FRAMES[this.#source]();
+        const keys = [...this.frame.keys, ...KEYS];
+        byId('keys-list').append(...keys.flatMap(([key, what]) => [el('dt', {text: key}), el('dd', {text: what})]));
+        window.addEventListener('hashchange', () => this.#go());
+        setInterval(() => this.#refresh(), NEWS_MS);
+        this.#showConnection('open');
+        this.#go();
+    }
+
     #go() {
-        const route = parseRoute(location.hash);
-        const same = this.#view && route.view === this.#route.view && route.ue === this.#route.ue;
+        let route = parseRoute(location.hash);
+        if (!(route.view in this.frame.views)) {
+            history.replaceState(null, '', this.frame.home);
+            route = parseRoute(location.hash);
+        }
+        const before = this.#route;
+        const same = before && ['view', 'ue', 'bench'].every(part => route[part] === before[part]);
         this.#route = route;
         if (same) {
             this.#view.setRoute?.(route);
         } else {
             this.#view?.close();
-            this.#view = route.view === 'modem' ? new ModemView(this, route) : new OverviewView(this);
+            this.#view = new this.frame.views[route.view](this, route);
             byId('view').replaceChildren(this.#view.node);
         }
-        this.#showLinks();
+        this.showLinks();
         this.#refresh();
     }
 
-    /// The overview has its own stream; beside a modem, or when the stream is lost, the frame asks.
+    /// A view has a stream of its own; the frame asks for what that doesn't tell, and when it is lost.
     async #refresh() {
-        if (document.hidden || (this.#route.view === 'overview' && !this.away)) return;
+        if (document.hidden) return;
         try {
-            const overview = await getJson('/api/overview');
-            if (this.away) this.#view.lost?.(); // the server is there: it may be the view that isn't
-            if (this.#route.view !== 'overview') this.showOverview(overview);
+            if (this.away) {
+                await this.#checkSource();
+                this.#view.lost?.(); // the server is there: it may be the view that isn't
+            }
+            const news = await this.frame.news(this.#route.view, this.away);
+            if (news) this.showNews(news);
         } catch (error) {
             this.#showConnection('lost', error.status === 0 ? '' : error.message);
         }
     }
 
-    showOverview({agent, modems}) {
-        this.agent = agent;
-        this.known = modems.length;
-        this.#modems = modems
-            .filter(modem => modem.state !== 'gone')
-            .map(modem => modem.ue)
-            .sort((a, b) => a - b);
-        this.#showLinks();
+    #onStream(state) {
+        const back = this.away && state === 'open';
+        this.#showConnection(state);
+        if (back) this.#checkSource().catch(() => {}); // away again: it is asked when it is back
+    }
+
+    /// A server that is back may be there for something else.
+    async #checkSource() {
+        const {source} = await getJson('/api/page');
+        if (source !== this.#source) location.reload();
+    }
+
+    /// Shows what a view has got for the frame, too.
+    showNews(news) {
+        this.frame.take(news);
+        this.showLinks();
         this.#showConnection('open');
     }
 
-    #showLinks() {
-        const links = [
-            {key: 'overview', href: '#/overview', text: 'Overview', here: this.#route.view === 'overview'},
-            ...this.#modems.map(ue => ({
-                key: ue,
-                href: modemHash(ue),
-                text: `Modem ${ue}`,
-                here: this.#route.ue === ue,
-            })),
-        ];
+    /// Anew, as when the home's address has changed.
+    showLinks() {
+        byId('brand').href = this.frame.home;
         keyed(
             byId('modems'),
-            links,
+            this.frame.links(this.#route),
             link => link.key,
-            link => el('a', {href: link.href, text: link.text}),
-            (node, link) => this.#markLink(node, link.here)
+            link => el('a', {text: link.text}),
+            (node, link) => this.#updateLink(node, link)
         );
     }
 
-    #markLink(node, here) {
+    #updateLink(node, {href, here}) {
+        setAttribute(node, 'href', href);
         if (here && !node.hasAttribute('aria-current')) node.scrollIntoView?.({block: 'nearest', inline: 'nearest'});
         setAttribute(node, 'aria-current', here ? 'page' : null);
     }
 
     /// reason: what the server says, when it does.
     #showConnection(state, reason = '') {
-        const agent = this.agent;
         const away = (this.away = state === 'lost');
-        const text = away
-            ? 'vex-page is away'
-            : agent === undefined
-              ? 'connected'
-              : agent.connected
-                ? `agent on ${agent.host}`
-                : 'no agent';
-        setAttribute(byId('status'), 'data-state', away ? 'lost' : agent?.connected === false ? 'waiting' : 'open');
-        setText(byId('status-text'), text);
-        setAttribute(byId('view'), 'data-stale', away || agent?.connected === false);
+        const behind = this.frame?.status() ?? {ok: true, text: 'connected', notice: ''};
+        setAttribute(byId('status'), 'data-state', away ? 'lost' : behind.ok ? 'open' : 'waiting');
+        setText(byId('status-text'), away ? 'vex-page is away' : behind.text);
+        setAttribute(byId('view'), 'data-stale', away || !behind.ok);
         const notice = away
             ? `${reason || 'vex-page does not answer.'} Trying again all the time; what is shown is old.`
-            : agent?.connected === false && this.known > 0
-              ? `No agent at ${agent.tap}. Waiting for it; what is shown is old.`
-              : '';
+            : behind.notice;
         byId('notice').hidden = notice === '';
         setText(byId('notice'), notice);
     }
 
-    #nextTheme() {
-        const now = document.documentElement.dataset.theme ?? 'auto';
-        const next = THEMES[(THEMES.indexOf(now) + 1) % THEMES.length];
-        if (next === 'auto') delete document.documentElement.dataset.theme;
-        else document.documentElement.dataset.theme = next;
-        try {
-            localStorage.setItem('vex-theme', next);
-        } catch {
-            /* it is for this page alone then */
-        }
-        setText(byId('theme'), next);
+    #showTheme() {
+        setText(byId('theme'), vexTheme.choice);
         this.#view?.rebuild?.();
     }
 
@@ -166,33 +162,11 @@ class App {
     }
 
     #frameKey(key) {
-        const keys = {
-            o: () => {
-                location.hash = '#/overview';
-            },
-            n: () => this.#turn(1),
-            p: () => this.#turn(-1),
-            g: () => this.#nextTab(),
-            t: () => this.#nextTheme(),
-            '?': () => byId('keys').showModal(),
-        };
+        const keys = {t: () => vexTheme.next(), '?': () => byId('keys').showModal()};
+        const target = this.frame?.target(key, this.#route);
+        if (target !== undefined) location.hash = target;
         keys[key]?.();
-        return key in keys;
-    }
-
-    #turn(by) {
-        const count = this.#modems.length;
-        const at = this.#modems.indexOf(this.#route.ue);
-        if (count > 0) location.hash = modemHash(this.#modems[at < 0 ? 0 : (at + by + count) % count], this.#route.tab);
-    }
-
-    #nextTab() {
-        if (this.#route.view === 'modem')
-            location.hash = modemHash(
-                this.#route.ue,
-                TABS[(TABS.indexOf(this.#route.tab) + 1) % TABS.length],
-                this.#route.args
-            );
+        return target !== undefined || key in keys;
     }
 }
 

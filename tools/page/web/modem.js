@@ -1,8 +1,8 @@
 // One modem: its head, and one of the tabs plots, packets, control.
 
-import {getJson} from './api.js';
 import {ControlTab} from './control.js';
 import {el, emptyState, keyed, setAttribute, setText} from './dom.js';
+import {Follower} from './follower.js';
 import {byteRate, channelText, packetRate, shortName} from './format.js';
 import {STATE_TEXT, factText, faultText} from './modem-card.js';
 import {PacketsTab} from './packets.js';
@@ -11,13 +11,11 @@ import {modemHash} from './route.js';
 
 const TAB_KINDS = {plots: PlotsTab, packets: PacketsTab, control: ControlTab};
 const TAB_TEXT = {plots: 'Plots', packets: 'Packets', control: 'Start and stop'};
-const RETRY_MS = 2000;
 
 export class ModemView {
     #tab = null;
     #tick = -1;
-    #timer = 0;
-    #closed = false;
+    #follower;
 
     constructor(app, route) {
         this.app = app;
@@ -58,7 +56,17 @@ export class ModemView {
         document.title = `Modem ${this.ue} – Vex`;
         this.#aimPcapng();
         this.setRoute(route);
-        this.#begin();
+        this.#follower = new Follower(
+            app.stream,
+            {view: 'modem', args: {ue: this.ue}},
+            {
+                show: data => this.#show(data),
+                update: tick => this.#update(tick),
+                unknown: () => this.#showUnknown(),
+                failed: text => this.#showFailed(text),
+            }
+        );
+        this.#follower.begin();
     }
 
     /// The same modem, perhaps another tab.
@@ -74,38 +82,25 @@ export class ModemView {
         if (this.last) this.#tab.update(this.last, false);
     }
 
-    /// A modem that the server has never seen is asked for until it is there.
-    async #begin() {
-        clearTimeout(this.#timer);
-        try {
-            const data = await getJson('/api/modem', {ue: this.ue});
-            if (!this.#closed) this.#show(data);
-        } catch (error) {
-            if (this.#closed) return;
-            if (error.status === 404) this.#showUnknown();
-            else if (!this.last)
-                this.place.replaceChildren(emptyState(error.message, 'Trying again every two seconds.'));
-            this.#timer = setTimeout(() => this.#begin(), RETRY_MS);
-        }
-    }
-
     /// The server has never seen the modem, or has forgotten it.
     #showUnknown() {
-        this.app.stream.watch(null, null);
         this.place.replaceChildren(
             emptyState(`Modem ${this.ue} is not known.`, 'This page shows it as soon as it is attached.')
         );
     }
 
+    #showFailed(text) {
+        if (!this.last) this.place.replaceChildren(emptyState(text, 'Trying again every two seconds.'));
+    }
+
     /// The stream is gone although the server is there.
     lost() {
-        this.#begin();
+        this.#follower.begin();
     }
 
     #show(data) {
         if (this.place.firstChild !== this.#tab.node) this.place.replaceChildren(this.#tab.node);
         this.#update(data);
-        this.app.stream.watch(`/api/events?view=modem&ue=${this.ue}`, tick => this.#update(tick));
     }
 
     #update(data) {
@@ -158,8 +153,7 @@ export class ModemView {
     }
 
     close() {
-        this.#closed = true;
-        clearTimeout(this.#timer);
+        this.#follower.close();
         this.#tab.close();
     }
 }

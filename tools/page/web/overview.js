@@ -43,7 +43,7 @@ export class OverviewView {
     close() {}
 
     update(data, app) {
-        app.showOverview(data);
+        app.showNews(data);
         this.#updateModems(data);
         this.#updateClients(data);
         this.#updateLosses(data);

@@ -1,23 +1,34 @@
-// A minute of a rate as a small line; its lines share one scale.
+// The newest stretch of a rate as a small line. Where there is no value the line is broken.
 
 import {el, svg} from './dom.js';
 
 const WIDTH = 240;
 const HEIGHT = 44;
 
-function pathOf(values, top, close) {
-    if (values.length === 0) return '';
+/// Stretches of points that follow each other, as [[x, y] ...].
+function stretches(values, top) {
     const step = WIDTH / Math.max(1, values.length - 1);
-    const points = values.map(
-        (value, i) => `${(i * step).toFixed(1)},${(HEIGHT - 1 - ((HEIGHT - 3) * (value ?? 0)) / top).toFixed(1)}`
-    );
-    const line = `M${points.join('L')}`;
-    return close ? `${line}L${WIDTH},${HEIGHT}L0,${HEIGHT}Z` : line;
+    const found = [];
+    values.forEach((value, i) => {
+        if (value === null || value === undefined) return;
+        if (i === 0 || (values[i - 1] ?? null) === null) found.push([]);
+        found.at(-1).push([(i * step).toFixed(1), (HEIGHT - 1 - ((HEIGHT - 3) * value) / top).toFixed(1)]);
+    });
+    return found;
 }
 
+// A point that stands alone is drawn as a dot.
+const linePath = points => (points.length > 1 ? `M${points.join('L')}` : `M${points[0]}h0`);
+const areaPath = points => `${linePath(points)}L${points.at(-1)[0]},${HEIGHT}L${points[0][0]},${HEIGHT}Z`;
+const topOf = values => values.reduce((top, value) => Math.max(top, value ?? 0), 1);
+
 export class Sparkline {
-    /// names: of the lines, for screen readers; line i has the class line-i.
-    constructor(names) {
+    #ownScales;
+
+    /// names: of the lines, for screen readers; line i has the class line-i. Lines share one scale unless each is to
+    /// have its own.
+    constructor(names, {ownScales = false} = {}) {
+        this.#ownScales = ownScales;
         this.area = svg('path', {class: 'area line-0'});
         this.lines = names.map((_, i) => svg('path', {class: `line line-${i}`}));
         this.node = el('div', {class: 'spark', role: 'img'});
@@ -33,9 +44,15 @@ export class Sparkline {
 
     /// lists: values of each line, oldest first; label says in words what is to be seen.
     update(lists, label) {
-        const top = Math.max(1, ...lists.flat().map(value => value ?? 0));
-        this.area.setAttribute('d', pathOf(lists[0], top, true));
-        lists.forEach((values, i) => this.lines[i].setAttribute('d', pathOf(values, top, false)));
+        const tops = lists.map(topOf);
+        const shared = Math.max(...tops);
+        lists.forEach((values, i) => {
+            const parts = stretches(values, this.#ownScales ? tops[i] : shared);
+            setPath(this.lines[i], parts.map(linePath));
+            if (i === 0) setPath(this.area, parts.map(areaPath));
+        });
         this.node.setAttribute('aria-label', label);
     }
 }
+
+const setPath = (path, parts) => path.setAttribute('d', parts.join(''));

@@ -4,14 +4,18 @@ import {Hub} from './hub.js';
 
 const ALIVE_MS = 10000;
 
-/// The way to the hub: a worker shared by all tabs, or one in this tab where the browser has no such workers.
-function connect(onNews) {
-    if (window.SharedWorker) {
-        const worker = new SharedWorker('stream-worker.js', {type: 'module', name: 'vex-page'});
-        worker.port.onmessage = event => onNews(event.data);
-        worker.port.start();
-        return url => worker.port.postMessage({url});
-    }
+/// A way to the hub: what is sent there is the address to watch, or null. This one is a worker that all tabs share;
+/// onFailed is called when it can't be loaded.
+function sharedHub(onNews, onFailed) {
+    const worker = new SharedWorker('stream-worker.js', {type: 'module', name: 'vex-page'});
+    worker.onerror = onFailed;
+    worker.port.onmessage = event => onNews(event.data);
+    worker.port.start();
+    return url => worker.port.postMessage({url});
+}
+
+/// A hub of this tab alone.
+function ownHub(onNews) {
     const hub = new Hub();
     const watcher = {tell: onNews};
     return url => hub.watch(watcher, url);
@@ -26,7 +30,13 @@ export class Stream {
     /// onState("open" | "lost") tells how the connection to the server is.
     constructor(onState) {
         this.#onState = onState;
-        this.#send = connect(news => this.#take(news));
+        const onNews = news => this.#take(news);
+        const alone = () => {
+            this.#send = ownHub(onNews);
+            this.#ask();
+        };
+        if (window.SharedWorker) this.#send = sharedHub(onNews, alone);
+        else alone();
         document.addEventListener('visibilitychange', () => this.#ask());
         window.addEventListener('pagehide', () => this.#send(null));
         window.addEventListener('pageshow', () => this.#ask());
