@@ -82,19 +82,29 @@ std::string CFleetWatch::Follow()
     if (enStatus == NATS_OK)
         enStatus = bucket.Open(pJs);
     READING stReading;
-    while (enStatus == NATS_OK && !m_bEnd && m_pHub->IsConnected() && ullConnections == m_ullConnections) {
-        BENCH_NEWS stNews;
-        enStatus = bucket.Next(stNews, WAIT_MS);
-        if (enStatus == NATS_OK)
-            Take(stNews, stReading);
-        else if (enStatus == NATS_TIMEOUT && Clock::now() - stReading.last < m_patience)
-            enStatus = NATS_OK;
-        else if (enStatus == NATS_TIMEOUT) {
-            m_patience = std::min(2 * m_patience, PATIENCE_MOST);
-            return stReading.bAllTold ? "" : BucketProblem(enStatus);
-        }
-    }
-    return enStatus == NATS_OK || !m_pHub->IsConnected() ? "" : BucketProblem(enStatus);
+    while (enStatus == NATS_OK && !m_bEnd && m_pHub->IsConnected() && ullConnections == m_ullConnections &&
+           !IsSilent(stReading))
+        enStatus = TakeNext(bucket, stReading);
+    if (enStatus != NATS_OK && m_pHub->IsConnected())
+        return BucketProblem(enStatus);
+    if (!IsSilent(stReading))
+        return "";
+    m_patience = std::min(2 * m_patience, PATIENCE_MOST);
+    return stReading.bAllTold ? "" : BucketProblem(NATS_TIMEOUT);
+}
+
+bool CFleetWatch::IsSilent(const READING& stReading) const
+{
+    return Clock::now() - stReading.last > m_patience;
+}
+
+natsStatus CFleetWatch::TakeNext(CBenchBucket& bucket, READING& stReading)
+{
+    BENCH_NEWS stNews;
+    const natsStatus enStatus = bucket.Next(stNews, WAIT_MS);
+    if (enStatus == NATS_OK)
+        Take(stNews, stReading);
+    return enStatus == NATS_TIMEOUT ? NATS_OK : enStatus;
 }
 
 void CFleetWatch::Take(const BENCH_NEWS& stNews, READING& stReading)
@@ -104,7 +114,8 @@ void CFleetWatch::Take(const BENCH_NEWS& stNews, READING& stReading)
     case BENCH_NEWS::KIND::STATE:
         TakeState(stNews, stReading);
         break;
-    case BENCH_NEWS::KIND::WRONG:
+    case BENCH_NEWS::KIND::WRONG: // what was there before stays
+        stReading.Note(stNews.strBench);
         TellOnce(stNews.strBench, "what stands for " + stNews.strBench + " isn't a bench's state");
         break;
     case BENCH_NEWS::KIND::GONE:
@@ -132,8 +143,7 @@ void CFleetWatch::TakeState(const BENCH_NEWS& stNews, READING& stReading)
                          " benches; the others aren't shown");
         return;
     }
-    if (!stReading.bAllTold)
-        stReading.seen.insert(stNews.strBench);
+    stReading.Note(stNews.strBench);
 }
 
 /// The library tries again and again without a word; a try of our own tells why it fails.

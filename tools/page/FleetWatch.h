@@ -34,9 +34,17 @@ private:
         std::set<std::string> seen = {}; // until all that was there has been told
         bool bAllTold = false;
         std::chrono::steady_clock::time_point last = std::chrono::steady_clock::now(); // news
+
+        void Note(const std::string& strBench)
+        {
+            if (!bAllTold)
+                seen.insert(strBench);
+        }
     };
     void Run();
     std::string Follow();
+    bool IsSilent(const READING& stReading) const;
+    natsStatus TakeNext(CBenchBucket& bucket, READING& stReading);
     void Take(const BENCH_NEWS& stNews, READING& stReading);
     void TakeState(const BENCH_NEWS& stNews, READING& stReading);
     void Pause() const;
