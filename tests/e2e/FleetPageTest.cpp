@@ -18,7 +18,7 @@ using std::chrono::milliseconds;
 using testing::HasSubstr;
 
 constexpr uint16_t PAGE_PORT = 8280;
-constexpr std::chrono::seconds LIMIT{20};
+constexpr std::chrono::seconds LIMIT{30};
 
 uint64_t NowMs()
 {

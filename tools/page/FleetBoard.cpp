@@ -22,21 +22,21 @@ void CBenchSteps::Close()
     m_ulStates = 0;
 }
 
-CFleetBoard::TAKEN CFleetBoard::Take(const FLEET_BENCH_STATE& stState, uint64_t ullStored)
+bool CFleetBoard::Take(const FLEET_BENCH_STATE& stState, uint64_t ullStored)
 {
     const auto found = m_mapBenches.find(stState.strBench);
     const bool bNew = found == m_mapBenches.end();
     if (bNew && m_mapBenches.size() >= MOST_BENCHES)
-        return TAKEN::NO_ROOM;
+        return false;
     if (!bNew && found->second.ullStored == ullStored && found->second.stState.ullTime == stState.ullTime)
-        return TAKEN::KNOWN;
+        return true;
     FLEET_BENCH& stBench = bNew ? m_mapBenches[stState.strBench] : found->second;
     stBench.stState = stState;
     stBench.ullStored = ullStored;
     stBench.ullSeen = std::min(stState.ullTime, ullStored);
     if (!bNew || PresenceOf(stBench) == BENCH_PRESENCE::LIVE) // what lay there before is no rate of now
         stBench.steps.Take(stState.dRecordRate, stState.dByteRate);
-    return TAKEN::NEWS;
+    return true;
 }
 
 void CFleetBoard::KeepOnly(const std::set<std::string>& benches)

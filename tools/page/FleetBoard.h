@@ -59,14 +59,8 @@ class CFleetBoard
 public:
     static constexpr size_t MOST_BENCHES = 5000;
 
-    enum class TAKEN
-    {
-        NEWS,
-        KNOWN,   // the same state as before
-        NO_ROOM, // there are MOST_BENCHES others
-    };
-    /// A state that the hub got at ullStored.
-    TAKEN Take(const FLEET_BENCH_STATE& stState, uint64_t ullStored);
+    /// A state that the hub got at ullStored; the same one may come again. False when there are MOST_BENCHES others.
+    [[nodiscard]] bool Take(const FLEET_BENCH_STATE& stState, uint64_t ullStored);
     void Forget(const std::string& strBench) { m_mapBenches.erase(strBench); }
     /// Forgets all others.
     void KeepOnly(const std::set<std::string>& benches);

@@ -24,7 +24,7 @@ void CFleetModel::SetHub(FLEET_HUB stHub)
     m_board.stHub = std::move(stHub);
 }
 
-CFleetBoard::TAKEN CFleetModel::Take(const FLEET_BENCH_STATE& stState, uint64_t ullStored)
+bool CFleetModel::Take(const FLEET_BENCH_STATE& stState, uint64_t ullStored)
 {
     const xtl::MutexGuard guard(m_Lock);
     return m_board.Take(stState, ullStored);

@@ -11,8 +11,8 @@ class CFleetModel : public IPageViews
 {
 public:
     void SetHub(FLEET_HUB stHub);
-    /// A state that the hub got at ullStored, ms since 1970.
-    CFleetBoard::TAKEN Take(const FLEET_BENCH_STATE& stState, uint64_t ullStored);
+    /// A state that the hub got at ullStored, ms since 1970. False when there are too many benches.
+    [[nodiscard]] bool Take(const FLEET_BENCH_STATE& stState, uint64_t ullStored);
     void Forget(const std::string& strBench);
     /// Forgets all others.
     void KeepOnly(const std::set<std::string>& benches);

@@ -15,12 +15,12 @@ constexpr milliseconds RETRY{500};
 constexpr milliseconds LINK_PATIENCE{1000}; // the library may find another server at once
 constexpr milliseconds TRY_PERIOD{10'000};
 // A consumer may have gone with its server, which looks like benches that say nothing: then the bucket is opened anew.
-constexpr milliseconds PATIENCE_LEAST{2 * BENCH_LIVE_MS / 3};
-constexpr milliseconds PATIENCE_MOST{60'000}; // after it has told nothing new again and again
+// Twice, before benches that are live look late.
+constexpr milliseconds PATIENCE{2 * BENCH_LIVE_MS / 5};
 } // namespace
 
 CFleetWatch::CFleetWatch(HUB_OPTIONS stOptions, CFleetModel& model, TELL tell)
-    : m_stOptions(std::move(stOptions)), m_model(model), m_tell(std::move(tell)), m_patience(PATIENCE_LEAST)
+    : m_stOptions(std::move(stOptions)), m_model(model), m_tell(std::move(tell))
 {
 }
 
@@ -87,15 +87,12 @@ std::string CFleetWatch::Follow()
         enStatus = TakeNext(bucket, stReading);
     if (enStatus != NATS_OK && m_pHub->IsConnected())
         return BucketProblem(enStatus);
-    if (!IsSilent(stReading))
-        return "";
-    m_patience = std::min(2 * m_patience, PATIENCE_MOST);
-    return stReading.bAllTold ? "" : BucketProblem(NATS_TIMEOUT);
+    return stReading.bAllTold || !IsSilent(stReading) ? "" : BucketProblem(NATS_TIMEOUT);
 }
 
-bool CFleetWatch::IsSilent(const READING& stReading) const
+bool CFleetWatch::IsSilent(const READING& stReading)
 {
-    return Clock::now() - stReading.last > m_patience;
+    return Clock::now() - stReading.last > PATIENCE;
 }
 
 natsStatus CFleetWatch::TakeNext(CBenchBucket& bucket, READING& stReading)
@@ -132,18 +129,10 @@ void CFleetWatch::Take(const BENCH_NEWS& stNews, READING& stReading)
 
 void CFleetWatch::TakeState(const BENCH_NEWS& stNews, READING& stReading)
 {
-    switch (m_model.Take(stNews.stState, stNews.ullStored)) {
-    case CFleetBoard::TAKEN::NEWS:
-        m_patience = PATIENCE_LEAST;
-        break;
-    case CFleetBoard::TAKEN::KNOWN:
-        break;
-    case CFleetBoard::TAKEN::NO_ROOM:
+    stReading.Note(stNews.strBench);
+    if (!m_model.Take(stNews.stState, stNews.ullStored))
         TellOnce("", "there are more than " + std::to_string(CFleetBoard::MOST_BENCHES) +
                          " benches; the others aren't shown");
-        return;
-    }
-    stReading.Note(stNews.strBench);
 }
 
 std::string CFleetWatch::LinkProblem()

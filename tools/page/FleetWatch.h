@@ -43,7 +43,7 @@ private:
     };
     void Run();
     std::string Follow();
-    bool IsSilent(const READING& stReading) const;
+    static bool IsSilent(const READING& stReading);
     natsStatus TakeNext(CBenchBucket& bucket, READING& stReading);
     void Take(const BENCH_NEWS& stNews, READING& stReading);
     void TakeState(const BENCH_NEWS& stNews, READING& stReading);
@@ -69,5 +69,4 @@ private:
     std::string m_strWhy;                              // there is no connection
     std::chrono::steady_clock::time_point m_nextTry{}; // to learn that
     std::set<std::string> m_setTold;                   // benches that a line was told of
-    std::chrono::milliseconds m_patience{};            // with a bucket that tells nothing
 };
