@@ -8,7 +8,6 @@
 #include <random>
 #include <thread>
 
-using testing::ElementsAre;
 using RESULT = CTapReader::RESULT;
 
 namespace

@@ -41,7 +41,6 @@ export const sentence = text => `${text[0].toUpperCase()}${text.slice(1).replace
 
 /// As one word of a POSIX shell. Control characters, which a terminal might obey, are left out.
 export function shellWord(text) {
-    // eslint-disable-next-line no-control-regex
     const clean = text.replace(/[\u0000-\u001f\u007f-\u009f]/g, '');
     return /^[\w.:/@%+=,][\w.:/@%+=,-]*$/.test(clean) ? clean : `'${clean.replace(/'/g, `'\\''`)}'`;
 }
