@@ -24,6 +24,7 @@ export class BenchCard {
     #drawn = null; // rates that the sparkline shows
 
     constructor(name) {
+        this.title = el('a', {href: benchHash(name), class: 'card-title', text: name, title: name});
         this.state = el('span', {class: 'badge'});
         this.faults = el('span', {class: 'faults'});
         this.seen = el('p', {class: 'facts'});
@@ -34,13 +35,7 @@ export class BenchCard {
         this.node = el(
             'li',
             {class: 'card bench-card'},
-            el(
-                'header',
-                {},
-                el('h3', {}, el('a', {href: benchHash(name), class: 'card-title', text: name, title: name})),
-                this.state,
-                this.faults
-            ),
+            el('header', {}, el('h3', {}, this.title), this.state, this.faults),
             this.seen,
             this.modems,
             this.rates.spark.node,

@@ -154,6 +154,7 @@ export class BenchView {
     }
 
     close() {
+        this.app.frame.left = this.name;
         this.#follower.close();
     }
 }

@@ -19,21 +19,9 @@ export class FleetView {
     constructor(app, route) {
         this.app = app;
         this.last = null; // newest tick
-        this.search = el('input', {type: 'search', placeholder: 'Search (/)', 'aria-label': 'Search for a bench'});
-        this.search.addEventListener('input', () => this.#choose({q: this.search.value}));
-        this.search.addEventListener('keydown', event => this.#searchKey(event));
-        this.sort = el(
-            'select',
-            {'aria-label': 'Order'},
-            ...SORTS.map(([key, text]) => el('option', {'.value': key, text}))
-        );
-        this.sort.addEventListener('change', () => this.#choose({sort: this.sort.value}));
-        this.groups = GROUPS.map(([key, text]) => {
-            const count = el('b');
-            const node = el('button', {type: 'button', dataset: {group: key}}, el('span', {}, count, ` ${text}`));
-            node.addEventListener('click', () => this.#choose({show: key}));
-            return {key, count, node};
-        });
+        this.search = this.#makeSearch();
+        this.sort = this.#makeSort();
+        this.groups = GROUPS.map(([key, text]) => this.#makeGroup(key, text));
         this.place = el('div');
         this.cards = el('ul', {class: 'cards', 'aria-label': 'Benches'});
         this.node = el(
@@ -60,6 +48,27 @@ export class FleetView {
         app.stream.watch('/api/events?view=fleet', data => this.update(data));
         if (app.frame.toSearch) queueMicrotask(() => this.key({key: '/'})); // when it is in the page
         app.frame.toSearch = false;
+    }
+
+    #makeSearch() {
+        const search = el('input', {type: 'search', placeholder: 'Search (/)', 'aria-label': 'Search for a bench'});
+        search.addEventListener('input', () => this.#choose({q: search.value}));
+        search.addEventListener('keydown', event => this.#searchKey(event));
+        return search;
+    }
+
+    #makeSort() {
+        const options = SORTS.map(([key, text]) => el('option', {'.value': key, text}));
+        const sort = el('select', {'aria-label': 'Order'}, ...options);
+        sort.addEventListener('change', () => this.#choose({sort: sort.value}));
+        return sort;
+    }
+
+    #makeGroup(key, text) {
+        const count = el('b');
+        const node = el('button', {type: 'button', dataset: {group: key}}, el('span', {}, count, ` ${text}`));
+        node.addEventListener('click', () => this.#choose({show: key}));
+        return {key, count, node};
     }
 
     /// Another choice by the address.
@@ -94,6 +103,13 @@ export class FleetView {
         this.groups.forEach(({count}, i) => setText(count, sizes[i]));
         this.#showCards(this.#inPlaces(arranged(benches, this.choice), anew), time);
         this.#showEmpty();
+        this.#goToCard(this.app.frame.left);
+    }
+
+    /// Who comes back from a bench goes on from its card.
+    #goToCard(name) {
+        this.app.frame.left = null;
+        if (document.activeElement !== this.search) this.#cards.get(name)?.title.focus();
     }
 
     #inPlaces(benches, anew) {

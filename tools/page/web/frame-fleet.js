@@ -11,6 +11,7 @@ const NAMES_MS = 30000; // beside a bench the names of the others may be so old:
 
 export class FleetFrame {
     args = new URLSearchParams(); // those that the fleet was shown with
+    left = null; // name of the bench that was shown before the fleet
     toSearch = false; // the fleet is opened to search in it
     views = {fleet: FleetView, bench: BenchView};
     keys = [

@@ -93,6 +93,7 @@ class App {
         const back = this.away && state === 'open';
         this.#showConnection(state);
         if (back) this.#checkSource().catch(() => {}); // away again: it is asked when it is back
+        if (state === 'lost' && this.#view) this.#refresh();
     }
 
     /// A server that is back may be there for something else.
