@@ -28,6 +28,7 @@ public:
     bool bDown = false;
     bool bLoseRequests = false; // they never arrive
     bool bLoseAnswers = false;  // they arrive, and nobody hears of it
+    bool bIsBehind = false;     // what is asked for comes from a server that has nothing
     size_t szAsked = 0;
 
     void Connect()
@@ -54,7 +55,7 @@ public:
         if (bDown || bLoseRequests)
             return !bDown;
         HUB_EVENT event{.enKind = HUB_EVENT::KIND::LAST, .ullToken = ullToken, .vecBytes = {}, .strText = {}};
-        event.ullSequence = LastOf(strSubject);
+        event.ullSequence = bIsBehind ? 0 : LastOf(strSubject);
         if (event.ullSequence > 0)
             event.vecBytes = stream[event.ullSequence - 1].vecBytes;
         Answer(std::move(event));

@@ -116,6 +116,54 @@ TEST_F(Forward, ARestartInTheMiddleGoesOn)
     EXPECT_EQ(Arrived(), m_mapWritten);
 }
 
+TEST_F(Forward, AServerThatTellsNothingOfWhatIsThereIsLeftAfterAMinute)
+{
+    Write(Name(0), Segment(100));
+    Start();
+    Run();
+    const auto before = m_hub.stream;
+    Write(Name(0), Segment(100));
+    m_hub.bIsBehind = true;
+    Start();    // is told that there is nothing; what it sends is refused
+    Run(1'180); // 59 s
+    EXPECT_FALSE(m_pForwarder->Publisher().IsStuck(m_now));
+    Run(60); // 3 s
+    EXPECT_TRUE(m_pForwarder->Publisher().IsStuck(m_now));
+    EXPECT_EQ(m_hub.stream.size(), before.size());
+    m_hub.bIsBehind = false;
+    m_hub.Connect(); // to another server
+    Run();
+    EXPECT_FALSE(m_pForwarder->Publisher().IsStuck(m_now));
+    EXPECT_EQ(Arrived(), m_mapWritten);
+}
+
+TEST_F(Forward, AServerThatAnswersNothingIsLeftAfterAMinute)
+{
+    Write(Name(0), Segment(10));
+    m_hub.bLoseRequests = true;
+    Start();
+    Run(1'280); // 64 s: given up after 5 s, and a minute has still to pass
+    EXPECT_FALSE(m_pForwarder->Publisher().IsStuck(m_now));
+    Run(60);
+    EXPECT_TRUE(m_pForwarder->Publisher().IsStuck(m_now));
+    m_hub.Disconnect();
+    Run(1);
+    EXPECT_FALSE(m_pForwarder->Publisher().IsStuck(m_now)) << "another one is looked for anyhow";
+}
+
+TEST_F(Forward, ARefusalNowAndThenIsNoReasonToLeave)
+{
+    Start();
+    for (int i = 0; i < 30; ++i) { // 90 s
+        m_hub.bLoseRequests = true;
+        Write(Name(0), Segment(1));
+        Run(30);
+        m_hub.bLoseRequests = false;
+        Run(30);
+        ASSERT_FALSE(m_pForwarder->Publisher().IsStuck(m_now)) << i;
+    }
+}
+
 TEST_F(Forward, ARefusalIsAskedAbout)
 {
     Write(Name(0), Segment(100));

@@ -59,6 +59,7 @@ std::string SetLink(natsOptions* pOptions, const HUB_OPTIONS& stOptions)
     settings.Set(natsOptions_SetPingInterval(pOptions, PING_MS));
     settings.Set(natsOptions_SetMaxPingsOut(pOptions, PINGS_OUT));
     settings.Set(natsOptions_SetWriteDeadline(pOptions, WRITE_MS));
+    settings.Set(natsOptions_SetNoRandomize(pOptions, stOptions.bInOrder));
     settings.Set(natsOptions_SetIgnoreDiscoveredServers(pOptions, true)); // they may be reachable from the lab alone
     if (!stOptions.strName.empty())
         settings.Set(natsOptions_SetName(pOptions, stOptions.strName.c_str()));

@@ -16,7 +16,8 @@ class App;
 struct HUB_OPTIONS
 {
     std::vector<std::string> servers = {"nats://127.0.0.1:4222"}; // any of them is the hub
-    std::string strCert; // PEM files: client certificate with its key, and who signs the servers'; empty: no TLS
+    bool bInOrder = false; // the first of them that can be reached; else it is left to chance
+    std::string strCert;   // PEM files: client certificate with its key, and who signs the servers'; empty: no TLS
     std::string strKey;
     std::string strCa;
     std::string strName;        // of the connection, as the servers list it

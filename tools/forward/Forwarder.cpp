@@ -40,7 +40,8 @@ void CForwarder::Run(const std::function<bool()>& isStopped)
         bMore = Turn(std::chrono::steady_clock::now());
     }
     KeepHouse(std::chrono::steady_clock::now(), true);
-    m_log.Line("ended; the hub has taken " + std::to_string(m_publisher.SentBytes()) + " bytes in " +
+    m_log.State("link", "");
+    m_log.Line("the hub has taken " + std::to_string(m_publisher.SentBytes()) + " bytes in " +
                std::to_string(m_publisher.SentMessages()) + " messages");
 }
 

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <deque>
+#include <optional>
 #include <vector>
 
 /// A message in the making: bytes of one segment and lane.
@@ -57,11 +58,12 @@ public:
         FLYING, // the first draft is under way
     };
     STATE enState = STATE::UNKNOWN;
-    TIME due{};                 // UNKNOWN: not asked before; ASKED, FLYING: given up then
-    uint64_t ullToken = 0;      // of what is under way
-    uint64_t ullSequence = 0;   // of the subject's last message; 0 for none
-    SPOOL_PLACE stAcknowledged; // the hub has told that it has all before
-    unsigned int ulBehind = 0;  // answers in a row that told less than that
+    TIME due{};                  // UNKNOWN: not asked before; ASKED, FLYING: given up then
+    uint64_t ullToken = 0;       // of what is under way
+    uint64_t ullSequence = 0;    // of the subject's last message; 0 for none
+    SPOOL_PLACE stAcknowledged;  // the hub has told that it has all before
+    unsigned int ulBehind = 0;   // answers in a row that told less than that
+    std::optional<TIME> refused; // since then the hub takes nothing, by a refusal or without an answer
 
 private:
     void AddRun(const SPOOL_PLACE& stPlace, ByteView bytes, uint64_t ullTime, TIME now);

@@ -11,6 +11,7 @@ constexpr auto ANSWER_LIMIT = 5s;        // then an answer counts as lost
 constexpr auto RETRY = 1s;               // after a refusal that will last
 constexpr auto DOUBT = 100ms;            // a duplicate is being applied somewhere
 constexpr auto BURST = 250ms;            // of the rate limit
+constexpr auto STUCK = 60s;              // longer than the hub takes to choose leaders
 constexpr unsigned int BEHIND_LIMIT = 3; // a replica that lags may answer; it has a second each time
 
 double Seconds(std::chrono::steady_clock::duration time)
@@ -100,13 +101,30 @@ void CPublisher::Doubt(CLane& lane, TIME due)
     lane.ullToken = 0;
 }
 
+/// The same after something that the hub has not taken.
+void CPublisher::DoubtRefused(CLane& lane, TIME now, TIME due)
+{
+    if (!lane.refused)
+        lane.refused = now;
+    Doubt(lane, due);
+}
+
+bool CPublisher::IsStuck(TIME now) const
+{
+    return m_bConnected && std::ranges::any_of(m_lanes, [now](const auto& entry) {
+               return entry.second.refused && now - *entry.second.refused >= STUCK;
+           });
+}
+
 void CPublisher::Handle(const HUB_EVENT& stEvent, TIME now)
 {
     using KIND = HUB_EVENT::KIND;
     if (stEvent.enKind == KIND::CONNECTED || stEvent.enKind == KIND::LOST) {
         m_bConnected = stEvent.enKind == KIND::CONNECTED;
-        for (auto& [stLane, lane] : m_lanes)
+        for (auto& [stLane, lane] : m_lanes) {
+            lane.refused.reset();
             Doubt(lane, now);
+        }
         return;
     }
     const auto found = std::ranges::find_if(m_lanes, [&stEvent](const auto& entry) {
@@ -122,7 +140,7 @@ void CPublisher::Handle(const HUB_EVENT& stEvent, TIME now)
     if (stEvent.enKind != KIND::REFUSED)
         return;
     m_log.State(lane.SubjectText(), lane.SubjectText() + ": " + stEvent.strText);
-    Doubt(lane, now + RETRY);
+    DoubtRefused(lane, now, now + RETRY);
 }
 
 void CPublisher::TakeLast(CLane& lane, const HUB_EVENT& stEvent, TIME now)
@@ -167,16 +185,19 @@ void CPublisher::TakePlace(CLane& lane, uint64_t ullSequence, const SPOOL_PLACE&
     lane.ullSequence = ullSequence;
     lane.enState = CLane::STATE::READY;
     lane.ullToken = 0;
+    if (lane.IsEmpty())
+        lane.refused.reset();
     m_log.State(lane.SubjectText(), "");
 }
 
 void CPublisher::TakeStored(CLane& lane, const HUB_EVENT& stEvent, TIME now)
 {
     if (lane.enState != CLane::STATE::FLYING || stEvent.bDuplicate)
-        return Doubt(lane, now + DOUBT);
+        return DoubtRefused(lane, now, now + DOUBT);
     const DRAFT& stSent = lane.Front();
     m_ullSentBytes += stSent.vecBytes.size();
     ++m_ullSentMessages;
+    lane.refused.reset();
     TakePlace(lane, stEvent.ullSequence, stSent.End(), now);
 }
 
@@ -187,7 +208,7 @@ void CPublisher::Turn(TIME now)
     for (auto& [stLane, lane] : m_lanes) {
         const bool bUnderWay = lane.enState == CLane::STATE::ASKED || lane.enState == CLane::STATE::FLYING;
         if (bUnderWay && now >= lane.due)
-            Doubt(lane, now);
+            DoubtRefused(lane, now, now);
         if (lane.enState == CLane::STATE::UNKNOWN && now >= lane.due)
             Ask(lane, now);
     }

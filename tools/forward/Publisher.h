@@ -33,6 +33,10 @@ public:
     /// The connection is there, and each lane but those that are in doubt knows where the hub is.
     bool IsConnected() const { return m_bConnected; }
 
+    /// There is a connection, but something that waits hasn't been taken through it for a minute: the server may be cut
+    /// off from the others, or lag behind them for good.
+    bool IsStuck(TIME now) const;
+
     /// Where the spool is to be read from: the hub has everything before. None until the hub has answered.
     const std::optional<SPOOL_PLACE>& Start() const { return m_start; }
     /// The hub has less than it had acknowledged: everything starts again, from a place that it tells anew.
@@ -55,6 +59,7 @@ public:
 private:
     CLane& LaneOf(const FLEET_LANE& stLane);
     void Doubt(CLane& lane, TIME due);
+    void DoubtRefused(CLane& lane, TIME now, TIME due);
     void Ask(CLane& lane, TIME now);
     void Send(CLane& lane, TIME now);
     void SendRipe(TIME now);
