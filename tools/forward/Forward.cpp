@@ -58,7 +58,7 @@ std::optional<FORWARD_EXIT> ServeOver(const FORWARD_OPTIONS& stOptions, CSegment
 FORWARD_EXIT Serve(FORWARD_OPTIONS stOptions, CForwardLog& log)
 {
     auto& servers = stOptions.stHub.servers;
-    std::ranges::shuffle(servers, std::mt19937(std::random_device()())); // benches spread over them
+    std::shuffle(servers.begin(), servers.end(), std::mt19937(std::random_device()())); // benches spread over them
     stOptions.stHub.bInOrder = true;
     std::string strError;
     CSegmentLedger ledger(stOptions.strSpool);
@@ -69,7 +69,7 @@ FORWARD_EXIT Serve(FORWARD_OPTIONS stOptions, CForwardLog& log)
         if (const auto end = ServeOver(stOptions, ledger, log))
             return *end;
         log.Line("this server of the hub has not taken what waits for a minute; trying the next one");
-        std::ranges::rotate(servers, servers.begin() + 1);
+        std::rotate(servers.begin(), servers.begin() + 1, servers.end());
     }
 }
 } // namespace
