@@ -123,7 +123,7 @@ void CAgentTap::Start()
         return;
     std::string strError;
     m_pServer = CTapServer::Open(
-        strPath, pConfig->GetTapBytes(), [this](CTapWriter& writer) { WritePicture(writer); }, strError);
+        strPath, pConfig->GetTapBytes(), [this](CTapWriter& writer) { return WritePicture(writer); }, strError);
     if (!m_pServer) {
         CDebug::Instance()->PrintError("Tap %s", strError.c_str());
         return;
@@ -155,12 +155,12 @@ void CAgentTap::TapFun()
 }
 
 /// With the bindings held as they are, so that no change of them is missed or told twice.
-void CAgentTap::WritePicture(CTapWriter& writer)
+CTapWriter::PLACE CAgentTap::WritePicture(CTapWriter& writer)
 {
     TAP_RECORD stConfig;
     stConfig.enKind = TAP_KIND::CONFIGURATION;
     stConfig.ucFlags = TAP_REPLAYED;
-    writer.Write(stConfig, AsBytes(CConfig::Instance()->GetText()));
+    const CTapWriter::PLACE stPlace = writer.Write(stConfig, AsBytes(CConfig::Instance()->GetText()));
     WriteLog(writer);
     const xtl::MutexGuard guard(m_bindings.Mutex());
     for (UE_INDEX ulUeIdx = 0; ulUeIdx < MAXUENUM; ++ulUeIdx) {
@@ -174,6 +174,7 @@ void CAgentTap::WritePicture(CTapWriter& writer)
         if (m_table.Row(ulUeIdx, CHANNEL_LTE_DIAG).bConfirmed)
             WriteUe(writer, m_bindings, ulUeIdx, TAP_REPLAYED);
     }
+    return stPlace;
 }
 
 void CAgentTap::OnPacketToUe(UE_INDEX ulUeIdx, enChannelType enChannel, ByteView packet)

@@ -30,7 +30,7 @@ public:
     void OnPacketToUe(UE_INDEX ulUeIdx, enChannelType enChannel, ByteView packet) override;
 
 private:
-    void WritePicture(CTapWriter& writer);
+    CTapWriter::PLACE WritePicture(CTapWriter& writer);
 
     CBindings& m_bindings;
     const CChannelTable& m_table;

@@ -129,12 +129,10 @@ void CTapServer::Accept()
         m_vecObserver.push_back(std::move(observer));
 }
 
-/// The picture begins at the observer's place, or a few records of others behind it.
 bool CTapServer::Greet(const CUniqueFd& observer)
 {
     m_writer.SetObserved(true);
-    const CTapWriter::PLACE stPlace = m_writer.Place();
-    m_picture(m_writer);
+    const CTapWriter::PLACE stPlace = m_picture(m_writer);
     TAP_HELLO stHello = m_stHello;
     stHello.ullPosition = stPlace.ullPosition;
     stHello.ullNumber = stPlace.ullNumber;

@@ -14,9 +14,9 @@
 class CTapServer
 {
 public:
-    /// Writes the picture of what is. Called on the server's thread; what it writes follows, without a gap, whatever
-    /// was written before it was called.
-    using PICTURE = std::function<void(CTapWriter&)>;
+    /// Writes the picture of what is, and gives the place of its first record, where the observer begins. Called on the
+    /// server's thread; records of other threads may come between those of the picture.
+    using PICTURE = std::function<CTapWriter::PLACE(CTapWriter&)>;
 
     /// Makes the memory and the socket, and takes the place of a socket that nobody listens on any more. Null, with
     /// what is wrong, when that fails.

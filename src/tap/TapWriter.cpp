@@ -127,12 +127,6 @@ void CTapWriter::ShowEnd()
     m_head[TAP_END].store(m_ullEnd, std::memory_order_release);
 }
 
-CTapWriter::PLACE CTapWriter::Place()
-{
-    const xtl::MutexGuard guard(m_Lock);
-    return {m_ullEnd, m_ullNumber};
-}
-
 /// Gives up what is oldest, and a step more.
 void CTapWriter::MakeRoom(uint64_t ullWords)
 {

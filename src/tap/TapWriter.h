@@ -19,12 +19,20 @@ public:
     bool IsObserved() const { return m_bObserved.load(std::memory_order_relaxed); }
     void SetObserved(bool bObserved) { m_bObserved = bObserved; }
 
-    /// Appends a record with the bytes of both parts, one behind the other.
-    void Write(const TAP_RECORD& stRecord, ByteView first, ByteView second = {}) EXCLUDES(m_Lock)
+    /// Where a record begins, and its number.
+    struct PLACE
+    {
+        uint64_t ullPosition;
+        uint64_t ullNumber;
+    };
+    /// Appends a record with the bytes of both parts, one behind the other; gives its place.
+    PLACE Write(const TAP_RECORD& stRecord, ByteView first, ByteView second = {}) EXCLUDES(m_Lock)
     {
         const xtl::MutexGuard guard(m_Lock);
+        const PLACE stPlace{m_ullEnd, m_ullNumber};
         Append(stRecord, UnixTimeNs(), first, second);
         ShowEnd();
+        return stPlace;
     }
     /// Appends records that differ in their bytes alone, bytesOf each of the items, under one lock and with one time:
     /// what came together.
@@ -37,14 +45,6 @@ public:
             Append(stRecord, ullTime, bytesOf(item), {});
         ShowEnd();
     }
-
-    /// Where the next record begins, and its number.
-    struct PLACE
-    {
-        uint64_t ullPosition;
-        uint64_t ullNumber;
-    };
-    PLACE Place() EXCLUDES(m_Lock);
 
 private:
     void Append(const TAP_RECORD& stRecord, uint64_t ullTime, ByteView first, ByteView second) REQUIRES(m_Lock);

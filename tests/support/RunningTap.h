@@ -35,12 +35,12 @@ public:
     CTapWriter& Writer() { return m_pServer->Writer(); }
 
 private:
-    static void WritePicture(CTapWriter& writer)
+    static CTapWriter::PLACE WritePicture(CTapWriter& writer)
     {
         TAP_RECORD stRecord;
         stRecord.enKind = TAP_KIND::CONFIGURATION;
         stRecord.ucFlags = TAP_REPLAYED;
-        writer.Write(stRecord, AsBytes("picture"));
+        return writer.Write(stRecord, AsBytes("picture"));
     }
 
     std::string m_strError;

@@ -173,8 +173,8 @@ TEST_F(AgentTapTest, WithoutAnObserverNothingIsWritten)
     CTestClient client = m_fix.AddClient(CHANNEL_AT);
     client.Send(AsBytes("AT+CSQ\r"));
     m_fix.FromUe(0, CHANNEL_LTE_DIAG, LteAck(0x12345678, Hex("AA")));
-    EXPECT_EQ(m_writer.Place().ullNumber, 0u);
+    EXPECT_EQ(m_vecWords[TAP_END], 0u);
     SetTap(nullptr);
     m_fix.FromUe(0, CHANNEL_LTE_DIAG, LteAck(0x12345678, Hex("AA")));
-    EXPECT_EQ(m_writer.Place().ullNumber, 0u);
+    EXPECT_EQ(m_vecWords[TAP_END], 0u);
 }

@@ -183,11 +183,11 @@ TEST_F(TapRing, AReaderThatBeginsLaterKnowsWhatItMissedSince)
 {
     for (uint32_t i = 0; i < 3; ++i)
         m_writer.Write(Record(i), Fill(32));
-    const CTapWriter::PLACE stPlace = m_writer.Place();
+    const CTapWriter::PLACE stPlace = m_writer.Write(Record(3), Fill(32));
     EXPECT_EQ(stPlace.ullPosition, 24u);
     EXPECT_EQ(stPlace.ullNumber, 3u);
     CTapReader reader(Words(), stPlace.ullPosition, stPlace.ullNumber);
-    for (uint32_t i = 3; i < 43; ++i)
+    for (uint32_t i = 4; i < 43; ++i)
         m_writer.Write(Record(i), Fill(32));
     TAP_READ stRead;
     ASSERT_EQ(reader.Next(stRead), RESULT::RECORD);
