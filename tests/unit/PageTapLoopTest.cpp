@@ -68,9 +68,9 @@ TEST(PageTapLoop, WaitsForAnAgentAndForTheNextOne)
     CRunningLoop loop(strPath);
     ASSERT_TRUE(loop.Saw("[waiting for an agent at " + strPath + ": No such file or directory]"));
     for (const char* pszText : {"first", "second"}) {
+        const size_t szBefore = loop.Told().size();
         CRunningTap tap(strPath);
         ASSERT_TRUE(tap.IsOpen()) << tap.Error();
-        const size_t szBefore = loop.Told().size();
         ASSERT_TRUE(WaitFor([&] { return loop.Told().find("begin;picture;", szBefore) != std::string::npos; }));
         Write(tap, pszText);
         ASSERT_TRUE(loop.Saw(std::string(pszText) + ";"));
