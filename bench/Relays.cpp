@@ -51,7 +51,7 @@ bool ConnectSinks(RELAY& relay, unsigned short usFirstPort)
     return true;
 }
 
-/// Reads the tap as a recorder does, a few times a millisecond.
+/// Reads the tap as a recorder does.
 void Observe(const std::string& strTap, const std::stop_token& stop)
 {
     std::string strError;
@@ -64,7 +64,7 @@ void Observe(const std::string& strTap, const std::stop_token& stop)
     while (!stop.stop_requested()) {
         while (pTap->Reader().Next(stRead) == CTapReader::RESULT::RECORD) {
         }
-        std::this_thread::sleep_for(milliseconds(5));
+        std::this_thread::sleep_for(TAP_READ_PERIOD);
     }
     if (pTap->Reader().LostRecords() > 0)
         std::fprintf(stderr, "  an observer lost %llu records\n",

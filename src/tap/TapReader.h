@@ -2,6 +2,7 @@
 
 #include "tap/TapRecord.h"
 
+#include <chrono>
 #include <span>
 #include <vector>
 
@@ -33,6 +34,9 @@
 //
 // A new observer's first records, from the position in its hello on, are a picture of what is: the configuration, then
 // the ports, the UEs and the bindings as events, with TAP_REPLAYED. Others see it too and may pass over it.
+
+/// How long a reader that has read all waits before it looks again: at 20 MB/s the smallest ring takes 50 ms to fill.
+constexpr std::chrono::milliseconds TAP_READ_PERIOD{10};
 
 /// A record and its bytes, which are valid until the reader's next call.
 struct TAP_READ

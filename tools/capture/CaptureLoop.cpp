@@ -4,10 +4,8 @@
 
 namespace
 {
-using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr milliseconds RING_PERIOD{10}; // at 20 MB/s the smallest ring takes 50 ms to fill
 constexpr std::chrono::seconds CONNECT_PERIOD{1};
 constexpr size_t BATCH = 4096; // records between two looks at what else is to be done
 } // namespace
@@ -37,7 +35,7 @@ bool CCaptureLoop::IsOver() const
 std::unique_ptr<CTapConnection> CCaptureLoop::AwaitAgent()
 {
     std::string strTold;
-    for (; !IsOver(); std::this_thread::sleep_for(RING_PERIOD)) {
+    for (; !IsOver(); std::this_thread::sleep_for(TAP_READ_PERIOD)) {
         ShowProgress();
         const auto now = steady_clock::now();
         if (now < m_nextConnect)
@@ -62,7 +60,7 @@ void CCaptureLoop::ReadRun(CTapConnection& tap)
     m_sink.BeginRun(stRun);
     for (bool bMore = true; bMore;) {
         // Once more when it is to stop or the agent has ended: what came before that counts.
-        bMore = !IsOver() && tap.Wait(RING_PERIOD);
+        bMore = !IsOver() && tap.Wait(TAP_READ_PERIOD);
         if (!ReadRing(tap.Reader())) {
             m_progress.Problem("what the agent shows can't be read; connecting again");
             return;

@@ -4,9 +4,6 @@
 
 namespace
 {
-using std::chrono::milliseconds;
-
-constexpr milliseconds RING_PERIOD{10}; // at 20 MB/s the smallest ring takes 50 ms to fill
 constexpr std::chrono::seconds CONNECT_PERIOD{1};
 constexpr size_t BATCH = 4096; // records between two looks whether it is to stop
 } // namespace
@@ -22,7 +19,7 @@ std::unique_ptr<CTapConnection> CTapLoop::AwaitAgent()
 {
     std::string strTold;
     std::chrono::steady_clock::time_point next{};
-    for (; !m_stFeed.isStopped(); std::this_thread::sleep_for(RING_PERIOD)) {
+    for (; !m_stFeed.isStopped(); std::this_thread::sleep_for(TAP_READ_PERIOD)) {
         const auto now = std::chrono::steady_clock::now();
         if (now < next)
             continue;
@@ -43,7 +40,7 @@ void CTapLoop::ReadRun(CTapConnection& tap)
     m_stFeed.begin(tap.Hello());
     bool bRing = true;
     for (bool bMore = true; bMore && bRing && !m_stFeed.isStopped();) {
-        bMore = tap.Wait(RING_PERIOD);
+        bMore = tap.Wait(TAP_READ_PERIOD);
         bRing = ReadRing(tap.Reader()); // what came before the end counts
     }
     m_stFeed.end();
