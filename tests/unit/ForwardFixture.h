@@ -49,6 +49,12 @@ public:
         return 0;
     }
 
+    /// As a server's death can: the last message of the subject has never been. The others move up.
+    void LoseLast(const std::string& strSubject)
+    {
+        stream.erase(stream.begin() + static_cast<ptrdiff_t>(LastOf(strSubject)) - 1);
+    }
+
     bool AskLast(const std::string& strSubject, uint64_t ullToken) override
     {
         ++szAsked;

@@ -197,6 +197,55 @@ TEST_F(Forward, WhatTheHubHasLostIsSentAgain)
     EXPECT_NE(m_text.str().find("no longer has the last message"), std::string::npos);
 }
 
+TEST_F(Forward, ALaneThatTheHubHasLostTheEndOfIsSentAgainFromThere)
+{
+    Write(Name(0), Segment(100));
+    Start();
+    Run(800); // 40 s: more than the time in which a hub loses anything
+    Write(Name(1), Segment(0));
+    Run(800);
+    Write(Name(2), Segment(0));
+    Run(); // this message tells that all of the first segment is there
+    m_hub.Disconnect();
+    m_hub.LoseLast("vex.lab7." + m_pLedger->Epoch() + ".ue1.lte-data");
+    Run(2);
+    m_hub.Connect();
+    Run(200);
+    EXPECT_EQ(Arrived(), m_mapWritten);
+}
+
+TEST_F(Forward, ARestartDoesNotRelyOnWhatTheHubHasHadForAMomentOnly)
+{
+    Write(Name(0), Segment(100));
+    Start();
+    Run(500); // 25 s
+    Write(Name(1), Segment(0));
+    Run();
+    m_hub.LoseLast("vex.lab7." + m_pLedger->Epoch() + ".ue1.lte-data"); // a server is killed, and the program, too
+    Start();
+    Run(200);
+    EXPECT_EQ(Arrived(), m_mapWritten);
+}
+
+TEST_F(Forward, AMessageTellsWhatTheHubHasHadForAWhile)
+{
+    const auto completed = [&] {
+        FLEET_MESSAGE stMessage;
+        EXPECT_TRUE(DecodeMessage(m_hub.stream.back().vecBytes, stMessage));
+        return stMessage.stCompleted;
+    };
+    Write(Name(0), Segment(100));
+    Start();
+    Run(500); // 25 s
+    Write(Name(1), Segment(0));
+    Run();
+    EXPECT_EQ(completed(), FLEET_POSITION());
+    Run(800);
+    Write(Name(2), Segment(0));
+    Run();
+    EXPECT_EQ(completed(), (FLEET_POSITION{Name(1), m_mapWritten[Name(1)].size()}));
+}
+
 TEST_F(Forward, AHubThatBeginsAnewGetsTheWholeSpool)
 {
     Write(Name(0), Segment(500));

@@ -128,6 +128,8 @@ TEST_F(Forward, WhatTheHubHasIsDeletedWhenAskedFor)
     Run(40);
     EXPECT_TRUE(std::filesystem::exists(Path(Name(0)) + ".zst")); // nothing is known to be there
     m_hub.bLoseAnswers = false;
+    Run(500); // 25 s: it may still lose what it has
+    EXPECT_TRUE(std::filesystem::exists(Path(Name(0)) + ".zst"));
     Run(300);
     EXPECT_FALSE(std::filesystem::exists(Path(Name(0)) + ".zst"));
     EXPECT_TRUE(std::filesystem::exists(Path(Name(1)))); // may be compressed right now

@@ -25,8 +25,9 @@
 //   run       bytes that lay together. They are whole pcapng blocks, but for a block above FLEET_MESSAGE_MOST, which
 //             goes in pieces of that size, a message each.
 //   order     within a lane segments follow each other in the order in which they were captured, and offsets rise.
-//   completed every byte of the spool before this position, of every lane, was in the stream when the message was
-//             made. Whoever sends goes on from there; whoever reads knows that up to there nothing is missing.
+//   completed every byte of the spool before this position, of every lane, had been in the stream for a while when the
+//             message was made. Whoever sends goes on from there; whoever reads knows that up to there nothing is
+//             missing.
 //   loss      a message of its own kind, in the lane "agent": what the stream doesn't have of the segment behind the
 //             offset of its one run (of length 0) was gone or damaged before it could be sent. Segments between that
 //             one and the next one in the stream may have gone unseen with it.

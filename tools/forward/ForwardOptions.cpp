@@ -37,7 +37,7 @@ void AddOptions(CLI::App& app, FORWARD_OPTIONS& stOptions, std::string& strRate)
         ->capture_default_str()
         ->check(CLI::Range(0.1, 3600.0))
         ->type_name("SECONDS");
-    app.add_flag("--delete", stOptions.bDelete, "delete compressed segments once the hub has all of them");
+    app.add_flag("--delete", stOptions.bDelete, "delete compressed segments once the hub has had all of them for 30 s");
     app.add_flag("--allow-requests", stOptions.bRequests, "let vex-fleet send client requests to the agent");
     app.add_option("--agent", stOptions.strAgentHost, "host of the agent, for these requests")
         ->capture_default_str()

@@ -125,7 +125,9 @@ void CForwarder::KeepHouse(TIME now, bool bWrite)
     if (bWrite)
         m_nextNote = now + NOTE;
     std::string strError;
-    (void)m_ledger.SetDone(m_publisher.Completed(), m_stSettings.bDelete, bWrite, strError); // told by what follows
+    (void)m_ledger.SetDone(m_publisher.Completed(), bWrite, strError); // told by what follows
+    if (m_stSettings.bDelete && strError.empty())
+        m_ledger.DeleteBefore(m_publisher.Settled());
     m_log.State("ledger", strError);
 }
 

@@ -12,6 +12,8 @@ constexpr auto RETRY = 1s;               // after a refusal that will last
 constexpr auto DOUBT = 100ms;            // a duplicate is being applied somewhere
 constexpr auto BURST = 250ms;            // of the rate limit
 constexpr auto STUCK = 60s;              // longer than the hub takes to choose leaders
+constexpr auto SETTLE = 30s;             // the hub chooses leaders, and has lost by then what it loses
+constexpr auto MARK_PAUSE = 1s;          // between two places that settle
 constexpr unsigned int BEHIND_LIMIT = 3; // a replica that lags may answer; it has a second each time
 
 double Seconds(std::chrono::steady_clock::duration time)
@@ -32,6 +34,8 @@ void CPublisher::Reset()
     m_szWaiting = 0;
     m_start.reset();
     m_stRead = {};
+    m_marks.clear();
+    m_stSettled = {};
     (void)LaneOf(FLEET_AGENT_LANE);
 }
 
@@ -121,6 +125,7 @@ void CPublisher::Handle(const HUB_EVENT& stEvent, TIME now)
     using KIND = HUB_EVENT::KIND;
     if (stEvent.enKind == KIND::CONNECTED || stEvent.enKind == KIND::LOST) {
         m_bConnected = stEvent.enKind == KIND::CONNECTED;
+        m_marks.clear(); // what the hub had before may be what it has lost
         for (auto& [stLane, lane] : m_lanes) {
             lane.refused.reset();
             Doubt(lane, now);
@@ -161,10 +166,21 @@ void CPublisher::TakeLast(CLane& lane, const HUB_EVENT& stEvent, TIME now)
               now);
 }
 
-void CPublisher::TakeStart(const FLEET_POSITION& stCompleted)
+void CPublisher::TakeStart(const FLEET_POSITION& stSettled)
 {
-    m_start = PlaceOf(stCompleted);
-    m_stRead = *m_start;
+    m_start = PlaceOf(stSettled);
+    if (m_lost)
+        m_start = std::min(*m_start, *m_lost);
+    m_lost.reset();
+    m_stRead = m_stSettled = *m_start;
+}
+
+void CPublisher::NoteCompleted(TIME now)
+{
+    if (m_start && (m_marks.empty() || now - m_marks.back().at >= MARK_PAUSE))
+        m_marks.push_back({now, Completed()});
+    for (; !m_marks.empty() && now - m_marks.front().at >= SETTLE; m_marks.pop_front())
+        m_stSettled = m_marks.front().stCompleted;
 }
 
 /// The lane's last message has this sequence and reaches up to this place.
@@ -174,6 +190,7 @@ void CPublisher::TakePlace(CLane& lane, uint64_t ullSequence, const SPOOL_PLACE&
         return Doubt(lane, now + RETRY);
     if (stPlace < lane.stAcknowledged) {
         m_log.Line("the hub no longer has the last message of " + lane.SubjectText() + "; asking for everything anew");
+        m_lost = stPlace;
         m_bReset = true;
         return Reset(); // the lane is gone
     }
@@ -205,6 +222,7 @@ void CPublisher::Turn(TIME now)
 {
     if (!m_bConnected)
         return;
+    NoteCompleted(now);
     for (auto& [stLane, lane] : m_lanes) {
         const bool bUnderWay = lane.enState == CLane::STATE::ASKED || lane.enState == CLane::STATE::FLYING;
         if (bUnderWay && now >= lane.due)
@@ -261,6 +279,6 @@ void CPublisher::Send(CLane& lane, TIME now)
 
 std::vector<unsigned char> CPublisher::Encode(const DRAFT& stDraft) const
 {
-    return EncodeMessage({stDraft.enKind, PositionOf(stDraft.Begin()).strSegment, PositionOf(Completed()),
+    return EncodeMessage({stDraft.enKind, PositionOf(stDraft.Begin()).strSegment, PositionOf(m_stSettled),
                           stDraft.vecRuns, stDraft.vecBytes});
 }

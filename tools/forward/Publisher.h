@@ -4,6 +4,7 @@
 #include "forward/ForwardLog.h"
 #include "forward/Lane.h"
 
+#include <deque>
 #include <map>
 
 /// Brings blocks to the hub: each once, those of a lane in their order, whatever becomes of the connection.
@@ -13,6 +14,10 @@
 /// for the lane's last message, whose head tells behind which byte to go on. Two copies of one message on two ways can
 /// still meet in a cluster that hasn't yet applied the first: they carry the same Nats-Msg-Id, and the second is
 /// dropped. An answer that says "duplicate" is doubt, too: the hub is asked what it has.
+///
+/// A server that is killed can take with it what it had acknowledged in its last moments. So what a restart or a
+/// deleted segment relies on is only what the hub has had for a while, and a lane of which the hub has less than it had
+/// acknowledged is sent again from there.
 class CPublisher
 {
 public:
@@ -49,6 +54,8 @@ public:
 
     /// The hub has everything before this place.
     SPOOL_PLACE Completed() const;
+    /// The hub has had everything before this place for so long that it will keep it.
+    const SPOOL_PLACE& Settled() const { return m_stSettled; }
     /// Bytes that wait or are under way.
     size_t Waiting() const { return m_szWaiting; }
     /// Time of the oldest packet among them, CLOCK_REALTIME in ns; 0 for none.
@@ -67,7 +74,8 @@ private:
     void TakeLast(CLane& lane, const HUB_EVENT& stEvent, TIME now);
     void TakeStored(CLane& lane, const HUB_EVENT& stEvent, TIME now);
     void TakePlace(CLane& lane, uint64_t ullSequence, const SPOOL_PLACE& stPlace, TIME now);
-    void TakeStart(const FLEET_POSITION& stCompleted);
+    void TakeStart(const FLEET_POSITION& stSettled);
+    void NoteCompleted(TIME now);
     FLEET_POSITION PositionOf(const SPOOL_PLACE& stPlace) const;
     SPOOL_PLACE PlaceOf(const FLEET_POSITION& stPosition) const;
     void Reset();
@@ -79,6 +87,14 @@ private:
     std::map<FLEET_LANE, CLane> m_lanes; // the agent's is always there
     std::optional<SPOOL_PLACE> m_start;
     SPOOL_PLACE m_stRead;
+    struct MARK
+    {
+        TIME at;
+        SPOOL_PLACE stCompleted;
+    };
+    std::deque<MARK> m_marks; // of the last seconds
+    SPOOL_PLACE m_stSettled;
+    std::optional<SPOOL_PLACE> m_lost; // where the hub's part of a lane ends that had been longer
     bool m_bConnected = false;
     bool m_bReset = false;
     uint64_t m_ullToken = 0;

@@ -173,7 +173,7 @@ void CSegmentLedger::Mark(const SPOOL_PLACE& stPlace)
     }
 }
 
-bool CSegmentLedger::SetDone(const SPOOL_PLACE& stPlace, bool bDelete, bool bWrite, std::string& strError)
+bool CSegmentLedger::SetDone(const SPOOL_PLACE& stPlace, bool bWrite, std::string& strError)
 {
     Mark(stPlace);
     const auto current = m_segments.find(stPlace.ullSegment);
@@ -183,11 +183,14 @@ bool CSegmentLedger::SetDone(const SPOOL_PLACE& stPlace, bool bDelete, bool bWri
     if (m_bDirty && !Save(strError))
         return false;
     m_stWritten = bWrite ? stPlace : m_stWritten;
-    // What is deleted stands in the file as done: it isn't missed after a crash, nor taken for a new one.
+    return true;
+}
+
+void CSegmentLedger::DeleteBefore(const SPOOL_PLACE& stPlace) const
+{
     for (const auto& [ullSegment, stSegment] : m_segments) {
         std::error_code gone;
-        if (bDelete && stSegment.bDone && stSegment.bCompressed && !stSegment.strPath.empty())
+        if (ullSegment < stPlace.ullSegment && stSegment.bDone && stSegment.bCompressed && !stSegment.strPath.empty())
             (void)std::filesystem::remove(stSegment.strPath, gone);
     }
-    return true;
 }

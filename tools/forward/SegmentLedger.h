@@ -60,10 +60,12 @@ public:
     uint64_t Find(const std::string& strName) const;
     uint64_t Last() const { return m_segments.empty() ? 0 : m_segments.rbegin()->first; }
 
-    /// Everything before this place is at the hub. Segments before it that are gone are forgotten; with bDelete their
-    /// compressed files are deleted. bWrite: the place is to be on the disk, too. False, with the reason, when the
-    /// files can't be written: then nothing is deleted.
-    [[nodiscard]] bool SetDone(const SPOOL_PLACE& stPlace, bool bDelete, bool bWrite, std::string& strError);
+    /// Everything before this place is at the hub. Segments before it that are gone are forgotten. bWrite: the place is
+    /// to be on the disk, too. False, with the reason, when the files can't be written.
+    [[nodiscard]] bool SetDone(const SPOOL_PLACE& stPlace, bool bWrite, std::string& strError);
+    /// Deletes the compressed files of the segments before this place that are at the hub. They stand in the file as
+    /// done: nobody misses them after a crash, or takes them for new ones.
+    void DeleteBefore(const SPOOL_PLACE& stPlace) const;
 
 private:
     void Load();
