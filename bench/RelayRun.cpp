@@ -16,6 +16,7 @@
 #include <sstream>
 #include <sys/socket.h>
 #include <thread>
+#include <time.h>
 #include <unistd.h>
 
 namespace
@@ -39,16 +40,11 @@ double Micros(Clock::duration time)
 /// User and system time of a process, all threads, in microseconds.
 double CpuMicros(pid_t lPid)
 {
-    std::ifstream file("/proc/" + std::to_string(lPid) + "/stat");
-    std::string strText((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    std::istringstream fields(strText.substr(strText.rfind(')') + 1)); // the name may hold anything
-    std::string strSkipped;
-    for (int i = 3; i < 14; ++i)
-        fields >> strSkipped;
-    double dUser = 0;
-    double dSystem = 0;
-    fields >> dUser >> dSystem;
-    return (dUser + dSystem) * 1e6 / static_cast<double>(sysconf(_SC_CLK_TCK));
+    clockid_t clock{};
+    timespec stTime{};
+    if (clock_getcpuclockid(lPid, &clock) != 0 || clock_gettime(clock, &stTime) != 0)
+        return 0; // it has ended
+    return static_cast<double>(stTime.tv_sec) * 1e6 + static_cast<double>(stTime.tv_nsec) / 1e3;
 }
 
 /// Bytes that wait, without waiting for more.

@@ -16,7 +16,9 @@ constexpr size_t HEAD_BYTES = TAP_HEAD_WORDS * TAP_WORD_SIZE;
 CTapMemory::CTapMemory(CUniqueFd fd, size_t szRingBytes, int nProtection) : m_Fd(std::move(fd))
 {
     const size_t szBytes = HEAD_BYTES + szRingBytes;
-    void* const pMapped = mmap(nullptr, szBytes, nProtection, MAP_SHARED, m_Fd.Get(), 0);
+    // Whoever writes, on the road of a packet, is not to wait for a page then.
+    const int nFlags = MAP_SHARED | ((nProtection & PROT_WRITE) != 0 ? MAP_POPULATE : 0);
+    void* const pMapped = mmap(nullptr, szBytes, nProtection, nFlags, m_Fd.Get(), 0);
     if (pMapped == MAP_FAILED)
         return;
     m_pWords = static_cast<TAP_WORD*>(pMapped); // lock-free atomics have no state beside their value

@@ -14,8 +14,8 @@ public:
     CTapMemory(CTapMemory&& other) noexcept;
     CTapMemory& operator=(CTapMemory&& other) noexcept;
 
-    /// A new memory with a ring of so many bytes, all zero, that this mapping alone can write. None, with errno, when
-    /// the system has none.
+    /// A new memory with a ring of so many bytes, all zero, that this mapping alone can write. All of it is taken
+    /// from the system now, so that no write waits for it. None, with errno, when the system has none.
     static CTapMemory Create(size_t szRingBytes);
     /// The memory behind a descriptor that somebody else made. None when its size isn't that of such a ring, or may
     /// still shrink: then a read could end the process.

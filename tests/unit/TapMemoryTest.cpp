@@ -22,7 +22,26 @@ CUniqueFd Foreign(size_t szBytes, int nSeals)
     EXPECT_EQ(fcntl(fd.Get(), F_ADD_SEALS, nSeals), 0);
     return fd;
 }
+
+/// Whether this process has memory behind the address.
+bool IsPresent(const void* pAddress)
+{
+    constexpr uint64_t PRESENT = uint64_t{1} << 63; // proc(5)
+    const CUniqueFd map(open("/proc/self/pagemap", O_RDONLY | O_CLOEXEC));
+    uint64_t ullEntry = 0;
+    const auto nPage = static_cast<off_t>(reinterpret_cast<uintptr_t>(pAddress) / 4096);
+    EXPECT_EQ(pread(map.Get(), &ullEntry, sizeof(ullEntry), nPage * 8), 8);
+    return (ullEntry & PRESENT) != 0;
+}
 } // namespace
+
+TEST(TapMemory, NoWriteWaitsForAPage)
+{
+    CTapMemory memory = CTapMemory::Create(RING);
+    const auto words = memory.Words();
+    for (size_t i = 0; i < words.size(); i += 4096 / TAP_WORD_SIZE)
+        EXPECT_TRUE(IsPresent(&words[i])) << i;
+}
 
 TEST(TapMemory, WhatItsMakerWritesOthersRead)
 {
