@@ -107,7 +107,10 @@ ByteView CClient::CollectFrame(ByteView data)
         TapFromClient(*this, stTaken.frame, false);
         CLineLoad* const pLoad = Load();
         const uint64_t ullBefore = pLoad ? pLoad->PacedPosted() : 0;
-        m_pProcessor->ProcessClientData(stTaken.frame);
+        {
+            const xtl::MutexGuard guard(m_ProcessorMutex);
+            m_pProcessor->ProcessClientData(stTaken.frame);
+        }
         const uint64_t ullAfter = pLoad ? pLoad->PacedPosted() : 0;
         m_pPacedLoad = ullAfter == ullBefore ? m_pPacedLoad : pLoad;
         m_ullPacedUntil = ullAfter == ullBefore ? m_ullPacedUntil : ullAfter;

@@ -60,6 +60,9 @@ public:
     TAKEN_FRAME GetDiagReqPacket(ByteView data);
     /// One packet from the UE, for the processor.
     void OnSerialData(ByteSpan data);
+    /// Held while a request is handled, and on the LTE data channel while packets from the UE are, which take no lock
+    /// of all clients: a processor has one user at a time. Only the locks of rows and sends are taken with it held.
+    xtl::Mutex& ProcessorMutex() RETURN_CAPABILITY(m_ProcessorMutex) { return m_ProcessorMutex; }
     /// While one exists, packets for the client are held back as long as little is held; its end sends them. One at
     /// a time, for a moment: it's meant for packets that are all there already.
     class CSendTogether
@@ -123,6 +126,7 @@ private:
     void Watch() REQUIRES(m_SendMutex);
 
     IBindings* m_pBindings;
+    xtl::Mutex m_ProcessorMutex;
     std::unique_ptr<CDataProcessor> m_pProcessor;
     CUniqueFd m_Socket;
     enChannelType m_enType;

@@ -24,7 +24,7 @@ struct DUE_ACTION
 
 /// What the agent has yet to send to each UE, and when. A UE has one sequence at most: the host connect two seconds
 /// behind its attach, the switches behind its confirmation, 50 ms apart, and 50 ms behind the last one the report.
-/// Time is told by the caller, and the times of calls never go back. For one thread.
+/// Time is told by the caller, and the times of calls never go back. One call at a time.
 class CDueActions
 {
 public:

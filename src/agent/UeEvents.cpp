@@ -15,10 +15,9 @@
 #include <chrono>
 #include <unistd.h>
 
-// What the UE side reports, taken by one thread: ports that come and go, and packets. Two handshakes start here
-// when a channel appears: host connect on the LTE diag channel, link set-up on the GU command channel. The thread
-// serves all UEs, so it waits for none of them: what a UE is to be sent later is due then, beside what the others
-// report.
+// What the UE side reports: ports that come and go, and packets. Two handshakes start here when a channel appears: host
+// connect on the LTE diag channel, link set-up on the GU command channel. The agent message thread serves all UEs, so
+// it waits for none of them: what a UE is to be sent later is due then, beside what the others report.
 
 namespace
 {
@@ -41,6 +40,18 @@ size_t RunLength(std::span<const MSG_AGENT> msgs)
                stMsg.enChannel != stFirst.enChannel;
     };
     return static_cast<size_t>(std::ranges::find_if(msgs, isOther) - msgs.begin());
+}
+
+/// Handles run by run, and lets go of each record.
+template <class Handle> void ForEachRun(std::span<MSG_AGENT> msgs, Handle handle)
+{
+    while (!msgs.empty()) {
+        const auto run = msgs.first(RunLength(msgs));
+        handle(run);
+        for (MSG_AGENT& stMsg : run)
+            stMsg = {}; // its memory and its charge: now, and not when the next record comes into its place
+        msgs = msgs.subspan(run.size());
+    }
 }
 
 /// The channels that an attach or detach message speaks for.
@@ -102,15 +113,14 @@ void CUeEvents::ReadAgentMsgFun()
             continue;
         }
         {
-            m_bWanted = true;
-            const xtl::MutexGuard guard(m_ProcessLock);
-            m_bWanted = false;
             const CTurn turn(LOOP::AGENT_MESSAGES);
             RunDue();
-            ProcessAgentMsgs(std::span(astMsg).first(szCount));
+            ForEachRun(std::span(astMsg).first(szCount), [&](std::span<MSG_AGENT> run) {
+                ProcessAlone(run);
+                pMsgBuf->OnAgentMsgsDone(run.front().ulUeIdx, run.size());
+            });
             RunDue(); // what the records have started begins at once
         }
-        pMsgBuf->OnAgentMsgsDone(szCount);
         m_watchdog.Ping(std::chrono::steady_clock::now());
     }
     pMsgBuf->SetAgentTaker(nullptr);
@@ -119,9 +129,7 @@ void CUeEvents::ReadAgentMsgFun()
 /// Waits for records until something is due.
 size_t CUeEvents::TakeMsgs(std::span<MSG_AGENT> msgs)
 {
-    m_bWanted = true;
-    xtl::MutexGuard guard(m_ProcessLock);
-    m_bWanted = false;
+    xtl::MutexGuard guard(m_DueLock);
     const auto end = m_WaitEnd = std::min(m_due.NextTime(), m_watchdog.NextPing());
     guard.Unlock();
     return CMsgBuf::Instance()->AgentQueue().get(msgs, end);
@@ -129,15 +137,24 @@ size_t CUeEvents::TakeMsgs(std::span<MSG_AGENT> msgs)
 
 bool CUeEvents::TryTake(std::span<MSG_AGENT> msgs)
 {
-    if (m_bWanted || !m_ProcessLock.TryLock())
+    UE_LOCK& stLock = LockOf(msgs.front().ulUeIdx);
+    if (stLock.bWanted || !stLock.lock.TryLock())
         return false;
-    const CTurn turn(LOOP::AGENT_MESSAGES);
-    ProcessAgentMsgs(msgs);
-    const bool bSooner = m_due.NextTime() < m_WaitEnd;
-    m_ProcessLock.Unlock();
-    if (bSooner)
+    {
+        const CTurn turn(LOOP::AGENT_MESSAGES);
+        ForEachRun(msgs, [this](std::span<MSG_AGENT> run) { ProcessRun(run); });
+    }
+    stLock.lock.Unlock();
+    if (IsDueSooner())
         PostAgentMsg(AGENT_MSG_WAKE, 0, CHANNEL_LTE_DIAG, {});
     return true;
+}
+
+/// Whether the thread waits for longer than it should by now.
+bool CUeEvents::IsDueSooner()
+{
+    const xtl::MutexGuard guard(m_DueLock);
+    return m_due.NextTime() < m_WaitEnd;
 }
 
 void CUeEvents::RunDue()
@@ -149,7 +166,9 @@ void CUeEvents::RunDue()
 
 bool CUeEvents::RunDueAction(std::chrono::steady_clock::time_point now)
 {
+    xtl::MutexGuard guard(m_DueLock);
     const auto stAction = m_due.Take(now);
+    guard.Unlock();
     if (!stAction)
         return false;
     (void)DropOnNoMemory("a request of the agent", [&] {
@@ -170,13 +189,17 @@ bool CUeEvents::RunDueAction(std::chrono::steady_clock::time_point now)
 
 void CUeEvents::ProcessAgentMsgs(std::span<MSG_AGENT> msgs)
 {
-    while (!msgs.empty()) {
-        const auto run = msgs.first(RunLength(msgs));
-        ProcessRun(run);
-        for (MSG_AGENT& stMsg : run)
-            stMsg = {}; // its memory and its charge: now, and not when the next record comes into its place
-        msgs = msgs.subspan(run.size());
-    }
+    ForEachRun(msgs, [this](std::span<MSG_AGENT> run) { ProcessAlone(run); });
+}
+
+/// Waits for whoever is at work on the UE.
+void CUeEvents::ProcessAlone(std::span<MSG_AGENT> run)
+{
+    UE_LOCK& stLock = LockOf(run.front().ulUeIdx);
+    stLock.bWanted = true;
+    const xtl::MutexGuard guard(stLock.lock);
+    stLock.bWanted = false;
+    ProcessRun(run);
 }
 
 /// One record, or packets of one channel.
@@ -251,9 +274,10 @@ void CUeEvents::ConnectUE(const MSG_AGENT& stMsg)
 {
     if (stMsg.ulUeIdx >= MAXUENUM)
         return;
-    if (stMsg.enChannel == CHANNEL_LTE_DIAG)
+    if (stMsg.enChannel == CHANNEL_LTE_DIAG) {
+        const xtl::MutexGuard guard(m_DueLock);
         m_due.StartHostConnect(stMsg.ulUeIdx, std::chrono::steady_clock::now());
-    else if (stMsg.enChannel == CHANNEL_GU_CMD)
+    } else if (stMsg.enChannel == CHANNEL_GU_CMD)
         CGuLink::SendLinkRequest(stMsg.ulUeIdx);
 }
 
@@ -277,8 +301,10 @@ void CUeEvents::DisconnectUE(const MSG_AGENT& stMsg)
     CUE* const pUE = m_ueManager.GetUE(stMsg.ulUeIdx);
     if (stMsg.enChannel == CHANNEL_LTE_DIAG && pUE)
         pUE->ClearUEConnectionAck();
-    if (stMsg.enChannel == CHANNEL_LTE_DIAG || stMsg.ulUeIdx == TCP_UE_INDEX) // which goes as a whole
+    if (stMsg.enChannel == CHANNEL_LTE_DIAG || stMsg.ulUeIdx == TCP_UE_INDEX) { // which goes as a whole
+        const xtl::MutexGuard guard(m_DueLock);
         m_due.Cancel(stMsg.ulUeIdx);
+    }
     m_operations[stMsg.ulUeIdx]->ClearData(ChannelsOf(stMsg));
 }
 
@@ -293,6 +319,8 @@ void CUeEvents::OnUeDataArrive(std::span<MSG_AGENT> run)
         ForEachPacket(run, [&](MSG_AGENT& stMsg) {
             m_operations[stMsg.ulUeIdx]->OnUePacket(&m_bindings, stMsg.packet.Bytes(), stMsg.ulUeIdx);
         });
+    } else if (stFirst.enChannel == CHANNEL_LTE_DATA) {
+        DeliverLteData(run);
     } else {
         Deliver2Client(run);
     }
@@ -316,6 +344,22 @@ void CUeEvents::Deliver2Client(std::span<MSG_AGENT> run)
     CClient* const pClient = m_table.GetBindedClient(run.front().ulUeIdx, run.front().enChannel);
     if (!pClient)
         return;
+    const CClient::CSendTogether together(*pClient);
+    ForEachPacket(run, [&](MSG_AGENT& stMsg) { pClient->OnSerialData(stMsg.packet.Bytes()); });
+}
+
+/// The same without the lock that all clients share, so that the streams of several UEs don't wait for each other. The
+/// client's own keeps its requests apart from what comes here: nothing overtakes the answer to its bind, or comes
+/// behind that to its unbind.
+void CUeEvents::DeliverLteData(std::span<MSG_AGENT> run)
+{
+    const UE_INDEX ulUeIdx = run.front().ulUeIdx;
+    const auto pClient = m_table.GetGUDataClient(ulUeIdx, CHANNEL_LTE_DATA);
+    if (!pClient)
+        return;
+    const xtl::MutexGuard guard(pClient->ProcessorMutex());
+    if (m_table.GetBindedClient(ulUeIdx, CHANNEL_LTE_DATA) != pClient.get())
+        return; // not any more
     const CClient::CSendTogether together(*pClient);
     ForEachPacket(run, [&](MSG_AGENT& stMsg) { pClient->OnSerialData(stMsg.packet.Bytes()); });
 }
@@ -351,6 +395,7 @@ void CUeEvents::OnHostConnectCnf(UE_INDEX ulUeIdx, const ADE_ACK_PACKET_STRU& st
 
 void CUeEvents::SendDspModuleSwitch(UE_INDEX ulUeIdx)
 {
+    const xtl::MutexGuard guard(m_DueLock);
     m_due.StartSwitches(ulUeIdx, std::chrono::steady_clock::now());
 }
 

@@ -17,7 +17,7 @@ CMsgBuf::CMsgBuf() : m_UeQueue(MSG_QUEUE_CAPACITY), m_AgentQueue(MSG_QUEUE_CAPAC
 {
     for (size_t i = 0; i < MAXUENUM; ++i)
         for (size_t j = 0; j < SERIALNUM; ++j) {
-            m_FromUe[i][j].SetWakeUp(m_ReadWake);
+            m_FromUe[i][j].SetWakeUp(ReadWake(static_cast<UE_INDEX>(i)));
             m_ToUe[i][j].SetWakeUp(m_RoomWake);
         }
 }
@@ -76,18 +76,21 @@ void CMsgBuf::Charge(std::span<MSG_AGENT> msgs)
 size_t CMsgBuf::PostToAgent(std::span<MSG_AGENT> msgs, bool bData)
 {
     IAgentMsgTaker* const pTaker = m_pAgentTaker;
-    if (bData && pTaker != nullptr && m_llWithAgent == 0 && pTaker->TryTake(msgs))
+    const UE_INDEX ulUeIdx = msgs.front().ulUeIdx;
+    if (bData && pTaker != nullptr && WithAgent(ulUeIdx) == 0 && pTaker->TryTake(msgs))
         return msgs.size();
     if (bData)
         Charge(msgs);
-    m_llWithAgent += static_cast<int64_t>(msgs.size()); // before: from here on nothing may overtake them
+    WithAgent(ulUeIdx) += static_cast<int64_t>(msgs.size()); // before: from here on nothing may overtake them
     const size_t szPut = m_AgentQueue.put(msgs);
-    OnAgentMsgsDone(msgs.size() - szPut);
+    OnAgentMsgsDone(ulUeIdx, msgs.size() - szPut);
     return szPut;
 }
 
 void CAgentMsgRun::Add(UE_INDEX ulUeIdx, enChannelType enChannel, CPacket packet)
 {
+    if (m_szCount > 0 && m_astMsg.front().ulUeIdx != ulUeIdx)
+        Post();
     m_astMsg[m_szCount++] = {AGENT_MSG_DATA, ulUeIdx, enChannel, std::move(packet), {}};
     if (m_szCount == m_astMsg.size())
         Post();

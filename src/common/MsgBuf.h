@@ -22,6 +22,7 @@ constexpr unsigned int UE_MSG_TCP = 2;
 
 constexpr int MSG_QUEUE_CAPACITY = 10000; // records of each queue; a full queue blocks its writers
 constexpr size_t MSG_RUN_MAX = 256;       // records that a reader or writer of a queue handles at a time
+constexpr size_t READ_THREADS = 4;        // they share the UEs
 
 /// A record from the UE side to the agent.
 struct MSG_AGENT
@@ -76,14 +77,20 @@ public:
     virtual void OnPacketToUe(UE_INDEX ulUeIdx, enChannelType enChannel, ByteView packet) = 0;
 };
 
+/// Which of the threads that read from the UEs has this one.
+constexpr size_t ReaderOf(UE_INDEX ulUeIdx)
+{
+    return ulUeIdx % READ_THREADS;
+}
+
 /// Whoever handles the records for the agent.
 class IAgentMsgTaker
 {
 public:
     virtual ~IAgentMsgTaker() = default;
 
-    /// Handles data records on the calling thread when that can be done at once; false, and they are as they were, when
-    /// another thread is at it. No record is on the queue.
+    /// Handles data records of one UE on the calling thread when that can be done at once; false, and they are as they
+    /// were, when another thread is at that UE. No record of it is on the queue. From any thread.
     virtual bool TryTake(std::span<MSG_AGENT> msgs) = 0;
 };
 
@@ -107,12 +114,13 @@ public:
     CUeMsgQueue& UeQueue() { return m_UeQueue; }
     CAgentMsgQueue& AgentQueue() { return m_AgentQueue; }
 
-    /// From now on data records that find no other on its way are handed over on the thread that posts them.
+    /// From now on data records that find no other of their UE on its way are handed over on the thread that posts
+    /// them.
     void SetAgentTaker(IAgentMsgTaker* pTaker) { m_pAgentTaker = pTaker; }
-    /// Hands the records over, or puts them on the queue: the count of those that were taken.
+    /// Hands the records, which are of one UE, over, or puts them on the queue: the count of those that were taken.
     size_t PostToAgent(std::span<MSG_AGENT> msgs, bool bData);
-    /// Records that were on the queue are handled.
-    void OnAgentMsgsDone(size_t szCount) { m_llWithAgent -= static_cast<int64_t>(szCount); }
+    /// Records of the UE that were on the queue are handled.
+    void OnAgentMsgsDone(UE_INDEX ulUeIdx, size_t szCount) { WithAgent(ulUeIdx) -= static_cast<int64_t>(szCount); }
 
     /// Null for none, which is so from the start.
     void SetToUeObserver(IToUeObserver* pObserver) { m_pToUeObserver = pObserver; }
@@ -122,8 +130,8 @@ public:
     CLineLoad* LoadFromUe(UE_INDEX ulUeIdx, enChannelType enChannel);
     /// Packets on their way to that line.
     CLineLoad* LoadToUe(UE_INDEX ulUeIdx, enChannelType enChannel);
-    /// Of the thread that reads from the UEs: a line has room again.
-    CWakeUp& ReadWake() { return m_ReadWake; }
+    /// Of the thread that reads from the UE: a line has room again, has come or gone.
+    CWakeUp& ReadWake(UE_INDEX ulUeIdx) { return m_aReadWake[ReaderOf(ulUeIdx)]; }
     /// Of the thread that writes to the UEs: a record is on the queue.
     CWakeUp& WriteWake() { return m_WriteWake; }
     /// Of the client loop: a line takes requests again.
@@ -134,11 +142,12 @@ private:
 
     void Charge(std::span<MSG_AGENT> msgs);
     static CLineLoad* LoadOf(CLineLoads& loads, UE_INDEX ulUeIdx, enChannelType enChannel);
+    std::atomic<int64_t>& WithAgent(UE_INDEX ulUeIdx) { return m_allWithAgent[ulUeIdx % MAXUENUM]; }
 
     std::atomic<IAgentMsgTaker*> m_pAgentTaker = nullptr;
     std::atomic<IToUeObserver*> m_pToUeObserver = nullptr;
-    std::atomic<int64_t> m_llWithAgent = 0; // records on the queue or in the hands of its reader
-    CWakeUp m_ReadWake;
+    std::array<std::atomic<int64_t>, MAXUENUM> m_allWithAgent{}; // records on the queue or with its reader, by UE
+    std::array<CWakeUp, READ_THREADS> m_aReadWake;
     CWakeUp m_WriteWake;
     CWakeUp m_RoomWake;
     CLineLoads m_FromUe; // before the queues, whose records hold charges
@@ -157,6 +166,7 @@ public:
     CAgentMsgRun(const CAgentMsgRun&) = delete;
     CAgentMsgRun& operator=(const CAgentMsgRun&) = delete;
 
+    /// A record of another UE posts those before.
     void Add(UE_INDEX ulUeIdx, enChannelType enChannel, CPacket packet);
 
 private:

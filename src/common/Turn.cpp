@@ -34,8 +34,9 @@ CTurn::~CTurn()
     const auto took = std::chrono::steady_clock::now() - m_Begin;
     const int64_t llUs = std::chrono::duration_cast<std::chrono::microseconds>(took).count();
     LOOP_STATE& stLoop = g_astLoop[static_cast<size_t>(m_enLoop)];
-    if (llUs > stLoop.llLongestUs)
-        stLoop.llLongestUs = llUs; // a loop is one thread
+    int64_t llLongestUs = stLoop.llLongestUs;
+    while (llUs > llLongestUs && !stLoop.llLongestUs.compare_exchange_weak(llLongestUs, llUs)) {
+    }
     if (took > LONG_TURN)
         CDebug::Instance()->PrintInfo("The loop for %s took %.1f ms for a turn", stLoop.pszName, Ms(llUs));
 }

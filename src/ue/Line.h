@@ -27,7 +27,7 @@ enum class LINE_STATE
     CLOSED,  // all that waits for the line is lost
 };
 
-/// A serial port or a network link: it moves bytes and knows nothing of frames. The read thread and the write thread
+/// A serial port or a network link: it moves bytes and knows nothing of frames. Its read thread and the write thread
 /// use it side by side, and none of its operations waits for the modem.
 class ILine
 {
@@ -41,7 +41,7 @@ public:
     /// Tells of a fault in the line's own words.
     virtual void LogFault(LINE_FAULT enFault) const = 0;
 
-    // The read thread only.
+    // Its read thread only.
 
     /// To wait for; -1 while there is nothing to read from.
     virtual int ReadHandle() const = 0;

@@ -28,7 +28,7 @@ void CReadSet::FillPoll()
     m_vecPoll.clear();
     for (const auto& pLine : m_vecLine)
         m_vecPoll.push_back({pLine->ReadHandle(), POLLIN, 0});
-    m_vecPoll.push_back({CMsgBuf::Instance()->ReadWake().Fd(), POLLIN, 0});
+    m_vecPoll.push_back({m_wake.Fd(), POLLIN, 0});
 }
 
 /// A line with much on its way to the agent is left alone until that is dealt with, which wakes the thread.

@@ -93,7 +93,7 @@ bool CTcpLinks::Set(size_t szIndex, std::shared_ptr<TCPChannel> pLink, uint64_t 
     }
     if (pLink)
         pLink->Close(); // the one before
-    CMsgBuf::Instance()->ReadWake().Wake();
+    CMsgBuf::Instance()->ReadWake(TCP_UE_INDEX).Wake();
     return true;
 }
 
@@ -168,7 +168,7 @@ void CTcpLinks::Drop()
     for (const auto& pLink : apLink)
         if (pLink)
             pLink->Close();
-    CMsgBuf::Instance()->ReadWake().Wake();
+    CMsgBuf::Instance()->ReadWake(TCP_UE_INDEX).Wake();
     CMsgBuf::Instance()->WriteWake().Wake();
 }
 

@@ -17,21 +17,20 @@ namespace
 constexpr int READ_TICK_MS = 1000; // longest wait of the read loop
 constexpr int END_LIMIT_MS = 20'000;
 constexpr std::chrono::seconds LOOK_PERIOD(1); // between two looks for ports that are gone or back
-
-void* SerialR_Thread(void* pManager)
-{
-    if (pManager != nullptr)
-        static_cast<CUEManager*>(pManager)->ReadSerialFun();
-    return nullptr;
-}
-
-void* SerialW_Thread(void* pManager)
-{
-    if (pManager != nullptr)
-        static_cast<CUEManager*>(pManager)->WriteSerialFun();
-    return nullptr;
-}
 } // namespace
+
+void* CUEManager::SerialR_Thread(void* pReader)
+{
+    const READER& stReader = *static_cast<READER*>(pReader);
+    stReader.pManager->ReadSerialFun(stReader.szIndex);
+    return nullptr;
+}
+
+void* CUEManager::SerialW_Thread(void* pManager)
+{
+    static_cast<CUEManager*>(pManager)->WriteSerialFun();
+    return nullptr;
+}
 
 CUEManager::CUEManager() : m_Links(m_aUE[TCP_UE_INDEX].Worker())
 {
@@ -39,16 +38,19 @@ CUEManager::CUEManager() : m_Links(m_aUE[TCP_UE_INDEX].Worker())
         m_aUE[i].SetUEIdx(static_cast<UE_INDEX>(i));
         m_aUE[i].SetOnOpenFailed([this, i](enSerialType enType) { OnOpenFailed(m_aUE[i], enType); });
     }
+    for (size_t i = 0; i < m_aReader.size(); ++i) {
+        m_aReader[i].pManager = this;
+        m_aReader[i].szIndex = i;
+    }
 }
 
 CUEManager::~CUEManager()
 {
     m_DeviceMonitor.EndThread();
-    m_bRun = false;
-    CMsgBuf::Instance()->ReadWake().Wake();
-    CMsgBuf::Instance()->WriteWake().Wake();
-    (void)wait_thread(m_hReadEnding, END_LIMIT_MS);
-    (void)wait_thread(m_hWriteEnding, END_LIMIT_MS);
+    StopSerialRW();
+    for (const READER& stReader : m_aReader)
+        (void)wait_thread(stReader.hThread, END_LIMIT_MS);
+    (void)wait_thread(m_hWriteThread, END_LIMIT_MS);
     for (CUE& ue : m_aUE)
         ue.Worker().Stop();
     for (CUE& ue : m_aUE)
@@ -112,26 +114,25 @@ bool CUEManager::StopDeviceMonitor()
 bool CUEManager::StartSerialRW()
 {
     m_bRun = true;
-    m_hReadThread = m_hReadEnding = start_thread(0, SerialR_Thread, this);
-    if (m_hReadThread == -1)
-        return false;
-    m_hWriteThread = m_hWriteEnding = start_thread(0, SerialW_Thread, this);
-    if (m_hWriteThread == -1) {
-        m_bRun = false;
-        m_hReadThread = -1;
-        return false;
-    }
-    return true;
+    for (READER& stReader : m_aReader)
+        stReader.hThread = start_thread(0, SerialR_Thread, &stReader);
+    m_hWriteThread = start_thread(0, SerialW_Thread, this);
+    m_bRun = m_hWriteThread != -1 && std::ranges::none_of(m_aReader, [](const READER& st) { return st.hThread == -1; });
+    return m_bRun;
 }
 
 bool CUEManager::StopSerialRW()
 {
     m_bRun = false;
-    CMsgBuf::Instance()->ReadWake().Wake();
+    WakeReaders();
     CMsgBuf::Instance()->WriteWake().Wake();
-    m_hReadThread = -1;
-    m_hWriteThread = -1;
     return true;
+}
+
+void CUEManager::WakeReaders()
+{
+    for (UE_INDEX i = 0; i < READ_THREADS; ++i)
+        CMsgBuf::Instance()->ReadWake(i).Wake();
 }
 
 void CUEManager::OnSerialAttach(const std::string& groupid, const std::string& name, enSerialType type,
@@ -280,9 +281,14 @@ CChildChannel* CUEManager::GetSerialChannel(UE_INDEX ue, enChannelType type)
 
 void CUEManager::GetOpenedSerial(std::vector<CSerial*>& out)
 {
+    GetOpenedSerial(out, 0, 1);
+}
+
+void CUEManager::GetOpenedSerial(std::vector<CSerial*>& out, size_t szFirst, size_t szStep)
+{
     out.clear();
     const xtl::MutexGuard guard(m_UELock);
-    for (size_t i = 0; i < TCP_UE_INDEX; ++i) {
+    for (size_t i = szFirst; i < TCP_UE_INDEX; i += szStep) {
         for (size_t j = 0; j < SERIALNUM; ++j) {
             CSerial* pSerial = m_aUE[i].GetSerial(static_cast<enSerialType>(j));
             if (pSerial->IsOpen())
@@ -296,12 +302,13 @@ CUE* CUEManager::GetUE(UE_INDEX ue)
     return ue < MAXUENUM ? &m_aUE[ue] : nullptr;
 }
 
-void CUEManager::ReadSerialFun()
+void CUEManager::ReadSerialFun(size_t szReader)
 {
-    CReadSet readSet;
+    READER& stReader = m_aReader.at(szReader);
+    CReadSet readSet(CMsgBuf::Instance()->ReadWake(static_cast<UE_INDEX>(szReader)));
     while (m_bRun) {
         bool bWaited = true;
-        const bool bDone = DropOnNoMemory("a pass over the ports", [&] { bWaited = ReadPass(readSet); });
+        const bool bDone = DropOnNoMemory("a pass over the ports", [&] { bWaited = ReadPass(stReader, readSet); });
         if (!bWaited)
             CDebug::Instance()->PrintError("read serial select fail!");
         if (!bWaited || !bDone)
@@ -310,11 +317,11 @@ void CUEManager::ReadSerialFun()
 }
 
 /// Waits, and reads what is there. False when the wait failed.
-bool CUEManager::ReadPass(CReadSet& readSet)
+bool CUEManager::ReadPass(READER& stReader, CReadSet& readSet)
 {
-    CWakeUp& wake = CMsgBuf::Instance()->ReadWake();
+    CWakeUp& wake = CMsgBuf::Instance()->ReadWake(static_cast<UE_INDEX>(stReader.szIndex));
     wake.FallAsleep(); // from here on no change is missed
-    CollectLines(readSet.Lines());
+    CollectLines(stReader, readSet.Lines());
     const bool bWaited = readSet.Wait(READ_TICK_MS);
     wake.Rise();
     const CTurn turn(LOOP::SERIAL_READ);
@@ -323,12 +330,14 @@ bool CUEManager::ReadPass(CReadSet& readSet)
     return bWaited;
 }
 
-void CUEManager::CollectLines(std::vector<std::shared_ptr<ILine>>& lines)
+void CUEManager::CollectLines(READER& stReader, std::vector<std::shared_ptr<ILine>>& lines)
 {
     lines.clear();
-    GetOpenedSerial(m_vecOpened);
-    for (CSerial* const pSerial : m_vecOpened)
+    GetOpenedSerial(stReader.vecOpened, stReader.szIndex, READ_THREADS);
+    for (CSerial* const pSerial : stReader.vecOpened)
         lines.emplace_back(std::shared_ptr<ILine>(), pSerial); // ports live as long as the manager
+    if (ReaderOf(TCP_UE_INDEX) != stReader.szIndex)
+        return;
     for (const auto& pLink : m_Links.Table())
         if (pLink)
             lines.push_back(pLink);

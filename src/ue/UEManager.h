@@ -18,7 +18,8 @@ class ILine;
 class TCPChannel;
 
 /// Everything through which the agent reaches modems: the UE slots, the links of the one network UE, the device
-/// monitor, and the two threads that move bytes between ports and queues. It knows nothing of what packets mean:
+/// monitor, and the threads that move bytes between ports and queues: four that read, each from its share of the UEs,
+/// and one that writes. It knows nothing of what packets mean:
 /// upwards it posts MSG_AGENT records, downwards it takes MSG_UE records. Opening, closing and connecting are the
 /// business of each UE's worker, so that no modem holds up another.
 ///
@@ -33,7 +34,7 @@ public:
     CUEManager(const CUEManager&) = delete;
     CUEManager& operator=(const CUEManager&) = delete;
 
-    /// Starts the monitor and both threads. With configured names all ports begin to open inside.
+    /// Starts the monitor and the threads. With configured names all ports begin to open inside.
     bool Run();
     /// Tells the threads to end, and closes all ports and links. Waits for no thread. Always true.
     bool Stop();
@@ -60,17 +61,29 @@ public:
     CChildChannel* GetSerialChannel(UE_INDEX ue, enChannelType type);
     /// Fills the list anew with the open ports, slot by slot.
     void GetOpenedSerial(std::vector<CSerial*>& out) EXCLUDES(m_UELock);
+    /// The same of every szStep-th slot from szFirst on.
+    void GetOpenedSerial(std::vector<CSerial*>& out, size_t szFirst, size_t szStep) EXCLUDES(m_UELock);
     /// The slot; it lives as long as the manager. Null for 16 and above.
     CUE* GetUE(UE_INDEX ue);
     /// A link of the network UE, null when there is none. From any thread; the link can't go away while the
     /// pointer is held.
     std::shared_ptr<TCPChannel> GetTcp(enSerialType i) const { return m_Links.Get(i); }
 
-    /// Bodies of the two threads.
-    void ReadSerialFun();
+    /// Bodies of the threads.
+    void ReadSerialFun(size_t szReader);
     void WriteSerialFun();
 
 private:
+    struct READER
+    {
+        CUEManager* pManager = nullptr;
+        size_t szIndex = 0;
+        int hThread = -1;
+        std::vector<CSerial*> vecOpened; // for the thread's use, pass by pass
+    };
+    static void* SerialR_Thread(void* pReader);
+    static void* SerialW_Thread(void* pManager);
+
     struct CONFIGURED_PORT
     {
         UE_INDEX ulUeIdx;
@@ -86,19 +99,17 @@ private:
     void DetachOtherName(const std::string& name, unsigned int port) REQUIRES(m_UELock);
     void OnOpenFailed(CUE& ue, enSerialType enType) EXCLUDES(m_UELock);
     void LookForPort(const CONFIGURED_PORT& stPort) EXCLUDES(m_UELock);
-    bool ReadPass(CReadSet& readSet) EXCLUDES(m_UELock);
+    bool ReadPass(READER& stReader, CReadSet& readSet) EXCLUDES(m_UELock);
     void CloseAll() EXCLUDES(m_UELock);
-    void CollectLines(std::vector<std::shared_ptr<ILine>>& lines) EXCLUDES(m_UELock);
+    void CollectLines(READER& stReader, std::vector<std::shared_ptr<ILine>>& lines) EXCLUDES(m_UELock);
+    void WakeReaders();
     std::shared_ptr<ILine> LineOf(UE_INDEX ue, enSerialType enPort);
 
     std::array<CUE, MAXUENUM> m_aUE; // slot 15 stands for the network UE and never has a group
     CTcpLinks m_Links;
     CDeviceMonitor m_DeviceMonitor;
     std::atomic<bool> m_bRun = true;
-    std::vector<CSerial*> m_vecOpened; // for the read thread's use, pass by pass
-    int m_hReadThread = -1;
+    std::array<READER, READ_THREADS> m_aReader;
     int m_hWriteThread = -1;
-    int m_hReadEnding = -1; // the same for the destructor, as StopSerialRW forgets the two above
-    int m_hWriteEnding = -1;
     xtl::Mutex m_UELock; // over the slots
 };

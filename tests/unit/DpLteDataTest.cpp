@@ -3,9 +3,12 @@
 #include "agent/Client.h"
 #include "support/AgentFixture.h"
 #include "support/LogCapture.h"
+#include "support/WaitFor.h"
 
 #include <gtest/gtest.h>
 #include <random>
+#include <thread>
+#include <unistd.h>
 
 namespace
 {
@@ -144,6 +147,44 @@ TEST_F(DpLteData, TheClientsRequests)
     CDataProcessorLteData processor(nullptr, nullptr);
     EXPECT_EQ(processor.ProcessClientData({}), 0);
     EXPECT_EQ(log.Count("[ERR] : Lte Data Reques is NULL"), 1);
+}
+
+TEST_F(DpLteData, APacketWaitsForARequestOfItsClientAndForThatAlone)
+{
+    m_fixture.AttachUe(1, 61);
+    m_fixture.Confirm(1);
+    CTestClient other = m_fixture.AddClient(CHANNEL_LTE_DATA);
+    ASSERT_TRUE(m_fixture.Bind(other, 61));
+    CUeEvents& events = m_fixture.Agent().Events();
+    const auto data = [](UE_INDEX ulUeIdx) {
+        return MSG_AGENT{AGENT_MSG_DATA, ulUeIdx, CHANNEL_LTE_DATA, CPacket::Copy(Ind(0x10061234, {}))};
+    };
+    const Bytes seen = Packet("34 12 00 00", "00 02", {});
+
+    const auto pClient = m_client->Get()->Hold();
+    xtl::MutexGuard request(pClient->ProcessorMutex());
+    std::atomic<int> nReaderId = 0;
+    std::thread reader([&] {
+        nReaderId = gettid();
+        MSG_AGENT stMsg = data(0);
+        EXPECT_TRUE(events.TryTake({&stMsg, 1}));
+    });
+    EXPECT_TRUE(WaitFor([&] { return nReaderId != 0 && IsAsleep(nReaderId); }));
+    MSG_AGENT stSame = data(0);
+    EXPECT_FALSE(events.TryTake({&stSame, 1})) << "one thread at a time for each UE";
+    EXPECT_TRUE(stSame.packet) << "as it was";
+    MSG_AGENT stOther = data(1);
+    EXPECT_TRUE(events.TryTake({&stOther, 1}));
+    EXPECT_EQ(other.Pending(), seen);
+    EXPECT_TRUE(m_client->Pending().empty());
+
+    {
+        const xtl::MutexGuard guard(m_fixture.Agent().Bindings().Mutex());
+        EXPECT_TRUE(m_fixture.Agent().Bindings().UnBindUE(pClient.get())); // what the request was for
+    }
+    request.Unlock();
+    reader.join();
+    EXPECT_TRUE(m_client->Pending().empty()) << "nothing comes behind the answer to an unbind";
 }
 
 TEST_F(DpLteData, AJitterOfTheStampIsFlattened)

@@ -79,17 +79,17 @@ TEST_F(MsgBuf, ARunIsPostedAtItsEndOrWhenItIsFull)
     CBackgroundCall end([&] {
         CAgentMsgRun run;
         for (unsigned int i = 0; i < MSG_RUN_MAX + 2; ++i)
-            run.Add(i, CHANNEL_GU_DATA, Copy({0x01, 0x02}));
+            run.Add(3, CHANNEL_GU_DATA, Copy({static_cast<unsigned char>(i)}));
         EXPECT_EQ(DrainAgentQueue().size(), MSG_RUN_MAX);
     });
     EXPECT_TRUE(end.Returns());
     const auto vecRest = DrainAgentQueue();
     ASSERT_EQ(vecRest.size(), 2u);
-    EXPECT_EQ(vecRest[0].ulUeIdx, MSG_RUN_MAX);
-    EXPECT_EQ(vecRest[1].ulUeIdx, MSG_RUN_MAX + 1);
+    EXPECT_EQ(vecRest[0].data, Bytes{0x00}); // the 257th
+    EXPECT_EQ(vecRest[1].data, Bytes{0x01});
+    EXPECT_EQ(vecRest[1].ulUeIdx, 3u);
     EXPECT_EQ(vecRest[1].ulMsgType, AGENT_MSG_DATA);
     EXPECT_EQ(vecRest[1].enChannel, CHANNEL_GU_DATA);
-    EXPECT_EQ(vecRest[1].data, (Bytes{0x01, 0x02}));
 }
 
 namespace
@@ -145,14 +145,28 @@ TEST_F(MsgBuf, NothingOvertakesWhatIsOnTheQueueOrInTheHandsOfItsReader)
     CTaker taker;
     m_buf.SetAgentTaker(&taker);
     EXPECT_TRUE(PostAgentMsg(AGENT_MSG_CONNECT, 1, CHANNEL_LTE_DATA, {})); // never handed over
-    PostData({2});
+    PostData({1});
     EXPECT_EQ(DrainAgentQueue().size(), 2u); // taken off, but not handled yet
-    PostData({3});
+    PostData({1});
     EXPECT_TRUE(taker.m_vecUe.empty());
     EXPECT_EQ(DrainAgentQueue().size(), 1u);
-    m_buf.OnAgentMsgsDone(3);
-    PostData({4});
-    EXPECT_EQ(taker.m_vecUe, std::vector<UE_INDEX>{4});
+    m_buf.OnAgentMsgsDone(1, 2);
+    PostData({1});
+    EXPECT_TRUE(taker.m_vecUe.empty()) << "one is left";
+    EXPECT_EQ(DrainAgentQueue().size(), 1u);
+    m_buf.OnAgentMsgsDone(1, 2);
+    PostData({1});
+    EXPECT_EQ(taker.m_vecUe, std::vector<UE_INDEX>{1});
+}
+
+TEST_F(MsgBuf, WhatIsOnTheQueueOfOneUeHoldsUpNoOther)
+{
+    CTaker taker;
+    m_buf.SetAgentTaker(&taker);
+    EXPECT_TRUE(PostAgentMsg(AGENT_MSG_CONNECT, 1, CHANNEL_LTE_DATA, {}));
+    PostData({2, 1, 15});
+    EXPECT_EQ(taker.m_vecUe, (std::vector<UE_INDEX>{2, 15}));
+    EXPECT_EQ(DrainAgentQueue().size(), 2u);
 }
 
 TEST_F(MsgBuf, WithoutATakerAllGoesThroughTheQueue)
@@ -171,8 +185,8 @@ TEST_F(MsgBuf, WhatAStoppedQueueRefusesIsOnNoWay)
     m_buf.SetAgentTaker(&taker);
     m_buf.Stop();
     EXPECT_FALSE(PostAgentMsg(AGENT_MSG_DISCONNECT, 1, CHANNEL_LTE_DATA, {}));
-    PostData({2});
-    EXPECT_EQ(taker.m_vecUe, std::vector<UE_INDEX>{2}) << "the count is what it was";
+    PostData({1});
+    EXPECT_EQ(taker.m_vecUe, std::vector<UE_INDEX>{1}) << "the count is what it was";
 }
 
 TEST_F(MsgBuf, ChargesGoWithTheRecordsOfTheirLine)

@@ -155,7 +155,7 @@ TEST_P(NoMemoryTest, ALineOfAPortIsDroppedAlone)
     serial.SetSerialType(SERIAL_TYPE_AT);
     serial.SetName(modem.Name());
     ASSERT_TRUE(OpenPort(serial));
-    CReadSet readSet;
+    CReadSet readSet(CMsgBuf::Instance()->ReadWake(0));
     const auto ReadOnce = [&] {
         (void)DropOnNoMemory("a pass", [&] {
             readSet.Lines().emplace_back(std::shared_ptr<ILine>(), &serial);

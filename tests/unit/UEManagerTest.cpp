@@ -324,7 +324,7 @@ TEST(UEManager, AModemThatVanishesDoesntMakeTheReadLoopSpinNorHoldUpOthers)
 
 TEST(UEManager, ASignalDoesntEndTheWaitOfTheReadLoop)
 {
-    CReadSet readSet;
+    CReadSet readSet(CMsgBuf::Instance()->ReadWake(0));
     const int nBefore = CSignals::Count();
     const CSignals signals;
     const auto start = steady_clock::now();
