@@ -18,8 +18,8 @@ bool GetMemValue(ByteSpan dst, const VALUE_STRU& value, ByteView src, size_t szL
 bool SetMemValue(ByteSpan dst, const VALUE_STRU& value, ByteView src);
 
 /// Where the two directions of a client's channel meet. A client owns exactly one, chosen by its channel.
-/// ProcessClientData runs on the main thread, ProcessSerialData on the agent message thread or the one that has read the
-/// packet, never both at a time.
+/// ProcessClientData runs on the main thread, ProcessSerialData on the agent message thread or the one that has read
+/// the packet, never both at a time.
 class CDataProcessor
 {
 public:
