@@ -238,7 +238,7 @@ bool CSerial::FinishOpen(uint64_t ullOpening, const std::function<void()>& fnRep
         fnReport();
         m_enState = LINE_STATE::OPEN;
     }
-    CMsgBuf::Instance()->ReadWake(GetUEIdx()).Wake();
+    CMsgBuf::Instance()->ReadWake(CSerial::GetUEIdx()).Wake();
     CMsgBuf::Instance()->WriteWake().Wake();
     return true;
 }
@@ -265,7 +265,7 @@ CClosingDevice CSerial::TakeDevice()
 CClosingDevice CSerial::EndUse()
 {
     CClosingDevice device = TakeDevice();
-    CMsgBuf::Instance()->ReadWake(GetUEIdx()).Wake();
+    CMsgBuf::Instance()->ReadWake(CSerial::GetUEIdx()).Wake();
     CMsgBuf::Instance()->WriteWake().Wake();
     CDebug::Instance()->PrintInfo("Close Serial %s", GetName().c_str());
     return device;
