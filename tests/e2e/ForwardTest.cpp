@@ -233,6 +233,17 @@ TEST_F(ForwardE2e, ItSaysWhyAHubDoesNotTakeIt)
         return pStranger->Errors().find("waiting for the hub at ") != std::string::npos &&
                pStranger->Errors().find("Authorization Violation") != std::string::npos;
     })) << pStranger->Errors();
+    // The lab takes it into its fleet.
+    m_hubs.Dir().Write("fleet.json", R"({"benches": ["car-7", "stranger"], "lab": ["lab"]})");
+    CVexProcess permissions(std::string(VEX_BIN_DIR) + "/vex-fleet",
+                            {"init", "fleet.json", "--permissions", "users.conf"}, m_hubs.Dir().Path());
+    ASSERT_EQ(permissions.WaitExit(), 0) << permissions.Errors();
+    for (size_t szHub = 0; szHub < CHubs::COUNT; ++szHub)
+        m_hubs.Kill(szHub);
+    m_hubs.Start();
+    EXPECT_TRUE(
+        WaitFor([&] { return pStranger->Errors().find("connected to the hub") != std::string::npos; }, seconds(30)))
+        << pStranger->Errors();
 }
 
 TEST_F(ForwardE2e, AWrongCertificateIsAnErrorAtTheStart)

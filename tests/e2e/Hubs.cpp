@@ -8,7 +8,7 @@ namespace
 {
 constexpr const char* SERVER = "/usr/sbin/nats-server";
 constexpr const char* ADDRESS = "127.0.0.1";
-constexpr std::chrono::seconds LIMIT{20};
+constexpr std::chrono::seconds LIMIT{40};
 
 std::string Program()
 {

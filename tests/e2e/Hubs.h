@@ -20,7 +20,7 @@ public:
 
     /// Starts all that don't run.
     void Start();
-    /// Waits until there are the stream and the bucket; false when that takes more than 20 s.
+    /// Waits until there are the stream and the bucket; false when that takes more than 40 s.
     [[nodiscard]] bool Init() const;
     /// SIGKILL.
     void Kill(size_t szHub) { m_apHub.at(szHub).reset(); }

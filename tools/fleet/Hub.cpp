@@ -236,6 +236,11 @@ bool CHub::IsConnected() const
     return natsConnection_Status(m_pConnection) == NATS_CONN_STATUS_CONNECTED;
 }
 
+bool CHub::IsClosed() const
+{
+    return natsConnection_IsClosed(m_pConnection);
+}
+
 std::string CHub::Server() const
 {
     std::array<char, 256> szUrl{};

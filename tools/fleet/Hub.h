@@ -76,6 +76,8 @@ public:
 
     natsConnection* Get() const { return m_pConnection; }
     bool IsConnected() const;
+    /// For good: the library gives up when servers refuse whoever it is.
+    bool IsClosed() const;
     /// "nats://10.0.0.1:4222", or empty.
     std::string Server() const;
 

@@ -11,9 +11,20 @@
 #include <csignal>
 #include <optional>
 #include <random>
+#include <thread>
 
 namespace
 {
+constexpr std::chrono::seconds REFUSED_PAUSE(5); // before servers that refused the bench are asked again
+
+/// Ends early when the program is to end.
+void Pause(std::chrono::milliseconds time)
+{
+    const auto end = std::chrono::steady_clock::now() + time;
+    while (!StopRequested() && std::chrono::steady_clock::now() < end)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+}
+
 FORWARD_EXIT Fail(CForwardLog& log, const std::string& strError)
 {
     log.Line(strError);
@@ -26,11 +37,12 @@ void TellWhyNot(const FORWARD_OPTIONS& stOptions, CNatsHub& hub, CForwardLog& lo
         return;
     const std::string strWhy = WhyNoHub(stOptions.stHub);
     if (!strWhy.empty() && !hub.Connection().IsConnected())
-        log.Line("waiting for the hub at " + HubNames(stOptions.stHub) + ": " + strWhy);
+        log.State("waiting", "waiting for the hub at " + HubNames(stOptions.stHub) + ": " + strWhy);
 }
 
-/// Until the program is to end, or its server takes nothing for long: then none, and another one is to be tried.
-std::optional<FORWARD_EXIT> ServeOver(const FORWARD_OPTIONS& stOptions, CSegmentLedger& ledger, CForwardLog& log)
+/// Until the program is to end; or none, when it is to begin anew: all servers have refused the bench, for which the
+/// library gives up, or the one at hand takes nothing for long, and another one comes first then.
+std::optional<FORWARD_EXIT> ServeOver(FORWARD_OPTIONS& stOptions, CSegmentLedger& ledger, CForwardLog& log)
 {
     std::string strError;
     const auto pHub = CNatsHub::Open(stOptions.stHub, stOptions.strBench, strError);
@@ -39,7 +51,8 @@ std::optional<FORWARD_EXIT> ServeOver(const FORWARD_OPTIONS& stOptions, CSegment
     std::unique_ptr<CRequests> pRequests;
     if (stOptions.bRequests)
         pRequests = CRequests::Open(pHub->Connection(), stOptions.strBench, stOptions.strAgentHost, strError);
-    if (stOptions.bRequests && !pRequests)
+    const auto isClosed = [&] { return pHub->Connection().IsClosed(); };
+    if (stOptions.bRequests && !pRequests && !isClosed())
         return Fail(log, strError);
     TellWhyNot(stOptions, *pHub, log);
     CForwarder forwarder({.stPublish = {stOptions.strBench, ledger.Epoch(), stOptions.ullMaxRate},
@@ -48,11 +61,19 @@ std::optional<FORWARD_EXIT> ServeOver(const FORWARD_OPTIONS& stOptions, CSegment
                           .bRequests = stOptions.bRequests},
                          ledger, *pHub, log);
     const auto isStuck = [&] { return forwarder.Publisher().IsStuck(std::chrono::steady_clock::now()); };
-    forwarder.Run([&] { return StopRequested() || isStuck(); });
-    if (!StopRequested())
+    forwarder.Run([&] { return StopRequested() || isStuck() || isClosed(); });
+    if (StopRequested()) {
+        log.Line("ended");
+        return FORWARD_DONE;
+    }
+    if (isClosed()) {
+        Pause(REFUSED_PAUSE);
         return std::nullopt;
-    log.Line("ended");
-    return FORWARD_DONE;
+    }
+    log.Line("this server of the hub has not taken what waits for a minute; trying the next one");
+    auto& servers = stOptions.stHub.servers;
+    std::rotate(servers.begin(), servers.begin() + 1, servers.end());
+    return std::nullopt;
 }
 
 FORWARD_EXIT Serve(FORWARD_OPTIONS stOptions, CForwardLog& log)
@@ -65,12 +86,9 @@ FORWARD_EXIT Serve(FORWARD_OPTIONS stOptions, CForwardLog& log)
     if (!ledger.Open(strError))
         return Fail(log, strError);
     log.Line("bench " + stOptions.strBench + ", installation " + ledger.Epoch() + ", spool " + stOptions.strSpool);
-    for (;;) {
+    for (;;)
         if (const auto end = ServeOver(stOptions, ledger, log))
             return *end;
-        log.Line("this server of the hub has not taken what waits for a minute; trying the next one");
-        std::rotate(servers.begin(), servers.begin() + 1, servers.end());
-    }
 }
 } // namespace
 

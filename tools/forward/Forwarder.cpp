@@ -41,8 +41,9 @@ void CForwarder::Run(const std::function<bool()>& isStopped)
     }
     KeepHouse(std::chrono::steady_clock::now(), true);
     m_log.State("link", "");
-    m_log.Line("the hub has taken " + std::to_string(m_publisher.SentBytes()) + " bytes in " +
-               std::to_string(m_publisher.SentMessages()) + " messages");
+    if (m_publisher.SentMessages() > 0)
+        m_log.Line("the hub has taken " + std::to_string(m_publisher.SentBytes()) + " bytes in " +
+                   std::to_string(m_publisher.SentMessages()) + " messages");
 }
 
 bool CForwarder::Turn(TIME now)
@@ -79,6 +80,7 @@ void CForwarder::Tell(const HUB_EVENT& stEvent)
     if (stEvent.enKind == KIND::CONNECTED) {
         m_bStateDue = true;
         m_log.State("problem", "");
+        m_log.State("waiting", "");
         m_log.State("link", "connected to the hub");
     }
     if (stEvent.enKind == KIND::LOST)

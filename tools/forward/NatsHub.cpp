@@ -103,7 +103,7 @@ std::unique_ptr<CNatsHub> CNatsHub::Open(HUB_OPTIONS stOptions, const std::strin
     pNew->m_strInbox = stOptions.strInboxPrefix + strUnique.substr(strUnique.rfind('.'));
     pNew->m_pAnswers = CHubSubscription::Open(
         *pNew->m_pHub, pNew->m_strInbox + ".*", [pThis](natsMsg& msg) { pThis->TakeAnswer(msg); }, strError);
-    return pNew->m_pAnswers ? std::move(pNew) : nullptr;
+    return pNew->m_pAnswers || pNew->m_pHub->IsClosed() ? std::move(pNew) : nullptr;
 }
 
 void CNatsHub::Put(HUB_EVENT event)
