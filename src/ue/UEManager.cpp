@@ -117,8 +117,11 @@ bool CUEManager::StartSerialRW()
     for (READER& stReader : m_aReader)
         stReader.hThread = start_thread(0, SerialR_Thread, &stReader);
     m_hWriteThread = start_thread(0, SerialW_Thread, this);
-    m_bRun = m_hWriteThread != -1 && std::ranges::none_of(m_aReader, [](const READER& st) { return st.hThread == -1; });
-    return m_bRun;
+    const auto isMissing = [](const READER& stReader) { return stReader.hThread == -1; };
+    if (m_hWriteThread != -1 && std::ranges::none_of(m_aReader, isMissing))
+        return true;
+    m_bRun = false;
+    return false;
 }
 
 bool CUEManager::StopSerialRW()

@@ -21,7 +21,7 @@ constexpr size_t FRAME_LEAD_TIME_SSID = 17;
 constexpr size_t FRAME_LEAD_RTC_CPUID = 9;
 
 /// OM USB frames of the GU channel. Encapsulation touches no state. Decapsulation keeps a frame that straddles two
-/// blocks and belongs to one thread, the agent message thread. Segments aren't joined.
+/// blocks and belongs to the UE's thread. Segments aren't joined.
 class CGUDataProcess
 {
 public:

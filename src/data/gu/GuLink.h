@@ -10,7 +10,7 @@ enum DSDA_MODEM_ID_ENUM : unsigned int
     MODEM_ID_1 = 1,
 };
 
-/// The GU link of one UE: its set-up, and what the agent asks the UE by itself. The agent message thread only.
+/// The GU link of one UE: its set-up, and what the agent asks the UE by itself. The UE's thread only.
 class CGuLink
 {
 public:

@@ -42,7 +42,7 @@ struct GU_CLOCK
 };
 
 /// All GU state of one UE. Lives as long as the agent. Requests come on the main thread, UE packets and the UE's
-/// disconnect on the agent message thread; what both touch is atomic or under one of the small locks below. None
+/// disconnect on the UE's thread; what both touch is atomic or under one of the small locks below. None
 /// of them is held across a send; the caller may hold one of its own, as a register statistic does in its report.
 class COperationGUData : public IGuRequests, public IReportOperation
 {
@@ -88,7 +88,7 @@ public:
     CMsgDisp* GetTraceMsgDisp() const { return m_pTraceDisp.get(); }
     CTraceReqCounter& TraceCounter() override { return m_TraceCounter; }
 
-    // UE to client. The agent message thread only.
+    // UE to client. The UE's thread only.
     int ProcOtaMsgFromUe(ByteView packet, unsigned int ulModem);
     int ProcQueryMsgFromUe(ByteView packet, unsigned int ulModem);
     int DecomposeTransMsg(ByteView packet, unsigned int ulModem);
@@ -168,7 +168,7 @@ private:
     std::atomic<IBindings*> m_pBindings = nullptr;
     CUeReports m_Reports;
 
-    // The agent message thread only.
+    // The UE's thread only.
     bool m_bImeiOk = false;
     bool m_bVersionOk = false;
     GU_CLOCK m_stClock;

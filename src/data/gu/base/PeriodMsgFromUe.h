@@ -53,5 +53,5 @@ protected:
     std::atomic<unsigned short> m_usPeriod = 0;
     std::vector<unsigned char> m_data GUARDED_BY(m_Mutex);
     mutable xtl::Mutex m_Mutex;
-    unsigned int m_ulLastReport = 0; // ms; agent message thread only
+    unsigned int m_ulLastReport = 0; // ms; the UE's thread only
 };

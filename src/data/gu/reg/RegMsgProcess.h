@@ -9,7 +9,7 @@ class IGuOperation;
 class CRegisterManager;
 
 /// Owns one of each of the register statistics: answers the client's start and stop requests and runs every started
-/// statistic on every indication. Requests come on the main thread, indications on the agent message thread.
+/// statistic on every indication. Requests come on the main thread, indications on the UE's thread.
 class CRegMsgProcess
 {
 public:

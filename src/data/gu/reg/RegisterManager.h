@@ -29,7 +29,7 @@ struct REG_BASE_ADDR_STRU
 /// The agent's end of the UE's register stream: knows the bases of the register banks, counts who needs which
 /// register, tells the UE what to stream, and hands each indication to the statistics.
 ///
-/// Requests of clients come on the main thread, everything from the UE on the agent message thread. A small lock
+/// Requests of clients come on the main thread, everything from the UE on the UE's thread. A small lock
 /// covers addresses, maps and lists; it is never held across a send, since a send pauses and may block.
 class CRegisterManager
 {

@@ -13,7 +13,7 @@
 
 // Road-test values: each is the work of a message processor that listens to UE messages, computes, and reports at
 // the period that a client chose. CMsgDisp finds the processor, by UE message id for what arrives and by client
-// packet id for what is asked for. Requests come on the main thread, UE messages on the agent message thread; what
+// packet id for what is asked for. Requests come on the main thread, UE messages on the UE's thread; what
 // both touch (periods, flags, active counts) is atomic.
 
 class CMsgDisp;

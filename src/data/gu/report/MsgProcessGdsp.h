@@ -40,7 +40,7 @@ private:
     void ReportCells(ByteView payload, unsigned int ulTimeStamp);
     void ReportMinimum(ByteView payload, unsigned int ulTimeStamp);
 
-    std::deque<UE_MSG_DATA_STRU> m_dequeHistory; // agent message thread only
+    std::deque<UE_MSG_DATA_STRU> m_dequeHistory; // the UE's thread only
 };
 
 /// BA list and the channels beside the serving one.

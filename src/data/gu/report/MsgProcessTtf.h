@@ -39,7 +39,7 @@ public:
     /// The column seen most often, the lowest of several; 0xFFFF when none was.
     unsigned short GetCodingScheme(ENUM_LEVEL enLevel) const;
 
-    // The second timeslot set. The agent message thread only. The count tells all bits of the mask, even if the set
+    // The second timeslot set. The UE's thread only. The count tells all bits of the mask, even if the set
     // holds one fewer.
     ByteView SecondTimeslots() const { return m_aucTs2; }
     unsigned char SecondTimeslotCount() const { return m_ucTs2Count; }
@@ -53,7 +53,7 @@ private:
     void ReportTimeslots(ByteView payload, unsigned int ulTimeStamp);
     void ReportCurrentCodes(ByteView payload, unsigned int ulTimeStamp);
 
-    // The agent message thread only.
+    // The UE's thread only.
     std::array<unsigned char, TS_SET_SIZE> m_aucTs1{};
     unsigned char m_ucTs1Count = 0;
     std::array<unsigned char, TS_SET_SIZE> m_aucTs2{};
@@ -84,7 +84,7 @@ public:
     bool SendReqToUe(ByteView request) override;
 
     /// Position of a timeslot in the second set of the first modem's maintenance information, for either modem;
-    /// TS_POS_NONE when it isn't there. The agent message thread only.
+    /// TS_POS_NONE when it isn't there. The UE's thread only.
     unsigned short GetPosOfTsNumber(unsigned short usTn) const;
     void SetCodeType(unsigned short usCode, unsigned char ucPos) EXCLUDES(m_Lock);
     /// Fills the rows of the first usRows positions of a cleared table of BLOCKS rows.

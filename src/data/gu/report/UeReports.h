@@ -81,7 +81,7 @@ private:
     CPeriodMACMsgFromUe m_MacReport;
     CPeriodReorderingMsgFromUe m_ReorderReport;
 
-    // The agent message thread only.
+    // The UE's thread only.
     unsigned int m_ulTick = 0;
     time_t m_tRlcStart = 0; // start of the UE's RLC counters, in seconds
 };
