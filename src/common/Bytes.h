@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <concepts>
 #include <cstddef>
@@ -25,6 +26,11 @@ template <class Byte> constexpr std::span<Byte> Slice(std::span<Byte> bytes, siz
 template <std::unsigned_integral T> constexpr T LoadLe(ByteView bytes, size_t szOffset)
 {
     const ByteView field = Slice(bytes, szOffset, sizeof(T));
+    if (std::endian::native == std::endian::little && field.size() == sizeof(T)) { // one load
+        std::array<unsigned char, sizeof(T)> aucField{};
+        std::copy_n(field.begin(), aucField.size(), aucField.begin());
+        return std::bit_cast<T>(aucField);
+    }
     T value = 0;
     for (size_t i = 0; i < field.size(); ++i)
         value = static_cast<T>(value | static_cast<T>(static_cast<T>(field[i]) << (8 * i)));
@@ -35,6 +41,11 @@ template <std::unsigned_integral T> constexpr T LoadLe(ByteView bytes, size_t sz
 template <std::unsigned_integral T> constexpr void StoreLe(ByteSpan bytes, size_t szOffset, T value)
 {
     const ByteSpan field = Slice(bytes, szOffset, sizeof(T));
+    if (std::endian::native == std::endian::little && field.size() == sizeof(T)) { // one store
+        const auto aucField = std::bit_cast<std::array<unsigned char, sizeof(T)>>(value);
+        std::copy_n(aucField.begin(), aucField.size(), field.begin());
+        return;
+    }
     for (size_t i = 0; i < field.size(); ++i)
         field[i] = static_cast<unsigned char>(value >> (8 * i));
 }

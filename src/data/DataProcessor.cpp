@@ -4,13 +4,6 @@
 
 namespace
 {
-constexpr size_t FIELD_SIZE_MAX = 8; // bytes of a configured field
-
-bool IsFieldUsable(const VALUE_STRU& value, size_t szLimit, size_t szLocal)
-{
-    return value.usSize != 0 && value.usSize <= FIELD_SIZE_MAX && value.usOffset <= szLimit && value.usSize <= szLocal;
-}
-
 /// The agent's version as its payload: the text with its NUL.
 ByteView VersionPayload(const char* pszVersion)
 {
@@ -19,19 +12,11 @@ ByteView VersionPayload(const char* pszVersion)
 }
 } // namespace
 
-bool GetMemValue(ByteSpan dst, const VALUE_STRU& value, ByteView src, size_t szLimit)
+bool SetMemValue(ByteSpan dst, const VALUE_STRU& stField, ByteView src)
 {
-    if (!IsFieldUsable(value, szLimit, dst.size()))
+    if (!IsFieldUsable(stField, dst.size(), src.size()))
         return false;
-    CopyPadded(dst.first(value.usSize), src, value.usOffset);
-    return true;
-}
-
-bool SetMemValue(ByteSpan dst, const VALUE_STRU& value, ByteView src)
-{
-    if (!IsFieldUsable(value, dst.size(), src.size()))
-        return false;
-    const ByteSpan field = Slice(dst, value.usOffset, value.usSize);
+    const ByteSpan field = Slice(dst, stField.usOffset, stField.usSize);
     std::copy_n(src.begin(), field.size(), field.begin());
     return true;
 }

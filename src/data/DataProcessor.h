@@ -9,13 +9,28 @@
 #include <atomic>
 #include <memory>
 
-/// Reads one configured field: usSize bytes of src at usOffset go to dst, which keeps its other bytes. False, and
-/// nothing copied, when the size is 0, above 8 or above that of dst, or the offset above usLimit. Offset plus size
-/// isn't checked against the limit; what lies beyond src reads as zero.
-bool GetMemValue(ByteSpan dst, const VALUE_STRU& value, ByteView src, size_t szLimit);
-/// Writes one configured field: usSize low bytes of src go to dst at usOffset. False, and nothing copied, as above
-/// (with the size of src, and dst.size() as the limit). Bytes that would lie beyond dst are left out.
-bool SetMemValue(ByteSpan dst, const VALUE_STRU& value, ByteView src);
+/// Whether a field can be read or written: its size is 1 to 8 and not above that of the value, its offset not above
+/// the limit. Offset plus size isn't checked against that.
+constexpr bool IsFieldUsable(const VALUE_STRU& stField, size_t szLimit, size_t szValue)
+{
+    constexpr size_t FIELD_SIZE_MAX = 8;
+    return stField.usSize != 0 && stField.usSize <= FIELD_SIZE_MAX && stField.usOffset <= szLimit &&
+           stField.usSize <= szValue;
+}
+
+/// Reads one configured field into the low bytes of a value, whose other bytes stay. False, and the value as it was,
+/// when the field isn't usable. What lies beyond src reads as zero.
+template <std::unsigned_integral T> bool GetMemValue(T& value, const VALUE_STRU& stField, ByteView src, size_t szLimit)
+{
+    if (!IsFieldUsable(stField, szLimit, sizeof(T)))
+        return false;
+    const T kept = stField.usSize == sizeof(T) ? T{0} : static_cast<T>(static_cast<T>(-1) << (8 * stField.usSize));
+    value = static_cast<T>((value & kept) | (LoadLe<T>(src, stField.usOffset) & ~kept));
+    return true;
+}
+/// Writes one configured field: usSize low bytes of src go to dst at usOffset. False, and nothing copied, when the
+/// field isn't usable with dst.size() as the limit. Bytes that would lie beyond dst are left out.
+bool SetMemValue(ByteSpan dst, const VALUE_STRU& stField, ByteView src);
 
 /// Where the two directions of a client's channel meet. A client owns exactly one, chosen by its channel.
 /// ProcessClientData runs on the main thread, ProcessSerialData on the agent message thread or the one that has read

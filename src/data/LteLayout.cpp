@@ -32,21 +32,11 @@ enum
     UID_TAG = 1
 };
 
-/// Reads a configured field into the low bytes of a value, whose other bytes stay. False leaves the value alone.
-template <std::unsigned_integral T> bool ReadField(T& value, const VALUE_STRU& stField, ByteView packet, size_t szLimit)
-{
-    std::array<unsigned char, sizeof(T)> aucValue{};
-    StoreLe<T>(aucValue, 0, value);
-    const bool bRead = GetMemValue(aucValue, stField, packet, szLimit);
-    value = LoadLe<T>(aucValue, 0);
-    return bRead;
-}
-
 /// Reads a configured field into a cleared value; what it was before when the field can't be read.
 template <std::unsigned_integral T> void ReadFresh(T& value, const VALUE_STRU& stField, ByteView packet)
 {
     T fresh = 0;
-    if (ReadField(fresh, stField, packet, packet.size()))
+    if (GetMemValue(fresh, stField, packet, packet.size()))
         value = fresh;
 }
 
@@ -124,7 +114,7 @@ bool DecodeAckPacket(const FILTER_CFG_STRU& stLayout, ByteView packet, ADE_ACK_P
     // One value for all four fields, cleared once: a field of fewer than four bytes keeps the high bytes of the one
     // before it. Layouts in use are made for it.
     uint32_t ulValue = 0;
-    const auto Read = [&](size_t i) { return ReadField(ulValue, stLayout.astAckHeader[i], packet, packet.size()); };
+    const auto Read = [&](size_t i) { return GetMemValue(ulValue, stLayout.astAckHeader[i], packet, packet.size()); };
     stAck.ulCmdId = Read(ACK_ID) ? ulValue : ID_INVALID;
     (void)Read(ACK_UNUSED); // only its high bytes may show in the next field
     if (Read(ACK_FIELD))
@@ -174,7 +164,7 @@ unsigned int ClassifyPacket(const FILTER_CFG_STRU& stLayout, ByteView packet, PA
 
     // DATA_ACK_CHL_PACKET_OFFSET is a bound of the tag's offset here, not a position.
     uint32_t ulTag = 0;
-    if (!ReadField(ulTag, stTag, packet, stLayout.usDataAckOffset))
+    if (!GetMemValue(ulTag, stTag, packet, stLayout.usDataAckOffset))
         return DIAG_RC_BAD_FIELD;
     const auto ucTag = static_cast<uint8_t>(ulTag);
     if (ucTag == stLayout.ucDataTagFirst || ucTag == stLayout.ucDataTagSecond) {
@@ -183,7 +173,7 @@ unsigned int ClassifyPacket(const FILTER_CFG_STRU& stLayout, ByteView packet, PA
     }
 
     uint32_t ulCmdId = 0;
-    (void)ReadField(ulCmdId, stLayout.astAckHeader[ACK_ID], packet, ACK_ID_LIMIT); // an id that can't be read is 0
+    (void)GetMemValue(ulCmdId, stLayout.astAckHeader[ACK_ID], packet, ACK_ID_LIMIT); // an id that can't be read is 0
     if (ulCmdId == ID_INVALID)
         return DIAG_RC_BAD_HEADER;
     enCategory = IsMgrAckId(ulCmdId) ? PACKET_CATEGORY_MGR_ACK : PACKET_CATEGORY_ACK;

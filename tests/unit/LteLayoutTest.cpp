@@ -18,11 +18,13 @@ const FILTER_CFG_STRU& Layout(const std::string& strText)
     return *CConfig::Instance()->GetFilterCfg();
 }
 
-/// GetMemValue into a value of szLocal bytes that are all EE before.
-std::pair<bool, Bytes> Get(VALUE_STRU stField, const Bytes& src, size_t szLimit, size_t szLocal)
+/// GetMemValue into a value whose bytes are all EE before, as its bytes.
+template <class T = uint32_t> std::pair<bool, Bytes> Get(VALUE_STRU stField, const Bytes& src, size_t szLimit)
 {
-    Bytes dst = Fill(szLocal, 0xEE);
-    const bool bOk = GetMemValue(dst, stField, src, szLimit);
+    Bytes dst = Fill(sizeof(T), 0xEE);
+    T value = LoadLe<T>(dst, 0);
+    const bool bOk = GetMemValue(value, stField, src, szLimit);
+    StoreLe<T>(dst, 0, value);
     return {bOk, dst};
 }
 
@@ -51,26 +53,29 @@ Bytes Encoded(const FILTER_CFG_STRU& stLayout, unsigned int ulId, unsigned char 
 TEST(MemValue, GetCopiesTheFieldIntoTheLowBytes)
 {
     const Bytes src = Hex("01 02 03 04 05 06 07 08 09");
-    EXPECT_EQ(Get({1, 2}, src, 9, 4), (Result{true, Hex("02 03 EE EE")}));
-    EXPECT_EQ(Get({0, 8}, src, 9, 8), (Result{true, Hex("01 02 03 04 05 06 07 08")}));
+    EXPECT_EQ(Get({1, 2}, src, 9), (Result{true, Hex("02 03 EE EE")}));
+    EXPECT_EQ(Get({5, 3}, src, 9), (Result{true, Hex("06 07 08 EE")}));
+    EXPECT_EQ(Get<uint64_t>({0, 8}, src, 9), (Result{true, Hex("01 02 03 04 05 06 07 08")}));
+    EXPECT_EQ(Get<uint64_t>({2, 5}, src, 9), (Result{true, Hex("03 04 05 06 07 EE EE EE")}));
+    EXPECT_EQ(Get<uint8_t>({2, 1}, src, 9), (Result{true, Hex("03")}));
 }
 
 TEST(MemValue, GetRefusesWhatIsNoField)
 {
     const Bytes src = Fill(16, 1);
     const Bytes kept4 = Fill(4, 0xEE);
-    EXPECT_EQ(Get({0, 0}, src, 16, 4), (Result{false, kept4})) << "size 0";
-    EXPECT_EQ(Get({0, 9}, src, 16, 16), (Result{false, Fill(16, 0xEE)})) << "size 9";
-    EXPECT_EQ(Get({0, 5}, src, 16, 4), (Result{false, kept4})) << "wider than the value";
-    EXPECT_EQ(Get({9, 1}, src, 8, 4), (Result{false, kept4})) << "offset above the limit";
+    EXPECT_EQ(Get({0, 0}, src, 16), (Result{false, kept4})) << "size 0";
+    EXPECT_EQ(Get<uint64_t>({0, 9}, src, 16), (Result{false, Fill(8, 0xEE)})) << "size 9";
+    EXPECT_EQ(Get({0, 5}, src, 16), (Result{false, kept4})) << "wider than the value";
+    EXPECT_EQ(Get({9, 1}, src, 8), (Result{false, kept4})) << "offset above the limit";
 }
 
 TEST(MemValue, AnOffsetEqualToTheLengthPassesAndReadsZeros)
 {
     const Bytes src = Hex("01 02 03 04");
-    EXPECT_EQ(Get({4, 2}, src, 4, 4), (Result{true, Hex("00 00 EE EE")}));
-    EXPECT_EQ(Get({3, 4}, src, 4, 4), (Result{true, Hex("04 00 00 00")})) << "offset plus size isn't checked";
-    EXPECT_EQ(Get({100, 4}, src, 8192, 4), (Result{true, Hex("00 00 00 00")})) << "a limit beyond the packet";
+    EXPECT_EQ(Get({4, 2}, src, 4), (Result{true, Hex("00 00 EE EE")}));
+    EXPECT_EQ(Get({3, 4}, src, 4), (Result{true, Hex("04 00 00 00")})) << "offset plus size isn't checked";
+    EXPECT_EQ(Get({100, 4}, src, 8192), (Result{true, Hex("00 00 00 00")})) << "a limit beyond the packet";
 }
 
 TEST(MemValue, SetWritesTheLowBytesInside)
