@@ -4,8 +4,8 @@
 
 #include <array>
 
-// The FCS of long runs: the processor's carry-less multiplication brings any number of 16-byte blocks down to one that
-// has the same FCS, many times faster than a table.
+// The FCS of long runs: the processor's carry-less multiplication brings any number of bytes down to one block of 16
+// that has the same FCS, many times faster than a table.
 
 constexpr size_t FCS_BLOCK = 16;
 using FCS_BLOCK_BYTES = std::array<unsigned char, FCS_BLOCK>;
@@ -13,6 +13,6 @@ using FCS_BLOCK_BYTES = std::array<unsigned char, FCS_BLOCK>;
 /// Whether this processor can do it.
 bool CanFoldFcs();
 
-/// The block whose FCS, begun with 0, is that of all whole blocks of the bytes, of which there is one at least, begun
-/// with usFcs. The bytes behind the last whole block are left out. Only where CanFoldFcs.
+/// The block whose FCS, begun with 0, is that of the bytes, begun with usFcs. They are FCS_BLOCK at least. Only where
+/// CanFoldFcs.
 FCS_BLOCK_BYTES FoldFcs(unsigned short usFcs, ByteView bytes);

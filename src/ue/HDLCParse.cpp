@@ -140,10 +140,8 @@ unsigned short CHDLCParse::CalFcs(unsigned short fcs, ByteView bytes) const
 {
     if (bytes.data() == nullptr)
         return HDLC_ERR_FCS;
-    if (bytes.size() >= FOLD_MIN && CanFoldFcs()) {
-        fcs = NextFcsSlice(0, FoldFcs(fcs, bytes));
-        bytes = bytes.last(bytes.size() % SLICE);
-    }
+    if (bytes.size() >= FOLD_MIN && CanFoldFcs())
+        return NextFcsSlice(0, FoldFcs(fcs, bytes));
     for (; bytes.size() >= SLICE; bytes = bytes.subspan(SLICE))
         fcs = NextFcsSlice(fcs, bytes.first<SLICE>());
     for (const unsigned char ucByte : bytes)
