@@ -16,7 +16,7 @@ class CClientOut
 public:
     using TIME = std::chrono::steady_clock::time_point;
     // Bytes that wait; a single packet may be larger. Of one UE's line no more than this comes once it isn't read for
-    // want of room: what was on its way then, and one read.
+    // want of room: what was on its way then, and what one pass reads.
     static constexpr size_t LIMIT = 512 * 1024;
     static constexpr size_t PACKET_COST = 64; // counted for a packet beside its bytes
     static constexpr size_t HOLD_MAX = 16384; // bytes held back at most, half of the socket's send buffer

@@ -45,8 +45,8 @@ public:
 
     /// To wait for; -1 while there is nothing to read from.
     virtual int ReadHandle() const = 0;
-    /// Reads once from that descriptor, unless it isn't the line's any more, and hands the bytes to the channels; the
-    /// packets are posted before a close can go on. False on a fault that the line has told.
+    /// Reads what that descriptor has, within bounds, unless it isn't the line's any more, and hands the bytes to the
+    /// channels; the packets are posted before a close can go on. False on a fault that the line has told.
     virtual bool ReadBytes(int nHandle) = 0;
 
     // The write thread only.

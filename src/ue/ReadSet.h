@@ -25,7 +25,7 @@ public:
 
     /// Waits until something can be read, at most lTimeoutMs; false on a fault.
     bool Wait(int lTimeoutMs);
-    /// Reads once from each line that has something.
+    /// Reads from each line that has something.
     void ReadLines();
 
 private:

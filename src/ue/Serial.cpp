@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <poll.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace
@@ -17,6 +17,9 @@ constexpr int BAUD_NO_CONSTANT = 128000; // a speed that the terminal interface 
 constexpr int BAUD_DEFAULT = 9600;
 constexpr int WRITE_BASE_TIMEOUT_S = 2;
 constexpr int LINE_BITS_PER_BYTE = 20; // allowed for in the write time-out, twice what 8N1 takes
+
+constexpr ssize_t FULL_READ = 4095;     // bytes that a terminal holds: whoever gets fewer has got all
+constexpr ssize_t PASS_MAX = 28 * 1024; // bytes after which it is the other ports' turn
 
 struct BAUD_ROW
 {
@@ -282,26 +285,42 @@ bool CSerial::ReadBytes(int nHandle)
     const xtl::MutexGuard guard(m_ReadLock);
     if (nHandle != ReadHandle())
         return true; // closed since the wait
+    // What the terminal has got by the time a read is decoded goes the same way to the client, which is woken less
+    // often for more.
     CAgentMsgRun run;
-    return ReadSerial(run);
+    ssize_t lRead = 0;
+    ssize_t lOfPass = 0;
+    do {
+        lRead = ReadSerial(run);
+        lOfPass += lRead;
+    } while (lRead >= FULL_READ && lOfPass < PASS_MAX && HasBytes());
+    return lRead >= 0;
 }
 
-bool CSerial::ReadSerial(CAgentMsgRun& run)
+/// The count, 0 when there is nothing now, -1 on a fault that the log tells.
+ssize_t CSerial::ReadSerial(CAgentMsgRun& run)
 {
-    const ssize_t nRead = read(m_iHandle, m_pReadBuf.get(), SERIAL_READ_BUF_LEN);
-    if (nRead > 0) {
-        m_ullTotalRead += static_cast<uint64_t>(nRead);
-        m_Channel.OnSerialData({m_pReadBuf.get(), static_cast<size_t>(nRead)}, run);
-        return true;
+    const ssize_t lRead = read(m_iHandle, m_pReadBuf.get(), SERIAL_READ_BUF_LEN);
+    if (lRead > 0) {
+        m_ullTotalRead += static_cast<uint64_t>(lRead);
+        m_Channel.OnSerialData({m_pReadBuf.get(), static_cast<size_t>(lRead)}, run);
+        return lRead;
     }
-    if (nRead < 0 && (errno == EINTR || errno == EAGAIN))
-        return true; // nothing now: another program that has the port open may have been faster
+    if (lRead < 0 && (errno == EINTR || errno == EAGAIN))
+        return 0; // another program that has the port open may have been faster
     m_bReadFault = true;
-    if (nRead == 0)
+    if (lRead == 0)
         CDebug::Instance()->PrintWarn("read Serial == 0, com:%d, type:%d, errno:%d", GetPortNum(), m_enType, errno);
     else
         CDebug::Instance()->PrintError("read serial fail, com:%d, type:%d, errno:%d", GetPortNum(), m_enType, errno);
-    return false;
+    return -1;
+}
+
+/// Whether the terminal holds bytes. Unlike poll and read, the question doesn't wait for bytes on their way into it.
+bool CSerial::HasBytes() const
+{
+    int nBytes = 0;
+    return ioctl(m_iHandle, FIONREAD, &nBytes) == 0 && nBytes > 0;
 }
 
 LINE_STATE CSerial::PrepareWrite()

@@ -122,7 +122,8 @@ private:
     CClosingDevice TakeDevice() EXCLUDES(m_ReadLock, m_WriteLock);
     void LogSetFault(const std::string& strName, int nError, bool bRepeated);
     void LogOpenFault(const std::string& strName, int nError, bool bRepeated);
-    bool ReadSerial(CAgentMsgRun& run) REQUIRES(m_ReadLock);
+    ssize_t ReadSerial(CAgentMsgRun& run) REQUIRES(m_ReadLock);
+    bool HasBytes() const REQUIRES(m_ReadLock);
 
     std::atomic<unsigned int> m_uiPortNum = UNUSED_PORT_NUM;
     mutable xtl::Mutex m_NameLock; // taken last, for the copy of a name only

@@ -11,6 +11,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
 #include <thread>
 
 namespace
@@ -28,6 +29,68 @@ void Prepare(CSerial& serial, enSerialType enType, const std::string& strName, u
     serial.SetSerialType(enType);
     serial.SetName(strName);
     serial.SetPortNum(uiPort);
+}
+
+/// Stands where the agent's packets go: while they are dealt with, its modem goes on sending, until the port is full or
+/// the modem has sent all.
+class CSendingMeanwhile : public IAgentMsgTaker
+{
+public:
+    CSendingMeanwhile(const CPtyPair& modem, const CSerial& serial, Bytes stream)
+        : m_modem(modem), m_serial(serial), m_stream(std::move(stream))
+    {
+        (void)fcntl(m_modem.Modem().Get(), F_SETFL, O_RDWR | O_NONBLOCK);
+        CMsgBuf::Instance()->SetAgentTaker(this);
+    }
+    ~CSendingMeanwhile() override { CMsgBuf::Instance()->SetAgentTaker(nullptr); }
+
+    bool TryTake(std::span<MSG_AGENT> msgs) override
+    {
+        m_szRecords += msgs.size();
+        FillPort();
+        return true;
+    }
+
+    void FillPort()
+    {
+        constexpr size_t FULL = 4095;
+        EXPECT_TRUE(WaitFor([this] { return SendRest() || Holds() == FULL; }));
+    }
+    size_t Records() const { return m_szRecords; }
+
+private:
+    /// True when the modem has no more to send.
+    bool SendRest()
+    {
+        const ByteView rest = ByteView(m_stream).subspan(m_szSent);
+        const ssize_t lSent = write(m_modem.Modem().Get(), rest.data(), rest.size());
+        m_szSent += static_cast<size_t>(std::max<ssize_t>(lSent, 0));
+        return m_szSent == m_stream.size() && m_serial.GetTotalBytesRead() + Holds() == m_szSent;
+    }
+    /// Bytes that the port can read.
+    size_t Holds() const
+    {
+        int nBytes = 0;
+        (void)ioctl(m_serial.GetHandler(), FIONREAD, &nBytes);
+        return static_cast<size_t>(nBytes);
+    }
+
+    const CPtyPair& m_modem;
+    const CSerial& m_serial;
+    Bytes m_stream;
+    size_t m_szSent = 0;
+    size_t m_szRecords = 0;
+};
+
+/// So many frames of the shortest packets.
+Bytes ShortFrames(size_t szCount)
+{
+    Bytes stream;
+    for (size_t i = 0; i < szCount; ++i) {
+        const Bytes frame = FrameOf(Fill(18, 1));
+        stream.insert(stream.end(), frame.begin(), frame.end());
+    }
+    return stream;
 }
 } // namespace
 
@@ -353,6 +416,39 @@ TEST(Serial, AReadThatASignalEndsIsNoFault)
     modem.Write(Hex("01 02"));
     EXPECT_TRUE(ReadPort(serial));
     EXPECT_EQ(serial.GetTotalBytesRead(), 2u);
+}
+
+TEST(Serial, WhatComesWhileAFullReadIsDealtWithIsReadInTheSamePass)
+{
+    constexpr size_t FRAMES = 600; // of 22 bytes, for two channels
+    CPtyPair modem;
+    CSerial serial;
+    Prepare(serial, SERIAL_TYPE_GU, modem.Name(), 5);
+    ASSERT_TRUE(OpenPort(serial));
+    CSendingMeanwhile sender(modem, serial, ShortFrames(FRAMES));
+    sender.FillPort();
+    EXPECT_TRUE(ReadPort(serial));
+    // Records are handed over by 256, which are 128 frames, so the modem fills the port anew in each full read.
+    EXPECT_GE(serial.GetTotalBytesRead(), 3u * 4095);
+    while (sender.Records() < 2 * FRAMES)
+        ASSERT_TRUE(ReadPort(serial));
+    EXPECT_EQ(serial.GetTotalBytesRead(), FRAMES * 22);
+}
+
+TEST(Serial, AModemThatNeverStopsLeavesTheTurnToOthers)
+{
+    constexpr size_t FRAMES = 10000;
+    CPtyPair modem;
+    CSerial serial;
+    Prepare(serial, SERIAL_TYPE_GU, modem.Name(), 5);
+    ASSERT_TRUE(OpenPort(serial));
+    CSendingMeanwhile sender(modem, serial, ShortFrames(FRAMES));
+    sender.FillPort();
+    for (uint64_t ullBefore = 0; sender.Records() < 2 * FRAMES; ullBefore = serial.GetTotalBytesRead()) {
+        ASSERT_TRUE(ReadPort(serial));
+        ASSERT_LE(serial.GetTotalBytesRead() - ullBefore, 64u * 1024) << "28 KiB and the read that passes them";
+    }
+    EXPECT_EQ(serial.GetTotalBytesRead(), FRAMES * 22);
 }
 
 TEST(Serial, AModemThatVanishedIsLoggedAndThePortStaysOpen)
