@@ -234,7 +234,8 @@ TEST(Process, ALogThatTakesNothingDoesntHoldTheEndUp)
 {
     CAgentBench bench("debuglevel=7\ndebugfilename=/dev/full\n");
     bench.StartAgent();
-    ASSERT_TRUE(WaitListening(20270));
+    CTcpClient client(CHANNEL_LTE_DIAG);
+    ASSERT_TRUE(client.Ask(AGENT_CMD_CHANNEL_QUERY, PKT_TYPE_AGENT));
     bench.Agent().Signal(SIGTERM);
     EXPECT_EQ(bench.Agent().WaitExit(STOP_LIMIT), 0);
 }
