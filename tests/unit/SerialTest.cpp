@@ -31,18 +31,25 @@ void Prepare(CSerial& serial, enSerialType enType, const std::string& strName, u
     serial.SetPortNum(uiPort);
 }
 
-/// Stands where the agent's packets go: while they are dealt with, its modem goes on sending, until the port is full or
-/// the modem has sent all.
-class CSendingMeanwhile : public IAgentMsgTaker
+/// A modem with a stream of frames for an open port, that stands where the agent's packets go too: while they are dealt
+/// with it goes on sending, until the port is full or all is sent.
+class CSendingModem : public IAgentMsgTaker
 {
 public:
-    CSendingMeanwhile(const CPtyPair& modem, const CSerial& serial, Bytes stream)
-        : m_modem(modem), m_serial(serial), m_stream(std::move(stream))
+    static constexpr size_t FRAME_LEN = 22; // of the shortest packet, for each of the port's two channels
+
+    explicit CSendingModem(size_t szFrames)
     {
-        (void)fcntl(m_modem.Modem().Get(), F_SETFL, O_RDWR | O_NONBLOCK);
+        const Bytes frame = FrameOf(Fill(FRAME_LEN - 4, 1));
+        for (size_t i = 0; i < szFrames; ++i)
+            m_stream.insert(m_stream.end(), frame.begin(), frame.end());
+        (void)fcntl(m_pty.Modem().Get(), F_SETFL, O_RDWR | O_NONBLOCK);
+        Prepare(m_port, SERIAL_TYPE_GU, m_pty.Name(), 5);
+        EXPECT_TRUE(OpenPort(m_port));
         CMsgBuf::Instance()->SetAgentTaker(this);
+        FillPort();
     }
-    ~CSendingMeanwhile() override { CMsgBuf::Instance()->SetAgentTaker(nullptr); }
+    ~CSendingModem() override { CMsgBuf::Instance()->SetAgentTaker(nullptr); }
 
     bool TryTake(std::span<MSG_AGENT> msgs) override
     {
@@ -51,47 +58,38 @@ public:
         return true;
     }
 
+    CSerial& Port() { return m_port; }
+    /// All records have come.
+    bool HasAll() const { return m_szRecords == 2 * m_stream.size() / FRAME_LEN; }
+
+private:
     void FillPort()
     {
         constexpr size_t FULL = 4095;
         EXPECT_TRUE(WaitFor([this] { return SendRest() || Holds() == FULL; }));
     }
-    size_t Records() const { return m_szRecords; }
-
-private:
-    /// True when the modem has no more to send.
+    /// True when the port has or holds all.
     bool SendRest()
     {
         const ByteView rest = ByteView(m_stream).subspan(m_szSent);
-        const ssize_t lSent = write(m_modem.Modem().Get(), rest.data(), rest.size());
+        const ssize_t lSent = write(m_pty.Modem().Get(), rest.data(), rest.size());
         m_szSent += static_cast<size_t>(std::max<ssize_t>(lSent, 0));
-        return m_szSent == m_stream.size() && m_serial.GetTotalBytesRead() + Holds() == m_szSent;
+        return m_port.GetTotalBytesRead() + Holds() == m_stream.size();
     }
     /// Bytes that the port can read.
     size_t Holds() const
     {
         int nBytes = 0;
-        (void)ioctl(m_serial.GetHandler(), FIONREAD, &nBytes);
+        (void)ioctl(m_port.GetHandler(), FIONREAD, &nBytes);
         return static_cast<size_t>(nBytes);
     }
 
-    const CPtyPair& m_modem;
-    const CSerial& m_serial;
+    CPtyPair m_pty;
+    CSerial m_port;
     Bytes m_stream;
     size_t m_szSent = 0;
     size_t m_szRecords = 0;
 };
-
-/// So many frames of the shortest packets.
-Bytes ShortFrames(size_t szCount)
-{
-    Bytes stream;
-    for (size_t i = 0; i < szCount; ++i) {
-        const Bytes frame = FrameOf(Fill(18, 1));
-        stream.insert(stream.end(), frame.begin(), frame.end());
-    }
-    return stream;
-}
 } // namespace
 
 TEST(Serial, ANewPortIsUnused)
@@ -420,35 +418,23 @@ TEST(Serial, AReadThatASignalEndsIsNoFault)
 
 TEST(Serial, WhatComesWhileAFullReadIsDealtWithIsReadInTheSamePass)
 {
-    constexpr size_t FRAMES = 600; // of 22 bytes, for two channels
-    CPtyPair modem;
-    CSerial serial;
-    Prepare(serial, SERIAL_TYPE_GU, modem.Name(), 5);
-    ASSERT_TRUE(OpenPort(serial));
-    CSendingMeanwhile sender(modem, serial, ShortFrames(FRAMES));
-    sender.FillPort();
-    EXPECT_TRUE(ReadPort(serial));
+    CSendingModem modem(600);
+    EXPECT_TRUE(ReadPort(modem.Port()));
     // Records are handed over by 256, which are 128 frames, so the modem fills the port anew in each full read.
-    EXPECT_GE(serial.GetTotalBytesRead(), 3u * 4095);
-    while (sender.Records() < 2 * FRAMES)
-        ASSERT_TRUE(ReadPort(serial));
-    EXPECT_EQ(serial.GetTotalBytesRead(), FRAMES * 22);
+    EXPECT_GE(modem.Port().GetTotalBytesRead(), 3u * 4095);
+    while (!modem.HasAll())
+        ASSERT_TRUE(ReadPort(modem.Port()));
+    EXPECT_EQ(modem.Port().GetTotalBytesRead(), 600 * CSendingModem::FRAME_LEN);
 }
 
 TEST(Serial, AModemThatNeverStopsLeavesTheTurnToOthers)
 {
-    constexpr size_t FRAMES = 10000;
-    CPtyPair modem;
-    CSerial serial;
-    Prepare(serial, SERIAL_TYPE_GU, modem.Name(), 5);
-    ASSERT_TRUE(OpenPort(serial));
-    CSendingMeanwhile sender(modem, serial, ShortFrames(FRAMES));
-    sender.FillPort();
-    for (uint64_t ullBefore = 0; sender.Records() < 2 * FRAMES; ullBefore = serial.GetTotalBytesRead()) {
-        ASSERT_TRUE(ReadPort(serial));
-        ASSERT_LE(serial.GetTotalBytesRead() - ullBefore, 64u * 1024) << "28 KiB and the read that passes them";
+    CSendingModem modem(10000);
+    for (uint64_t ullBefore = 0; !modem.HasAll(); ullBefore = modem.Port().GetTotalBytesRead()) {
+        ASSERT_TRUE(ReadPort(modem.Port()));
+        ASSERT_LE(modem.Port().GetTotalBytesRead() - ullBefore, 64u * 1024) << "28 KiB and the read that passes them";
     }
-    EXPECT_EQ(serial.GetTotalBytesRead(), FRAMES * 22);
+    EXPECT_EQ(modem.Port().GetTotalBytesRead(), 10000 * CSendingModem::FRAME_LEN);
 }
 
 TEST(Serial, AModemThatVanishedIsLoggedAndThePortStaysOpen)
