@@ -35,7 +35,8 @@ constexpr long long Factor(unsigned int uiPower)
     return _mm_loadu_si128(reinterpret_cast<const __m128i*>(pBlock));
 }
 
-/// From here on a shuffle takes nothing for the first bytes of a block, then its bytes from the first one on.
+/// The 16 bytes from place n on make a shuffle that gives 16 - n zeros, then a block's first n bytes: 0x80 stands for a
+/// zero, any other value for the byte of that place.
 constexpr std::array<unsigned char, 2 * FCS_BLOCK> BuildShuffle()
 {
     std::array<unsigned char, 2 * FCS_BLOCK> aucShuffle{};
