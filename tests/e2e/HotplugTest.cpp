@@ -78,6 +78,10 @@ protected:
     }
     /// Waits until the agent has been told so.
     bool Told(const std::string& strLine) const { return m_bench.Logged(strLine); }
+    bool ToldAgain(const std::string& strLine) const
+    {
+        return WaitFor([&] { return Count(strLine) == 2; });
+    }
     /// All records that the agent got.
     int Records() const { return Count(" attach, port is ") + Count(" detach, port is "); }
 
@@ -200,7 +204,8 @@ TEST_F(HotplugTest, AnAgentKeepsItsPortsOverARestartOfTheProgramAndLosesThoseTha
     for (const int nPort : {101, 102, 103, 104})
         EXPECT_TRUE(Told("serial  detach, port is " + std::to_string(nPort) + "\n")) << nPort;
     EXPECT_TRUE(m_bench.Logged("UE 0 Lte Diag detached"));
-    EXPECT_EQ(Count(Attached("1-6", 0, 201)), 2); // which the agent ignores while the port is open
+    EXPECT_TRUE(ToldAgain(Attached("1-6", 3, 204))); // the last one
+    EXPECT_EQ(Count(Attached("1-6", 0, 201)), 2);    // which the agent ignores while the port is open
     EXPECT_EQ(Count("UE 1 Lte Diag attached"), 1);
     EXPECT_EQ(Count("UE 1 Lte Diag detached"), 0);
 }

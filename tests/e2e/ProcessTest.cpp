@@ -10,6 +10,8 @@
 
 namespace
 {
+constexpr std::chrono::milliseconds STOP_LIMIT(2000);
+
 bool IsListening(unsigned short usPort)
 {
     return ConnectTcp(usPort, std::chrono::milliseconds(0)).IsOpen();
@@ -46,9 +48,12 @@ Tags TagsAt(int iLevel)
     ue.SendAck(0x10067000, 0, Hex("01 02 03 04")); // raw data: the time stamp ack is dumped
     ue.SendAck(0x10065000, 0, Fill(320));
     EXPECT_TRUE(bench.WaitConfirmed(101)); // the acks are handled in order
+    bench.Agent().Signal(SIGTERM);         // which writes the log to its end
+    EXPECT_EQ(bench.Agent().WaitExit(STOP_LIMIT), 0);
+    const std::string strLog = bench.Log();
     Tags tags;
     for (const char* pszTag : {" [INF] : ", " [WAN] : ", " [ERR] : ", " [DAT] : "})
-        if (bench.Log().find(pszTag) != std::string::npos)
+        if (strLog.find(pszTag) != std::string::npos)
             tags.push_back(pszTag);
     return tags;
 }
@@ -184,8 +189,6 @@ TEST(Process, AStoppedAndContinuedAgentGoesOn)
 
 namespace
 {
-constexpr std::chrono::milliseconds STOP_LIMIT(2000);
-
 /// The last line of the log of an agent that has ended in order.
 bool IsLogComplete(const CAgentBench& bench)
 {
