@@ -105,6 +105,8 @@ const CHOICES = [
 
 export class FakePage {
     missing = ''; // a file that it doesn't have
+    empty = ''; // a file that has nothing in it
+    silent = false; // streams stay open without a word
     shift = 0; // ms that its clock is ahead
 
     /// source: what it is for, "tap" or "fleet".
@@ -338,6 +340,7 @@ export class FakePage {
         for (const stream of this.streams) this.#send(stream);
     }
     #send({answer, args}) {
+        if (this.silent) return;
         const event = this.#event(args);
         answer.write(
             event ? `id: ${this.tick}\ndata: ${JSON.stringify(event)}\n\n` : ': nothing is known of it now\n\n'
@@ -353,7 +356,7 @@ export class FakePage {
         const file = pathname === '/' ? '/index.html' : pathname;
         const dist = /uPlot/.test(file) ? path.join(this.files, 'node_modules/uplot/dist') : this.files;
         try {
-            const body = await readFile(path.join(dist, file));
+            const body = pathname === this.empty ? '' : await readFile(path.join(dist, file));
             answer
                 .writeHead(200, {
                     'Content-Type': TYPES[path.extname(file)],

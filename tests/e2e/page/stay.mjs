@@ -65,6 +65,29 @@ test('a tab that can not share its stream has one of its own', async () => {
     await until(tab, () => document.querySelectorAll('.modem-card').length === 2);
 });
 
+test('a tab whose shared stream says nothing has one of its own', async () => {
+    fake.empty = '/stream-worker.js';
+    const tab = await open('#/overview');
+    await shown(tab, '.modem-card');
+    fake.modems.pop();
+    await until(tab, () => document.querySelectorAll('.modem-card').length === 2);
+    assert.equal(fake.streams.size, 1);
+});
+
+test('a shared stream that is well is kept while the server says nothing', async () => {
+    const two = [await open('#/overview'), await open('#/overview')];
+    for (const tab of two) {
+        await setHidden(tab, false); // windows side by side
+        await shown(tab, '.modem-card');
+    }
+    fake.silent = true;
+    for (const tab of two) await setHidden(tab, false); // asks the worker once more
+    for (const tab of two) await hasText(tab, '#status-text', 'vex-page is away');
+    fake.silent = false;
+    for (const tab of two) await hasText(tab, '#status-text', 'agent on lab7');
+    assert.equal(fake.streams.size, 1);
+});
+
 test('a tab left open does not grow', async () => {
     const tab = await open('#/modem/3');
     await shown(tab, plotCard('rate/bytes'));

@@ -3,15 +3,34 @@
 import {Hub} from './hub.js';
 
 const ALIVE_MS = 10000;
+const ANSWER_MS = 2500; // of a worker that is well: a few
+const ASKS = 2; // one may go while the tab is frozen
 
 /// A way to the hub: what is sent there is the address to watch, or null. This one is a worker that all tabs share;
-/// onFailed is called when it can't be loaded.
+/// onFailed is called when it can't be loaded or doesn't answer, as one that ends with the last tab of before.
 function sharedHub(onNews, onFailed) {
     const worker = new SharedWorker('stream-worker.js', {type: 'module', name: 'vex-page'});
-    worker.onerror = onFailed;
-    worker.port.onmessage = event => onNews(event.data);
-    worker.port.start();
-    return url => worker.port.postMessage({url});
+    const {port} = worker;
+    let timer = null;
+    const fail = () => {
+        clearTimeout(timer);
+        worker.onerror = null;
+        port.postMessage({url: null});
+        port.close();
+        onFailed();
+    };
+    const ask = (url, asks) => {
+        clearTimeout(timer);
+        timer = setTimeout(() => (asks < ASKS ? ask(url, asks + 1) : fail()), ANSWER_MS);
+        port.postMessage({url});
+    };
+    worker.onerror = fail;
+    port.onmessage = event => {
+        clearTimeout(timer);
+        onNews(event.data);
+    };
+    port.start();
+    return url => ask(url, 1);
 }
 
 /// A hub of this tab alone.
