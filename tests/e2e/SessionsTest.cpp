@@ -1,5 +1,6 @@
 #include "e2e/AgentBench.h"
 #include "e2e/SessionRecords.h"
+#include "support/NetNs.h"
 #include "support/WaitFor.h"
 #include "tap/TapConnection.h"
 
@@ -12,6 +13,8 @@
 
 namespace
 {
+constexpr int GOES = 3; // of one session, at most
+
 std::string FileOf(const std::string& strName)
 {
     return std::string(VEX_SOURCE_DIR) + "/tests/e2e/sessions/" + strName + ".pcapng.zst";
@@ -54,15 +57,18 @@ public:
         std::this_thread::sleep_for(std::chrono::nanoseconds(pFirst->stHead.ullTime - ullSince));
         return true;
     }
-    /// Plays both sides to their ends.
-    void Replay(const std::string& strModem, const std::string& strClient, int nClientStatus)
+    /// Plays both sides to their ends; gives what went wrong, empty for nothing.
+    std::string Replay(const std::string& strModem, const std::string& strClient, int nClientStatus)
     {
         CVexProcess& modem = m_bench.StartModem({"--replay", strModem, "--log", "modem.log"});
-        ASSERT_TRUE(AwaitTimeOfFirstClient(ReadSession(strClient)));
+        if (!AwaitTimeOfFirstClient(ReadSession(strClient)))
+            return "the modem sends less than in the session";
         m_pClient = &m_bench.StartClient({"replay", strClient, "--now"});
-        EXPECT_EQ(m_pClient->WaitExit(std::chrono::seconds(40)), nClientStatus)
-            << m_pClient->Output() << m_pClient->Errors();
-        EXPECT_EQ(modem.WaitExit(std::chrono::seconds(40)), 0) << modem.Errors() << m_bench.Dir().Read("modem.log");
+        if (m_pClient->WaitExit(std::chrono::seconds(40)) != nClientStatus)
+            return "client: " + m_pClient->Output() + m_pClient->Errors();
+        if (modem.WaitExit(std::chrono::seconds(40)) != 0)
+            return "modem: " + modem.Errors() + m_bench.Dir().Read("modem.log");
+        return "";
     }
     std::string ClientOutput() const { return m_pClient != nullptr ? m_pClient->Output() : ""; }
     std::vector<SESSION_RECORD> Finish()
@@ -94,6 +100,15 @@ class SessionsTest : public testing::TestWithParam<const char*>
 {
 };
 
+/// Plays a session into a fresh agent; gives how what was captured differs from it, empty for not at all.
+std::string ReplayedDifference(const std::string& strFile, const std::vector<SESSION_RECORD>& recorded)
+{
+    CSessionBench session(SessionConfig(recorded));
+    EXPECT_TRUE(session.IsCapturing());
+    const std::string strFault = session.Replay(strFile, strFile, 0);
+    return strFault + SessionDifference(recorded, session.Finish());
+}
+
 const Bytes c_imei = Bytes(AsBytes("\r\n860000000110000\r\n")); // line of an AT answer
 
 const SESSION_RECORD REQUEST{{TAP_KIND::CLIENT_TO_AGENT, 0, CHANNEL_AT, TAP_TEXT, 4, 1, 9, 100}, Hex("41 54 0D")};
@@ -104,10 +119,14 @@ TEST_P(SessionsTest, ReplayedAndCapturedAgainItIsTheSame)
     const std::string strFile = FileOf(GetParam());
     const auto recorded = ReadSession(strFile);
     ASSERT_FALSE(recorded.empty()) << strFile;
-    CSessionBench session(SessionConfig(recorded));
-    ASSERT_TRUE(session.IsCapturing());
-    session.Replay(strFile, strFile, 0);
-    EXPECT_EQ(SessionDifference(recorded, session.Finish()), "");
+    // Where no packet ties a client to what the modem sends unasked, time alone does, which a loaded machine doesn't
+    // always keep. A fault of the agent's is there every time.
+    std::string strDifference = ReplayedDifference(strFile, recorded);
+    for (int i = 1; i < GOES && !strDifference.empty(); ++i) {
+        ASSERT_TRUE(IsolateNetwork()); // the last agent's ports linger
+        strDifference = ReplayedDifference(strFile, recorded);
+    }
+    EXPECT_EQ(strDifference, "");
 }
 
 INSTANTIATE_TEST_SUITE_P(All, SessionsTest,
@@ -178,7 +197,7 @@ TEST(Sessions, AnAnswerThatIsAnotherByOneByteIsToldByTheClient)
     const std::string strChanged = session.Bench().Dir().Path() + "/changed.pcapng";
     WriteSession(strChanged, changed);
     ASSERT_TRUE(session.IsCapturing());
-    session.Replay(strChanged, FileOf("at"), 5);
+    EXPECT_EQ(session.Replay(strChanged, FileOf("at"), 5), "");
     const std::string strOutput = session.ClientOutput();
     EXPECT_NE(strOutput.find("0x00000021 AT text, 39 bytes, differs from byte 25 on"), std::string::npos) << strOutput;
     EXPECT_NE(strOutput.find(" 1 differences"), std::string::npos) << strOutput;

@@ -41,7 +41,7 @@ test('every bench has a card that says how it is', async () => {
         await textOf(tab, card('bench1')),
         /captured 12\.0 kB\/s\s*records 30\/s\s+backlog 800 B\s*disk free 42\.0 GB \(42 %\)/
     );
-    assert.match(await textOf(tab, card('bench10')), /seen 3\d s ago/);
+    assert.match(await textOf(tab, card('bench10')), /seen [3-9]\d s ago/);
     assert.match(
         await textOf(tab, card('car-7')),
         /seen 2 h 00 min ago.*\s+no modem\s+captured –\s*records –\s+backlog 2\.30 MB, 2 h 01 min old/
